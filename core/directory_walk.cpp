@@ -1,0 +1,72 @@
+#include "core/directory_walk.h"
+
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "core/files.h"
+#include "core/handle.h"
+
+namespace ve::file {
+namespace {
+
+[[noreturn]] void ThrowWalkError(std::wstring_view directory, DWORD code) {
+  throw std::filesystem::filesystem_error(
+      "directory_entry::status", std::filesystem::path(directory),
+      std::error_code(static_cast<int>(code), std::system_category()));
+}
+
+bool IsDots(const wchar_t* name) {
+  return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
+}
+
+/// Walks the directory that `path` names. The path of each entry is made in place, behind it.
+void WalkInto(std::wstring& path, const std::function<Descend(const DirectoryEntry&)>& visit) {
+  const std::size_t directoryLength = path.size();
+  if (path.find_last_of(L"\\/:") != directoryLength - 1) path += L'\\';
+  const std::size_t prefixLength = path.size();
+
+  WIN32_FIND_DATAW found{};
+  path += L'*';
+  const UniqueFindHandle search(
+      FindFirstFileExW(path.c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0));
+  const DWORD openError = GetLastError();
+  if (!search) {
+    // A drive's root need not even hold the two dot entries.
+    if (openError == ERROR_FILE_NOT_FOUND) return;
+    ThrowWalkError(std::wstring_view(path).substr(0, directoryLength), openError);
+  }
+  do {
+    if (IsDots(found.cFileName)) continue;
+    path.resize(prefixLength);
+    path += found.cFileName;
+    const DirectoryEntry entry{path, found.dwFileAttributes};
+    if (visit(entry) == Descend::kYes && entry.IsEnterable()) WalkInto(path, visit);
+  } while (FindNextFileW(search.Get(), &found) != FALSE);
+  const DWORD endError = GetLastError();
+  path.resize(directoryLength);
+  if (endError != ERROR_NO_MORE_FILES) ThrowWalkError(path, endError);
+}
+
+}  // namespace
+
+void WalkDirectory(std::wstring_view root,
+                   const std::function<Descend(const DirectoryEntry&)>& visit) {
+  // An empty root would otherwise mean the root of the current drive.
+  if (root.empty()) ThrowWalkError(root, ERROR_PATH_NOT_FOUND);
+  std::wstring path(root);
+  WalkInto(path, visit);
+}
+
+void RemoveTree(std::wstring_view path) {
+  if (!Exists(path)) return;
+  // Contents come after their directory on the walk, so the way back removes them first.
+  std::vector<std::wstring> entries{std::wstring(path)};
+  WalkDirectory(path, [&entries](const DirectoryEntry& entry) {
+    entries.emplace_back(entry.path);
+    return Descend::kYes;
+  });
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) Remove(*entry);
+}
+
+}  // namespace ve::file

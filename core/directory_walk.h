@@ -1,0 +1,42 @@
+// Walking and removing directory trees.
+//
+// The standard library's iterator is not used: the one of mingw follows junctions and links to
+// directories, so that a walk that deletes would leave the tree it was given; it also queries every
+// entry again. Here such links are entries like files, never entered.
+#pragma once
+
+#include "core/windows.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace ve::file {
+
+/// One entry met on a walk.
+struct DirectoryEntry {
+  std::wstring_view path;  ///< The walk's root, a separator, the way below it. Valid in the visit.
+  DWORD attributes;        ///< FILE_ATTRIBUTE_*.
+
+  [[nodiscard]] bool IsDirectory() const noexcept {
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  }
+  /// A directory that is part of the tree and not a link to somewhere else.
+  [[nodiscard]] bool IsEnterable() const noexcept {
+    return IsDirectory() && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+  }
+};
+
+enum class Descend { kYes, kNo };
+
+/// Visits every entry below `root`, a directory before its contents, in the file system's order.
+/// What a visit returns for a directory says whether its contents are visited. Throws a filesystem
+/// error ("directory_entry::status") if a directory cannot be read.
+void WalkDirectory(std::wstring_view root,
+                   const std::function<Descend(const DirectoryEntry&)>& visit);
+
+/// Removes a directory with everything in it. Nothing at the path is no error. Throws filesystem
+/// errors; what was removed until then stays removed.
+void RemoveTree(std::wstring_view path);
+
+}  // namespace ve::file

@@ -1,0 +1,224 @@
+#include "core/files.h"
+
+#include "core/windows.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "core/errors.h"
+#include "core/fixed_text.h"
+#include "core/handle.h"
+#include "core/message_sink.h"
+#include "core/unicode.h"
+
+namespace ve::file {
+namespace {
+
+// The standard library's own filesystem functions are not used: the one of mingw takes every
+// existing target of a copy for its source, knows write times to the second only, reports C error
+// numbers in place of Windows codes, and words its operations in its own way.
+
+[[noreturn]] void ThrowFilesystemError(const char* operation, std::wstring_view path, DWORD code) {
+  throw std::filesystem::filesystem_error(
+      operation, std::filesystem::path(path),
+      std::error_code(static_cast<int>(code), std::system_category()));
+}
+
+UniqueStream OpenStream(std::string_view path, const char* mode) {
+  return UniqueStream(std::fopen(NarrowPathText(path).Get(), mode));
+}
+
+UniqueStream OpenStream(std::wstring_view path, const char* mode) {
+  const FixedText<wchar_t, 4> wideMode(ToWide(mode));
+  return UniqueStream(_wfopen(WidePathText(path).Get(), wideMode.Get()));
+}
+
+std::string_view ForMessage(std::string_view path) { return path; }
+std::string ForMessage(std::wstring_view path) { return ToUtf8(path); }
+
+std::wstring AsWidePath(std::wstring_view path) { return std::wstring(path); }
+/// A narrow path is text of the active code page.
+std::wstring AsWidePath(std::string_view path) {
+  if (path.empty()) return {};
+  const int length = static_cast<int>(path.size());
+  const int needed = MultiByteToWideChar(CP_ACP, 0, path.data(), length, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(needed), L'\0');
+  MultiByteToWideChar(CP_ACP, 0, path.data(), length, wide.data(), needed);
+  return wide;
+}
+
+template <class Path>
+[[noreturn]] void ThrowOpenError(std::string_view what, Path path, int errorNumber) {
+  std::array<char, 95> text{};
+  strerror_s(text.data(), text.size(), errorNumber);
+  throw FileException(
+      Format("{}. File '{}'. Error: {} ({})", what, ForMessage(path), text.data(), errorNumber));
+}
+
+template <class Path>
+std::string Load(Path path) {
+  const UniqueStream stream = OpenStream(path, "rb");
+  // At once: nearly every other call may change the error number.
+  const int openError = errno;
+  if (!stream) ThrowOpenError("Failed to open file for loading", path, openError);
+
+  std::string content;
+  content.resize(static_cast<std::size_t>(FileSize(AsWidePath(path))));
+  // One block of the size just queried; a file that shrinks in between keeps that size, on purpose.
+  static_cast<void>(std::fread(content.data(), content.size(), 1, stream.Get()));
+  return content;
+}
+
+template <class Path>
+void Save(Path path, const void* content, std::size_t size) {
+  const UniqueStream stream = OpenStream(path, "wb");
+  const int openError = errno;
+  if (!stream) ThrowOpenError("Failed to open file for saving", path, openError);
+  static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
+}
+
+bool IsDirectory(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+/// ERROR_SUCCESS if the directory stands afterwards.
+DWORD CreateOne(const std::wstring& path) {
+  if (CreateDirectoryW(path.c_str(), nullptr) != FALSE) return ERROR_SUCCESS;
+  const DWORD code = GetLastError();
+  // An existing file fails with the same code as an existing directory.
+  if (code == ERROR_ALREADY_EXISTS && IsDirectory(path)) return ERROR_SUCCESS;
+  return code;
+}
+
+DWORD CreateAll(const std::wstring& path) {
+  const DWORD code = CreateOne(path);
+  if (code != ERROR_PATH_NOT_FOUND) return code;
+  const std::size_t lastOfParent =
+      path.find_last_not_of(L"\\/", path.find_last_of(L"\\/", path.find_last_not_of(L"\\/")));
+  if (lastOfParent == std::wstring::npos) return code;
+  const DWORD parentCode = CreateAll(path.substr(0, lastOfParent + 1));
+  return parentCode == ERROR_SUCCESS ? CreateOne(path) : parentCode;
+}
+
+/// Throws the filesystem error for a creation that ended with `code`, after telling the sink.
+void ReportCreation(DWORD code, const char* operation, std::string_view message,
+                    std::wstring_view path) {
+  if (code == ERROR_SUCCESS) return;
+  try {
+    ThrowFilesystemError(operation, path, code);
+  } catch (const std::exception& error) {
+    FormatToSink(message, 1, ToUtf8(path), error.what());
+    throw;
+  }
+}
+
+constexpr std::int64_t kTicksPerSecond = 10'000'000;
+constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+
+/// 100-nanosecond ticks since 1601-01-01 UTC.
+std::int64_t Ticks(const FILETIME& time) {
+  return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+}
+
+/// False, with the last error set, if there is nothing at the path or it cannot be queried.
+bool QueryAttributes(std::wstring_view path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+  return GetFileAttributesExW(std::wstring(path).c_str(), GetFileExInfoStandard, &data) != FALSE;
+}
+
+}  // namespace
+
+std::string LoadFile(std::string_view path) { return Load(path); }
+std::string LoadFile(std::wstring_view path) { return Load(path); }
+
+void SaveFile(std::string_view path, std::string_view content) {
+  Save(path, content.data(), content.size());
+}
+void SaveFile(std::wstring_view path, std::string_view content) {
+  Save(path, content.data(), content.size());
+}
+void SaveFile(std::string_view path, const void* content, std::size_t size) {
+  Save(path, content, size);
+}
+void SaveFile(std::wstring_view path, const void* content, std::size_t size) {
+  Save(path, content, size);
+}
+
+void CopyFileOverwrite(std::wstring_view source, std::wstring_view target) {
+  if (CopyFileW(std::wstring(source).c_str(), std::wstring(target).c_str(), FALSE) != FALSE) return;
+  const int code = static_cast<int>(GetLastError());
+  throw FileException(Format("Failed to copy file from '{}' to '{}': {}", ToUtf8(source),
+                             ToUtf8(target), std::system_category().message(code)));
+}
+
+void MakeDirectory(std::wstring_view path) {
+  ReportCreation(CreateOne(std::wstring(path)), "create_directory",
+                 "Failed to create directory '{}': {}", path);
+}
+
+void MakeDirectories(std::wstring_view path) {
+  ReportCreation(CreateAll(std::wstring(path)), "create_directories",
+                 "Failed to create all directories on path '{}': {}", path);
+}
+
+void EnsureDirectory(std::wstring_view path) {
+  if (!Exists(path)) MakeDirectory(path);
+}
+
+void EnsureDirectories(std::wstring_view path) {
+  if (!Exists(path)) MakeDirectories(path);
+}
+
+std::wstring AppendExtension(std::wstring_view name, std::wstring_view extension) {
+  return Format(extension.front() == L'.' ? L"{}{}" : L"{}.{}", name, extension);
+}
+
+std::int64_t FileCreationTimeSeconds(std::wstring_view path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!QueryAttributes(path, data)) return 0;
+  return Ticks(data.ftCreationTime) / kTicksPerSecond - kSecondsFrom1601To1970;
+}
+
+std::int64_t LastWriteTicks(std::wstring_view path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!QueryAttributes(path, data)) ThrowFilesystemError("last_write_time", path, GetLastError());
+  return Ticks(data.ftLastWriteTime) - kSecondsFrom1601To1970 * kTicksPerSecond;
+}
+
+bool Exists(std::wstring_view path) {
+  return GetFileAttributesW(std::wstring(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::uint64_t FileSize(std::wstring_view path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!QueryAttributes(path, data)) ThrowFilesystemError("file_size", path, GetLastError());
+  if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    ThrowFilesystemError("file_size", path, ERROR_ACCESS_DENIED);
+  }
+  return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
+void Remove(std::wstring_view path) {
+  const std::wstring name(path);
+  const DWORD attributes = GetFileAttributesW(name.c_str());
+  const bool isDirectory =
+      attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
+  if (removed != FALSE) return;
+  const DWORD code = GetLastError();
+  if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) return;
+  ThrowFilesystemError("remove", path, code);
+}
+
+void Rename(std::wstring_view from, std::wstring_view to) {
+  if (MoveFileExW(std::wstring(from).c_str(), std::wstring(to).c_str(),
+                  MOVEFILE_REPLACE_EXISTING) == FALSE) {
+    ThrowFilesystemError("rename", from, GetLastError());
+  }
+}
+
+}  // namespace ve::file

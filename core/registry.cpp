@@ -1,0 +1,65 @@
+#include "core/registry.h"
+
+#include "core/windows.h"
+
+#include "core/fixed_text.h"
+#include "core/format.h"
+#include "core/message_sink.h"
+#include "core/unicode.h"
+
+namespace ve {
+namespace {
+
+HKEY KeyOf(Hive hive) {
+  return hive == Hive::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+}
+
+std::wstring ProductSubkey(std::wstring_view subkey) {
+  return Format(L"{}{}", kProductKey, subkey);
+}
+
+}  // namespace
+
+bool RegistryValueExists(Hive hive, std::wstring_view subkey, std::wstring_view name) {
+  return RegGetValueW(KeyOf(hive), WidePathText(subkey).Get(), WidePathText(name).Get(), RRF_RT_ANY,
+                      nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+}
+
+std::wstring ReadRegistryString(Hive hive, std::wstring_view subkey, std::wstring_view name) {
+  const WidePathText subkeyText(subkey);
+  const WidePathText nameText(name);
+  DWORD bytes = 0;
+  const LSTATUS status = RegGetValueW(KeyOf(hive), subkeyText.Get(), nameText.Get(), RRF_RT_REG_SZ,
+                                      nullptr, nullptr, &bytes);
+  if (status != ERROR_SUCCESS) {
+    FormatToSink("Failed to retrieve value of registry key '{}' (error: {}).", 1, ToUtf8(subkey),
+                 status);
+    return {};
+  }
+
+  const std::size_t characters = bytes / sizeof(wchar_t);
+  std::wstring text(characters, L'\0');
+  RegGetValueW(KeyOf(hive), subkeyText.Get(), nameText.Get(), RRF_RT_REG_SZ, nullptr, text.data(),
+               &bytes);
+  // The size counts the terminator. A value stored with no bytes at all may report none.
+  text.resize(characters > 0 ? characters - 1 : 0);
+  return text;
+}
+
+std::wstring ReadProductString(std::wstring_view subkey, std::wstring_view name) {
+  return ReadRegistryString(Hive::kCurrentUser, ProductSubkey(subkey), name);
+}
+
+bool WriteRegistryNumber(Hive hive, std::wstring_view subkey, std::wstring_view name,
+                         std::uint32_t number) {
+  return RegSetKeyValueW(KeyOf(hive), WidePathText(subkey).Get(), WidePathText(name).Get(),
+                         REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
+}
+
+void WriteProductString(std::wstring_view subkey, std::wstring_view name, std::wstring_view text) {
+  RegSetKeyValueW(HKEY_CURRENT_USER, WidePathText(ProductSubkey(subkey)).Get(),
+                  WidePathText(name).Get(), REG_SZ, text.data(),
+                  static_cast<DWORD>(text.size() * sizeof(wchar_t)));
+}
+
+}  // namespace ve

@@ -1,0 +1,218 @@
+# shellcheck shell=bash
+# What scripts/test, scripts/demo and scripts/format share: installing what is missing, building, and
+# a desktop of their own (Wine prefix, wineserver, X server) that is gone again when they end.
+# Sourced, never run.
+# shellcheck disable=SC2034 # The lists of packages are used by those who source this.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+jobs=$(nproc)
+wine_dir=/usr/lib/wine
+
+build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest)
+# The fonts and the X libraries are only recommended by libwine; without them captions and buttons
+# are drawn with stand-ins.
+wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 libxi6 libxinerama1
+  libxrandr2 libxrender1 xvfb)
+test_packages=(python3 python3-pytest python3-pytest-xdist nginx-light x11-utils xdotool)
+style_packages=(clang-format clang-tidy)
+demo_packages=(python3 nginx-light x11-utils xdotool imagemagick)
+
+# The button texts of the system's dialogs and the C runtime's code page follow the locale, and the
+# C runtime would take the host's TZ for local time.
+export LC_ALL=C.UTF-8
+unset LANGUAGE TZ
+export PYTHONDONTWRITEBYTECODE=1
+
+say() { printf '%s\n' "$*"; }
+heading() { printf '\n=== %s\n' "$*"; }
+fail() {
+  printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+  exit 1
+}
+
+as_root() {
+  if [[ $EUID -eq 0 ]]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    fail "'$*' must be run as root, and there is no sudo."
+  fi
+}
+
+# install_missing PACKAGE...: asks nothing, and does nothing where everything is there.
+install_missing() {
+  local package installed missing=() log="$root/build/install.log"
+  command -v dpkg-query >/dev/null || fail "needs Debian 12 (apt and dpkg), or these by hand: $*"
+  installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null || true)
+  for package in "$@"; do
+    grep -qxF "$package installed" <<<"$installed" || missing+=("$package")
+  done
+  if [[ ${#missing[@]} -eq 0 ]]; then
+    say "Nothing is missing."
+    return
+  fi
+  say "Installing ${missing[*]}"
+  say "(what apt-get prints goes to ${log#"$root"/})"
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=900)
+  if ! as_root "${apt[@]}" update >"$log" 2>&1; then
+    say "apt-get update failed; going on with the package lists at hand."
+  fi
+  local keep_stopped=
+  # Nothing that is installed here is wanted as a service: nginx would take port 80.
+  if [[ ! -e /usr/sbin/policy-rc.d ]]; then
+    keep_stopped=/usr/sbin/policy-rc.d
+    printf '#!/bin/sh\nexit 101\n' | as_root tee "$keep_stopped" >/dev/null
+    as_root chmod 755 "$keep_stopped"
+  fi
+  local status=0
+  as_root "${apt[@]}" install --no-install-recommends "${missing[@]}" >>"$log" 2>&1 </dev/null ||
+    status=$?
+  if [[ -n $keep_stopped ]]; then
+    as_root rm -f "$keep_stopped"
+  fi
+  if [[ $status -ne 0 ]]; then
+    tail -n 30 "$log" >&2
+    fail "installing failed (exit code $status)."
+  fi
+  if [[ " ${missing[*]} " == *" nginx-light "* ]]; then
+    as_root update-rc.d nginx disable >>"$log" 2>&1 || true
+  fi
+}
+
+# The build tree belongs to one user: what root built, nobody else can build on.
+own_build_tree() {
+  mkdir -p "$root/build/wine" 2>/dev/null || true
+  [[ -w "$root/build/wine" && -O "$root/build/wine" ]] ||
+    fail "build/ belongs to another user: remove it, or run this as $(stat -c %U "$root/build")."
+}
+
+configure() {
+  (
+    cd "$root" || exit 1
+    flock 9
+    cmake --preset "$1" >"build/$1.configure.log" 2>&1 || {
+      cat "build/$1.configure.log" >&2
+      exit 1
+    }
+  ) 9>"$root/build/$1.lock"
+}
+
+# Two runs at once take turns in a build directory.
+build() {
+  configure "$1" || return
+  (
+    cd "$root" || exit 1
+    flock 9
+    cmake --build --preset "$1" -j "$jobs"
+  ) 9>"$root/build/$1.lock"
+}
+
+# wine_environment PREFIX
+wine_environment() {
+  export WINEPREFIX=$1 WINEARCH=win64
+  export WINEDEBUG="${WINEDEBUG:--all}"
+  # Neither .NET nor HTML nor entries in the desktop's menu are wanted.
+  export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
+}
+
+# Ends the wineserver of $WINEPREFIX with all its programs, and removes its socket directory, which
+# Debian's wineserver makes below /tmp under the name kept in the prefix.
+end_wineserver() {
+  local socket_dir
+  socket_dir=$(cat "$WINEPREFIX/wineserver" 2>/dev/null || true)
+  "$wine_dir/wineserver64" -k >/dev/null 2>&1 || true
+  if [[ $socket_dir == wine-* && $socket_dir != */* ]]; then
+    rm -rf "${TMPDIR:-/tmp}/$socket_dir"
+  fi
+  rm -f "$WINEPREFIX/wineserver"
+}
+
+# Sets $template to a Wine prefix that runs are copied from: a new one takes a quarter of a minute.
+make_wine_template() {
+  template="$root/build/wine/template-$(dpkg-query -W -f '${Version}' libwine)"
+  (
+    flock 9
+    [[ ! -d $template ]] || exit 0
+    say "Making a Wine prefix (once)."
+    unset DISPLAY
+    rm -rf "$root"/build/wine/template-*
+    wine_environment "$template.new"
+    mkdir "$WINEPREFIX"
+    "$wine_dir/wine64" wineboot -i >"$root/build/wine/template.log" 2>&1
+    # Without a window manager Wine would wait two seconds whenever a managed window closes.
+    "$wine_dir/wine64" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
+    "$wine_dir/wineserver64" -w
+    end_wineserver
+    [[ -s $WINEPREFIX/system.reg ]] || exit 1
+    # Wine links "Documents" and the like into the home directory.
+    local link
+    find "$WINEPREFIX/drive_c/users" -type l | while read -r link; do
+      rm "$link"
+      mkdir "$link"
+    done
+    mv "$template.new" "$template"
+  ) 9>"$root/build/wine/template.lock" || fail "no Wine prefix: see build/wine/template.log."
+}
+
+run_dir=
+wineserver_pid=
+xvfb_pid=
+
+# start_desktop [own]: a Wine prefix of this run's own with a wineserver that stays (starting a
+# program then takes a few hundredths of a second), and an X server, or with "own" the user's.
+start_desktop() {
+  make_wine_template
+  run_dir=$(mktemp -d "$root/build/wine/run.XXXXXX")
+  trap stop_desktop EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+  wine_environment "$run_dir/prefix"
+  # Hard links for Wine's own programs, copies of all that programs write to.
+  cp -al "$template" "$WINEPREFIX"
+  cp -a --remove-destination "$template"/*.reg "$WINEPREFIX/"
+  rm -rf "$WINEPREFIX/drive_c/users" "$WINEPREFIX/drive_c/ProgramData"
+  cp -a "$template/drive_c/users" "$template/drive_c/ProgramData" "$WINEPREFIX/drive_c/"
+  if [[ ${1:-} != own ]]; then
+    start_xvfb
+  fi
+  "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 9>&- &
+  wineserver_pid=$!
+}
+
+start_xvfb() {
+  # Only root can make this directory, and X servers want it; a bare system has none.
+  if [[ ! -d /tmp/.X11-unix ]]; then
+    as_root mkdir -p -m 1777 /tmp/.X11-unix
+  fi
+  unset DISPLAY XAUTHORITY WAYLAND_DISPLAY
+  Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp -noreset -br \
+    3>"$run_dir/display" >"$run_dir/xvfb.log" 2>&1 &
+  xvfb_pid=$!
+  until [[ -s $run_dir/display ]]; do
+    if ! kill -0 "$xvfb_pid" 2>/dev/null; then
+      cat "$run_dir/xvfb.log" >&2
+      fail "Xvfb did not start."
+    fi
+    sleep 0.05
+  done
+  DISPLAY=:$(<"$run_dir/display")
+  export DISPLAY
+}
+
+stop_desktop() {
+  local status=$?
+  trap - EXIT
+  trap '' HUP INT TERM
+  if [[ -n $wineserver_pid ]]; then
+    end_wineserver
+    wait "$wineserver_pid" 2>/dev/null || true
+  fi
+  if [[ -n $xvfb_pid ]]; then
+    kill "$xvfb_pid" 2>/dev/null || true
+    wait "$xvfb_pid" 2>/dev/null || true
+  fi
+  rm -rf "$run_dir"
+  exit "$status"
+}
