@@ -1,0 +1,82 @@
+#include "net/download.h"
+
+#include "core/windows.h"
+
+#include <wininet.h>
+
+#include <array>
+
+#include "core/format.h"
+#include "core/handle.h"
+#include "net/com_scope.h"
+#include "net/wininet_error.h"
+
+namespace ve {
+namespace {
+
+struct InternetHandlePolicy {
+  using Value = HINTERNET;
+  static Value Empty() noexcept { return nullptr; }
+  static bool Close(Value handle) noexcept { return InternetCloseHandle(handle) != FALSE; }
+};
+using UniqueInternetHandle = Unique<InternetHandlePolicy>;
+
+constexpr DWORD kRequestFlags =
+    INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_AUTH;
+
+DownloadResult LastErrorFailure() { return DownloadResult::Failure(WinINetErrorText().text); }
+
+/// A number from the response's header. False, with the last error set, if it has no such number.
+bool QueryNumber(HINTERNET request, DWORD what, DWORD& number) {
+  DWORD size = sizeof(number);
+  return HttpQueryInfoW(request, what | HTTP_QUERY_FLAG_NUMBER, &number, &size, nullptr) != FALSE;
+}
+
+DownloadResult StatusFailure(DWORD status) {
+  switch (status) {
+    case HTTP_STATUS_DENIED:
+      return DownloadResult::Failure(L"401 - unauthorized.");
+    case HTTP_STATUS_NOT_FOUND:
+      return DownloadResult::Failure(L"404 - no such file.");
+    case HTTP_STATUS_SERVER_ERROR:
+      return DownloadResult::Failure(L"500 - internal server error.");
+    default:
+      return DownloadResult::Failure(Format(L"{} - unknown error code.", status));
+  }
+}
+
+}  // namespace
+
+DownloadResult Download(std::wstring_view url) {
+  const ComScope com;
+  // Declared in the order of their making, so that the request closes before its root.
+  const UniqueInternetHandle root(
+      InternetOpenW(nullptr, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+  if (!root) return LastErrorFailure();
+  const UniqueInternetHandle request(
+      InternetOpenUrlW(root.Get(), std::wstring(url).c_str(), nullptr, 0, kRequestFlags, 0));
+  if (!request) return LastErrorFailure();
+
+  DWORD status = 0;
+  if (!QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE, status)) return LastErrorFailure();
+  if (status != HTTP_STATUS_OK) return StatusFailure(status);
+
+  DWORD contentLength = 0;
+  if (!QueryNumber(request.Get(), HTTP_QUERY_CONTENT_LENGTH, contentLength)) {
+    return LastErrorFailure();
+  }
+  std::string body;
+  body.reserve(contentLength);
+  for (;;) {
+    std::array<char, 1024> piece;
+    DWORD size = 0;
+    if (InternetReadFile(request.Get(), piece.data(), static_cast<DWORD>(piece.size()), &size) ==
+        FALSE) {
+      return LastErrorFailure();
+    }
+    if (size == 0) return DownloadResult::Success(std::move(body));
+    body.append(piece.data(), size);
+  }
+}
+
+}  // namespace ve

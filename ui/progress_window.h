@@ -1,0 +1,69 @@
+// The progress window and the thread that it lives on.
+//
+// The window counts files. Everything about it happens on the progress thread; the main thread only
+// raises an atomic counter and, at the end, an atomic flag.
+#pragma once
+
+#include "core/windows.h"
+
+#include <atomic>
+#include <cstdint>
+#include <ranges>
+
+#include "core/handle.h"
+
+namespace ve {
+
+/// Where a window or control is put.
+struct Placement {
+  int x;
+  int y;
+  int width;
+  int height;
+};
+
+/// Centres a rectangle that `AdjustWindowRect` has adjusted in an area. Its right and bottom are
+/// taken for its size as they are, on purpose: what the frame adds at the left and at the top (its
+/// negative left and top) is not part of it.
+[[nodiscard]] Placement Centered(int areaWidth, int areaHeight, const RECT& adjusted) noexcept;
+
+/// The window with its bar and its label. Made, stepped and destroyed on one thread. Without a
+/// desktop to show it on, everything goes to handles that do not exist and has no effect.
+class ProgressWindow {
+ public:
+  explicit ProgressWindow(std::uint32_t total);
+  ProgressWindow(const ProgressWindow&) = delete;
+  ProgressWindow& operator=(const ProgressWindow&) = delete;
+  ~ProgressWindow();
+
+  /// One file more is done.
+  void Step();
+
+ private:
+  [[nodiscard]] UniqueWindow MakeBar() const;
+  [[nodiscard]] UniqueWindow MakeLabel() const;
+
+  UniqueWindow window_;
+  UniqueWindow bar_;
+  UniqueWindow label_;
+  std::uint32_t shown_ = 0;
+  std::uint32_t total_;
+};
+
+/// Handles all queued messages of the calling thread. True if WM_QUIT was among them.
+bool PumpMessages();
+
+/// Shows the window until `finished`, stepping it by what `counter` holds every 10 milliseconds.
+/// Files counted after the last round are not shown.
+void RunProgressWindow(std::uint32_t total, const std::atomic<bool>& finished,
+                       std::atomic<std::uint32_t>& counter);
+
+/// The progress thread's procedure. Of `entries` only the number is read, once.
+template <std::ranges::sized_range Entries>
+unsigned ProgressThread(const Entries& entries, const std::atomic<bool>& finished,
+                        std::atomic<std::uint32_t>& counter) {
+  RunProgressWindow(static_cast<std::uint32_t>(std::ranges::size(entries)), finished, counter);
+  return 0;
+}
+
+}  // namespace ve
