@@ -1,0 +1,596 @@
+// Watches a program and everything that it starts, as a user sees it, and answers its windows.
+//
+//   watch.exe run DIRECTORY PROGRAM [ARGUMENTS]   start PROGRAM in DIRECTORY and watch it
+//   watch.exe hold FILE none|read                 keep FILE open, others may do nothing or read
+//   watch.exe desktop                             keep the desktop alive, so that the next start is
+//                                                 quick
+//
+// Reports are JSON objects, one a line, on standard output. Orders are lines on standard input:
+//
+//   press WINDOW ID    press the button with that identifier
+//   close WINDOW       ask the window to close
+//   quit               end all watched processes
+//
+// It ends when all watched processes have ended or its input is closed; then no watched process
+// stays behind. It never waits on a watched process for longer than half a second.
+
+#include <windows.h>
+
+#include <commctrl.h>
+#include <shellapi.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr DWORD kPollMilliseconds = 5;
+constexpr UINT kAnswerMilliseconds = 500;
+
+// --- Reports ----------------------------------------------------------------------------------
+
+std::string ToUtf8(const std::wstring& text) {
+  if (text.empty()) return {};
+  const int size = static_cast<int>(text.size());
+  const int needed =
+      WideCharToMultiByte(CP_UTF8, 0, text.data(), size, nullptr, 0, nullptr, nullptr);
+  std::string result(static_cast<size_t>(needed), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text.data(), size, result.data(), needed, nullptr, nullptr);
+  return result;
+}
+
+std::string Quoted(const std::wstring& text) {
+  std::string result = "\"";
+  for (const char c : ToUtf8(text)) {
+    if (c == '"' || c == '\\') {
+      result += '\\';
+      result += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+      result += escape;
+    } else {
+      result += c;
+    }
+  }
+  return result + "\"";
+}
+
+// A JSON object under construction.
+class Report {
+ public:
+  Report() = default;
+  explicit Report(const wchar_t* event) { Add("event", std::wstring(event)); }
+
+  Report& Add(const char* name, const std::wstring& text) { return AddRaw(name, Quoted(text)); }
+  Report& Add(const char* name, long long number) { return AddRaw(name, std::to_string(number)); }
+  Report& AddRaw(const char* name, const std::string& json) {
+    text_ += (text_.empty() ? "\"" : ", \"") + std::string(name) + "\": " + json;
+    return *this;
+  }
+  std::string Text() const { return "{" + text_ + "}"; }
+  void Send() const {
+    const std::string line = Text() + "\n";
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fflush(stdout);
+  }
+
+ private:
+  std::string text_;
+};
+
+std::string List(const std::vector<std::string>& items) {
+  std::string result = "[";
+  for (const std::string& item : items) result += (result.size() > 1 ? ", " : "") + item;
+  return result + "]";
+}
+
+int Fail(const wchar_t* what) {
+  const DWORD code = GetLastError();
+  Report(L"failed").Add("what", std::wstring(what)).Add("error", code).Send();
+  return 1;
+}
+
+// --- Orders -----------------------------------------------------------------------------------
+
+// The lines of standard input, read on a thread of its own because reading blocks.
+class Orders {
+ public:
+  Orders() : reader_([this] { Read(); }) { reader_.detach(); }
+
+  // The lines since the last call; nothing once the input has ended and all lines were taken.
+  std::optional<std::vector<std::string>> Take() {
+    const std::lock_guard lock(mutex_);
+    if (ended_ && lines_.empty()) return std::nullopt;
+    return std::exchange(lines_, {});
+  }
+
+ private:
+  void Read() {
+    char line[256];
+    while (std::fgets(line, sizeof line, stdin) != nullptr) {
+      const std::lock_guard lock(mutex_);
+      lines_.emplace_back(line);
+    }
+    const std::lock_guard lock(mutex_);
+    ended_ = true;
+  }
+
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+  bool ended_ = false;
+  std::thread reader_;
+};
+
+void WaitForEndOfInput() {
+  char line[256];
+  while (std::fgets(line, sizeof line, stdin) != nullptr) {
+  }
+}
+
+// --- Windows ----------------------------------------------------------------------------------
+
+// The answer to a message, or nothing when the window's thread does not answer in time.
+std::optional<LRESULT> Ask(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  DWORD_PTR result = 0;
+  if (SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG | SMTO_BLOCK,
+                          kAnswerMilliseconds, &result) == 0) {
+    return std::nullopt;
+  }
+  return static_cast<LRESULT>(result);
+}
+
+std::wstring ClassOf(HWND window) {
+  wchar_t name[256] = {};
+  GetClassNameW(window, name, 256);
+  return name;
+}
+
+// A top-level window's caption, without asking its thread.
+std::wstring CaptionOf(HWND window) {
+  wchar_t text[512] = {};
+  InternalGetWindowText(window, text, 512);
+  return text;
+}
+
+// A control's whole text, from its own thread.
+std::optional<std::wstring> TextOf(HWND control) {
+  std::wstring text(4096, L'\0');
+  const auto length = Ask(control, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+  if (!length) return std::nullopt;
+  text.resize(static_cast<size_t>(*length));
+  return text;
+}
+
+std::vector<HWND> ChildrenOf(HWND window) {
+  std::vector<HWND> children;
+  EnumChildWindows(
+      window,
+      [](HWND child, LPARAM list) -> BOOL {
+        reinterpret_cast<std::vector<HWND>*>(list)->push_back(child);
+        return TRUE;
+      },
+      reinterpret_cast<LPARAM>(&children));
+  return children;
+}
+
+unsigned StyleOf(HWND window) { return static_cast<unsigned>(GetWindowLongW(window, GWL_STYLE)); }
+
+void AddRectangle(Report& report, const RECT& rectangle) {
+  report.Add("x", rectangle.left).Add("y", rectangle.top);
+  report.Add("width", rectangle.right - rectangle.left);
+  report.Add("height", rectangle.bottom - rectangle.top);
+}
+
+// A window's number in reports and orders; window handles have 32 significant bits.
+long long NumberOf(HWND window) {
+  return static_cast<long long>(reinterpret_cast<ULONG_PTR>(window) & 0xFFFFFFFF);
+}
+HWND WindowOf(unsigned long number) {
+  return reinterpret_cast<HWND>(static_cast<ULONG_PTR>(number));
+}
+
+// --- Which icon a message box shows -----------------------------------------------------------
+
+// Icon handles mean something only in the process that owns them, so the question "which handle is
+// the system's error icon?" is put to the box's own process: LoadIconW(NULL, id) runs there on a
+// thread of its own, and its result, a handle of 32 significant bits, is the thread's exit code.
+class IconsOfProcess {
+ public:
+  explicit IconsOfProcess(DWORD process) {
+    process_ = OpenProcess(PROCESS_ALL_ACCESS, FALSE, process);
+    if (process_ == nullptr) return;
+    const uintptr_t loadIcon = AddressOfLoadIcon(process);
+    if (loadIcon == 0) return;
+    handles_[Handle(loadIcon, 32513)] = L"error";
+    handles_[Handle(loadIcon, 32514)] = L"question";
+    handles_[Handle(loadIcon, 32515)] = L"warning";
+    handles_[Handle(loadIcon, 32516)] = L"information";
+  }
+  ~IconsOfProcess() {
+    if (process_ != nullptr) CloseHandle(process_);
+  }
+  IconsOfProcess(const IconsOfProcess&) = delete;
+  IconsOfProcess& operator=(const IconsOfProcess&) = delete;
+
+  std::wstring NameOf(DWORD handle) const {
+    const auto found = handles_.find(handle);
+    return handle == 0 || found == handles_.end() ? L"unknown" : found->second;
+  }
+
+ private:
+  // user32.dll need not be loaded at the same address in both processes, but it is the same file.
+  static uintptr_t AddressOfLoadIcon(DWORD process) {
+    const HMODULE own = GetModuleHandleW(L"user32.dll");
+    const uintptr_t offset = reinterpret_cast<uintptr_t>(GetProcAddress(own, "LoadIconW")) -
+                             reinterpret_cast<uintptr_t>(own);
+    uintptr_t result = 0;
+    const HANDLE modules = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
+    if (modules == INVALID_HANDLE_VALUE) return 0;
+    MODULEENTRY32W module = {};
+    module.dwSize = sizeof module;
+    for (BOOL more = Module32FirstW(modules, &module); more;
+         more = Module32NextW(modules, &module)) {
+      if (_wcsicmp(module.szModule, L"user32.dll") == 0) {
+        result = reinterpret_cast<uintptr_t>(module.modBaseAddr) + offset;
+        break;
+      }
+    }
+    CloseHandle(modules);
+    return result;
+  }
+
+  DWORD Handle(uintptr_t loadIcon, DWORD identifier) {
+    unsigned char code[] = {
+        0x48, 0x83, 0xEC, 0x28,        // sub rsp, 40
+        0x31, 0xC9,                    // xor ecx, ecx
+        0xBA, 0,    0,    0,    0,     // mov edx, identifier
+        0x48, 0xB8, 0,    0,    0, 0,  // mov rax, loadIcon
+        0,    0,    0,    0,           //
+        0xFF, 0xD0,                    // call rax
+        0x48, 0x83, 0xC4, 0x28,        // add rsp, 40
+        0xC3,                          // ret
+    };
+    std::memcpy(code + 7, &identifier, sizeof identifier);
+    std::memcpy(code + 13, &loadIcon, sizeof loadIcon);
+    void* const place = VirtualAllocEx(process_, nullptr, sizeof code, MEM_COMMIT | MEM_RESERVE,
+                                       PAGE_EXECUTE_READWRITE);
+    if (place == nullptr) return 0;
+    DWORD handle = 0;
+    HANDLE thread = nullptr;
+    if (WriteProcessMemory(process_, place, code, sizeof code, nullptr)) {
+      thread =
+          CreateRemoteThread(process_, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(place),
+                             nullptr, 0, nullptr);
+    }
+    if (thread == nullptr) {
+      VirtualFreeEx(process_, place, 0, MEM_RELEASE);
+      return 0;
+    }
+    // A thread that does not end keeps its code: freeing it would crash the watched process.
+    if (WaitForSingleObject(thread, kAnswerMilliseconds) == WAIT_OBJECT_0) {
+      GetExitCodeThread(thread, &handle);
+      VirtualFreeEx(process_, place, 0, MEM_RELEASE);
+    }
+    CloseHandle(thread);
+    return handle;
+  }
+
+  HANDLE process_ = nullptr;
+  std::map<DWORD, std::wstring> handles_;
+};
+
+// --- What is reported of a window -------------------------------------------------------------
+
+// A message box: its whole text, its buttons from left to right, its icon.
+bool AddDialog(Report& report, HWND window, DWORD process) {
+  std::wstring text;
+  std::wstring icon = L"none";
+  std::map<LONG, std::string> buttons;
+  for (const HWND child : ChildrenOf(window)) {
+    if ((StyleOf(child) & WS_VISIBLE) == 0) continue;
+    const std::wstring className = ClassOf(child);
+    if (_wcsicmp(className.c_str(), L"STATIC") == 0) {
+      if ((StyleOf(child) & SS_TYPEMASK) == SS_ICON) {
+        const auto handle = Ask(child, STM_GETICON, 0, 0);
+        if (!handle) return false;
+        if (*handle != 0) icon = IconsOfProcess(process).NameOf(static_cast<DWORD>(*handle));
+      } else {
+        const auto part = TextOf(child);
+        if (!part) return false;
+        text += *part;
+      }
+    } else if (_wcsicmp(className.c_str(), L"BUTTON") == 0) {
+      const auto label = TextOf(child);
+      if (!label) return false;
+      RECT place = {};
+      GetWindowRect(child, &place);
+      Report button;
+      button.Add("id", GetDlgCtrlID(child)).Add("label", *label);
+      buttons[place.left] = button.Text();
+    }
+  }
+  std::vector<std::string> list;
+  for (const auto& [left, button] : buttons) list.push_back(button);
+  report.Add("text", text).Add("icon", icon).AddRaw("buttons", List(list));
+  return true;
+}
+
+// The controls of any other window; a progress bar with its range and position.
+std::optional<std::string> ControlsOf(HWND window) {
+  std::vector<std::string> controls;
+  for (const HWND child : ChildrenOf(window)) {
+    const auto text = TextOf(child);
+    if (!text) return std::nullopt;
+    Report control;
+    const std::wstring className = ClassOf(child);
+    control.Add("class", className).Add("text", *text).Add("style", StyleOf(child));
+    control.Add("id", GetDlgCtrlID(child));
+    RECT place = {};
+    GetWindowRect(child, &place);
+    MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&place), 2);
+    AddRectangle(control, place);
+    if (_wcsicmp(className.c_str(), L"msctls_progress32") == 0) {
+      const auto low = Ask(child, PBM_GETRANGE, TRUE, 0);
+      const auto high = Ask(child, PBM_GETRANGE, FALSE, 0);
+      const auto position = Ask(child, PBM_GETPOS, 0, 0);
+      const auto step = Ask(child, PBM_GETSTEP, 0, 0);
+      if (!low || !high || !position || !step) return std::nullopt;
+      control.Add("low", *low).Add("high", *high).Add("position", *position).Add("step", *step);
+    }
+    controls.push_back(control.Text());
+  }
+  return List(controls);
+}
+
+// --- The watch --------------------------------------------------------------------------------
+
+struct WatchedProcess {
+  HANDLE handle = nullptr;
+  std::wstring name;
+};
+
+class Watch {
+ public:
+  Watch(HANDLE job, HANDLE port) : job_(job), port_(port) {}
+
+  // Rounds until everything has ended, or the input has.
+  void Run(Orders& orders) {
+    for (;;) {
+      const auto lines = orders.Take();
+      if (!lines) {
+        TerminateJobObject(job_, kEndedByWatch);
+        return;
+      }
+      for (const std::string& line : *lines) Obey(line);
+      LookAtProcesses();
+      LookAtWindows();
+      if (allEnded_) {
+        Report(L"end").Send();
+        return;
+      }
+    }
+  }
+
+ private:
+  static constexpr UINT kEndedByWatch = 0xDEAD;
+
+  void Obey(const std::string& line) {
+    std::istringstream words(line);
+    std::string verb;
+    unsigned long window = 0;
+    unsigned id = 0;
+    words >> verb >> window >> id;
+    if (verb == "press") {
+      const HWND button = GetDlgItem(WindowOf(window), static_cast<int>(id));
+      PostMessageW(WindowOf(window), WM_COMMAND, id, reinterpret_cast<LPARAM>(button));
+    } else if (verb == "close") {
+      PostMessageW(WindowOf(window), WM_CLOSE, 0, 0);
+    } else if (verb == "quit") {
+      TerminateJobObject(job_, kEndedByWatch);
+    }
+  }
+
+  // The job tells of every process in it, however short-lived. Waiting for its next message is
+  // what paces the rounds.
+  void LookAtProcesses() {
+    DWORD wait = kPollMilliseconds;
+    DWORD message = 0;
+    ULONG_PTR key = 0;
+    OVERLAPPED* detail = nullptr;
+    while (GetQueuedCompletionStatus(port_, &message, &key, &detail, wait)) {
+      wait = 0;
+      const DWORD process = static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(detail));
+      if (message == JOB_OBJECT_MSG_NEW_PROCESS) Enter(process);
+      if (message == JOB_OBJECT_MSG_EXIT_PROCESS || message == JOB_OBJECT_MSG_ABNORMAL_EXIT_PROCESS)
+        Leave(process);
+      if (message == JOB_OBJECT_MSG_ACTIVE_PROCESS_ZERO) allEnded_ = true;
+    }
+  }
+
+  void Enter(DWORD process) {
+    WatchedProcess entry;
+    entry.handle = OpenProcess(PROCESS_QUERY_INFORMATION | SYNCHRONIZE, FALSE, process);
+    Report(L"process").Add("process", process).Send();
+    processes_[process] = entry;
+  }
+
+  void Leave(DWORD process) {
+    Report report(L"exit");
+    report.Add("process", process).Add("name", NameOf(process));
+    const WatchedProcess entry = processes_[process];
+    processes_.erase(process);
+    DWORD code = 0;
+    if (entry.handle != nullptr) {
+      WaitForSingleObject(entry.handle, kAnswerMilliseconds);
+      if (GetExitCodeProcess(entry.handle, &code)) report.Add("code", code);
+      CloseHandle(entry.handle);
+    }
+    report.Send();
+  }
+
+  // A new process has its name only some time after its birth; it keeps it in death.
+  const std::wstring& NameOf(DWORD process) {
+    WatchedProcess& entry = processes_[process];
+    if (entry.name.empty() && entry.handle != nullptr) {
+      wchar_t path[MAX_PATH] = {};
+      DWORD size = MAX_PATH;
+      QueryFullProcessImageNameW(entry.handle, 0, path, &size);
+      entry.name = path;
+      entry.name.erase(0, entry.name.find_last_of(L'\\') + 1);
+    }
+    return entry.name;
+  }
+
+  void LookAtWindows() {
+    std::vector<HWND> windows;
+    EnumWindows(
+        [](HWND window, LPARAM list) -> BOOL {
+          reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+          return TRUE;
+        },
+        reinterpret_cast<LPARAM>(&windows));
+    std::set<HWND> present;
+    for (const HWND window : windows) {
+      DWORD process = 0;
+      GetWindowThreadProcessId(window, &process);
+      if (processes_.count(process) == 0) continue;
+      if (controls_.count(window) == 0 && !IsWindowVisible(window)) continue;
+      present.insert(window);
+      LookAt(window, process);
+    }
+    for (auto known = controls_.begin(); known != controls_.end();) {
+      if (present.count(known->first) != 0) {
+        ++known;
+        continue;
+      }
+      Report(L"gone").Add("window", NumberOf(known->first)).Send();
+      known = controls_.erase(known);
+    }
+  }
+
+  void LookAt(HWND window, DWORD process) {
+    const std::wstring className = ClassOf(window);
+    const bool isDialog = className == L"#32770";
+    if (controls_.count(window) == 0) {
+      Report report(isDialog ? L"dialog" : L"window");
+      report.Add("window", NumberOf(window)).Add("process", process);
+      report.Add("name", NameOf(process)).Add("class", className);
+      report.Add("caption", CaptionOf(window)).Add("style", StyleOf(window));
+      report.Add("extendedStyle", static_cast<unsigned>(GetWindowLongW(window, GWL_EXSTYLE)));
+      report.Add("owner", NumberOf(GetWindow(window, GW_OWNER)));
+      RECT place = {};
+      GetWindowRect(window, &place);
+      AddRectangle(report, place);
+      RECT client = {};
+      GetClientRect(window, &client);
+      report.Add("clientWidth", client.right).Add("clientHeight", client.bottom);
+      report.Add("screenWidth", GetSystemMetrics(SM_CXSCREEN));
+      report.Add("screenHeight", GetSystemMetrics(SM_CYSCREEN));
+      report.Add("arrowHeight", GetSystemMetrics(SM_CYVSCROLL));
+      // A box that does not answer yet is looked at again in the next round.
+      if (isDialog && !AddDialog(report, window, process)) return;
+      controls_[window] = "";
+      report.Send();
+    }
+    if (isDialog) return;
+    const auto controls = ControlsOf(window);
+    if (!controls || *controls == controls_[window]) return;
+    controls_[window] = *controls;
+    Report(L"controls").Add("window", NumberOf(window)).AddRaw("controls", *controls).Send();
+  }
+
+  HANDLE job_;
+  HANDLE port_;
+  bool allEnded_ = false;
+  std::map<DWORD, WatchedProcess> processes_;
+  std::map<HWND, std::string> controls_;  // what was last reported of each known window
+};
+
+std::wstring CommandLine(int count, wchar_t** arguments) {
+  std::wstring line;
+  for (int i = 0; i < count; ++i) {
+    line += (i > 0 ? L" \"" : L"\"") + std::wstring(arguments[i]) + L"\"";
+  }
+  return line;
+}
+
+int RunAndWatch(const wchar_t* directory, int count, wchar_t** arguments) {
+  // The desktop belongs to whoever asks for it first: not to the watched program, as its child.
+  GetDesktopWindow();
+  const HANDLE port = CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1);
+  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
+  JOBOBJECT_ASSOCIATE_COMPLETION_PORT association = {nullptr, port};
+  SetInformationJobObject(job, JobObjectAssociateCompletionPortInformation, &association,
+                          sizeof association);
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+  limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+  SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+
+  std::wstring line = CommandLine(count, arguments);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!CreateProcessW(arguments[0], line.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
+                      directory, &startup, &process)) {
+    return Fail(L"CreateProcess");
+  }
+  if (!AssignProcessToJobObject(job, process.hProcess)) {
+    TerminateProcess(process.hProcess, 1);
+    return Fail(L"AssignProcessToJobObject");
+  }
+  Report(L"started").Add("process", process.dwProcessId).Send();
+  ResumeThread(process.hThread);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+
+  Orders orders;
+  Watch(job, port).Run(orders);
+  // The reading thread may still stand in its read: leave without unwinding under it.
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
+int Hold(const wchar_t* path, DWORD share) {
+  const HANDLE file = CreateFileW(path, GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return Fail(L"CreateFile");
+  Report(L"held").Send();
+  WaitForEndOfInput();
+  CloseHandle(file);
+  return 0;
+}
+
+int KeepDesktop() {
+  GetDesktopWindow();
+  Report(L"ready").Send();
+  WaitForEndOfInput();
+  return 0;
+}
+
+}  // namespace
+
+int main(int, char**) {
+  int count = 0;
+  wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count);
+  const std::wstring mode = count > 1 ? arguments[1] : L"";
+  if (mode == L"run" && count >= 4) return RunAndWatch(arguments[2], count - 3, arguments + 3);
+  if (mode == L"hold" && count == 4) {
+    return Hold(arguments[2], std::wstring(arguments[3]) == L"read" ? FILE_SHARE_READ : 0);
+  }
+  if (mode == L"desktop") return KeepDesktop();
+  std::fputs("usage: watch.exe run DIRECTORY PROGRAM [ARGUMENTS] | hold FILE none|read | desktop\n",
+             stderr);
+  return 2;
+}
