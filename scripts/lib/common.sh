@@ -7,6 +7,8 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 jobs=$(nproc)
 wine_dir=/usr/lib/wine
+# Debian's own, which is the one that has Debian's pytest.
+python=/usr/bin/python3
 
 build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest)
 # The fonts and the X libraries are only recommended by libwine; without them captions and buttons
@@ -87,6 +89,15 @@ own_build_tree() {
     fail "build/ belongs to another user: remove it, or run this as $(stat -c %U "$root/build")."
 }
 
+# cpp_sources PATTERN: our C++ files, each ended by a NUL.
+cpp_sources() {
+  local folder folders=()
+  for folder in core archive net ui updater launcher tests; do
+    [[ ! -d $root/$folder ]] || folders+=("$root/$folder")
+  done
+  find "${folders[@]}" \( -name '*.cpp' -o -name '*.h' \) -name "$1" -print0 | sort -z
+}
+
 configure() {
   (
     cd "$root" || exit 1
@@ -159,8 +170,9 @@ run_dir=
 wineserver_pid=
 xvfb_pid=
 
-# start_desktop [own]: a Wine prefix of this run's own with a wineserver that stays (starting a
-# program then takes a few hundredths of a second), and an X server, or with "own" the user's.
+# start_desktop xvfb|own: a Wine prefix of this run's own with a wineserver that stays (starting a
+# program then takes a few hundredths of a second), and an X server of its own, or the
+# user's.
 start_desktop() {
   make_wine_template
   run_dir=$(mktemp -d "$root/build/wine/run.XXXXXX")
@@ -174,7 +186,7 @@ start_desktop() {
   cp -a --remove-destination "$template"/*.reg "$WINEPREFIX/"
   rm -rf "$WINEPREFIX/drive_c/users" "$WINEPREFIX/drive_c/ProgramData"
   cp -a "$template/drive_c/users" "$template/drive_c/ProgramData" "$WINEPREFIX/drive_c/"
-  if [[ ${1:-} != own ]]; then
+  if [[ $1 == xvfb ]]; then
     start_xvfb
   fi
   "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 9>&- &
