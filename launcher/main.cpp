@@ -1,0 +1,23 @@
+// The Launcher's run: find the game's root, bring the Launcher and the game up to date, start the
+// game. There is no handler around it: what the steps do not handle ends the process.
+#include "core/windows.h"
+
+#include <optional>
+#include <string>
+
+#include "core/process.h"
+#include "core/working_directory.h"
+#include "launcher/game_root.h"
+#include "launcher/runtime_errors.h"
+#include "launcher/updater_driver.h"
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  ve::SilenceRuntimeErrorBox();
+  if (const std::optional<std::wstring> root = ve::ResolveGameRoot()) {
+    ve::SetWorkingDirectory(*root, false);
+  }
+  ve::RunUpdater();
+  // Whether the game starts or not, the Launcher has done its part: silence and 0, on purpose.
+  ve::StartProcess(L"bin\\Velmorant Player.exe", L"", L"bin\\", false);
+  return 0;
+}

@@ -1,0 +1,73 @@
+#include "updater/game_apply.h"
+
+#include <exception>
+#include <filesystem>
+#include <string>
+
+#include "core/directory_walk.h"
+#include "core/files.h"
+#include "updater/cleanup_rules.h"
+#include "updater/game_version.h"
+#include "updater/own_executable.h"
+
+namespace ve::sdk {
+namespace {
+
+/// The one difference between the strict program and the one for games that live in "bin\".
+constexpr bool kCleanupWalksOn = LAUNCHER_CLEANUP_WALKS_ON;
+
+constexpr std::wstring_view kWalkRoot = L".";
+
+void CreateDirectories(const GameUpdateManifest& manifest) {
+  for (const std::string_view directory : manifest.directories) {
+    file::EnsureDirectories(WidenName(directory));
+  }
+}
+
+void InstallStagedFiles(const StagedUpdate& staged) {
+  for (const StagedFile& copy : staged.copies) {
+    file::CopyFileOverwrite(copy.stagingPath, copy.name);
+  }
+}
+
+/// True if the entry is gone, false if it is a directory to go on into.
+bool RemoveEntry(std::wstring_view path) {
+  try {
+    file::Remove(path);
+    return true;
+  } catch (const std::filesystem::filesystem_error& error) {
+    if (kCleanupWalksOn && error.code().value() == ERROR_DIR_NOT_EMPTY) return false;
+    throw;
+  }
+}
+
+void RemoveStagingFolder() {
+  try {
+    file::RemoveTree(kStagingFolder);
+  } catch (const std::exception&) {
+    // The game is complete; what is left over is used or removed by the next update.
+  }
+}
+
+}  // namespace
+
+void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
+  CleanupRules rules(listedNames, OwnExecutableName());
+  file::WalkDirectory(kWalkRoot, [&rules](const file::DirectoryEntry& entry) {
+    // Entries are met as ".\bin\x"; the rules know them as "bin\x".
+    const std::wstring_view relativePath = entry.path.substr(kWalkRoot.size() + 1);
+    if (rules.Keeps(relativePath)) return file::Descend::kYes;
+    return RemoveEntry(entry.path) ? file::Descend::kNo : file::Descend::kYes;
+  });
+}
+
+void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
+                 std::string_view pendingVersion) {
+  CreateDirectories(manifest);
+  InstallStagedFiles(staged);
+  CleanUp(staged.names);
+  RemoveStagingFolder();
+  file::SaveFile(kGameVersionFile, pendingVersion);
+}
+
+}  // namespace ve::sdk

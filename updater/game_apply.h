@@ -1,0 +1,24 @@
+// The applying stage of the game update: making the game folder match the manifest.
+#pragma once
+
+#include <string_view>
+#include <unordered_set>
+
+#include "updater/game_download.h"
+#include "updater/game_manifest.h"
+
+namespace ve::sdk {
+
+/// Creates the listed directories, installs the staged files over the old ones, removes what is
+/// neither listed nor preserved, removes the staging folder and records the new version, in this
+/// order, so that the version file is new only when the game is. Whatever fails throws, but for the
+/// staging folder's removal, which may fail.
+void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
+                 std::string_view pendingVersion);
+
+/// Removes every entry of the current directory that is neither listed nor preserved. Removing a
+/// directory that still holds entries fails, and that throws, on purpose, also where all that it
+/// holds is listed; only a build with LAUNCHER_CLEANUP_WALKS_ON keeps it and goes on into it.
+void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
+
+}  // namespace ve::sdk

@@ -1,0 +1,57 @@
+// The download stage of the game update: choosing, file by file, where the new version comes from,
+// and fetching what is missing into the staging folder.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "updater/game_manifest.h"
+
+namespace ve::sdk {
+
+/// Where files are fetched to before they are applied. What an interrupted update left there is
+/// used by the next one.
+inline constexpr std::wstring_view kStagingFolder = L"Intermediate\\Update\\";
+
+/// Where the listed version of a file is found.
+enum class FileSource {
+  kInstalled,  ///< In the game already.
+  kStaged,     ///< In the staging folder, complete.
+  kServer,
+};
+
+/// The staging folder's copy of a listed file.
+[[nodiscard]] std::wstring StagingPath(std::wstring_view name);
+
+/// Where to take a listed file from. Reads every candidate of the right size whole.
+[[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath);
+
+/// A staged file and the listed name that it is to be installed as (a view into the entry).
+struct StagedFile {
+  std::wstring_view name;
+  std::wstring stagingPath;
+};
+
+/// What the download stage hands to the applying stage. The names are views into the manifest.
+struct StagedUpdate {
+  std::vector<StagedFile> copies;
+  std::unordered_set<std::wstring_view> names;  ///< Of all listed files.
+};
+
+/// Makes the staging folder and the listed directories in it, each of which must come after its
+/// parent. Throws filesystem errors.
+void MakeStagingFolders(const GameUpdateManifest& manifest);
+
+/// Brings every listed file that is not current into the staging folder, counting each file in
+/// `processed`. What is downloaded is not checked: a bad file is found by the next run, whose
+/// staged copy does not match. The first failed download throws `UpdaterException`; there is no
+/// retry.
+[[nodiscard]] StagedUpdate StageFiles(std::wstring_view updatesUrl,
+                                      const GameUpdateManifest& manifest,
+                                      std::atomic<std::uint32_t>& processed);
+
+}  // namespace ve::sdk

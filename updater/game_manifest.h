@@ -1,0 +1,33 @@
+// The game update manifest, "game_update.manifest": the directories and files of one version of the
+// game.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ve::sdk {
+
+struct FileEntry {
+  std::wstring name;        ///< Below the game root, with "/"; each byte widened by its sign.
+  std::uint64_t size;       ///< In bytes, never 0.
+  std::string_view digest;  ///< MD5, 32 characters, compared as they stand.
+};
+
+/// Directories and digests are views into the text that the manifest was read from; it must stay
+/// alive and unchanged while they are used.
+struct GameUpdateManifest {
+  std::vector<std::string_view> directories;
+  std::vector<FileEntry> files;
+};
+
+/// Reads the manifest, whose carriage returns are removed in place. Strict, because what the
+/// manifest does not list gets deleted: throws `UpdaterException` at the first line that is not
+/// right.
+[[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text);
+
+/// A name of the manifest as the wide text that paths are made from: byte by byte, not decoded.
+[[nodiscard]] std::wstring WidenName(std::string_view name);
+
+}  // namespace ve::sdk

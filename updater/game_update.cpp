@@ -1,0 +1,120 @@
+#include "updater/game_update.h"
+
+#include "core/windows.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "core/errors.h"
+#include "core/format.h"
+#include "core/scope_fail.h"
+#include "core/unicode.h"
+#include "net/download.h"
+#include "ui/progress_window.h"
+#include "updater/failure_log.h"
+#include "updater/game_apply.h"
+#include "updater/game_download.h"
+#include "updater/game_manifest.h"
+#include "updater/game_version.h"
+
+namespace ve::sdk {
+namespace {
+
+bool PlayerWantsUpdate() {
+  return MessageBoxW(nullptr,
+                     L"There is an update available for this game. Do you want to download and "
+                     L"install it? (this might take a while)",
+                     L"Update available", MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
+}
+
+/// Tells the player of a failed update. Returns whether the game must not be started.
+bool ShowUpdateFailure(bool applying) {
+  constexpr const wchar_t* kCaption = L"Update failed.";
+  if (applying) {
+    MessageBoxW(nullptr,
+                L"Critical error while applying games update. Game might be corrupted. Try to "
+                L"update again; or start game directly inside 'bin/' folder. If problems persist, "
+                L"try to download the whole game again or contact the dev.",
+                kCaption, MB_OK | MB_ICONERROR);
+    return true;
+  }
+  return MessageBoxW(
+             nullptr,
+             L"There was an error trying to update game. Make sure there is no problem with "
+             L"your internet, then try again at a later time. Start game with its previous "
+             L"version?",
+             kCaption, MB_OKCANCEL | MB_ICONERROR) == IDCANCEL;
+}
+
+void ShowSuccess() {
+  MessageBoxW(nullptr, L"Sucessfully installed game update. Start the game by pressing OK.",
+              L"Update successfull.", MB_OK | MB_ICONINFORMATION);
+}
+
+/// A file from the server; `failure` is the message if it cannot be had.
+std::string DownloadOrThrow(const std::wstring& url, std::string_view failure) {
+  DownloadResult download = Download(url);
+  if (!download.Succeeded()) ThrowUpdaterException(failure, download.Error());
+  return std::move(download.Body());
+}
+
+void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
+  const std::wstring versionUrl = Format(L"{}GameVersion.vpak", updatesUrl);
+  std::optional<std::string> pendingVersion;
+  if (!CheckGameVersion(versionUrl, pendingVersion)) return;
+  if (!PlayerWantsUpdate()) return;
+
+  bool applying = false;
+  const ScopeFail failureGuard(
+      [&applying, &exitRequested] { exitRequested = ShowUpdateFailure(applying); });
+
+  if (!pendingVersion) {
+    pendingVersion =
+        DownloadOrThrow(versionUrl, "Failed to download remote game-version file with error: '{}'");
+  }
+  std::string manifestText =
+      DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl),
+                      "Failed to download game-update-manifest file with error: '{}'");
+  const GameUpdateManifest manifest = ReadGameUpdateManifest(manifestText);
+  MakeStagingFolders(manifest);
+
+  // From here on a failure ends the process, on purpose: an exception that unwinds this function
+  // destroys the thread before the guard, and a thread not joined terminates. It is a std::thread,
+  // made after the guard and joined nowhere but at the end, for that reason.
+  std::atomic<std::uint32_t> processed = 0;
+  std::atomic<bool> finished = false;
+  std::thread progress(&ProgressThread<std::vector<FileEntry>>, std::cref(manifest.files),
+                       std::cref(finished), std::ref(processed));
+
+  const StagedUpdate staged = StageFiles(updatesUrl, manifest, processed);
+  finished = true;
+  applying = true;
+
+  ApplyUpdate(manifest, staged, *pendingVersion);
+  ShowSuccess();
+  progress.join();
+}
+
+}  // namespace
+
+void RunGameUpdate(std::wstring_view updatesUrl) {
+  bool exitRequested = false;
+  try {
+    UpdateGame(updatesUrl, exitRequested);
+  } catch (const std::exception& error) {
+    LogUpdaterFailure(
+        Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl)),
+        error.what());
+    if (exitRequested) std::exit(-1);
+  }
+}
+
+}  // namespace ve::sdk

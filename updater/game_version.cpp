@@ -1,0 +1,64 @@
+#include "updater/game_version.h"
+
+#include <bit>
+
+#include "archive/archive_file.h"
+#include "core/errors.h"
+#include "core/files.h"
+#include "net/download.h"
+
+namespace ve::sdk {
+namespace {
+
+/// The installed version; none if there is no version file that can be understood. The file is
+/// closed again on return: the update writes it at its end.
+std::optional<VersionNumber> ReadLocalVersion() {
+  if (!file::Exists(kGameVersionFile)) return {};
+  file::ArchiveReader reader = file::OpenArchiveFile(kGameVersionFile);
+  if (reader.ReadString() != GameVersion::kHeader) return {};
+  if (reader.ReadU32() != GameVersion::kFileVersion) return {};
+  return ReadVersionNumber(reader);
+}
+
+VersionNumber ReadRemoteVersion(std::string_view bytes) {
+  file::ArchiveReader reader(bytes);
+  const std::string_view header = reader.ReadString();
+  if (header != GameVersion::kHeader) {
+    // "Remove" is the wording, here and below.
+    ThrowUpdaterException("Remove game-version file had unexpected header '{}'.", header);
+  }
+  const std::uint32_t fileVersion = reader.ReadU32();
+  if (fileVersion != GameVersion::kFileVersion) {
+    ThrowUpdaterException("Remove game-version file had unexpected file-version '{}'.",
+                          fileVersion);
+  }
+  return ReadVersionNumber(reader);
+}
+
+}  // namespace
+
+std::strong_ordering VersionNumber::operator<=>(const VersionNumber& other) const noexcept {
+  for (std::size_t word = words.size(); word-- > 0;) {
+    if (words[word] != other.words[word]) return words[word] <=> other.words[word];
+  }
+  return std::strong_ordering::equal;
+}
+
+VersionNumber ReadVersionNumber(file::ArchiveReader& reader) {
+  return {std::bit_cast<std::array<std::int32_t, 4>>(reader.ReadBlock16())};
+}
+
+bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion) {
+  const std::optional<VersionNumber> local = ReadLocalVersion();
+  if (!local) return true;
+
+  DownloadResult remote = Download(versionUrl);
+  if (!remote.Succeeded()) {
+    ThrowUpdaterException("Failed to download game-version file with error: '{}'", remote.Error());
+  }
+  if (*local >= ReadRemoteVersion(remote.Body())) return false;
+  pendingVersion = std::move(remote.Body());
+  return true;
+}
+
+}  // namespace ve::sdk

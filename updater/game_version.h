@@ -1,0 +1,45 @@
+// The game's version: its record, "GameVersion.vpak", and whether the server has a newer one.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "archive/archive_reader.h"
+
+namespace ve::sdk {
+
+/// Where the installed game's version is recorded.
+inline constexpr std::wstring_view kGameVersionFile = L"Updater\\GameVersion.vpak";
+
+/// Four words in the order of the file: the least significant first, the most significant last.
+struct VersionNumber {
+  std::array<std::int32_t, 4> words{};
+
+  [[nodiscard]] bool operator==(const VersionNumber&) const = default;
+  /// Compares from the last word to the first, as signed numbers.
+  [[nodiscard]] std::strong_ordering operator<=>(const VersionNumber& other) const noexcept;
+};
+
+/// The record's fields, in their order.
+struct GameVersion {
+  static constexpr std::string_view kHeader = "GameVersion";
+  static constexpr std::uint32_t kFileVersion = 1;
+};
+
+/// Reads the version number, the record's last field.
+[[nodiscard]] VersionNumber ReadVersionNumber(file::ArchiveReader& reader);
+
+/// Whether the installed game is missing, unreadable or older than the server's.
+///
+/// If it is older, `pendingVersion` becomes the server's version file as downloaded. A local file
+/// that is missing or has another header word or file version is simply an old game: nothing is
+/// downloaded and `pendingVersion` stays empty. Throws `UpdaterException` if the server's file
+/// cannot be had or is not a version file, and what the archive reader throws for either file.
+[[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
+                                    std::optional<std::string>& pendingVersion);
+
+}  // namespace ve::sdk

@@ -1,0 +1,27 @@
+// The updater manifest, "updater.manifest": which version of the Launcher the server offers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ve::sdk {
+
+/// The version of this build of the Launcher. It is told by nothing else, not even by the
+/// executable's own version resource.
+inline constexpr std::uint32_t kOwnUpdaterVersion = LAUNCHER_VERSION;
+
+/// The lowest format version that is read. There is no highest: newer formats are read like this
+/// one.
+inline constexpr std::uint32_t kMinimumFileVersion = 1;
+
+/// Reads the manifest, whose carriage returns are removed in place, and returns the offered
+/// version, which is this build's or a higher one. Throws `UpdaterException`, also for an offered
+/// version below this build's.
+[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text);
+
+/// Writes the manifest that offers this build's version; for publishing. At most 255 characters of
+/// the path are used, and failures of the stream are not checked.
+void WriteUpdaterManifest(std::wstring_view path);
+
+}  // namespace ve::sdk
