@@ -1,0 +1,132 @@
+"""The surroundings of the end-to-end tests.
+
+Wine prefix and display are the caller's (WINEPREFIX, DISPLAY). What is missing of them is made for
+this run, below the build directory, and removed afterwards.
+"""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import time
+
+import pytest
+
+from driver import PROJECT, WINE, Build, Watcher
+from scene import Scene
+from scripted_server import ScriptedServer
+
+WINE_SERVER = "/usr/lib/wine/wineserver64"
+
+
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption(
+        "--build",
+        default=os.environ.get("LAUNCHER_BUILD", str(PROJECT / "build" / "release")),
+        help="the build directory whose programs are tested (default: $LAUNCHER_BUILD, else build/release)",
+    )
+
+
+class Surroundings:
+    """A display and a Wine prefix for callers that have none."""
+
+    def __init__(self, build: pathlib.Path) -> None:
+        self._display: subprocess.Popen | None = None
+        self._wine_server: subprocess.Popen | None = None
+        self._prefix: str | None = None
+        # The C runtime takes a TZ of the host for local time; this side has to see the same time.
+        os.environ.pop("TZ", None)
+        time.tzset()
+        os.environ.setdefault("WINEDEBUG", "-all")
+        os.environ.setdefault("WINEDLLOVERRIDES", "mscoree,mshtml,winemenubuilder.exe=")
+        if "DISPLAY" not in os.environ:
+            self._start_display()
+        if "WINEPREFIX" not in os.environ:
+            self._make_prefix(build)
+
+    def _start_display(self) -> None:
+        read_end, write_end = os.pipe()
+        self._display = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
+            pass_fds=[write_end],
+            stderr=subprocess.DEVNULL,
+        )
+        os.close(write_end)
+        with os.fdopen(read_end) as number:
+            os.environ["DISPLAY"] = ":" + number.readline().strip()
+
+    def _make_prefix(self, build: pathlib.Path) -> None:
+        self._prefix = tempfile.mkdtemp(prefix="e2e-wine-", dir=build)
+        os.environ["WINEPREFIX"] = self._prefix
+        quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, "check": True}
+        subprocess.run([WINE, "wineboot", "-i"], **quiet)
+        # Without a window manager Wine waits two seconds whenever a managed window closes.
+        key = r"HKCU\Software\Wine\X11 Driver"
+        subprocess.run([WINE, "reg", "add", key, "/v", "Managed", "/d", "N", "/f"], **quiet)
+        subprocess.run([WINE_SERVER, "-w"], **quiet)
+        self._wine_server = subprocess.Popen(
+            [WINE_SERVER, "-f", "-p"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+        )
+
+    def close(self) -> None:
+        if self._wine_server:
+            subprocess.run([WINE_SERVER, "-k"], check=False, stderr=subprocess.DEVNULL)
+            self._wine_server.wait(60)
+        if self._prefix:
+            shutil.rmtree(self._prefix, ignore_errors=True)
+        if self._display:
+            self._display.terminate()
+            self._display.wait(60)
+
+
+def is_worker(config: pytest.Config) -> bool:
+    return hasattr(config, "workerinput")
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    build = pathlib.Path(config.getoption("--build")).resolve()
+    for program in vars(Build(build)).values():
+        if not program.exists():
+            raise pytest.UsageError(f"{program} is missing: build first, or name another --build")
+    # Workers of a distributed run inherit the surroundings that the first process made.
+    config.stash[SURROUNDINGS] = None if is_worker(config) else Surroundings(build)
+
+
+def pytest_unconfigure(config: pytest.Config) -> None:
+    surroundings = config.stash.get(SURROUNDINGS, None)
+    if surroundings:
+        surroundings.close()
+
+
+SURROUNDINGS = pytest.StashKey[Surroundings | None]()
+
+
+@pytest.fixture(scope="session")
+def build(request: pytest.FixtureRequest) -> Build:
+    return Build(pathlib.Path(request.config.getoption("--build")).resolve())
+
+
+@pytest.fixture(scope="session", autouse=True)
+def desktop(build: Build):
+    """Keeps Wine's desktop process alive between the runs, which makes their start quick."""
+    keeper = Watcher(build, ["desktop"], {})
+    assert keeper.events.get(timeout=120) == {"event": "ready"}
+    yield
+    keeper.close()
+
+
+@pytest.fixture
+def place(build: Build):
+    """A directory of the test's own. It lies below the build directory, whose file system keeps
+    the extended attributes in which Wine stores a file's attributes."""
+    path = tempfile.mkdtemp(prefix="e2e-", dir=build.path)
+    yield pathlib.Path(path)
+    shutil.rmtree(path)
+
+
+@pytest.fixture
+def scene(build: Build, place: pathlib.Path):
+    made = Scene(build, place, ScriptedServer())
+    yield made
+    made.close()

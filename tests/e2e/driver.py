@@ -1,0 +1,367 @@
+"""Starts the Launcher as a player does, answers its dialogs, and tells what happened."""
+
+import collections
+import dataclasses
+import json
+import os
+import pathlib
+import queue
+import re
+import subprocess
+import tempfile
+import threading
+import time
+import warnings
+from typing import Callable
+
+from dialogs import Dialog
+from game_folder import GameFolder, windows_path
+from scripted_server import ScriptedServer
+
+PROJECT = pathlib.Path(__file__).resolve().parents[2]
+WINE = PROJECT / "scripts" / "wine"
+
+# Far more than any run takes: only a run that hangs meets it.
+DEADLINE = 120.0
+
+TERMINATED = 3
+EXIT_MINUS_ONE = 0xFFFFFFFF
+
+
+class Build:
+    """One build directory and the programs in it."""
+
+    def __init__(self, path: pathlib.Path) -> None:
+        self.path = path
+        self.launcher = path / "Launcher.exe"
+        self.walk_on = path / "walk-on" / "Launcher.exe"
+        self.next = path / "next" / "Launcher.exe"
+        self.player = path / "player" / "Velmorant Player.exe"
+        self.watch = path / "watcher" / "watch.exe"
+        self.probe = path / "watcher" / "probe.exe"
+
+
+class Watcher:
+    """watch.exe with its events as they come and its orders as calls."""
+
+    def __init__(self, build: Build, arguments: list[str], environment: dict[str, str]) -> None:
+        self._errors = tempfile.TemporaryFile()
+        self._process = subprocess.Popen(
+            [str(WINE), str(build.watch), *arguments],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=self._errors,
+            env={**os.environ, **environment},
+        )
+        self.events: queue.Queue[dict | None] = queue.Queue()
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+
+    def _read(self) -> None:
+        for line in self._process.stdout:
+            self.events.put(json.loads(line))
+        self.events.put(None)
+
+    def order(self, line: str) -> None:
+        try:
+            self._process.stdin.write(line.encode() + b"\n")
+            self._process.stdin.flush()
+        except BrokenPipeError:
+            pass  # It has ended; its last event says so.
+
+    def close(self) -> None:
+        """Ends the watch and, with it, all that it watched."""
+        try:
+            self._process.stdin.close()
+        except BrokenPipeError:
+            pass
+        try:
+            self._process.wait(30)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            self._process.wait()
+        self._reader.join(30)
+        self._process.stdout.close()
+
+    def errors(self) -> str:
+        self._errors.seek(0)
+        return self._errors.read().decode(errors="replace")
+
+
+@dataclasses.dataclass
+class Press:
+    """The answer to an expected dialog. "meanwhile" is called while the dialog is up."""
+
+    button: str
+    dialog: Dialog
+    meanwhile: Callable[[], None] | None = None
+
+
+def ok(dialog: Dialog, meanwhile: Callable[[], None] | None = None) -> Press:
+    return Press("OK", dialog, meanwhile)
+
+
+def cancel(dialog: Dialog, meanwhile: Callable[[], None] | None = None) -> Press:
+    return Press("Cancel", dialog, meanwhile)
+
+
+@dataclasses.dataclass
+class Exit:
+    program: str
+    code: int | None
+
+
+class Run:
+    """One run of a program from its start until it and all that it started have ended."""
+
+    def __init__(
+        self,
+        build: Build,
+        directory: pathlib.Path,
+        program: pathlib.Path,
+        arguments: list[str],
+        answers: list[Press],
+        environment: dict[str, str],
+        windows_allowed: tuple[str, ...],
+    ) -> None:
+        self.dialogs: list[Dialog] = []
+        self.windows: list[dict] = []
+        self.controls: dict[int, list[list[dict]]] = collections.defaultdict(list)
+        self.exits: list[Exit] = []
+        self.starts = 0
+        self.failure: dict | None = None
+        self.ended = False
+        self._open_windows: set[int] = set()
+        self._answers = collections.deque(answers)
+        self._windows_allowed = windows_allowed
+        self._deadline = time.monotonic() + DEADLINE
+        self._watcher = Watcher(
+            build,
+            ["run", windows_path(directory), windows_path(program), *arguments],
+            environment,
+        )
+
+    # --- Going on ---
+
+    def wait_until(self, condition: Callable[["Run"], bool], what: str) -> None:
+        while not condition(self):
+            assert not self.ended, f"the run ended before: {what}; {self.describe()}"
+            self._take_event(what)
+
+    def finish(self) -> None:
+        while not self.ended:
+            self._take_event("the end of the run")
+        self.close()
+        missing = [answer.dialog.caption for answer in self._answers]
+        assert not missing, f"dialogs that never came: {missing}; {self.describe()}"
+
+    def end_all(self) -> None:
+        """Ends everything that still runs, as the test's own doing."""
+        self._watcher.order("quit")
+
+    def close(self) -> None:
+        self._watcher.close()
+
+    def _take_event(self, what: str) -> None:
+        try:
+            event = self._watcher.events.get(timeout=max(0.0, self._deadline - time.monotonic()))
+        except queue.Empty:
+            raise TimeoutError(f"waited in vain for {what}; {self.describe()}") from None
+        if event is None:
+            self.ended = True
+            return
+        getattr(self, "_on_" + event["event"])(event)
+
+    def _on_started(self, event: dict) -> None:
+        pass
+
+    def _on_failed(self, event: dict) -> None:
+        self.failure = event
+
+    def _on_process(self, event: dict) -> None:
+        self.starts += 1
+
+    def _on_exit(self, event: dict) -> None:
+        self.exits.append(Exit(event["name"], event.get("code")))
+
+    def _on_gone(self, event: dict) -> None:
+        self._open_windows.discard(event["window"])
+
+    def _on_controls(self, event: dict) -> None:
+        self.controls[event["window"]].append(event["controls"])
+
+    def _on_end(self, event: dict) -> None:
+        self.ended = True
+
+    def _on_window(self, event: dict) -> None:
+        self.windows.append(event)
+        self._open_windows.add(event["window"])
+        assert event["class"] in self._windows_allowed, f"unexpected window {event}"
+
+    def _on_dialog(self, event: dict) -> None:
+        shown = Dialog(
+            event["caption"],
+            event["text"],
+            tuple(button["label"] for button in event["buttons"]),
+            event["icon"],
+        )
+        self.dialogs.append(shown)
+        expected = self._answers.popleft() if self._answers else None
+        assert expected is not None, f"unexpected dialog {shown}"
+        assert shown == expected.dialog
+        assert event["owner"] == 0, "a dialog has an owner window"
+        if expected.meanwhile:
+            expected.meanwhile()
+        for button in event["buttons"]:
+            if button["label"] == expected.button:
+                self._watcher.order(f"press {event['window']} {button['id']}")
+                return
+        raise AssertionError(f"no button {expected.button} in {shown}")
+
+    # --- What was seen ---
+
+    def describe(self) -> str:
+        return (
+            f"dialogs {self.dialogs}, windows {[w['caption'] for w in self.windows]}, "
+            f"exits {self.exits}, failure {self.failure}, errors {self._watcher.errors()!r}"
+        )
+
+    @property
+    def open_windows(self) -> set[int]:
+        return self._open_windows
+
+    def exit_codes(self, program: str) -> list[int | None]:
+        return [ended.code for ended in self.exits if ended.program.lower() == program.lower()]
+
+
+@dataclasses.dataclass
+class GameStart:
+    """How the game saw its own start."""
+
+    directory: str
+    command_line: str
+    program: str
+
+
+class LauncherRun(Run):
+    """A run of the Launcher in a game folder, with what it left behind."""
+
+    def __init__(
+        self,
+        build: Build,
+        folder: GameFolder,
+        server: ScriptedServer | None,
+        *,
+        launcher: str = "Launcher.exe",
+        directory: pathlib.Path | None = None,
+        arguments: list[str] | None = None,
+        answers: list[Press] | None = None,
+        game_seconds: int = 0,
+    ) -> None:
+        self.folder = folder
+        self.launcher = launcher
+        self._server = server
+        self._first_request = len(server.requests) if server else 0
+        self._record = folder.root.parent / "game-starts.txt"
+        self._record.unlink(missing_ok=True)
+        self.before = folder.tree()
+        answers = answers or []
+        # Only an accepted game update may show anything but dialogs.
+        accepted = any(a.dialog.caption == "Update available" and a.button == "OK" for a in answers)
+        windows = ("VelmorantPlayer",) + (("UpdaterWindow",) if accepted else ())
+        super().__init__(
+            build,
+            directory or folder.root,
+            folder.path(launcher),
+            arguments or [],
+            answers,
+            {
+                "VELMORANT_PLAYER_RECORD": windows_path(self._record),
+                "VELMORANT_PLAYER_SECONDS": str(game_seconds),
+            },
+            windows,
+        )
+
+    @property
+    def nothing_happened(self) -> bool:
+        return not (
+            self.dialogs
+            or self.windows
+            or self.requests
+            or self._record.exists()
+            or self.folder.tree() != self.before
+        )
+
+    @property
+    def was_not_started(self) -> bool:
+        """Whether Wine, not the Launcher, failed: under load it does so about once in a thousand
+        starts. The Launcher itself ends with one of three codes."""
+        codes = self.exit_codes(self.launcher)
+        known = {0, TERMINATED, EXIT_MINUS_ONE}
+        return self.nothing_happened and (not codes or not known.issuperset(codes))
+
+    @property
+    def requests(self) -> list[str]:
+        return self._server.requests[self._first_request :] if self._server else []
+
+    @property
+    def exit_code(self) -> int | None:
+        """The exit code of the first Launcher of the run."""
+        return self.exit_codes(self.launcher)[0]
+
+    @property
+    def after(self) -> dict:
+        return self.folder.tree()
+
+    @property
+    def log(self) -> list[str]:
+        return self.folder.log()
+
+    @property
+    def game_starts(self) -> list[GameStart]:
+        if not self._record.exists():
+            return []
+        starts = []
+        for record in self._record.read_text("utf-8").strip().split("\n\n"):
+            values = dict(line.split("=", 1) for line in record.split("\n"))
+            starts.append(GameStart(values["directory"], values["commandLine"], values["program"]))
+        return starts
+
+    def changes(self) -> dict[str, tuple]:
+        """What differs on disk from before the run: name to (before, after); missing is "-"."""
+        before, after = self.before, self.after
+        names = sorted(before.keys() | after.keys())
+        pairs = {name: (before.get(name, "-"), after.get(name, "-")) for name in names}
+        return {name: pair for name, pair in pairs.items() if pair[0] != pair[1]}
+
+    def assert_game_started(self) -> None:
+        """The game was started once, in "bin", with no arguments."""
+        starts = self.game_starts
+        assert len(starts) == 1, f"{len(starts)} starts of the game; {self.describe()}"
+        bin_folder = windows_path(self.folder.path("bin"))
+        assert starts[0].directory.rstrip("\\") == bin_folder
+        assert starts[0].program == bin_folder + "\\Velmorant Player.exe"
+        assert re.fullmatch(r'("[^"]*Velmorant Player\.exe"|[^"]*Velmorant Player\.exe)\s*',
+                            starts[0].command_line), starts[0].command_line
+
+    def assert_game_not_started(self) -> None:
+        assert self.game_starts == []
+
+
+def run_launcher(build: Build, folder: GameFolder, server: ScriptedServer | None, **options) -> LauncherRun:
+    """A whole run. When Wine did not get the Launcher started at all, it is started once more."""
+    run = None
+    for attempt in (1, 2):
+        run = LauncherRun(build, folder, server, **options)
+        try:
+            run.finish()
+        except (AssertionError, TimeoutError):
+            if attempt == 2 or not run.was_not_started:
+                raise
+        else:
+            if not run.was_not_started or attempt == 2:
+                break
+        finally:
+            run.close()
+        warnings.warn(f"Wine did not start the Launcher; started again. {run.describe()}")
+    return run

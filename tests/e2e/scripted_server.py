@@ -1,0 +1,179 @@
+"""An HTTP server on a free loopback port whose every answer the test writes itself.
+
+It speaks to sockets directly, because most of what is tested are answers that no decent server
+gives: missing, wrong or oversized lengths, bodies that break off, connections that are reset.
+"""
+
+import dataclasses
+import socket
+import struct
+import threading
+
+
+class Gate:
+    """Holds an answer back until the test has seen what it wants to see meanwhile."""
+
+    def __init__(self) -> None:
+        self._opened = threading.Event()
+        self._reached = threading.Event()
+
+    def open(self) -> None:
+        self._opened.set()
+
+    def wait_until_reached(self, seconds: float = 60) -> None:
+        assert self._reached.wait(seconds), "the request that is to be held back never came"
+
+    def hold(self) -> None:
+        self._reached.set()
+        self._opened.wait(120)
+
+
+@dataclasses.dataclass
+class Answer:
+    """One answer, as it goes over the wire."""
+
+    body: bytes = b""
+    status: int = 200
+    reason: str = "Reason"
+    # The Content-Length header: "exact", None for no such header, or the text to send.
+    length: str | None = "exact"
+    headers: tuple[str, ...] = ()
+    chunked: bool = False
+    # How many bytes of the body are sent before the connection is closed (or reset).
+    cut_after: int | None = None
+    reset: bool = False
+    # Close without a single byte of an answer.
+    silent: bool = False
+    # Pause after each byte of the body.
+    pause: float = 0
+    gate: Gate | None = None
+    # Where the connection stops sending before the gate opens, in bytes of the body.
+    gate_after: int | None = None
+
+    def head(self) -> bytes:
+        lines = [f"HTTP/1.1 {self.status} {self.reason}", "Connection: close", *self.headers]
+        if self.chunked:
+            lines.append("Transfer-Encoding: chunked")
+        elif self.length == "exact":
+            lines.append(f"Content-Length: {len(self.body)}")
+        elif self.length is not None:
+            lines.append(f"Content-Length: {self.length}")
+        return "\r\n".join([*lines, "", ""]).encode("latin-1")
+
+
+NOT_FOUND = Answer(b"nothing here", status=404)
+
+
+def redirect(location: str, status: int = 301) -> Answer:
+    return Answer(b"moved", status=status, headers=(f"Location: {location}",))
+
+
+class ScriptedServer:
+    def __init__(self) -> None:
+        self.answers: dict[str, Answer] = {}
+        self.requests: list[str] = []
+        self.heads: list[str] = []
+        self._lock = threading.Lock()
+        self._socket = socket.create_server(("127.0.0.1", 0), backlog=64)
+        self.port = self._socket.getsockname()[1]
+        self.url = f"http://127.0.0.1:{self.port}/"
+        self._closing = False
+        self._connections: list[threading.Thread] = []
+        self._thread = threading.Thread(target=self._accept, daemon=True)
+        self._thread.start()
+
+    def serve(self, path: str, answer: Answer | bytes) -> None:
+        """Sets the answer to a path, which has no leading slash."""
+        self.answers["/" + path] = answer if isinstance(answer, Answer) else Answer(answer)
+
+    def hold(self, path: str, after: int | None = None) -> Gate:
+        """Holds back the present answer to a path, or what follows its first bytes."""
+        gate = Gate()
+        self.answers["/" + path] = dataclasses.replace(
+            self.answers["/" + path], gate=gate, gate_after=after
+        )
+        return gate
+
+    def close(self) -> None:
+        self._closing = True
+        for answer in self.answers.values():
+            if answer.gate:
+                answer.gate.open()
+        # An accepting thread does not notice that its socket is closed: wake it.
+        socket.create_connection(("127.0.0.1", self.port)).close()
+        self._thread.join(30)
+        self._socket.close()
+        for thread in self._connections:
+            thread.join(30)
+
+    def _accept(self) -> None:
+        while not self._closing:
+            connection, _ = self._socket.accept()
+            if self._closing:
+                connection.close()
+                return
+            thread = threading.Thread(target=self._serve_one, args=(connection,), daemon=True)
+            self._connections.append(thread)
+            thread.start()
+
+    def _serve_one(self, connection: socket.socket) -> None:
+        connection.settimeout(120)
+        try:
+            with connection:
+                self._answer(connection)
+        except OSError:
+            # The Launcher was ended or closed the connection: it is its requests that count.
+            pass
+
+    def _answer(self, connection: socket.socket) -> None:
+        head = b""
+        while b"\r\n\r\n" not in head:
+            received = connection.recv(4096)
+            if not received:
+                return
+            head += received
+        text = head.decode("latin-1")
+        method, path, _ = text.split("\r\n")[0].split(" ")
+        with self._lock:
+            self.requests.append(path if method == "GET" else f"{method} {path}")
+            self.heads.append(text)
+        answer = self.answers.get(path, NOT_FOUND)
+
+        if answer.gate and answer.gate_after is None:
+            answer.gate.hold()
+        if answer.silent:
+            return
+        connection.sendall(answer.head())
+        body = answer.body if answer.cut_after is None else answer.body[: answer.cut_after]
+        if answer.gate and answer.gate_after is not None:
+            connection.sendall(body[: answer.gate_after])
+            body = body[answer.gate_after :]
+            answer.gate.hold()
+        if answer.chunked:
+            connection.sendall(b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body))
+        elif answer.pause:
+            for byte in body:
+                connection.sendall(bytes([byte]))
+                threading.Event().wait(answer.pause)
+        else:
+            connection.sendall(body)
+        if answer.reset:
+            # A close with a linger time of nought sends a reset.
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            return
+        connection.shutdown(socket.SHUT_WR)
+        # Wait for the other side's close: closing first could reset what it has not read yet.
+        while connection.recv(4096):
+            pass
+
+
+class ClosedPort:
+    """A loopback port that refuses connections and that nobody else can take meanwhile."""
+
+    def __init__(self) -> None:
+        self._socket = socket.socket()
+        self._socket.bind(("127.0.0.1", 0))
+        self.url = f"http://127.0.0.1:{self._socket.getsockname()[1]}/"
+
+    def close(self) -> None:
+        self._socket.close()
