@@ -1,0 +1,712 @@
+"""Walks through the runs of the Launcher that a player sees, against a real server, and tells them.
+
+Started by scripts/demo, which provides the display, the Wine prefix and the built programs. Every
+run is watched by watch.exe; what is told and checked is what it, the server's access log, the game
+folder and the log file show.
+"""
+
+import argparse
+import dataclasses
+import json
+import os
+import pathlib
+import queue
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import textwrap
+import threading
+import time
+import traceback
+import urllib.parse
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/e2e"))
+
+import dialogs  # noqa: E402
+import formats  # noqa: E402
+
+BUILD = ROOT / "build/release"
+DEMO = ROOT / "build/demo"
+WINE = "/usr/lib/wine/wine64"
+
+PATIENCE = 120.0  # seconds for one run; none takes a tenth of it
+
+PROGRESS_WINDOW_CLASS = "UpdaterWindow"
+GAME = "Velmorant Player.exe"
+# The C runtime's exit code for a program that its termination handler has ended.
+TERMINATED = 3
+
+
+def windows_path(path: pathlib.Path) -> str:
+    return "Z:" + str(path).replace("/", "\\")
+
+
+def die_with_parent() -> None:
+    """Makes a child end when this process does, however that ends."""
+    import ctypes
+
+    ctypes.CDLL(None).prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
+# --- The server -------------------------------------------------------------------------------
+
+
+@dataclasses.dataclass(frozen=True)
+class Request:
+    path: str
+    status: int
+    size: int
+
+
+class Server:
+    """nginx over a folder, on a free loopback port."""
+
+    def __init__(self, folder: pathlib.Path, tree: pathlib.Path) -> None:
+        self.folder = folder
+        self.tree = tree
+        self.log = folder / "access.log"
+        self.process: subprocess.Popen | None = None
+        self.read = 0
+        folder.mkdir()
+        tree.mkdir()
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
+        temporary = "\n".join(
+            f'  {kind}_temp_path "{folder}/{kind}";'
+            for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi")
+        )
+        # The data files come slowly, so that the progress window can be seen.
+        (folder / "nginx.conf").write_text(
+            f"""\
+daemon off;
+master_process off;
+pid "{folder}/nginx.pid";
+events {{}}
+http {{
+{temporary}
+  log_format demo '$status $body_bytes_sent $request_uri';
+  access_log "{self.log}" demo;
+  server {{
+    listen 127.0.0.1:{self.port};
+    root "{tree}";
+    location ~ /data/ {{ limit_rate 1500k; }}
+  }}
+}}
+"""
+        )
+
+    def start(self) -> None:
+        self.process = subprocess.Popen(
+            ["/usr/sbin/nginx", "-e", self.folder / "error.log", "-c", self.folder / "nginx.conf"],
+            stdin=subprocess.DEVNULL,
+            preexec_fn=die_with_parent,
+        )
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            with socket.socket() as probe:
+                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                    return
+            if self.process.poll() is not None or time.monotonic() > deadline:
+                raise RuntimeError("nginx did not start: " + (self.folder / "error.log").read_text())
+            time.sleep(0.05)
+
+    def stop(self) -> None:
+        if self.process is not None:
+            self.process.terminate()
+            self.process.wait()
+            self.process = None
+
+    def url(self, base: str) -> str:
+        return f"http://127.0.0.1:{self.port}/{base}/"
+
+    def new_requests(self) -> list[Request]:
+        """The requests logged since the last call."""
+        if not self.log.exists():
+            return []
+        with self.log.open("rb") as log:
+            log.seek(self.read)
+            complete = log.read().rpartition(b"\n")
+        self.read += len(complete[0]) + len(complete[1])
+        requests = []
+        for line in complete[0].decode().splitlines():
+            status, size, path = line.split(" ", 2)
+            requests.append(Request(path, int(status), int(size)))
+        return requests
+
+
+# --- What is installed and published ----------------------------------------------------------
+
+
+def noise(seed: str, size: int) -> bytes:
+    return random.Random(seed).randbytes(size)
+
+
+def game_files(version: str) -> dict[str, bytes]:
+    """The game in one of its two versions: names as a manifest lists them, and contents."""
+    # What follows the end of an executable is no part of the program.
+    player = (BUILD / "player" / GAME).read_bytes() + f"build {version}".encode()
+    files = {
+        f"bin/{GAME}": player,
+        "bin/version.txt": f"Velmorant {version}".encode(),
+        "bin/engine.dll": noise("engine", 300_000),
+        "data/levels/harbour.dat": noise(f"harbour {version}", 2_500_000),
+        "data/levels/castle.dat": noise("castle", 1_000_000),
+        "data/music/theme.ogg": noise(f"theme {version}", 1_500_000),
+        "readme.txt": f"Velmorant {version}\r\n".encode(),
+    }
+    if version == "1.0":
+        files["bin/physics.dll"] = noise("physics", 200_000)
+        files["data/intro.dat"] = noise("intro", 400_000)
+    else:
+        files["data/levels/desert.dat"] = noise("desert", 2_000_000)
+    return files
+
+
+# Files of the player, which no manifest lists.
+OWN_FILES = {
+    "Saved/profile.sav": b"level 4, 120 gold",
+    "Screenshots/first.png": noise("screenshot", 20_000),
+}
+
+VERSIONS = {"1.0": (0, 0, 0, 1), "1.1": (0, 0, 1, 1)}
+
+
+def write_tree(folder: pathlib.Path, files: dict[str, bytes]) -> None:
+    for name, content in files.items():
+        path = folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+
+
+def install(folder: pathlib.Path, launcher: pathlib.Path, url: str) -> None:
+    """An installation of version 1.0, as a player has it."""
+    write_tree(folder, game_files("1.0") | OWN_FILES)
+    write_tree(
+        folder,
+        {
+            "Launcher.exe": launcher.read_bytes(),
+            "Updater/UpdaterData.vpak": formats.updater_data(url, "release"),
+            "Updater/GameVersion.vpak": formats.game_version(*VERSIONS["1.0"]),
+        },
+    )
+
+
+def publish_launcher(updates: pathlib.Path, version: int, launcher: pathlib.Path, url: str) -> None:
+    write_tree(
+        updates / "updater",
+        {
+            "updater.manifest": formats.updater_manifest(version),
+            "UpdaterData.vpak": formats.updater_data(url, "release"),
+            "Launcher.exe": launcher.read_bytes(),
+        },
+    )
+
+
+def publish_game(updates: pathlib.Path, version: str) -> None:
+    files = game_files(version)
+    folders = sorted({str(parent) for name in files for parent in pathlib.PurePath(name).parents})
+    folders.remove(".")
+    write_tree(
+        updates,
+        files
+        | {
+            "GameVersion.vpak": formats.game_version(*VERSIONS[version]),
+            "game_update.manifest": formats.game_manifest(
+                folders, [formats.file_line(name, content) for name, content in files.items()]
+            ),
+        },
+    )
+
+
+def digests(folder: pathlib.Path) -> dict[str, str]:
+    """All files below a folder with their digests."""
+    return {
+        str(path.relative_to(folder)): formats.md5(path.read_bytes())
+        for path in sorted(folder.rglob("*"))
+        if path.is_file()
+    }
+
+
+# --- One run, watched --------------------------------------------------------------------------
+
+
+def take_screenshot(name: str, window: dict) -> None:
+    """Saves a window as it stands on the screen, once it has been painted."""
+    place = "{width}x{height}+{x}+{y}".format(**window)
+    last = b""
+    deadline = time.monotonic() + 5
+    while time.monotonic() < deadline:
+        shot = subprocess.run(
+            ["import", "-silent", "-window", "root", "-crop", place, "+repage", "png:-"],
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+        ).stdout
+        # Two alike in a row: nothing is being painted any more.
+        if shot and shot == last:
+            break
+        last = shot
+        time.sleep(0.05)
+    (DEMO / "screenshots" / name).write_bytes(last)
+
+
+@dataclasses.dataclass
+class Run:
+    """What was seen of one run."""
+
+    shown: list[dialogs.Dialog] = dataclasses.field(default_factory=list)
+    requests: list[Request] = dataclasses.field(default_factory=list)
+    progress: list[str] = dataclasses.field(default_factory=list)
+    exits: list[tuple[str, int]] = dataclasses.field(default_factory=list)
+    game_texts: list[str] = dataclasses.field(default_factory=list)
+    log: str = ""
+    before: dict[str, str] = dataclasses.field(default_factory=dict)
+    after: dict[str, str] = dataclasses.field(default_factory=dict)
+    # The files that lay in the game folder while a dialog with this caption was shown.
+    during: dict[str, set[str]] = dataclasses.field(default_factory=dict)
+
+    def requested(self) -> list[str]:
+        """The last parts of the paths requested, with the status where it is not 200."""
+        return [
+            request.path.rpartition("/")[2] + ("" if request.status == 200 else f" {request.status}")
+            for request in self.requests
+        ]
+
+    def launcher_exits(self) -> list[int]:
+        return [code for name, code in self.exits if name == "Launcher.exe"]
+
+
+class Watcher:
+    """watch.exe over one start of a program: its reports as they come, and orders to it."""
+
+    def __init__(self, folder: pathlib.Path, program: str) -> None:
+        self.process = subprocess.Popen(
+            [WINE, BUILD / "watcher/watch.exe", "run"]
+            + [windows_path(folder), windows_path(folder / program)],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            text=True,
+            encoding="utf-8",
+        )
+        self.reports: queue.Queue[dict] = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+
+    def _read(self) -> None:
+        for line in self.process.stdout:
+            self.reports.put(json.loads(line))
+        self.reports.put({"event": "closed"})
+
+    def order(self, *words: object) -> None:
+        try:
+            print(*words, file=self.process.stdin, flush=True)
+        except BrokenPipeError:
+            pass  # It has ended meanwhile.
+
+    def close(self) -> None:
+        """Ends it and, by the end of its input, everything that it still watches."""
+        try:
+            self.process.stdin.close()
+        except BrokenPipeError:
+            pass
+        self.process.wait()
+
+
+class Demo:
+    def __init__(self, server: Server, interactive: bool) -> None:
+        self.server = server
+        self.interactive = interactive
+        self.runs = 0
+        self.checks = 0
+        self.wrong: list[str] = []
+        self.shots = 0
+
+    # --- Telling -----------------------------------------------------------------------------
+
+    def say(self, text: str) -> None:
+        print(textwrap.fill(text, 100), flush=True)
+
+    def tell(self, kind: str, text: str) -> None:
+        lines = text.splitlines() or [""]
+        print(f"  {kind:9} {lines[0]}")
+        for line in lines[1:]:
+            print(f"  {'':9} {line}")
+        sys.stdout.flush()
+
+    def check(self, claim: str, holds: bool) -> None:
+        """In front of a person the outcome depends on the answers: then it is told, not judged."""
+        self.checks += 1
+        if holds:
+            self.tell("ok", claim)
+        else:
+            self.tell("DIFFERS", claim) if self.interactive else self.tell("WRONG", claim)
+            self.wrong.append(claim)
+
+    def scene(self, title: str, text: str) -> None:
+        print(f"\n{'-' * 100}\n{title}\n")
+        self.say(text)
+        print()
+
+    # --- Running -----------------------------------------------------------------------------
+
+    def run(self, folder: pathlib.Path, answers: dict[str, str] | None = None) -> Run:
+        """One start of the Launcher until it, a restarted one and the game have ended.
+
+        `answers` are the labels of the buttons to press, by caption.
+        """
+        self.runs += 1
+        run = Run(before=digests(folder))
+        log = folder / "Logs/updater.log"
+        log_size = log.stat().st_size if log.exists() else 0
+        self.server.new_requests()
+        self.tell("start", str((folder / "Launcher.exe").relative_to(ROOT)))
+        watcher = Watcher(folder, "Launcher.exe")
+        try:
+            self._follow(watcher, run, folder, answers or {})
+        finally:
+            watcher.close()
+        self._tell_requests(run)
+        run.after = digests(folder)
+        self._tell_changes(run)
+        if log.exists():
+            run.log = log.read_bytes()[log_size:].decode().replace("\r", "").rstrip("\n")
+        if run.log:
+            self.tell("log", run.log)
+        return run
+
+    def _follow(
+        self, watcher: Watcher, run: Run, folder: pathlib.Path, answers: dict[str, str]
+    ) -> None:
+        deadline = time.monotonic() + PATIENCE
+        windows: dict[int, dict] = {}
+        while True:
+            try:
+                report = watcher.reports.get(timeout=0.1)
+            except queue.Empty:
+                report = {"event": "nothing"}
+            self._tell_requests(run)
+            match report["event"]:
+                case "dialog":
+                    self._dialog(watcher, run, folder, report, answers)
+                case "window":
+                    windows[report["window"]] = report
+                    self.tell("window", f"[{report['caption']}]")
+                case "controls":
+                    self._controls(watcher, run, windows[report["window"]], report["controls"])
+                case "exit":
+                    run.exits.append((report["name"], report["code"]))
+                    self.tell("exit", f"{report['name']} ended with exit code {report['code']}")
+                case "failed":
+                    raise RuntimeError(f"watch.exe: {report['what']} failed ({report['error']})")
+                case "end" | "closed":
+                    return
+            if not self.interactive and time.monotonic() > deadline:
+                raise RuntimeError("the run does not end")
+
+    def _dialog(
+        self,
+        watcher: Watcher,
+        run: Run,
+        folder: pathlib.Path,
+        report: dict,
+        answers: dict[str, str],
+    ) -> None:
+        caption = report["caption"]
+        labels = [button["label"].replace("&", "") for button in report["buttons"]]
+        run.shown.append(dialogs.Dialog(caption, report["text"], tuple(labels), report["icon"]))
+        run.during[caption] = {path.name for path in folder.iterdir()}
+        text = textwrap.fill(report["text"], 84)
+        self.tell("dialog", f"[{caption}]  icon: {report['icon']}\n{text}")
+        self._screenshot(caption, report)
+        if self.interactive:
+            wanted = answers.get(caption)
+            hint = f" (the demo would press {wanted})" if wanted else ""
+            self.tell("answer", f"yours: {', '.join(labels)}{hint}")
+        elif caption in answers:
+            self.tell("answer", answers[caption])
+            identifier = report["buttons"][labels.index(answers[caption])]["id"]
+            watcher.order("press", report["window"], identifier)
+        else:
+            raise RuntimeError(f"nobody expected the dialog [{caption}]")
+
+    def _controls(self, watcher: Watcher, run: Run, window: dict, controls: list[dict]) -> None:
+        if window["class"] == PROGRESS_WINDOW_CLASS:
+            by_class = {control["class"].lower(): control for control in controls}
+            if not {"static", "msctls_progress32"} <= by_class.keys():
+                return  # The window is still being made.
+            label, bar = by_class["static"]["text"], by_class["msctls_progress32"]
+            # The bar steps after the label: both are reported, the text is told once.
+            if label not in run.progress:
+                run.progress.append(label)
+                self.tell("progress", f"{label} (bar {bar['low']} to {bar['high']})")
+                self._screenshot(f"Downloading {label.replace(' / ', ' of ')}", window)
+        elif window["name"] == GAME:
+            text = " ".join(control["text"] for control in controls).replace("\n\n", " ")
+            if not text:
+                return  # The window is still being made.
+            run.game_texts.append(text)
+            self.tell("", text)
+            self._screenshot("Game", window)
+            if not self.interactive:
+                watcher.order("close", window["window"])
+
+    def _screenshot(self, what: str, window: dict) -> None:
+        self.shots += 1
+        words = "".join(c if c.isalnum() else "-" for c in what.lower()).strip("-")
+        name = f"{self.shots:02}-{words}.png"
+        take_screenshot(name, window)
+        self.tell("", f"(screenshots/{name})")
+
+    def _tell_requests(self, run: Run) -> None:
+        for request in self.server.new_requests():
+            run.requests.append(request)
+            self.tell("request", f"{request.status} {request.path} ({request.size:,} bytes)")
+
+    def _tell_changes(self, run: Run) -> None:
+        for name in sorted(run.before.keys() | run.after.keys()):
+            if name not in run.before:
+                self.tell("new", name)
+            elif name not in run.after:
+                self.tell("deleted", name)
+            elif run.before[name] != run.after[name]:
+                self.tell("changed", name)
+
+
+# --- The runs ----------------------------------------------------------------------------------
+
+QUIET_REQUESTS = ["redirect.txt 404", "updater.manifest", "UpdaterData.vpak", "GameVersion.vpak"]
+OK_TO_UPDATE = {dialogs.UPDATE_AVAILABLE.caption: "OK"}
+
+
+def current_game(demo: Demo, game: pathlib.Path) -> None:
+    demo.scene(
+        "1. Everything is current",
+        "The player starts the Launcher. Launcher and game are what the server offers, so nothing "
+        "is asked and the game starts.",
+    )
+    run = demo.run(game)
+    demo.check("no dialog was shown", run.shown == [])
+    demo.check("four small files were asked for", run.requested() == QUIET_REQUESTS)
+    demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
+    demo.check("the game ran: version 1.0", run.game_texts == ["The game is running. Velmorant 1.0"])
+    demo.check("no file was changed, nothing was logged", run.before == run.after and not run.log)
+
+
+def new_launcher(demo: Demo, game: pathlib.Path, updates: pathlib.Path, url: str) -> None:
+    demo.scene(
+        "2. A newer Launcher",
+        "The server now offers version 7 of the Launcher. The running one moves itself aside as "
+        "_old.exe, puts the new one in its place and restarts; the new one deletes _old.exe and "
+        "starts the game.",
+    )
+    launcher = BUILD / "next/Launcher.exe"
+    publish_launcher(updates, 7, launcher, url)
+    run = demo.run(game, {dialogs.RESTART_REQUIRED.caption: "OK"})
+    demo.check('only "Restart required." was shown', run.shown == [dialogs.RESTART_REQUIRED])
+    demo.check(
+        "_old.exe lay there during the restart",
+        "_old.exe" in run.during.get(dialogs.RESTART_REQUIRED.caption, ()),
+    )
+    demo.check("_old.exe is gone", "_old.exe" not in run.after)
+    demo.check(
+        "the new Launcher is installed",
+        run.after["Launcher.exe"] == formats.md5(launcher.read_bytes()),
+    )
+    demo.check(
+        "the old one downloaded it, the new one found itself current",
+        run.requested() == ["redirect.txt 404", "updater.manifest", "Launcher.exe"] + QUIET_REQUESTS,
+    )
+    demo.check("both ended with 0", run.launcher_exits() == [0, 0])
+    demo.check("the game ran once", len(run.game_texts) == 1)
+
+
+def declined_update(demo: Demo, game: pathlib.Path, updates: pathlib.Path) -> None:
+    demo.scene(
+        "3. A new version of the game, declined",
+        "The server now offers version 1.1 of the game. The player says no, and plays version 1.0.",
+    )
+    publish_game(updates, "1.1")
+    run = demo.run(game, {dialogs.UPDATE_AVAILABLE.caption: "Cancel"})
+    demo.check('only "Update available" was shown', run.shown == [dialogs.UPDATE_AVAILABLE])
+    demo.check("nothing more was downloaded", run.requested() == QUIET_REQUESTS)
+    demo.check("no file was changed, nothing was logged", run.before == run.after and not run.log)
+    demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
+    demo.check("the game ran: version 1.0", run.game_texts == ["The game is running. Velmorant 1.0"])
+
+
+def wanted_downloads() -> list[str]:
+    """What version 1.1 has new or otherwise than 1.0, in the order of its manifest."""
+    old = game_files("1.0")
+    return [name for name, content in game_files("1.1").items() if old.get(name) != content]
+
+
+def installed(run: Run, names: list[str]) -> bool:
+    new = game_files("1.1")
+    return all(run.after.get(name) == formats.md5(new[name]) for name in names)
+
+
+def downloaded(run: Run, base: str) -> list[str]:
+    """The game's files that were fetched: what was asked for after the manifest."""
+    prefix = f"/{base}/updates/release/"
+    names = [urllib.parse.unquote(request.path).removeprefix(prefix) for request in run.requests]
+    return names[names.index("game_update.manifest") + 1 :]
+
+
+def strict_update(demo: Demo, game: pathlib.Path, base: str) -> None:
+    demo.scene(
+        "4. The update, with the Launcher as it ships",
+        "This time the player says yes. The changed files are downloaded and installed. Then comes "
+        "the clean-up, which removes every entry of the game folder that the manifest does not "
+        "list as a file. Directories are never listed, so it tries to remove bin, too; bin holds "
+        "the game, cannot be removed, and that failure ends the program there and then, by design: "
+        "no dialog, no log entry, no start of the game.",
+    )
+    run = demo.run(game, OK_TO_UPDATE)
+    demo.check('only "Update available" was shown', run.shown == [dialogs.UPDATE_AVAILABLE])
+    demo.check("exactly the changed files were downloaded", downloaded(run, base) == wanted_downloads())
+    total = len(game_files("1.1"))
+    demo.check(
+        "the progress window counted the files",
+        len(run.progress) > 1 and all(text.endswith(f" / {total}") for text in run.progress),
+    )
+    demo.check("all files of version 1.1 are installed", installed(run, list(game_files("1.1"))))
+    demo.check(
+        f"the process was terminated (exit code {TERMINATED})", run.launcher_exits() == [TERMINATED]
+    )
+    demo.check("the game was not started, nothing was logged", not run.game_texts and not run.log)
+    demo.check(
+        "the staged files and the old version record are still there",
+        any(name.startswith("Intermediate/Update/") for name in run.after)
+        and run.after["Updater/GameVersion.vpak"] == run.before["Updater/GameVersion.vpak"],
+    )
+    print()
+    demo.say(
+        "What happened: the new files are in place, but the version record is still the old one, "
+        "because it is written after the clean-up. So the next start offers the update again; "
+        "whoever cancels plays the new version."
+    )
+    print()
+    run = demo.run(game, {dialogs.UPDATE_AVAILABLE.caption: "Cancel"})
+    demo.check("the update was offered again", run.shown == [dialogs.UPDATE_AVAILABLE])
+    demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
+
+
+def walk_on_update(demo: Demo, game: pathlib.Path, base: str) -> None:
+    demo.scene(
+        "5. The update to its end, with the Launcher built to walk on",
+        "Another installation, whose studio ships the Launcher that was built with "
+        "LAUNCHER_CLEANUP_WALKS_ON: its clean-up keeps a directory that still holds entries and "
+        "goes on into it.",
+    )
+    run = demo.run(game, OK_TO_UPDATE | {dialogs.UPDATE_SUCCESSFUL.caption: "OK"})
+    demo.check(
+        '"Update available" and "Update successfull." were shown',
+        run.shown == [dialogs.UPDATE_AVAILABLE, dialogs.UPDATE_SUCCESSFUL],
+    )
+    demo.check("exactly the changed files were downloaded", downloaded(run, base) == wanted_downloads())
+    demo.check("all files of version 1.1 are installed", installed(run, list(game_files("1.1"))))
+    demo.check(
+        "what version 1.1 no longer has is deleted",
+        "bin/physics.dll" not in run.after and "data/intro.dat" not in run.after,
+    )
+    demo.check("the player's own files are kept", all(name in run.after for name in OWN_FILES))
+    demo.check("the staging folder is gone", not (game / "Intermediate/Update").exists())
+    demo.check(
+        "the new version is recorded",
+        run.after["Updater/GameVersion.vpak"] == formats.md5(formats.game_version(*VERSIONS["1.1"])),
+    )
+    demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
+    demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
+    print()
+    run = demo.run(game)
+    demo.check("the next start finds everything current", run.shown == [] and not run.log)
+    demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
+
+
+def server_down(demo: Demo, game: pathlib.Path, url: str) -> None:
+    demo.scene(
+        "6. The server is down",
+        "Neither update can be looked for. Both say so in the log, the player is not bothered, and "
+        "the game starts.",
+    )
+    demo.server.stop()
+    run = demo.run(game)
+    demo.check("no dialog was shown", run.shown == [])
+    demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
+    stages = [
+        f"Error while running updater:\nWhile trying to check for {what} from URL '{address}':\n\n"
+        f"Failed to download {file} file with error: '"
+        for what, address, file in (
+            ("self-update", f"{url}updates/release/updater/", "updater-manifest"),
+            ("game-updates", f"{url}updates/release/", "game-version"),
+        )
+    ]
+    demo.check(
+        "both stages logged their failure",
+        run.log.count("Error while") == 2 and all(stage in run.log for stage in stages),
+    )
+    demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
+
+
+def walk(demo: Demo, server: Server) -> None:
+    # Two studios on one server: the second ships the Launcher that walks on.
+    for base, launcher in (("velmorant", "Launcher.exe"), ("studio", "walk-on/Launcher.exe")):
+        updates = server.tree / base / "updates/release"
+        publish_launcher(updates, 6, BUILD / launcher, server.url(base))
+        publish_game(updates, "1.0")
+        install(DEMO / "games" / base, BUILD / launcher, server.url(base))
+    game, updates = DEMO / "games/velmorant", server.tree / "velmorant/updates/release"
+    server.start()
+    demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {server.url('velmorant')}")
+    current_game(demo, game)
+    new_launcher(demo, game, updates, server.url("velmorant"))
+    declined_update(demo, game, updates)
+    strict_update(demo, game, "velmorant")
+    publish_game(server.tree / "studio/updates/release", "1.1")
+    walk_on_update(demo, DEMO / "games/studio", "studio")
+    server_down(demo, DEMO / "games/studio", server.url("studio"))
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="scripts/demo", description=__doc__)
+    parser.add_argument("--interactive", action="store_true", help="leave the answers to you")
+    interactive = parser.parse_args().interactive
+
+    shutil.rmtree(DEMO, ignore_errors=True)
+    (DEMO / "screenshots").mkdir(parents=True)
+    # Long enough for a screenshot, after which the demo closes the game itself.
+    os.environ["VELMORANT_PLAYER_SECONDS"] = "5" if interactive else "60"
+    os.environ["VELMORANT_PLAYER_RECORD"] = windows_path(DEMO / "game-starts.txt")
+
+    server = Server(DEMO / "nginx", DEMO / "server")
+    demo = Demo(server, interactive)
+    failure = ""
+    try:
+        walk(demo, server)
+    except Exception as error:  # The verdict stands last, whatever went wrong.
+        traceback.print_exc()
+        failure = str(error)
+    finally:
+        server.stop()
+
+    print(f"\n{'-' * 100}")
+    print(f"{demo.shots} screenshots are in {(DEMO / 'screenshots').relative_to(ROOT)}/.")
+    counts = f"{demo.runs} runs, {demo.checks - len(demo.wrong)} checks held, {len(demo.wrong)} did not"
+    if failure:
+        print(f"Verdict: FAILED: {failure} ({counts})")
+        return 1
+    if interactive:
+        print(f"Verdict: all runs came to their end ({counts}: the answers were yours).")
+        return 0
+    if demo.wrong:
+        print(f"Verdict: FAILED ({counts})")
+        return 1
+    print(f"Verdict: passed ({counts}).")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
