@@ -8,13 +8,13 @@
 namespace ve::sdk {
 
 std::wstring_view OwnExecutableName() {
-  static const std::wstring path = [] {
+  static const std::wstring kPath = [] {
     std::array<wchar_t, MAX_PATH> buffer{};
     const DWORD length =
         GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
     return std::wstring(buffer.data(), length);
   }();
-  return std::wstring_view(path).substr(path.find_last_of(L"\\/") + 1);
+  return std::wstring_view(kPath).substr(kPath.find_last_of(L"\\/") + 1);
 }
 
 }  // namespace ve::sdk

@@ -80,7 +80,7 @@ class Report {
     text_ += (text_.empty() ? "\"" : ", \"") + std::string(name) + "\": " + json;
     return *this;
   }
-  std::string Text() const { return "{" + text_ + "}"; }
+  [[nodiscard]] std::string Text() const { return "{" + text_ + "}"; }
   void Send() const {
     const std::string line = Text() + "\n";
     std::fwrite(line.data(), 1, line.size(), stdout);
@@ -225,7 +225,7 @@ class IconsOfProcess {
   IconsOfProcess(const IconsOfProcess&) = delete;
   IconsOfProcess& operator=(const IconsOfProcess&) = delete;
 
-  std::wstring NameOf(DWORD handle) const {
+  [[nodiscard]] std::wstring NameOf(DWORD handle) const {
     const auto found = handles_.find(handle);
     return handle == 0 || found == handles_.end() ? L"unknown" : found->second;
   }
@@ -323,6 +323,7 @@ bool AddDialog(Report& report, HWND window, DWORD process) {
     }
   }
   std::vector<std::string> list;
+  list.reserve(buttons.size());
   for (const auto& [left, button] : buttons) list.push_back(button);
   report.Add("text", text).Add("icon", icon).AddRaw("buttons", List(list));
   return true;
@@ -418,6 +419,8 @@ class Watch {
         Leave(process);
       if (message == JOB_OBJECT_MSG_ACTIVE_PROCESS_ZERO) allEnded_ = true;
     }
+    // Processes that were ended together with their job may have sent no message of their own.
+    while (allEnded_ && !processes_.empty()) Leave(processes_.begin()->first);
   }
 
   void Enter(DWORD process) {
