@@ -28,11 +28,23 @@ namespace {
       std::error_code(static_cast<int>(code), std::system_category()));
 }
 
+constexpr std::size_t kLongestPath = 255;
+
+/// Opening a longer path fails: cut to size it would name another file.
+template <class Char>
+bool IsTooLong(std::basic_string_view<Char> path) {
+  if (path.size() <= kLongestPath) return false;
+  errno = ENAMETOOLONG;
+  return true;
+}
+
 UniqueStream OpenStream(std::string_view path, const char* mode) {
+  if (IsTooLong(path)) return {};
   return UniqueStream(std::fopen(NarrowPathText(path).Get(), mode));
 }
 
 UniqueStream OpenStream(std::wstring_view path, const char* mode) {
+  if (IsTooLong(path)) return {};
   const FixedText<wchar_t, 4> wideMode(ToWide(mode));
   return UniqueStream(_wfopen(WidePathText(path).Get(), wideMode.Get()));
 }
@@ -95,13 +107,21 @@ DWORD CreateOne(const std::wstring& path) {
   return code;
 }
 
+/// The path without its last component; empty if that is all there is.
+std::wstring ParentOf(const std::wstring& path) {
+  constexpr const wchar_t* kSeparators = L"\\/";
+  const std::size_t nameEnd = path.find_last_not_of(kSeparators);
+  const std::size_t separator = path.find_last_of(kSeparators, nameEnd);
+  if (nameEnd == std::wstring::npos || separator == std::wstring::npos) return {};
+  return path.substr(0, path.find_last_not_of(kSeparators, separator) + 1);
+}
+
 DWORD CreateAll(const std::wstring& path) {
   const DWORD code = CreateOne(path);
   if (code != ERROR_PATH_NOT_FOUND) return code;
-  const std::size_t lastOfParent =
-      path.find_last_not_of(L"\\/", path.find_last_of(L"\\/", path.find_last_not_of(L"\\/")));
-  if (lastOfParent == std::wstring::npos) return code;
-  const DWORD parentCode = CreateAll(path.substr(0, lastOfParent + 1));
+  const std::wstring parent = ParentOf(path);
+  if (parent.empty()) return code;
+  const DWORD parentCode = CreateAll(parent);
   return parentCode == ERROR_SUCCESS ? CreateOne(path) : parentCode;
 }
 

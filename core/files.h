@@ -1,7 +1,7 @@
 // Whole files, copies and directories.
 //
-// Paths may be narrow (in the process's active code page) or wide. At most 255 characters of a path
-// are used where a file is opened. Failures throw; nothing is retried, and what a failed write left
+// Paths may be narrow (in the process's active code page) or wide. A file whose path is longer than
+// 255 characters cannot be opened. Failures throw; nothing is retried, and what a failed write left
 // behind is not removed.
 #pragma once
 

@@ -19,7 +19,7 @@
 namespace ve {
 namespace {
 
-constexpr std::wstring_view kLogFolder = L"Logs\\";
+constexpr std::wstring_view kLogFolder = L"Logs";
 
 /// Puts the previous current directory back at the end of its scope.
 class WorkingDirectoryScope {
