@@ -324,6 +324,7 @@ bool AddDialog(Report& report, HWND window, DWORD process) {
   }
   std::vector<std::string> list;
   list.reserve(buttons.size());
+  list.reserve(buttons.size());
   for (const auto& [left, button] : buttons) list.push_back(button);
   report.Add("text", text).Add("icon", icon).AddRaw("buttons", List(list));
   return true;

@@ -1,0 +1,142 @@
+"""The harness itself: that it sees what is there, and fails when it should."""
+
+import pathlib
+import socket
+import urllib.error
+import urllib.request
+
+import pytest
+
+from dialogs import Dialog
+from driver import EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
+from formats import Archive
+from scripted_server import Answer, ClosedPort, ScriptedServer
+
+
+def probe(build, place: pathlib.Path, *arguments: str, answers: list[Press] | None = None) -> Run:
+    return Run(build, place, build.probe, list(arguments), answers or [], {}, ())
+
+
+@pytest.mark.parametrize(
+    ("style", "icon", "buttons"),
+    [
+        (16, "error", ("OK",)),
+        (17, "error", ("OK", "Cancel")),
+        (33, "question", ("OK", "Cancel")),
+        (48, "warning", ("OK",)),
+        (64, "information", ("OK",)),
+        (0, "none", ("OK",)),
+    ],
+)
+def test_a_box_is_reported_with_its_text_buttons_and_icon(build, place, style, icon, buttons):
+    box = Dialog("A caption", "Some text, 'quoted' and long enough to be broken. " * 4, buttons, icon)
+    run = probe(build, place, "box", str(style), box.caption, box.text, answers=[ok(box)])
+    run.finish()
+    assert run.dialogs == [box]
+    assert run.exit_codes("probe.exe") == [1]
+
+
+def test_a_button_is_pressed_by_its_label(build, place):
+    box = Dialog("A caption", "text", ("OK", "Cancel"), "error")
+    run = probe(build, place, "box", "17", "A caption", "text", answers=[Press("Cancel", box)])
+    run.finish()
+    assert run.exit_codes("probe.exe") == [2]
+
+
+@pytest.mark.parametrize(
+    "answers",
+    [
+        pytest.param([], id="no dialog expected"),
+        pytest.param([ok(Dialog("A caption", "other text", ("OK",), "none"))], id="other text"),
+        pytest.param([ok(Dialog("Other caption", "text", ("OK",), "none"))], id="other caption"),
+        pytest.param([ok(Dialog("A caption", "text", ("OK",), "error"))], id="other icon"),
+        pytest.param([ok(Dialog("A caption", "text", ("OK", "Cancel"), "none"))], id="other buttons"),
+    ],
+)
+def test_a_dialog_that_was_not_expected_fails_the_run(build, place, answers):
+    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    with pytest.raises(AssertionError):
+        run.finish()
+    run.close()
+
+
+def test_an_expected_dialog_that_does_not_come_fails_the_run(build, place):
+    box = Dialog("A caption", "text", ("OK",), "none")
+    run = probe(build, place, "exit", "0", answers=[ok(box)])
+    with pytest.raises(AssertionError, match="never came"):
+        run.finish()
+
+
+def test_a_window_that_was_not_expected_fails_the_run_even_if_it_hangs(build, place):
+    run = probe(build, place, "hang")
+    with pytest.raises(AssertionError, match="unexpected window"):
+        run.finish()
+    run.close()
+
+
+@pytest.mark.parametrize(
+    ("arguments", "code"),
+    [(["exit", "0"], 0), (["exit", "-1"], EXIT_MINUS_ONE), (["abort"], TERMINATED)],
+)
+def test_exit_codes_are_reported_whole(build, place, arguments, code):
+    run = probe(build, place, *arguments)
+    run.finish()
+    assert run.exit_codes("probe.exe") == [code]
+
+
+def test_a_child_and_its_child_are_waited_for(build, place):
+    run = probe(build, place, "child", "child", "exit", "7")
+    run.finish()
+    assert run.exit_codes("probe.exe") == [0, 0, 7]
+
+
+def test_a_run_can_be_ended_from_outside(build, place):
+    box = Dialog("A caption", "text", ("OK",), "none")
+    run = probe(build, place, "box", "0", "A caption", "text", answers=[])
+    with pytest.raises(AssertionError):
+        run.wait_until(lambda r: r.dialogs != [], "the box")
+    assert run.dialogs == [box]
+    run.end_all()
+    run.finish()
+    assert run.exit_codes("probe.exe") == [0xDEAD]
+
+
+def test_archives_are_laid_out_byte_for_byte():
+    plain = Archive().string("ab").u32(7).wide_string("c").block16(bytes(range(16)))
+    assert plain.data.hex() == (
+        "a1fc2661" "01000000" "00"
+        "02000000" "6162" "07000000" "01000000" "6300" "000102030405060708090a0b0c0d0e0f"
+    )
+    checked = Archive(checked=True).string("ab").u32(7).wide_string("c").block16(bytes(16))
+    assert checked.data.hex() == (
+        "a1fc2661" "01000000" "01"
+        "b8204c2f" "04000000" "02000000" "6162"
+        "04000000" "07000000"
+        "327c462f" "04000000" "01000000" "6300"
+        "10000000" + "00" * 16
+    )
+
+
+def test_the_server_answers_as_scripted_and_records_requests_in_order():
+    server = ScriptedServer()
+    try:
+        server.serve("a", b"body")
+        server.serve("b", Answer(b"no", status=500))
+        with urllib.request.urlopen(server.url + "a") as answer:
+            assert (answer.read(), answer.headers["Content-Length"]) == (b"body", "4")
+        with pytest.raises(urllib.error.HTTPError, match="500"):
+            urllib.request.urlopen(server.url + "b")
+        with pytest.raises(urllib.error.HTTPError, match="404"):
+            urllib.request.urlopen(server.url + "c")
+        assert server.requests == ["/a", "/b", "/c"]
+    finally:
+        server.close()
+
+
+def test_a_closed_port_refuses():
+    port = ClosedPort()
+    try:
+        with pytest.raises(ConnectionRefusedError):
+            socket.create_connection(("127.0.0.1", int(port.url.rstrip("/").rsplit(":", 1)[1])))
+    finally:
+        port.close()
