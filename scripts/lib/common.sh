@@ -11,8 +11,8 @@ wine_dir=/usr/lib/wine
 python=/usr/bin/python3
 
 build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest)
-# The fonts and the X libraries are only recommended by libwine; without them captions and buttons
-# are drawn with stand-ins.
+# The fonts and the X libraries are only recommended by libwine; without them windows are drawn with
+# stand-ins.
 wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 libxi6 libxinerama1
   libxrandr2 libxrender1 xvfb)
 test_packages=(python3 python3-pytest python3-pytest-xdist nginx-light x11-utils xdotool)
@@ -109,13 +109,15 @@ configure() {
   ) 9>"$root/build/$1.lock"
 }
 
-# Two runs at once take turns in a build directory.
+# build PRESET [TARGET...]. Two runs at once take turns in a build directory.
 build() {
+  local targets=()
+  [[ $# -eq 1 ]] || targets=(--target "${@:2}")
   configure "$1" || return
   (
     cd "$root" || exit 1
     flock 9
-    cmake --build --preset "$1" -j "$jobs"
+    cmake --build --preset "$1" -j "$jobs" "${targets[@]}"
   ) 9>"$root/build/$1.lock"
 }
 
@@ -156,6 +158,8 @@ make_wine_template() {
     "$wine_dir/wineserver64" -w
     end_wineserver
     [[ -s $WINEPREFIX/system.reg ]] || exit 1
+    # Wine looks for its own fonts here, not where Debian puts them.
+    ln -s /usr/share/wine/fonts/* "$WINEPREFIX/drive_c/windows/Fonts/"
     # Wine links "Documents" and the like into the home directory.
     local link
     find "$WINEPREFIX/drive_c/users" -type l | while read -r link; do
@@ -188,6 +192,9 @@ start_desktop() {
   cp -a "$template/drive_c/users" "$template/drive_c/ProgramData" "$WINEPREFIX/drive_c/"
   if [[ $1 == xvfb ]]; then
     start_xvfb
+  else
+    # The user's window manager shall see the windows.
+    sed -i '/^"Managed"="N"$/d' "$WINEPREFIX/user.reg"
   fi
   "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 9>&- &
   wineserver_pid=$!
