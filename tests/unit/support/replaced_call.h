@@ -1,0 +1,40 @@
+// Replaces a Windows call that the code under test makes, for failures that cannot be provoked.
+//
+// The program reaches every function of a DLL through a pointer in its import table, and the linker
+// names that pointer. A test declares it
+//
+//   extern "C" void* createPipeSlot __asm__("__imp_CreatePipe");
+//
+// and replaces what it points to while a ReplacedCall exists.
+#pragma once
+
+#include "core/windows.h"
+
+#include <utility>
+
+namespace ve::test {
+
+class ReplacedCall {
+ public:
+  template <class Function>
+  ReplacedCall(void*& slot, Function* replacement)
+      : slot_(slot), original_(Exchange(reinterpret_cast<void*>(replacement))) {}
+  ReplacedCall(const ReplacedCall&) = delete;
+  ReplacedCall& operator=(const ReplacedCall&) = delete;
+  ~ReplacedCall() { Exchange(original_); }
+
+ private:
+  void* Exchange(void* function) {
+    DWORD protection = 0;
+    VirtualProtect(&slot_, sizeof(slot_), PAGE_READWRITE, &protection);
+    void* const before = *const_cast<void* volatile*>(&slot_);
+    *const_cast<void* volatile*>(&slot_) = function;
+    VirtualProtect(&slot_, sizeof(slot_), protection, &protection);
+    return before;
+  }
+
+  void*& slot_;
+  void* original_;
+};
+
+}  // namespace ve::test

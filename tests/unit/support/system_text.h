@@ -1,0 +1,21 @@
+// The system's own words for an error code, asked for apart from the code under test.
+#pragma once
+
+#include "core/windows.h"
+
+#include <array>
+#include <string>
+
+namespace ve::test {
+
+/// With the line break that the system ends its texts with. ASCII as long as the system speaks
+/// English.
+[[nodiscard]] inline std::string SystemText(DWORD code) {
+  std::array<char, 1024> text{};
+  const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                      nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+                                      text.data(), static_cast<DWORD>(text.size()), nullptr);
+  return {text.data(), length};
+}
+
+}  // namespace ve::test
