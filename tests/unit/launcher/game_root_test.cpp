@@ -1,0 +1,243 @@
+#include "launcher/game_root.h"
+
+#include "core/windows.h"
+
+#include <shellapi.h>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/sink_recorder.h"
+#include "support/temp_folder.h"
+
+namespace ve {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+
+constexpr std::uint64_t kTicksPerSecond = 10'000'000;
+constexpr std::uint64_t k1970 = 116'444'736'000'000'000;
+constexpr std::uint64_t k2020 = k1970 + 1'577'836'800 * kTicksPerSecond;
+
+std::optional<std::wstring> RootFor(const std::vector<const wchar_t*>& arguments) {
+  std::vector<const wchar_t*> all{L"Launcher.exe"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return ResolveGameRoot(all);
+}
+
+class GameRoot : public test::TempFolder {
+ protected:
+  static void MakeFolder(const wchar_t* path) { ASSERT_TRUE(CreateDirectoryW(path, nullptr)); }
+
+  /// Last written at that many ticks since 1601.
+  static void MakeFile(const wchar_t* path, std::uint64_t ticks) {
+    test::WriteWhole(path, "x");
+    const HANDLE file =
+        CreateFileW(path, FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &time));
+    CloseHandle(file);
+  }
+};
+
+TEST_F(GameRoot, WithoutAnArgumentThereIsNone) {
+  EXPECT_EQ(RootFor({}), std::nullopt);
+  EXPECT_EQ(ResolveGameRoot(std::span<const wchar_t* const>()), std::nullopt);
+}
+
+TEST_F(GameRoot, WithTwoArgumentsThereIsNone) {
+  MakeFile(L"x.vegame", k2020);
+  EXPECT_EQ(RootFor({L"FROM_SOLUTION", L"x"}), std::nullopt);
+  EXPECT_EQ(RootFor({L".", L"."}), std::nullopt);
+}
+
+TEST_F(GameRoot, TheFolderOfTheNewestProjectIsTheRoot) {
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\a");
+  MakeFolder(L"tree\\b");
+  MakeFile(L"tree\\a\\x.vegame", k2020);
+  MakeFile(L"tree\\b\\y.vegame", k2020 + kTicksPerSecond);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\b");
+  MakeFile(L"tree\\a\\x.vegame", k2020 + 2 * kTicksPerSecond);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\a");
+}
+
+TEST_F(GameRoot, PartsOfASecondDecideToo) {
+  constexpr std::uint64_t k150Milliseconds = kTicksPerSecond * 150 / 1000;
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\a");
+  MakeFolder(L"tree\\b");
+  MakeFile(L"tree\\a\\x.vegame", k2020 + k150Milliseconds);
+  MakeFile(L"tree\\b\\y.vegame", k2020 + 2 * k150Milliseconds);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\b");
+  MakeFile(L"tree\\a\\x.vegame", k2020 + 3 * k150Milliseconds);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\a");
+}
+
+TEST_F(GameRoot, AmongEqualTimesTheFirstOneMetWins) {
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\a");
+  MakeFolder(L"tree\\b");
+  MakeFile(L"tree\\a\\x.vegame", k2020);
+  MakeFile(L"tree\\b\\y.vegame", k2020);
+  WIN32_FIND_DATAW found{};
+  const HANDLE search = FindFirstFileW(L"tree\\?", &found);
+  ASSERT_NE(search, INVALID_HANDLE_VALUE);
+  std::wstring first = found.cFileName;
+  while (first == L"." && FindNextFileW(search, &found)) first = found.cFileName;
+  FindClose(search);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\" + first);
+}
+
+TEST_F(GameRoot, AProjectFromBefore1970IsNone) {
+  MakeFolder(L"tree");
+  MakeFile(L"tree\\x.vegame", k1970);
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+  MakeFile(L"tree\\x.vegame", k1970 - 365 * 86400 * kTicksPerSecond);
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+  MakeFile(L"tree\\x.vegame", k1970 + kTicksPerSecond);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree");
+}
+
+TEST_F(GameRoot, ATreeWithoutAProjectHasNone) {
+  MakeFolder(L"tree");
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+  MakeFile(L"tree\\game.vegames", k2020);
+  MakeFile(L"tree\\vegame", k2020);
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+}
+
+TEST_F(GameRoot, TheExtensionIsCaseSensitive) {
+  MakeFolder(L"tree");
+  MakeFile(L"tree\\x.VEGAME", k2020);
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+}
+
+TEST_F(GameRoot, AFileThatIsAllExtensionIsNoProject) {
+  MakeFolder(L"tree");
+  MakeFile(L"tree\\.vegame", k2020);
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+}
+
+TEST_F(GameRoot, AFolderIsNoProjectButIsSearched) {
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\x.vegame");
+  EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
+  MakeFile(L"tree\\x.vegame\\y.vegame", k2020);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree\\x.vegame");
+}
+
+TEST_F(GameRoot, TheRootHasNoSeparatorAtItsEnd) {
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\a");
+  MakeFile(L"tree\\x.vegame", k2020);
+  EXPECT_EQ(RootFor({L"tree"}), L"tree");
+  EXPECT_EQ(RootFor({L"tree/"}), L"tree");
+  EXPECT_EQ(RootFor({L"tree\\"}), L"tree");
+  EXPECT_EQ(RootFor({L"."}), L".\\tree");
+  EXPECT_EQ(RootFor({(Folder() + L"\\tree").c_str()}), Folder() + L"\\tree");
+  MakeFile(L"tree\\a\\x.vegame", k2020 + kTicksPerSecond);
+  EXPECT_EQ(RootFor({L"tree/"}), L"tree/a");
+}
+
+/// The code of the filesystem error that the argument raises; its operation must be the walk's.
+int WalkErrorFor(const wchar_t* argument) {
+  try {
+    static_cast<void>(RootFor({argument}));
+  } catch (const std::filesystem::filesystem_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("directory_entry::status"));
+    EXPECT_EQ(error.code().category(), std::system_category());
+    EXPECT_EQ(error.path1().native(), argument);
+    return error.code().value();
+  }
+  ADD_FAILURE() << "nothing was thrown";
+  return 0;
+}
+
+TEST_F(GameRoot, AFolderThatCannotBeReadRaisesAnError) {
+  EXPECT_EQ(WalkErrorFor(L"missing"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(WalkErrorFor(L""), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(GameRoot, TheMarkerIsCaseSensitive) {
+  EXPECT_EQ(WalkErrorFor(L"from_solution"), ERROR_PATH_NOT_FOUND);
+  MakeFolder(L"from_solution");
+  MakeFile(L"from_solution\\x.vegame", k2020);
+  EXPECT_EQ(RootFor({L"from_solution"}), L"from_solution");
+}
+
+/// A registry of its own for the current user, seen by this process alone.
+class GameRootFromRegistry : public GameRoot {
+ protected:
+  GameRootFromRegistry() : name_(Format(L"Software\\ve-test-{}", GetCurrentProcessId())) {
+    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name_.c_str(), &key_), ERROR_SUCCESS);
+    EXPECT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, key_), ERROR_SUCCESS);
+  }
+  ~GameRootFromRegistry() override {
+    EXPECT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, nullptr), ERROR_SUCCESS);
+    RegCloseKey(key_);
+    EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()), ERROR_SUCCESS);
+  }
+
+  static void RecordLastBuild(std::wstring_view directory) {
+    const std::wstring text(directory);
+    ASSERT_EQ(
+        RegSetKeyValueW(HKEY_CURRENT_USER, L"SOFTWARE\\Velmorant\\Player", L"LastBuild", REG_SZ,
+                        text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+        ERROR_SUCCESS);
+  }
+
+ private:
+  std::wstring name_;
+  HKEY key_ = nullptr;
+};
+
+TEST_F(GameRootFromRegistry, TheMarkerTakesTheLastBuild) {
+  const test::SinkRecorder sink;
+  RecordLastBuild(L"C:\\builds\\last \x00E9");
+  EXPECT_EQ(RootFor({L"FROM_SOLUTION"}), L"C:\\builds\\last \x00E9");
+  EXPECT_THAT(sink.Messages(), IsEmpty());
+}
+
+TEST_F(GameRootFromRegistry, WithoutALastBuildTheRootIsFoundAndEmpty) {
+  const test::SinkRecorder sink;
+  const std::optional<std::wstring> root = RootFor({L"FROM_SOLUTION"});
+  ASSERT_TRUE(root.has_value());
+  EXPECT_EQ(*root, L"");
+  // What the program does with it next.
+  EXPECT_FALSE(SetWorkingDirectory(*root, false));
+  ASSERT_EQ(sink.Messages().size(), 2U);
+  EXPECT_THAT(sink.Messages()[0],
+              Pair("Failed to retrieve value of registry key 'SOFTWARE\\Velmorant\\Player' (error: "
+                   "2).",
+                   1U));
+  EXPECT_EQ(sink.Messages()[1].first, "Failed to set current working directory to '': " +
+                                          std::system_category().message(ERROR_INVALID_NAME));
+  EXPECT_EQ(sink.Messages()[1].second, 0U);
+  EXPECT_EQ(WorkingDirectory(), Folder());
+}
+
+TEST(GameRootOfTheProcess, IsReadFromItsOwnCommandLine) {
+  int count = 0;
+  wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
+  LocalFree(arguments);
+  // Run without an argument, or as a single test with one that is no directory.
+  if (count == 2) {
+    EXPECT_THROW(static_cast<void>(ResolveGameRoot()), std::filesystem::filesystem_error);
+  } else {
+    EXPECT_EQ(ResolveGameRoot(), std::nullopt);
+  }
+}
+
+}  // namespace
+}  // namespace ve
