@@ -1,0 +1,445 @@
+#include "core/process.h"
+
+#include "core/windows.h"
+
+#include <array>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "core/format.h"
+#include "core/handle.h"
+#include "core/unicode.h"
+#include "support/replaced_call.h"
+#include "support/sink_recorder.h"
+#include "support/system_text.h"
+#include "support/temp_folder.h"
+
+extern "C" void* createPipeSlot __asm__("__imp_CreatePipe");
+extern "C" void* setHandleInformationSlot __asm__("__imp_SetHandleInformation");
+extern "C" void* getExitCodeProcessSlot __asm__("__imp_GetExitCodeProcess");
+
+namespace ve {
+namespace {
+
+using test::ReplacedCall;
+using test::SinkRecorder;
+using test::SystemText;
+using testing::ElementsAre;
+using testing::Pair;
+
+constexpr DWORD kPatience = 120'000;  // Only a hang takes this long.
+
+// The child of these tests is this program. What it does is told by environment variables and
+// settled before the first test could run.
+constexpr const wchar_t* kRole = L"VE_TEST_CHILD";
+constexpr const char* kText = "VE_TEST_CHILD_TEXT";
+
+/// What a reporting child tells of itself, in memory that it shares with the test.
+struct Report {
+  DWORD processId;
+  BOOL isDebugged;
+  std::array<wchar_t, 512> directory;
+  std::array<wchar_t, 512> commandLine;
+  std::array<wchar_t, 512> image;
+};
+
+std::string ChildText() {
+  std::array<char, 4096> text{};
+  return {text.data(), GetEnvironmentVariableA(kText, text.data(), text.size())};
+}
+
+void Write(DWORD stream, std::string_view text) {
+  DWORD written = 0;
+  WriteFile(GetStdHandle(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+/// Fills in the report and stays until it is told to go.
+void ReportAndWait() {
+  const std::string name = ChildText();
+  const UniqueHandle memory(OpenFileMappingA(FILE_MAP_WRITE, FALSE, name.c_str()));
+  auto* report =
+      static_cast<Report*>(MapViewOfFile(memory.Get(), FILE_MAP_WRITE, 0, 0, sizeof(Report)));
+  const UniqueHandle reported(OpenEventA(EVENT_MODIFY_STATE, FALSE, (name + "-ready").c_str()));
+  const UniqueHandle leave(OpenEventA(SYNCHRONIZE, FALSE, (name + "-leave").c_str()));
+  if (report == nullptr) return;
+  report->processId = GetCurrentProcessId();
+  report->isDebugged = IsDebuggerPresent();
+  GetCurrentDirectoryW(512, report->directory.data());
+  std::wstring_view(GetCommandLineW()).copy(report->commandLine.data(), 511);
+  GetModuleFileNameW(nullptr, report->image.data(), 512);
+  SetEvent(reported.Get());
+  WaitForSingleObject(leave.Get(), kPatience);
+}
+
+[[maybe_unused]] const bool isNoChild = [] {
+  std::array<wchar_t, 64> buffer{};
+  GetEnvironmentVariableW(kRole, buffer.data(), buffer.size());
+  const std::wstring_view role = buffer.data();
+  if (role.empty()) return true;
+  if (role == L"report") ReportAndWait();
+  if (role == L"write") Write(STD_OUTPUT_HANDLE, ChildText());
+  if (role == L"write error") Write(STD_ERROR_HANDLE, ChildText());
+  if (role == L"write command line") Write(STD_OUTPUT_HANDLE, GetCommandLineA());
+  if (role == L"close output") {
+    // The console that nobody sees may have inherited the output too; it ends with its last user.
+    FreeConsole();
+    HANDLE const output = GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE const error = GetStdHandle(STD_ERROR_HANDLE);
+    CloseHandle(output);
+    if (error != output) CloseHandle(error);
+    ReportAndWait();
+  }
+  ExitProcess(role == L"exit" ? static_cast<UINT>(std::stoul(ChildText())) : 0);
+}();
+
+/// Tells the children started while it exists what to do.
+class Role {
+ public:
+  explicit Role(const wchar_t* role, const std::string& text = "") {
+    SetEnvironmentVariableW(kRole, role);
+    SetEnvironmentVariableA(kText, text.c_str());
+  }
+  Role(const Role&) = delete;
+  Role& operator=(const Role&) = delete;
+  ~Role() {
+    SetEnvironmentVariableW(kRole, nullptr);
+    SetEnvironmentVariableA(kText, nullptr);
+  }
+};
+
+/// A child that reports. The end of the scope waits for its end.
+class ReportingChild {
+ public:
+  explicit ReportingChild(const wchar_t* role = L"report")
+      : name_(Format("ve-test-{}-{}", GetCurrentProcessId(), ++number_)),
+        memory_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Report),
+                                   name_.c_str())),
+        ready_(CreateEventA(nullptr, TRUE, FALSE, (name_ + "-ready").c_str())),
+        leave_(CreateEventA(nullptr, TRUE, FALSE, (name_ + "-leave").c_str())),
+        view_(MapViewOfFile(memory_.Get(), FILE_MAP_READ, 0, 0, 0)),
+        role_(role, name_) {}
+  ReportingChild(const ReportingChild&) = delete;
+  ReportingChild& operator=(const ReportingChild&) = delete;
+  ~ReportingChild() {
+    const UniqueHandle process(started_ ? OpenProcess(SYNCHRONIZE, FALSE, Told().processId)
+                                        : nullptr);
+    SetEvent(leave_.Get());
+    if (process) WaitForSingleObject(process.Get(), kPatience);
+  }
+
+  /// Waits for the report.
+  const Report& Await() {
+    started_ = WaitForSingleObject(ready_.Get(), kPatience) == WAIT_OBJECT_0;
+    EXPECT_TRUE(started_);
+    return Told();
+  }
+
+ private:
+  const Report& Told() const { return *static_cast<const Report*>(view_.Get()); }
+
+  inline static int number_ = 0;
+  std::string name_;
+  UniqueHandle memory_;
+  UniqueHandle ready_;
+  UniqueHandle leave_;
+  UniqueMappedView view_;
+  Role role_;
+  bool started_ = false;
+};
+
+std::wstring OwnImage() {
+  std::array<wchar_t, 512> image{};
+  GetModuleFileNameW(nullptr, image.data(), image.size());
+  return image.data();
+}
+
+std::string OwnCommand() { return "\"" + ToUtf8(OwnImage()) + "\""; }
+
+/// This process's handles that `matches` accepts.
+template <class Matches>
+std::set<HANDLE> OwnHandles(Matches matches) {
+  std::set<HANDLE> handles;
+  for (ULONG_PTR value = 4; value < 0x4000; value += 4) {
+    auto* const handle = reinterpret_cast<HANDLE>(value);
+    if (matches(handle)) handles.insert(handle);
+  }
+  return handles;
+}
+
+std::set<HANDLE> OwnPipes() {
+  return OwnHandles([](HANDLE handle) { return GetFileType(handle) == FILE_TYPE_PIPE; });
+}
+
+using Process = test::TempFolder;
+
+TEST_F(Process, StartsInTheCallersDirectoryWhenNoneIsGiven) {
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
+  EXPECT_EQ(std::wstring_view(child.Await().directory.data()), Folder());
+}
+
+TEST_F(Process, StartsInTheDirectoryGiven) {
+  ASSERT_TRUE(CreateDirectoryW(L"bin", nullptr));
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"bin\\", false));
+  const std::wstring directory = child.Await().directory.data();
+  EXPECT_EQ(directory.substr(0, Folder().size() + 4), Folder() + L"\\bin");
+}
+
+TEST_F(Process, HandsOverTheCommandLine) {
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"name one \"two three\"", L"", false));
+  EXPECT_STREQ(child.Await().commandLine.data(), L"name one \"two three\"");
+}
+
+TEST_F(Process, UsesACommandLineOf255CharactersWhole) {
+  const std::wstring longest = L"name " + std::wstring(250, L'x');
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), longest, L"", false));
+  EXPECT_EQ(std::wstring_view(child.Await().commandLine.data()), longest);
+}
+
+TEST_F(Process, UsesAnApplicationPathOf255CharactersWhole) {
+  std::wstring path = Folder() + L"\\";
+  path += std::wstring(255 - path.size() - 4, L'x') + L".exe";
+  ASSERT_EQ(path.size(), 255U);
+  ASSERT_TRUE(CopyFileW(OwnImage().c_str(), path.c_str(), TRUE));
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(path, L"", L"", false));
+  EXPECT_EQ(std::wstring_view(child.Await().image.data()), path);
+}
+
+TEST_F(Process, IsNotDebuggedWithoutTheFlag) {
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
+  EXPECT_FALSE(child.Await().isDebugged);
+}
+
+TEST_F(Process, IsDebuggedByTheCallerWithTheFlag) {
+  const Role role(L"exit", "42");
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", true));
+  bool created = false;
+  DWORD exitCode = 0;
+  DEBUG_EVENT event{};
+  do {
+    ASSERT_TRUE(WaitForDebugEvent(&event, kPatience));
+    if (event.dwDebugEventCode == CREATE_PROCESS_DEBUG_EVENT) {
+      created = true;
+      CloseHandle(event.u.CreateProcessInfo.hFile);
+    }
+    if (event.dwDebugEventCode == LOAD_DLL_DEBUG_EVENT) CloseHandle(event.u.LoadDll.hFile);
+    if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
+      exitCode = event.u.ExitProcess.dwExitCode;
+    }
+    ContinueDebugEvent(event.dwProcessId, event.dwThreadId, DBG_CONTINUE);
+  } while (event.dwDebugEventCode != EXIT_PROCESS_DEBUG_EVENT);
+  EXPECT_TRUE(created);
+  EXPECT_EQ(exitCode, 42U);
+}
+
+TEST_F(Process, InheritsNoHandles) {
+  SECURITY_ATTRIBUTES inheritable{sizeof(inheritable), nullptr, TRUE};
+  UniqueHandle readEnd;
+  UniqueHandle writeEnd;
+  ASSERT_TRUE(CreatePipe(readEnd.Receive(), writeEnd.Receive(), &inheritable, 0));
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
+  child.Await();
+  writeEnd.Reset();
+  // Nobody can write any more, though the child still runs.
+  EXPECT_FALSE(PeekNamedPipe(readEnd.Get(), nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+}
+
+TEST_F(Process, LeavesNoHandleOfTheChildOpen) {
+  ReportingChild child;
+  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
+  const DWORD processId = child.Await().processId;
+  EXPECT_TRUE(OwnHandles([processId](HANDLE handle) {
+                return GetProcessId(handle) == processId ||
+                       GetProcessIdOfThread(handle) == processId;
+              }).empty());
+}
+
+TEST_F(Process, ThatIsMissingIsReportedWithTheSystemsTextAndItsLineBreak) {
+  const SinkRecorder sink;
+  // With an empty command line: making a message of it must not replace the error.
+  EXPECT_FALSE(StartProcess(L"bin\\Velmorant Player.exe", L"", L"", false));
+  EXPECT_FALSE(StartProcess(L"missing.exe", L"missing \x20AC", L"", false));
+  EXPECT_TRUE(SystemText(ERROR_FILE_NOT_FOUND).ends_with("\r\n"));
+  EXPECT_THAT(sink.Messages(),
+              ElementsAre(Pair("Failed to create process 'bin\\Velmorant Player.exe' with "
+                               "command-line ''. Error: " +
+                                   SystemText(ERROR_PATH_NOT_FOUND),
+                               1U),
+                          Pair("Failed to create process 'missing.exe' with command-line "
+                               "'missing \xE2\x82\xAC'. Error: " +
+                                   SystemText(ERROR_FILE_NOT_FOUND),
+                               1U)));
+}
+
+TEST_F(Process, ThatIsMissingWithAnEmptyCommandLineIsError2) {
+  const SinkRecorder sink;
+  EXPECT_FALSE(StartProcess(L"missing.exe", L"", L"", false));
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair("Failed to create process 'missing.exe' with "
+                                                "command-line ''. Error: " +
+                                                    SystemText(ERROR_FILE_NOT_FOUND),
+                                                1U)));
+}
+
+TEST_F(Process, OpenedByTheShellIsOnlyToldByTheResult) {
+  const SinkRecorder sink;
+  EXPECT_FALSE(ShellOpen(L"missing file.exe"));
+  EXPECT_TRUE(sink.Messages().empty());
+}
+
+TEST_F(Process, IsOpenedByTheShell) {
+  // Elsewhere: the shell may hold the current directory for a moment longer than the child runs.
+  ASSERT_TRUE(SetCurrentDirectoryW(L"C:\\"));
+  ReportingChild child;
+  ASSERT_TRUE(ShellOpen(OwnImage().c_str()));
+  EXPECT_EQ(std::wstring_view(child.Await().image.data()), OwnImage());
+}
+
+class SystemCallTest : public test::TempFolder {
+ protected:
+  // Elsewhere than in the folder that is going to be removed: the console that comes with a command
+  // runs in the current directory, and a moment longer than the command.
+  SystemCallTest() { SetCurrentDirectoryW(L"C:\\"); }
+
+  /// Runs a child that writes `output` in one piece.
+  std::vector<std::string> ChunksOf(const std::string& output, const wchar_t* role = L"write") {
+    const Role doing(role, output);
+    std::vector<std::string> chunks;
+    EXPECT_TRUE(SystemCall(OwnCommand(),
+                           [&chunks](std::string_view chunk) { chunks.emplace_back(chunk); }));
+    return chunks;
+  }
+};
+
+TEST_F(SystemCallTest, TheReceiverGetsTheOutputWithoutCarriageReturns) {
+  EXPECT_THAT(ChunksOf("a\r\nb\r\n"), ElementsAre("a\nb\n"));
+}
+
+TEST_F(SystemCallTest, EveryCarriageReturnInARowIsRemoved) {
+  EXPECT_THAT(ChunksOf("a\r\r\r\nb\r"), ElementsAre("a\nb"));
+}
+
+TEST_F(SystemCallTest, ACarriageReturnInFrontIsKept) {
+  EXPECT_THAT(ChunksOf("\r\na\r\n"), ElementsAre("\r\na\n"));
+  EXPECT_THAT(ChunksOf("\r"), ElementsAre("\r"));
+  EXPECT_THAT(ChunksOf("\r\r"), ElementsAre("\r"));
+}
+
+TEST_F(SystemCallTest, OutputComesInChunksOfAtMost1024Bytes) {
+  const std::string x(1023, 'x');
+  EXPECT_THAT(ChunksOf(x + "\r\ny\r"), ElementsAre(x, "\ny"));
+  EXPECT_THAT(ChunksOf(x + "x\ry\r"), ElementsAre(x + "x", "\ry"));
+}
+
+TEST_F(SystemCallTest, TheReceiverGetsTheErrorOutputToo) {
+  EXPECT_THAT(ChunksOf("oh\r\n", L"write error"), ElementsAre("oh\n"));
+}
+
+TEST_F(SystemCallTest, NoOutputIsNoChunk) { EXPECT_TRUE(ChunksOf("").empty()); }
+
+TEST_F(SystemCallTest, TheExitCodeDecides) {
+  for (const auto& [code, succeeds] :
+       {std::pair("0", true), std::pair("1", false), std::pair("259", false)}) {
+    const Role role(L"exit", code);
+    EXPECT_EQ(SystemCall(OwnCommand()), succeeds) << code;
+    EXPECT_EQ(SystemCall(OwnCommand(), [](std::string_view) {}), succeeds) << code;
+  }
+}
+
+TEST_F(SystemCallTest, ReturnsAfterTheCommandHasEnded) {
+  const SinkRecorder sink;
+  const std::wstring file = Folder() + L"\\ended.txt";
+  EXPECT_FALSE(SystemCall("cmd /c \"echo x> " + ToUtf8(file) + " & exit 1\""));
+  EXPECT_TRUE(test::ReadWhole(file).starts_with("x"));
+  EXPECT_TRUE(sink.Messages().empty());
+}
+
+TEST_F(SystemCallTest, ACommandThatHasClosedItsOutputButRunsCountsAsNotFinished) {
+  ReportingChild child(L"close output");
+  // The output ends while the child still runs.
+  EXPECT_FALSE(SystemCall(OwnCommand(), [](std::string_view) {}));
+  child.Await();
+}
+
+TEST_F(SystemCallTest, AnExitCodeThatCannotBeReadIsZero) {
+  const Role role(L"exit", "1");
+  const ReplacedCall failing(
+      getExitCodeProcessSlot, +[](HANDLE, DWORD* code) -> BOOL {
+        *code = 7;
+        return FALSE;
+      });
+  EXPECT_TRUE(SystemCall(OwnCommand()));
+}
+
+TEST_F(SystemCallTest, UsesACommandOf512BytesWholeAndCutsALongerOne) {
+  const Role role(L"write command line");
+  std::string longest = OwnCommand() + " ";
+  ASSERT_LT(longest.size(), 512U);
+  longest += std::string(512 - longest.size(), 'x');
+  for (const std::string& command : {longest, longest + "yz"}) {
+    std::string received;
+    EXPECT_TRUE(
+        SystemCall(command, [&received](std::string_view chunk) { received.append(chunk); }));
+    EXPECT_EQ(received, longest);
+  }
+}
+
+TEST_F(SystemCallTest, ACommandThatCannotBeStartedIsReported) {
+  const SinkRecorder sink;
+  EXPECT_FALSE(SystemCall("no-such-program one \xE9"));
+  EXPECT_THAT(sink.Messages(),
+              ElementsAre(Pair("Failed to perform sysCall 'no-such-program one \xE9': " +
+                                   SystemText(ERROR_FILE_NOT_FOUND),
+                               1U)));
+}
+
+TEST_F(SystemCallTest, ACommandThatCannotBeStartedLeavesItsPipeOpen) {
+  const SinkRecorder sink;
+  const std::set<HANDLE> before = OwnPipes();
+  EXPECT_FALSE(SystemCall("no-such-program", [](std::string_view) {}));
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair("Failed to perform sysCall 'no-such-program': " +
+                                                    SystemText(ERROR_FILE_NOT_FOUND),
+                                                1U)));
+  std::set<HANDLE> left = OwnPipes();
+  for (HANDLE pipe : before) left.erase(pipe);
+  EXPECT_EQ(left.size(), 2U);
+  for (HANDLE pipe : left) CloseHandle(pipe);
+}
+
+TEST_F(SystemCallTest, ACommandThatRanLeavesNoPipeOpen) {
+  const std::set<HANDLE> before = OwnPipes();
+  ChunksOf("x");
+  EXPECT_EQ(OwnPipes(), before);
+}
+
+TEST_F(SystemCallTest, APipeThatCannotBeMadeIsNotReported) {
+  const SinkRecorder sink;
+  const Role role(L"exit", "0");
+  {
+    const ReplacedCall failing(
+        createPipeSlot,
+        +[](HANDLE*, HANDLE*, SECURITY_ATTRIBUTES*, DWORD) -> BOOL { return FALSE; });
+    EXPECT_FALSE(SystemCall(OwnCommand(), [](std::string_view) {}));
+  }
+  {
+    const ReplacedCall failing(
+        setHandleInformationSlot, +[](HANDLE, DWORD, DWORD) -> BOOL { return FALSE; });
+    EXPECT_FALSE(SystemCall(OwnCommand(), [](std::string_view) {}));
+  }
+  EXPECT_TRUE(sink.Messages().empty());
+}
+
+}  // namespace
+}  // namespace ve
