@@ -88,7 +88,9 @@ class GameFolder:
         entries: dict[str, bytes | str | None] = {}
         for path in sorted(self.root.rglob("*")):
             name = path.relative_to(self.root).as_posix()
-            if path.is_dir():
+            if path.is_symlink():
+                entries[name] = f"link {path.readlink()}"
+            elif path.is_dir():
                 entries[name] = None
             else:
                 content = path.read_bytes()
