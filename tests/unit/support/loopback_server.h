@@ -24,7 +24,9 @@ namespace ve::test {
 
 enum class Ending {
   kClose,  ///< An orderly end of the connection.
-  kReset,  ///< A broken one: the client's next read fails.
+  /// A broken one: what the client has not got yet is lost. (Some systems still let it look
+  /// orderly.)
+  kReset,
 };
 
 /// Everything that the server sends for one request, as it stands, and how it hangs up.
