@@ -1,0 +1,192 @@
+#include "core/directory_walk.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "core/files.h"
+#include "core/handle.h"
+#include "support/temp_folder.h"
+
+namespace ve::file {
+namespace {
+
+using test::WriteWhole;
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+/// The paths met below `root`; contents of directories named "closed" are declined.
+std::vector<std::wstring> Met(std::wstring_view root) {
+  std::vector<std::wstring> paths;
+  WalkDirectory(root, [&paths](const DirectoryEntry& entry) {
+    paths.emplace_back(entry.path);
+    return entry.path.ends_with(L"closed") ? Descend::kNo : Descend::kYes;
+  });
+  return paths;
+}
+
+constexpr const wchar_t* kLink = L"root\\link";
+
+bool IsLinkedFolder(const wchar_t* path) {
+  constexpr DWORD kBoth = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  const DWORD attributes = GetFileAttributesW(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kBoth) == kBoth;
+}
+
+/// Runs a program of the host's. False on Windows, which has none.
+bool RunOnHost(const wchar_t* program, std::wstring command) {
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION started{};
+  if (CreateProcessW(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                     &startup, &started) == FALSE) {
+    return false;
+  }
+  const UniqueHandle process(started.hProcess);
+  const UniqueHandle thread(started.hThread);
+  return true;
+}
+
+/// A program of the host's cannot be waited for, only what it does.
+bool AwaitLink(bool present) {
+  const ULONGLONG patience = GetTickCount64() + 60'000;
+  while (IsLinkedFolder(kLink) != present && GetTickCount64() < patience) Sleep(5);
+  return IsLinkedFolder(kLink) == present;
+}
+
+/// Makes the link to the folder "target": a junction, or under Wine, which makes none, a symbolic
+/// link of the host's.
+bool MakeLink() {
+  static_cast<void>(_wsystem(L"mklink /J root\\link target >nul 2>nul"));
+  if (IsLinkedFolder(kLink)) return true;
+  return RunOnHost(L"\\\\?\\unix\\bin\\ln", L"ln -s ../target root/link") && AwaitLink(true);
+}
+
+/// Wine removes what a symbolic link points to in its place, so there the host removes it.
+void RemoveLink() {
+  if (!RunOnHost(L"\\\\?\\unix\\bin\\rm", L"rm root/link")) Remove(kLink);
+  EXPECT_TRUE(AwaitLink(false));
+}
+
+class Walk : public test::TempFolder {
+ protected:
+  Walk() {
+    MakeDirectories(L"root\\a\\b");
+    MakeDirectory(L"root\\closed");
+    MakeDirectory(L"root\\empty");
+    WriteWhole(L"root\\file", "");
+    WriteWhole(L"root\\a\\b\\deep", "");
+    WriteWhole(L"root\\closed\\unseen", "");
+  }
+};
+
+TEST_F(Walk, MeetsEverythingButWhatTheVisitDeclines) {
+  EXPECT_THAT(Met(L"root"), UnorderedElementsAre(L"root\\a", L"root\\a\\b", L"root\\a\\b\\deep",
+                                                 L"root\\closed", L"root\\empty", L"root\\file"));
+}
+
+TEST_F(Walk, MeetsADirectoryBeforeItsContents) {
+  const std::vector<std::wstring> met = Met(L"root");
+  const auto at = [&met](const wchar_t* path) { return std::find(met.begin(), met.end(), path); };
+  EXPECT_LT(at(L"root\\a"), at(L"root\\a\\b"));
+  EXPECT_LT(at(L"root\\a\\b"), at(L"root\\a\\b\\deep"));
+}
+
+TEST_F(Walk, OfTheCurrentDirectoryBeginsWithADot) {
+  EXPECT_THAT(Met(L"."), testing::Contains(std::wstring(L".\\root\\a\\b\\deep")));
+}
+
+TEST_F(Walk, KeepsTheSeparatorThatTheRootEndsWith) {
+  EXPECT_THAT(Met(L"root/a/"), ElementsAre(L"root/a/b", L"root/a/b\\deep"));
+  EXPECT_THAT(Met(L"root\\a\\"), ElementsAre(L"root\\a\\b", L"root\\a\\b\\deep"));
+}
+
+TEST_F(Walk, OfAnEmptyDirectoryMeetsNothing) { EXPECT_TRUE(Met(L"root\\empty").empty()); }
+
+TEST_F(Walk, TellsDirectoriesFromFiles) {
+  WalkDirectory(L"root", [](const DirectoryEntry& entry) {
+    const bool isFile = entry.path == L"root\\file";
+    EXPECT_EQ(entry.IsDirectory(), !isFile);
+    EXPECT_EQ(entry.IsEnterable(), !isFile);
+    return Descend::kNo;
+  });
+}
+
+TEST_F(Walk, GoesOnWhereTheVisitRemovesADirectory) {
+  std::vector<std::wstring> met;
+  WalkDirectory(L"root", [&met](const DirectoryEntry& entry) {
+    met.emplace_back(entry.path);
+    if (entry.path != L"root\\empty") return Descend::kYes;
+    Remove(entry.path);
+    return Descend::kNo;
+  });
+  EXPECT_EQ(met.size(), 7U);
+  EXPECT_FALSE(Exists(L"root\\empty"));
+}
+
+void ExpectWalkError(const wchar_t* root, DWORD code) {
+  const std::filesystem::filesystem_error expected(
+      "directory_entry::status", std::filesystem::path(root),
+      std::error_code(static_cast<int>(code), std::system_category()));
+  try {
+    Met(root);
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::filesystem::filesystem_error& error) {
+    EXPECT_STREQ(error.what(), expected.what());
+    EXPECT_EQ(error.code(), expected.code());
+  }
+}
+
+TEST_F(Walk, OfAnEmptyRootFails) { ExpectWalkError(L"", ERROR_PATH_NOT_FOUND); }
+
+TEST_F(Walk, OfAMissingDirectoryFails) { ExpectWalkError(L"missing", ERROR_PATH_NOT_FOUND); }
+
+TEST_F(Walk, MeetsALinkToADirectoryAndDoesNotEnterIt) {
+  MakeDirectory(L"target");
+  WriteWhole(L"target\\file", "kept");
+  if (!MakeLink()) GTEST_SKIP() << "no link to a directory can be made on this system";
+  ASSERT_TRUE(Exists(L"root\\link\\file"));
+  bool met = false;
+  WalkDirectory(L"root", [&met](const DirectoryEntry& entry) {
+    EXPECT_FALSE(entry.path.starts_with(L"root\\link\\"));
+    if (entry.path == kLink) {
+      met = true;
+      EXPECT_TRUE(entry.IsDirectory());
+      EXPECT_FALSE(entry.IsEnterable());
+    }
+    return Descend::kYes;
+  });
+  EXPECT_TRUE(met);
+  EXPECT_TRUE(Exists(L"target\\file"));
+  RemoveLink();
+}
+
+TEST_F(Walk, RemovingATreeLeavesWhatItsLinksPointTo) {
+  MakeDirectory(L"target");
+  WriteWhole(L"target\\file", "kept");
+  if (!MakeLink()) GTEST_SKIP() << "no link to a directory can be made on this system";
+  try {
+    RemoveTree(L"root");
+    EXPECT_FALSE(Exists(L"root"));
+  } catch (const std::filesystem::filesystem_error& error) {
+    // Wine takes the link for what it points to and refuses to remove that.
+    EXPECT_EQ(error.path1().native(), kLink);
+    EXPECT_EQ(error.code().value(), ERROR_DIR_NOT_EMPTY);
+  }
+  EXPECT_EQ(test::ReadWhole(L"target\\file"), "kept");
+  if (Exists(kLink)) RemoveLink();
+}
+
+TEST_F(Walk, ATreeIsRemovedWhole) {
+  RemoveTree(L"root");
+  EXPECT_FALSE(Exists(L"root"));
+  EXPECT_NO_THROW(RemoveTree(L"root"));
+}
+
+}  // namespace
+}  // namespace ve::file
