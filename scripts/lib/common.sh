@@ -198,6 +198,9 @@ start_desktop() {
   fi
   "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 9>&- &
   wineserver_pid=$!
+  # The first program starts Wine's services, which keep its output open: it must not be one whose
+  # output somebody reads to the end.
+  "$wine_dir/wine64" cmd /c exit </dev/null >/dev/null 2>&1 9>&-
 }
 
 start_xvfb() {
