@@ -184,16 +184,16 @@ def test_a_failed_write_is_rolled_back_then_the_dialog_then_the_log_entry(scene)
 
     def look() -> None:
         names = sorted(path.name for path in scene.folder.root.iterdir())
-        seen.append((names, scene.folder.read(EXECUTABLE), scene.folder.log()))
+        seen.append((names, scene.folder.read("launcher.exe"), scene.folder.log()))
 
     run = scene.run([ok(SELF_UPDATE_FAILED, meanwhile=look)])
-    assert seen == [([EXECUTABLE, "Updater", "bin"], old, [])], "rolled back, and nothing logged yet, when the dialog comes"
+    assert seen == [(["Updater", "bin", "launcher.exe"], old, [])], "rolled back, and nothing logged yet, when the dialog comes"
     message = (
         "Failed to open file for saving. File 'Launcher.exe'. Error: No such file or directory (2)"
     )
     assert run.log == [scene.self_update_entry(message)]
     assert run.requests == [*REPLACING, "/updates/release/GameVersion.vpak"]
-    assert windows_attributes(scene.folder.path(EXECUTABLE)) & SYSTEM_ATTRIBUTE == 0
+    assert windows_attributes(scene.folder.path("launcher.exe")) & SYSTEM_ATTRIBUTE == 0
     assert run.exit_code == 0
     run.assert_game_started()
 
