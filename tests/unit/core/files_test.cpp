@@ -16,8 +16,11 @@
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/unicode.h"
+#include "support/replaced_call.h"
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
+
+extern "C" void* getFileAttributesExSlot __asm__("__imp_GetFileAttributesExW");
 
 namespace ve::file {
 namespace {
@@ -281,9 +284,24 @@ void SetTimes(const wchar_t* path, ULONGLONG created, ULONGLONG written) {
 
 constexpr ULONGLONG k2020 = 132'223'104'000'000'000;  // 2020-01-01 00:00 UTC, 1577836800 s of 1970.
 
-TEST_F(Files, TheCreationTimeIsWhatTheSystemKeepsAsSuch) {
+TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
+  // Told for the system, because Wine keeps no creation time that could be set.
+  const test::ReplacedCall told(
+      getFileAttributesExSlot, +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
+        const auto time = [](ULONGLONG value) {
+          return FILETIME{static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
+        };
+        auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        attributes.ftCreationTime = time(k2020 + 19'999'999);
+        attributes.ftLastAccessTime = time(k2020 + 2'000'000'000);
+        attributes.ftLastWriteTime = time(k2020 + 1'000'000'000);
+        return TRUE;
+      });
+  EXPECT_EQ(FileCreationTimeSeconds(L"file"), 1'577'836'801);
+}
+
+TEST_F(Files, TheCreationTimeIsTheSystems) {
   WriteWhole(L"file", "x");
-  SetTimes(L"file", k2020 + 19'999'999, k2020 + 1'000'000'000);
   WIN32_FILE_ATTRIBUTE_DATA data{};
   ASSERT_TRUE(GetFileAttributesExW(L"file", GetFileExInfoStandard, &data));
   const ULONGLONG created =

@@ -103,12 +103,13 @@ TEST_F(Mapped, AFileOfManyPagesShowsItsWholeContent) {
 TEST_F(Mapped, OthersMayReadTheOpenFileButNotWriteIt) {
   test::WriteWhole(L"file", "abc");
   const MappedFile file = MappedFile::Open(L"file");
+  // With everything shared from this side, only the open file can refuse.
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const UniqueFileHandle reader(
-      CreateFileW(L"file", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+      CreateFileW(L"file", GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_TRUE(reader);
-  const UniqueFileHandle writer(CreateFileW(L"file", GENERIC_WRITE,
-                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                            OPEN_EXISTING, 0, nullptr));
+  const UniqueFileHandle writer(
+      CreateFileW(L"file", GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_FALSE(writer);
 }
 
