@@ -90,19 +90,21 @@ class Watcher:
 
 @dataclasses.dataclass
 class Press:
-    """The answer to an expected dialog. "meanwhile" is called while the dialog is up."""
+    """The answer to an expected dialog: given once the condition "when" holds, if there is one.
+    "meanwhile" is called while the dialog is up."""
 
     button: str
     dialog: Dialog
     meanwhile: Callable[[], None] | None = None
+    when: Callable[["Run"], bool] | None = None
 
 
-def ok(dialog: Dialog, meanwhile: Callable[[], None] | None = None) -> Press:
-    return Press("OK", dialog, meanwhile)
+def ok(dialog: Dialog, **options) -> Press:
+    return Press("OK", dialog, **options)
 
 
-def cancel(dialog: Dialog, meanwhile: Callable[[], None] | None = None) -> Press:
-    return Press("Cancel", dialog, meanwhile)
+def cancel(dialog: Dialog, **options) -> Press:
+    return Press("Cancel", dialog, **options)
 
 
 @dataclasses.dataclass
@@ -132,6 +134,7 @@ class Run:
         self.failure: dict | None = None
         self.ended = False
         self._open_windows: set[int] = set()
+        self._pending: tuple[Press, dict] | None = None
         self._answers = collections.deque(answers)
         self._windows_allowed = windows_allowed
         self._deadline = time.monotonic() + DEADLINE
@@ -171,6 +174,9 @@ class Run:
             self.ended = True
             return
         getattr(self, "_on_" + event["event"])(event)
+        if self._pending and (not self._pending[0].when or self._pending[0].when(self)):
+            self._press(*self._pending)
+            self._pending = None
 
     def _on_started(self, event: dict) -> None:
         pass
@@ -210,13 +216,16 @@ class Run:
         assert expected is not None, f"unexpected dialog {shown}"
         assert shown == expected.dialog
         assert event["owner"] == 0, "a dialog has an owner window"
+        self._pending = (expected, event)
+
+    def _press(self, expected: Press, event: dict) -> None:
         if expected.meanwhile:
             expected.meanwhile()
         for button in event["buttons"]:
             if button["label"] == expected.button:
                 self._watcher.order(f"press {event['window']} {button['id']}")
                 return
-        raise AssertionError(f"no button {expected.button} in {shown}")
+        raise AssertionError(f"no button {expected.button} in {event}")
 
     # --- What was seen ---
 
