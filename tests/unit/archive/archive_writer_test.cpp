@@ -21,7 +21,6 @@ using namespace std::string_literals;
 using test::kCheckedHeader;
 using test::kPlainHeader;
 using test::U32;
-using test::U64;
 
 std::span<const std::byte> Raw(std::string_view text) { return std::as_bytes(std::span(text)); }
 

@@ -77,7 +77,7 @@ void ReportAndWait() {
   WaitForSingleObject(leave.Get(), kPatience);
 }
 
-[[maybe_unused]] const bool isNoChild = [] {
+[[maybe_unused]] const bool kIsNoChild = [] {
   std::array<wchar_t, 64> buffer{};
   GetEnvironmentVariableW(kRole, buffer.data(), buffer.size());
   const std::wstring_view role = buffer.data();
