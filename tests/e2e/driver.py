@@ -16,7 +16,7 @@ from typing import Callable
 
 from dialogs import Dialog
 from game_folder import GameFolder, windows_path
-from scripted_server import ScriptedServer
+from scripted_server import Gate, ScriptedServer
 
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 WINE = PROJECT / "scripts" / "wine"
@@ -149,7 +149,11 @@ class Run:
     def wait_until(self, condition: Callable[["Run"], bool], what: str) -> None:
         while not condition(self):
             assert not self.ended, f"the run ended before: {what}; {self.describe()}"
-            self._take_event(what)
+            self._take_event(what, pause=0.02)
+
+    def wait_for(self, gate: Gate) -> None:
+        """Goes on until the program waits for the answer that the gate holds back."""
+        self.wait_until(lambda _: gate.reached, "the request that is held back")
 
     def finish(self) -> None:
         while not self.ended:
@@ -165,10 +169,14 @@ class Run:
     def close(self) -> None:
         self._watcher.close()
 
-    def _take_event(self, what: str) -> None:
+    def _take_event(self, what: str, pause: float = DEADLINE) -> None:
+        """The next event, or after the pause none: conditions may change without an event."""
+        left = self._deadline - time.monotonic()
         try:
-            event = self._watcher.events.get(timeout=max(0.0, self._deadline - time.monotonic()))
+            event = self._watcher.events.get(timeout=max(0.0, min(pause, left)))
         except queue.Empty:
+            if left > pause:
+                return
             raise TimeoutError(f"waited in vain for {what}; {self.describe()}") from None
         if event is None:
             self.ended = True

@@ -92,7 +92,7 @@ def test_an_answer_that_stops_half_way_is_waited_for(scene):
     scene.offer_game_version(*NEWER)
     gate = scene.server.hold(scene.updates + VERSION_FILE, after=20)
     run = scene.start([cancel(UPDATE_AVAILABLE)])
-    gate.wait_until_reached()
+    run.wait_for(gate)
     assert (run.dialogs, run.exits) == ([], [])
     gate.open()
     run.finish()

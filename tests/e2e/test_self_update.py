@@ -398,7 +398,7 @@ def test_settings_that_cannot_be_fetched_are_logged_and_the_game_update_goes_on(
 def test_settings_that_vanish_during_the_run_are_logged_with_the_current_directory(scene):
     gate = scene.server.hold(scene.updates + "updater/UpdaterData.vpak")
     run = scene.start()
-    gate.wait_until_reached()
+    run.wait_for(gate)
     scene.folder.remove(SETTINGS)
     gate.open()
     run.finish()

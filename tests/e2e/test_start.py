@@ -63,7 +63,7 @@ def test_a_missing_bin_folder_ends_in_silence_with_exit_code_0(scene):
 def test_two_launchers_run_side_by_side(scene):
     gate = scene.server.hold(scene.updates + "GameVersion.vpak")
     first = scene.start(game_seconds=0)
-    gate.wait_until_reached()
+    first.wait_for(gate)
     # The first one is in the middle of its run; the second does all of it meanwhile.
     scene.offer_game_version(0, 0, 0, 1)
     second = scene.run()
