@@ -196,11 +196,21 @@ start_desktop() {
     # The user's window manager shall see the windows.
     sed -i '/^"Managed"="N"$/d' "$WINEPREFIX/user.reg"
   fi
-  "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 9>&- &
+  "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 &
   wineserver_pid=$!
   # The first program starts Wine's services, which keep its output open: it must not be one whose
   # output somebody reads to the end.
-  "$wine_dir/wine64" cmd /c exit </dev/null >/dev/null 2>&1 9>&-
+  "$wine_dir/wine64" cmd /c exit </dev/null >/dev/null 2>&1
+}
+
+# keep_desktop PRESET: the same for Wine's desktop, which comes with the first window and goes some
+# time after the last.
+keep_desktop() {
+  local endless
+  mkfifo "$run_dir/endless"
+  exec {endless}<>"$run_dir/endless"
+  "$wine_dir/wine64" "$root/build/$1/watcher/watch.exe" desktop <&"$endless" >/dev/null 2>&1 &
+  exec {endless}>&-
 }
 
 start_xvfb() {

@@ -166,6 +166,10 @@ class Run:
         """Ends everything that still runs, as the test's own doing."""
         self._watcher.order("quit")
 
+    def close_window(self, window: dict) -> None:
+        """Asks a window to close, as its keyboard shortcut does."""
+        self._watcher.order(f"close {window['window']}")
+
     def close(self) -> None:
         self._watcher.close()
 

@@ -1,0 +1,153 @@
+"""The variant whose clean-up keeps folders that are not empty and goes on into them."""
+
+import pytest
+
+import formats
+from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from driver import TERMINATED, ok
+from game_folder import GAME, STAGING
+from scene import INSTALLED, NEWER
+
+VERSION_FILE = "Updater/GameVersion.vpak"
+CHECK = ("GameVersion.vpak", "game_update.manifest")
+
+
+@pytest.fixture
+def studio(scene):
+    """A game that lives in "bin", with the Launcher for such games."""
+    scene.install_launcher(scene.build.walk_on)
+    return scene
+
+
+def offer(studio, files: dict[str, bytes], directories: list[str]) -> None:
+    """An update to these files and the game's program, which is current."""
+    lines = [formats.file_line(name, content) for name, content in files.items()]
+    lines.append(formats.file_line(GAME, studio.build.player.read_bytes()))
+    studio.offer_game(files, directories, lines)
+
+
+def test_a_game_in_bin_is_updated_to_the_end_and_started(studio):
+    folder = studio.folder
+    folder.put("bin/game.dll", b"old dll")
+    folder.put("bin/old.dll", b"unlisted")
+    folder.put("bin/data/level.dat", b"current")
+    folder.put("bin/data/old.dat", b"unlisted")
+    folder.directory("bin/empty")
+    folder.put("bin/backup.rar", b"kept")
+    folder.put("bin/Output.txt", b"not the root's")
+    folder.put("Output.txt", b"the root's")
+    folder.put("Saved/profile.sav", b"kept")
+    folder.put("saved game/profile.sav", b"unlisted")
+    folder.put("Logs/older.log", b"kept")
+    files = {"bin/game.dll": b"new dll", "bin/data/level.dat": b"current", "bin/new.dll": b"new"}
+    offer(studio, files, ["bin", "bin/data"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert run.requests == studio.requests(*CHECK, "bin/game.dll", "bin/new.dll")
+    assert run.changes() == {
+        "Intermediate": ("-", None),
+        VERSION_FILE: (formats.game_version(*INSTALLED), formats.game_version(*NEWER)),
+        "bin/Output.txt": (b"not the root's", "-"),
+        "bin/data/old.dat": (b"unlisted", "-"),
+        "bin/empty": (None, "-"),
+        "bin/game.dll": (b"old dll", b"new dll"),
+        "bin/new.dll": ("-", b"new"),
+        "bin/old.dll": (b"unlisted", "-"),
+        "saved game/profile.sav": (b"unlisted", "-"),
+    }
+    assert not folder.has(STAGING)
+    assert (run.log, run.exit_code) == ([], 0)
+    run.assert_game_started()
+
+
+def test_the_game_starts_only_after_success_was_told(studio):
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    starts = []
+    run = studio.start(
+        [
+            ok(UPDATE_AVAILABLE),
+            ok(UPDATE_SUCCESSFUL, meanwhile=lambda: starts.append(len(run.game_starts))),
+        ]
+    )
+    run.finish()
+    assert starts == [0]
+    run.assert_game_started()
+
+
+def test_the_next_run_finds_the_game_current(studio):
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    run = studio.run()
+    assert run.requests == studio.requests("GameVersion.vpak")
+    assert run.changes() == {}
+    run.assert_game_started()
+
+
+@pytest.mark.parametrize(
+    ("name", "kept"),
+    [
+        ("bin/old.dll", False),
+        ("bin/sub/deep/old.dll", False),
+        ("saved/profile.sav", False),
+        ("LOGS/file", False),
+        ("bin/Saved/profile.sav", False),
+        ("bin/Output.txt", False),
+        ("bin/Launcher.exe", False),
+        ("notes.rar.txt", False),
+        ("archive.rar/notes.txt", False),
+        ("bin/Backup.RAR", True),
+        ("a.b/c.rar", True),
+        ("Saved/profile.sav", True),
+        ("Logs/file", True),
+        ("Updater/sub/file", True),
+        ("updates/file", True),
+        ("CrashLogs/file", True),
+        ("Screenshots/file", True),
+        ("Symbols/file", True),
+        ("Intermediate/file", True),
+    ],
+)
+def test_the_clean_up_reaches_into_folders(studio, name, kept):
+    studio.folder.put(name, b"content")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert studio.folder.has(name) == kept
+    assert run.exit_code == 0
+    run.assert_game_started()
+
+
+def test_an_empty_folder_is_still_removed(studio):
+    studio.folder.directory("unlisted")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin", "listed"])
+    studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert not studio.folder.has("unlisted")
+    assert not studio.folder.has("listed")
+
+
+def test_a_file_listed_with_a_backslash_is_removed_right_after_its_installation(studio):
+    for name in ("bin\\new.dll", "bin/new.dll"):
+        studio.serve(name, b"new")
+    offer(studio, {"bin\\new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert not studio.folder.has("bin/new.dll")
+    assert run.exit_code == 0
+    run.assert_game_started()
+
+
+def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
+    studio.folder.put("bin/old.dll", b"in use")
+    studio.lock("bin/old.dll", "read")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE)])
+    assert run.exit_code == TERMINATED
+    assert studio.folder.read("bin/old.dll") == b"in use"
+    assert studio.folder.has(STAGING)
+    assert studio.folder.read(VERSION_FILE) == formats.game_version(*INSTALLED)
+    assert not studio.folder.has("Logs")
+    run.assert_game_not_started()
+
+
+def test_without_an_update_it_is_the_same_launcher(studio):
+    run = studio.run()
+    assert run.requests == studio.requests("GameVersion.vpak")
+    assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
+    run.assert_game_started()
