@@ -32,14 +32,29 @@ fail() {
   exit 1
 }
 
+# exit_on_signals: an interrupted shell goes through its trap on EXIT, whatever the program it waits
+# for makes of the signal. Subshells do not inherit this.
+exit_on_signals() {
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+}
+exit_on_signals
+
 as_root() {
   if [[ $EUID -eq 0 ]]; then
     "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
   else
-    fail "'$*' must be run as root, and there is no sudo."
+    sudo "$@"
   fi
+}
+
+# need_root WHAT: ends with a reason where as_root could not work.
+need_root() {
+  [[ $EUID -ne 0 ]] || return 0
+  command -v sudo >/dev/null || fail "$1 needs root, and there is no sudo: let root do it."
+  # Asks for the password here, where nothing is redirected.
+  sudo true || fail "$1 needs root, and sudo refuses: let root do it."
 }
 
 # install_missing PACKAGE...: asks nothing, and does nothing where everything is there.
@@ -55,6 +70,7 @@ install_missing() {
     return
   fi
   say "Installing ${missing[*]}"
+  need_root "'apt-get install'"
   say "(what apt-get prints goes to ${log#"$root"/})"
   local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=900)
   if ! as_root "${apt[@]}" update >"$log" 2>&1; then
@@ -64,6 +80,7 @@ install_missing() {
   # Nothing that is installed here is wanted as a service: nginx would take port 80.
   if [[ ! -e /usr/sbin/policy-rc.d ]]; then
     keep_stopped=/usr/sbin/policy-rc.d
+    trap 'as_root rm -f /usr/sbin/policy-rc.d' EXIT
     printf '#!/bin/sh\nexit 101\n' | as_root tee "$keep_stopped" >/dev/null
     as_root chmod 755 "$keep_stopped"
   fi
@@ -72,6 +89,7 @@ install_missing() {
     status=$?
   if [[ -n $keep_stopped ]]; then
     as_root rm -f "$keep_stopped"
+    trap - EXIT
   fi
   if [[ $status -ne 0 ]]; then
     tail -n 30 "$log" >&2
@@ -85,8 +103,10 @@ install_missing() {
 # The build tree belongs to one user: what root built, nobody else can build on.
 own_build_tree() {
   mkdir -p "$root/build/wine" 2>/dev/null || true
-  [[ -w "$root/build/wine" && -O "$root/build/wine" ]] ||
+  [[ -w "$root/build/wine" && -O "$root/build/wine" ]] || {
+    [[ -e "$root/build" ]] || fail "$root cannot be written: run this as $(stat -c %U "$root")."
     fail "build/ belongs to another user: remove it, or run this as $(stat -c %U "$root/build")."
+  }
 }
 
 # cpp_sources PATTERN: our C++ files, each ended by a NUL.
@@ -152,11 +172,14 @@ make_wine_template() {
     rm -rf "$root"/build/wine/template-*
     wine_environment "$template.new"
     mkdir "$WINEPREFIX"
+    exit_on_signals
+    trap end_wineserver EXIT
     "$wine_dir/wine64" wineboot -i >"$root/build/wine/template.log" 2>&1
     # Without a window manager Wine would wait two seconds whenever a managed window closes.
     "$wine_dir/wine64" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
     "$wine_dir/wineserver64" -w
     end_wineserver
+    trap - EXIT
     [[ -s $WINEPREFIX/system.reg ]] || exit 1
     # Wine looks for its own fonts here, not where Debian puts them.
     ln -s /usr/share/wine/fonts/* "$WINEPREFIX/drive_c/windows/Fonts/"
@@ -181,9 +204,6 @@ start_desktop() {
   make_wine_template
   run_dir=$(mktemp -d "$root/build/wine/run.XXXXXX")
   trap stop_desktop EXIT
-  trap 'exit 129' HUP
-  trap 'exit 130' INT
-  trap 'exit 143' TERM
   wine_environment "$run_dir/prefix"
   # Hard links for Wine's own programs, copies of all that programs write to.
   cp -al "$template" "$WINEPREFIX"
@@ -216,6 +236,7 @@ keep_desktop() {
 start_xvfb() {
   # Only root can make this directory, and X servers want it; a bare system has none.
   if [[ ! -d /tmp/.X11-unix ]]; then
+    need_root "making /tmp/.X11-unix"
     as_root mkdir -p -m 1777 /tmp/.X11-unix
   fi
   unset DISPLAY XAUTHORITY WAYLAND_DISPLAY
