@@ -24,6 +24,8 @@ demo_packages=(python3 nginx-light x11-utils xdotool imagemagick)
 export LC_ALL=C.UTF-8
 unset LANGUAGE TZ
 export PYTHONDONTWRITEBYTECODE=1
+# Where fontconfig keeps what it finds out about the fonts: not in the home directory.
+export XDG_CACHE_HOME="$root/build/cache"
 
 say() { printf '%s\n' "$*"; }
 heading() { printf '\n=== %s\n' "$*"; }
@@ -174,7 +176,9 @@ make_wine_template() {
     mkdir "$WINEPREFIX"
     exit_on_signals
     trap end_wineserver EXIT
-    "$wine_dir/wine64" wineboot -i >"$root/build/wine/template.log" 2>&1
+    # In the background, because a signal ends the waiting for it at once.
+    "$wine_dir/wine64" wineboot -i >"$root/build/wine/template.log" 2>&1 &
+    wait $!
     # Without a window manager Wine would wait two seconds whenever a managed window closes.
     "$wine_dir/wine64" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
     "$wine_dir/wineserver64" -w
