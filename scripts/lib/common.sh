@@ -10,7 +10,8 @@ wine_dir=/usr/lib/wine
 # Debian's own, which is the one that has Debian's pytest.
 python=/usr/bin/python3
 
-build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest)
+build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest libcli11-dev
+  nlohmann-json3-dev)
 # The fonts and the X libraries are only recommended by libwine; without them windows are drawn with
 # stand-ins.
 wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 libxi6 libxinerama1
