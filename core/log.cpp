@@ -19,7 +19,9 @@
 namespace ve {
 namespace {
 
+// Without the separator the name also finds a file, and the entry goes into the game's root then.
 constexpr std::wstring_view kLogFolder = L"Logs";
+constexpr std::wstring_view kLogDirectory = L"Logs\\";
 
 /// Puts the previous current directory back at the end of its scope.
 class WorkingDirectoryScope {
@@ -68,7 +70,7 @@ void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody) {
     // another failure and keep the player from the game.
     return;
   }
-  const WorkingDirectoryScope scope(kLogFolder);
+  const WorkingDirectoryScope scope(kLogDirectory);
   std::ofstream log(std::filesystem::path(L"updater.log"), std::ios::out | std::ios::app);
   log << '[' << TimeStamp() << "]\n";
   writeBody(log);

@@ -1,8 +1,6 @@
 #include "launcher/updater_driver.h"
 
 #include <exception>
-#include <string>
-#include <string_view>
 
 #include "archive/updater_settings.h"
 #include "core/files.h"
@@ -16,8 +14,6 @@
 namespace ve {
 namespace {
 
-/// The server that "redirect.txt" names, its text taken exactly as it is; the configured one where
-/// there is no such file. Only one redirection is followed.
 std::string FindBaseUrl(std::wstring_view configuredUrl) {
   DownloadResult redirect = Download(Format(L"{}redirect.txt", configuredUrl));
   return redirect.Succeeded() ? std::move(redirect.Body()) : ToUtf8(configuredUrl);
@@ -26,14 +22,18 @@ std::string FindBaseUrl(std::wstring_view configuredUrl) {
 void RunUpdates() {
   const std::string settingsBytes = file::LoadFile(L"Updater\\UpdaterData.vpak");
   const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes);
-  const std::string baseUrl = FindBaseUrl(settings.url);
-  const std::wstring updatesUrl = Format(L"{}updates/{}/", ToWide(baseUrl), settings.channel);
+  const std::wstring updatesUrl = FindUpdatesUrl(settings.url, settings.channel);
 
   sdk::RunSelfUpdate(updatesUrl, settingsBytes);
   sdk::RunGameUpdate(updatesUrl);
 }
 
 }  // namespace
+
+std::wstring FindUpdatesUrl(std::wstring_view configuredUrl, std::wstring_view channel) {
+  const std::string baseUrl = FindBaseUrl(configuredUrl);
+  return Format(L"{}updates/{}/", ToWide(baseUrl), channel);
+}
 
 void RunUpdater() {
   try {

@@ -1,7 +1,16 @@
 // The updates of one run, in their order.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 namespace ve {
+
+/// The URL below which a channel's updates lie, with its last slash. The base is what the server
+/// has in "redirect.txt" below the configured URL, taken exactly as it is, or else the configured
+/// URL; only one redirection is followed.
+[[nodiscard]] std::wstring FindUpdatesUrl(std::wstring_view configuredUrl,
+                                          std::wstring_view channel);
 
 /// Reads the settings, finds the server, updates the Launcher, then the game. Returns when the game
 /// may be started; failures are logged. The self-update's restart and a failed game update that the

@@ -13,9 +13,6 @@
 namespace ve::sdk {
 namespace {
 
-/// The one difference between the strict program and the one for games that live in "bin\".
-constexpr bool kCleanupWalksOn = LAUNCHER_CLEANUP_WALKS_ON;
-
 constexpr std::wstring_view kWalkRoot = L".";
 
 void CreateDirectories(const GameUpdateManifest& manifest) {
@@ -36,7 +33,7 @@ bool RemoveEntry(std::wstring_view path) {
     file::Remove(path);
     return true;
   } catch (const std::filesystem::filesystem_error& error) {
-    if (kCleanupWalksOn && error.code().value() == ERROR_DIR_NOT_EMPTY) return false;
+    if (CleanupWalksOn() && error.code().value() == ERROR_DIR_NOT_EMPTY) return false;
     throw;
   }
 }
@@ -50,6 +47,9 @@ void RemoveStagingFolder() {
 }
 
 }  // namespace
+
+// The one difference between the strict program and the one for games that live in "bin\".
+bool CleanupWalksOn() noexcept { return LAUNCHER_CLEANUP_WALKS_ON; }
 
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
   CleanupRules rules(listedNames, OwnExecutableName());

@@ -16,9 +16,13 @@ namespace ve::sdk {
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 
+/// Whether this build keeps a directory that the clean-up cannot remove because it still holds
+/// entries, and goes on into it; if not, that ends the update.
+[[nodiscard]] bool CleanupWalksOn() noexcept;
+
 /// Removes every entry of the current directory that is neither listed nor preserved. Removing a
 /// directory that still holds entries fails, and that throws, on purpose, also where all that it
-/// holds is listed; only a build with LAUNCHER_CLEANUP_WALKS_ON keeps it and goes on into it.
+/// holds is listed; only a build whose clean-up walks on keeps it and goes on into it.
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
 
 }  // namespace ve::sdk

@@ -8,11 +8,8 @@
 #include "net/download.h"
 
 namespace ve::sdk {
-namespace {
 
-/// The installed version; none if there is no version file that can be understood. The file is
-/// closed again on return: the update writes it at its end.
-std::optional<VersionNumber> ReadLocalVersion() {
+std::optional<VersionNumber> ReadInstalledVersion() {
   if (!file::Exists(kGameVersionFile)) return {};
   file::ArchiveReader reader = file::OpenArchiveFile(kGameVersionFile);
   if (reader.ReadString() != GameVersion::kHeader) return {};
@@ -20,7 +17,7 @@ std::optional<VersionNumber> ReadLocalVersion() {
   return ReadVersionNumber(reader);
 }
 
-VersionNumber ReadRemoteVersion(std::string_view bytes) {
+VersionNumber ReadOfferedVersion(std::string_view bytes) {
   file::ArchiveReader reader(bytes);
   const std::string_view header = reader.ReadString();
   if (header != GameVersion::kHeader) {
@@ -35,8 +32,6 @@ VersionNumber ReadRemoteVersion(std::string_view bytes) {
   return ReadVersionNumber(reader);
 }
 
-}  // namespace
-
 std::strong_ordering VersionNumber::operator<=>(const VersionNumber& other) const noexcept {
   for (std::size_t word = words.size(); word-- > 0;) {
     if (words[word] != other.words[word]) return words[word] <=> other.words[word];
@@ -49,14 +44,14 @@ VersionNumber ReadVersionNumber(file::ArchiveReader& reader) {
 }
 
 bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion) {
-  const std::optional<VersionNumber> local = ReadLocalVersion();
+  const std::optional<VersionNumber> local = ReadInstalledVersion();
   if (!local) return true;
 
   DownloadResult remote = Download(versionUrl);
   if (!remote.Succeeded()) {
     ThrowUpdaterException("Failed to download game-version file with error: '{}'", remote.Error());
   }
-  if (*local >= ReadRemoteVersion(remote.Body())) return false;
+  if (*local >= ReadOfferedVersion(remote.Body())) return false;
   pendingVersion = std::move(remote.Body());
   return true;
 }

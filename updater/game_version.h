@@ -33,6 +33,15 @@ struct GameVersion {
 /// Reads the version number, the record's last field.
 [[nodiscard]] VersionNumber ReadVersionNumber(file::ArchiveReader& reader);
 
+/// The installed version in the current directory; none if there is no version file, or one with
+/// another header word or file version. The file is closed again on return: the update writes it at
+/// its end. Throws what the archive reader throws.
+[[nodiscard]] std::optional<VersionNumber> ReadInstalledVersion();
+
+/// The version in the server's version file. Throws `UpdaterException` if it is no version file,
+/// and what the archive reader throws.
+[[nodiscard]] VersionNumber ReadOfferedVersion(std::string_view bytes);
+
 /// Whether the installed game is missing, unreadable or older than the server's.
 ///
 /// If it is older, `pendingVersion` becomes the server's version file as downloaded. A local file

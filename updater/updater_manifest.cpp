@@ -18,7 +18,7 @@ constexpr std::size_t kLeastLines = 3;
 
 }  // namespace
 
-std::uint32_t ReadUpdaterManifest(std::string& text) {
+std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion) {
   StripCarriageReturns(text);
   const std::vector<std::string_view> lines = SplitLines(text, '\n', EmptyPieces::kDrop);
   if (lines.size() < kLeastLines) {
@@ -49,10 +49,10 @@ std::uint32_t ReadUpdaterManifest(std::string& text) {
                           versionLine.key, kVersionKey);
   }
   const auto offered = ReadDecimal<std::uint32_t>(versionLine.value);
-  if (offered < kOwnUpdaterVersion) {
+  if (offered < ownVersion) {
     ThrowUpdaterException(
         "Trying to downgrade updater to version '{}' (from '{}'). Downgrade is not supported",
-        offered, kOwnUpdaterVersion);
+        offered, ownVersion);
   }
   return offered;
 }

@@ -16,9 +16,10 @@ inline constexpr std::uint32_t kOwnUpdaterVersion = LAUNCHER_VERSION;
 inline constexpr std::uint32_t kMinimumFileVersion = 1;
 
 /// Reads the manifest, whose carriage returns are removed in place, and returns the offered
-/// version, which is this build's or a higher one. Throws `UpdaterException`, also for an offered
-/// version below this build's.
-[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text);
+/// version, which is `ownVersion` or a higher one. Throws `UpdaterException`, also for an offered
+/// version below that.
+[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text,
+                                                std::uint32_t ownVersion = kOwnUpdaterVersion);
 
 /// Writes the manifest that offers this build's version; for publishing. At most 255 characters of
 /// the path are used, and failures of the stream are not checked.

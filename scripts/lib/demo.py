@@ -8,14 +8,12 @@ folder and the log file show.
 import argparse
 import dataclasses
 import functools
-import http.client
 import os
 import pathlib
 import queue
 import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import textwrap
@@ -30,6 +28,7 @@ import dialogs  # noqa: E402
 import formats  # noqa: E402
 from driver import TERMINATED, Build, Watcher  # noqa: E402
 from game_folder import STAGING, GameFolder, windows_path  # noqa: E402
+from nginx_server import NginxServer, Request  # noqa: E402
 
 BUILD = Build(ROOT / "build/release")
 DEMO = ROOT / "build/demo"
@@ -554,7 +553,9 @@ def main() -> int:
     os.environ["VELMORANT_PLAYER_SECONDS"] = "5" if interactive else "60"
     os.environ["VELMORANT_PLAYER_RECORD"] = windows_path(DEMO / "game-starts.txt")
 
-    server = Server(DEMO / "nginx", DEMO / "server")
+    # The data files come slowly, so that the progress window can be seen.
+    slowly = "location ~ /data/ { limit_rate 1500k; }"
+    server = NginxServer(DEMO / "nginx", DEMO / "server", slowly)
     demo = Demo(server, interactive)
     failure = ""
     try:

@@ -191,7 +191,7 @@ TEST_F(Log, WhereTheFolderIsAFileTheEntryGoesBesideIt) {
   EXPECT_EQ(ReadWhole(L"updater.log").substr(27),
             "\r\nError while running updater:\r\nbecause\r\n\r\n");
   EXPECT_THAT(sink.Messages(),
-              ElementsAre(Pair("Failed to set current working directory to 'Logs': " +
+              ElementsAre(Pair("Failed to set current working directory to 'Logs\\': " +
                                    std::system_category().message(ERROR_DIRECTORY),
                                0U)));
 }

@@ -3,6 +3,7 @@
 
 #include "core/windows.h"
 
+#include <exception>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -29,7 +30,11 @@ class TempFolder : public testing::Test {
   }
   ~TempFolder() override {
     EXPECT_TRUE(SetWorkingDirectory(before_, true));
-    file::RemoveTree(folder_);
+    try {
+      file::RemoveTree(folder_);
+    } catch (const std::exception& error) {
+      ADD_FAILURE() << "something of the test is still open: " << error.what();
+    }
   }
 
   /// The folder's absolute path, without a trailing separator.

@@ -1,0 +1,48 @@
+// publish.exe: makes, checks and previews what the Launcher reads.
+#include "core/windows.h"
+
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "core/unicode.h"
+#include "publisher/commands.h"
+#include <CLI/CLI.hpp>
+
+namespace {
+
+using namespace ve::publish;
+
+/// The command line's arguments in UTF-8, without the program, last first as CLI11 takes them.
+std::vector<std::string> Arguments(int count, wchar_t** arguments) {
+  std::vector<std::string> texts;
+  for (int index = count - 1; index > 0; --index) texts.push_back(ve::ToUtf8(arguments[index]));
+  return texts;
+}
+
+int RunCommand(const Command& command) {
+  Console console(command.json ? Console::Style::kJson : Console::Style::kWords);
+  try {
+    return command.run(console);
+  } catch (const std::exception& error) {
+    Findings findings;
+    findings.Refuse("publish", error.what(), "");
+    return console.Finish(findings);
+  }
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+  SetConsoleOutputCP(CP_UTF8);
+  CLI::App program("Makes, checks and previews the updates that the Launcher reads.", "publish");
+  program.require_subcommand(1);
+  Command chosen;
+  AddSettingsCommand(program, chosen);
+  try {
+    program.parse(Arguments(count, arguments));
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kDone : kWrongUsage;
+  }
+  return RunCommand(chosen);
+}

@@ -1,0 +1,81 @@
+#include <algorithm>
+#include <memory>
+
+#include "archive/archive_writer.h"
+#include "archive/updater_settings.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/commands.h"
+#include "publisher/paths.h"
+#include "publisher/whole_file.h"
+
+namespace ve::publish {
+namespace {
+
+struct Options {
+  std::string url;
+  std::string channel;
+  std::string output;
+};
+
+bool StandsInUrls(char c) { return c > ' ' && c <= '~'; }
+
+void CheckUrl(const std::string& url, Findings& findings) {
+  if (!url.starts_with("http://") && !url.starts_with("https://")) {
+    findings.Refuse(url, "the Launcher asks servers over http and https only",
+                    "Begin the URL with https://.");
+  }
+  if (!std::all_of(url.begin(), url.end(), StandsInUrls)) {
+    findings.Refuse(url, "a URL holds neither blanks nor characters beyond ASCII",
+                    "Encode them, a blank as %20.");
+  }
+  if (!url.ends_with('/')) {
+    findings.Warn(url, "without a slash at its end, \"updates\" is glued to the URL's last word",
+                  Format("Write {}/ unless that is meant.", url));
+  }
+  if (!url.starts_with("https://")) {
+    findings.Warn(url, "without https anybody on the way can replace the game's files",
+                  "Serve over https.");
+  }
+}
+
+std::string SettingsArchive(const Options& options) {
+  file::ArchiveWriter writer(file::ArchiveMode::kPlain);
+  writer.WriteString(sdk::UpdaterSettings::kHeader);
+  writer.WriteU32(sdk::UpdaterSettings::kFileVersion);
+  writer.WriteWideString(ToWide(options.url));
+  writer.WriteWideString(ToWide(options.channel));
+  return writer.Bytes();
+}
+
+int Run(const Options& options, Console& console) {
+  Findings findings;
+  CheckUrl(options.url, findings);
+  const std::wstring output = AbsolutePath(options.output);
+  if (!findings.Refused()) {
+    WriteWholeFile(output, SettingsArchive(options));
+    console.Say(Format("{}: URL {}, channel {}", PathText(output), options.url, options.channel));
+  }
+  console.Report() = {
+      {"file", PathText(output)}, {"url", options.url}, {"channel", options.channel}};
+  return console.Finish(findings);
+}
+
+}  // namespace
+
+void AddSettingsCommand(CLI::App& program, Command& chosen) {
+  CLI::App* command =
+      AddCommand(program, chosen, "settings", "Write the settings archive of a distribution.",
+                 "--url https://updates.example.com/ --channel release "
+                 "--output Updater\\UpdaterData.vpak");
+  const auto options = std::make_shared<Options>();
+  command->add_option("--url", options->url, "The server's base URL, with its last slash.")
+      ->required();
+  AddChannel(*command, options->channel)->required();
+  command->add_option("--output", options->output, "The file to write.")->required();
+  command->callback([options, &chosen] {
+    chosen.run = [options](Console& console) { return Run(*options, console); };
+  });
+}
+
+}  // namespace ve::publish

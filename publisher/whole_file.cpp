@@ -1,0 +1,72 @@
+#include "publisher/whole_file.h"
+
+#include "core/windows.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "core/files.h"
+#include "core/handle.h"
+#include "core/unicode.h"
+#include "publisher/paths.h"
+
+namespace ve::publish {
+namespace {
+
+constexpr DWORD kMostAtOnce = 1U << 30;
+
+[[noreturn]] void ThrowLastError(const char* operation, const std::wstring& path) {
+  const auto code = static_cast<int>(GetLastError());
+  throw std::filesystem::filesystem_error(operation, std::filesystem::path(ToWide(PathText(path))),
+                                          std::error_code(code, std::system_category()));
+}
+
+std::wstring Beside(const std::wstring& path) { return path + L".publishing"; }
+
+}  // namespace
+
+std::string ReadWholeFile(const std::wstring& path) {
+  const UniqueFileHandle file(CreateFileW(
+      path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+  LARGE_INTEGER size;
+  if (!file || GetFileSizeEx(file.Get(), &size) == FALSE) ThrowLastError("read", path);
+  std::string content(static_cast<std::size_t>(size.QuadPart), '\0');
+  for (std::size_t done = 0; done < content.size();) {
+    const auto wanted =
+        static_cast<DWORD>(std::min<std::size_t>(content.size() - done, kMostAtOnce));
+    DWORD read = 0;
+    if (ReadFile(file.Get(), content.data() + done, wanted, &read, nullptr) == FALSE) {
+      ThrowLastError("read", path);
+    }
+    if (read == 0) content.resize(done);  // It has become shorter meanwhile.
+    done += read;
+  }
+  return content;
+}
+
+void WriteWholeFile(const std::wstring& path, std::string_view content) {
+  UniqueFileHandle file(CreateFileW(Beside(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) ThrowLastError("write", Beside(path));
+  while (!content.empty()) {
+    const auto wanted = static_cast<DWORD>(std::min<std::size_t>(content.size(), kMostAtOnce));
+    DWORD written = 0;
+    if (WriteFile(file.Get(), content.data(), wanted, &written, nullptr) == FALSE) {
+      ThrowLastError("write", Beside(path));
+    }
+    content.remove_prefix(written);
+  }
+  if (FlushFileBuffers(file.Get()) == FALSE || !file.Close()) ThrowLastError("write", Beside(path));
+  file::Rename(Beside(path), path);
+}
+
+void CopyWholeFile(const std::wstring& source, const std::wstring& path) {
+  if (CopyFileW(source.c_str(), Beside(path).c_str(), FALSE) == FALSE) {
+    ThrowLastError("copy", source);
+  }
+  file::Rename(Beside(path), path);
+}
+
+}  // namespace ve::publish

@@ -1,0 +1,21 @@
+// Whole files on the studio's side: of any path length, and with every error told. (The Launcher's
+// own file operations have limits of their own.)
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace ve::publish {
+
+/// The content. Throws a filesystem error that names the path.
+[[nodiscard]] std::string ReadWholeFile(const std::wstring& path);
+
+/// Writes a file beside its place and renames it into it: others see the old content or the new,
+/// never a part. What an interrupted write left beside it is overwritten by the next. Throws a
+/// filesystem error that names the path.
+void WriteWholeFile(const std::wstring& path, std::string_view content);
+
+/// The same with the content of another file.
+void CopyWholeFile(const std::wstring& source, const std::wstring& path);
+
+}  // namespace ve::publish

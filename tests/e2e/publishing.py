@@ -1,0 +1,48 @@
+"""Runs the publishing tool as a studio does."""
+
+import dataclasses
+import json
+import os
+import pathlib
+import subprocess
+
+from driver import WINE, Build
+from game_folder import windows_path
+
+
+@dataclasses.dataclass
+class Published:
+    """How one run of the tool ended."""
+
+    code: int
+    report: dict
+    errors: str
+
+    @property
+    def refusals(self) -> list[str]:
+        return [f"{refusal['subject']}: {refusal['rule']}" for refusal in self.report["refusals"]]
+
+    @property
+    def warnings(self) -> list[str]:
+        return [f"{warning['subject']}: {warning['rule']}" for warning in self.report["warnings"]]
+
+
+def command_line(program: pathlib.Path, *arguments: str | pathlib.Path) -> list[str]:
+    """A call of the tool; paths become Windows paths."""
+    texts = [windows_path(a) if isinstance(a, pathlib.Path) else a for a in arguments]
+    return [str(WINE), str(program), *texts]
+
+
+def publish(build: Build, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> Published:
+    """A run with --json whose report was read."""
+    done = subprocess.run(
+        [*command_line(program or build.publish, *arguments), "--json"],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        env=os.environ,
+        timeout=600,
+        check=False,
+    )
+    report = json.loads(done.stdout) if done.stdout else {}
+    return Published(done.returncode, report, done.stderr.decode())
