@@ -17,6 +17,8 @@ add_library(ve_strict INTERFACE)
 
 if(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+  # The standard functions that Microsoft's library would rather see replaced by its own.
+  target_compile_definitions(ve_strict INTERFACE _CRT_SECURE_NO_WARNINGS)
   target_compile_options(ve_strict INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
   add_link_options(/SUBSYSTEM:CONSOLE,6.00)
 else()

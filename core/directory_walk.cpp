@@ -1,9 +1,8 @@
 #include "core/directory_walk.h"
 
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
+#include "core/errors.h"
 #include "core/files.h"
 #include "core/handle.h"
 
@@ -11,9 +10,7 @@ namespace ve::file {
 namespace {
 
 [[noreturn]] void ThrowWalkError(std::wstring_view directory, DWORD code) {
-  throw std::filesystem::filesystem_error(
-      "directory_entry::status", std::filesystem::path(directory),
-      std::error_code(static_cast<int>(code), std::system_category()));
+  ThrowFilesystemError("directory_entry::status", directory, code);
 }
 
 bool IsDots(const wchar_t* name) {
@@ -40,7 +37,7 @@ void WalkInto(std::wstring& path, const std::function<Descend(const DirectoryEnt
     if (IsDots(found.cFileName)) continue;
     path.resize(prefixLength);
     path += found.cFileName;
-    const DirectoryEntry entry{path, found.dwFileAttributes};
+    const DirectoryEntry entry{path, found.dwFileAttributes, found.dwReserved0};
     if (visit(entry) == Descend::kYes && entry.IsEnterable()) WalkInto(path, visit);
   } while (FindNextFileW(search.Get(), &found) != FALSE);
   const DWORD endError = GetLastError();

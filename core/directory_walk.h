@@ -17,14 +17,19 @@ namespace ve::file {
 struct DirectoryEntry {
   std::wstring_view path;  ///< The walk's root, a separator, the way below it. Valid in the visit.
   DWORD attributes;        ///< FILE_ATTRIBUTE_*.
+  DWORD reparseTag;        ///< IO_REPARSE_TAG_*, if it is a reparse point.
 
   [[nodiscard]] bool IsDirectory() const noexcept {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   }
-  /// A directory that is part of the tree and not a link to somewhere else.
-  [[nodiscard]] bool IsEnterable() const noexcept {
-    return IsDirectory() && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+  /// A link or junction to somewhere else. Other reparse points, such as the placeholders of cloud
+  /// storage, are ordinary entries; a tag that is not told (Wine) may be anything.
+  [[nodiscard]] bool IsLink() const noexcept {
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (reparseTag == IO_REPARSE_TAG_RESERVED_ZERO || IsReparseTagNameSurrogate(reparseTag));
   }
+  /// A directory that is part of the tree.
+  [[nodiscard]] bool IsEnterable() const noexcept { return IsDirectory() && !IsLink(); }
 };
 
 enum class Descend { kYes, kNo };

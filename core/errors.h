@@ -8,6 +8,9 @@
 //         ve::file::MappedFileException     memory-mapped files
 #pragma once
 
+#include "core/windows.h"
+
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -30,6 +33,8 @@ template <class Value>
 decltype(auto) ForMessage(const Value& value) {
   if constexpr (std::is_convertible_v<const Value&, std::wstring_view>) {
     return ToUtf8(value);
+  } else if constexpr (std::is_same_v<Value, std::filesystem::path>) {
+    return ToUtf8(value.native());
   } else {
     return (value);
   }
@@ -48,6 +53,10 @@ class MappedFileException : public FileException {
  public:
   using FileException::FileException;
 };
+
+/// Throws the standard library's filesystem error for a Windows error code. Names that are no valid
+/// UTF-16 are shown with replacement characters.
+[[noreturn]] void ThrowFilesystemError(const char* operation, std::wstring_view path, DWORD code);
 
 }  // namespace file
 

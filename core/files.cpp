@@ -22,58 +22,46 @@ namespace {
 // existing target of a copy for its source, knows write times to the second only, reports C error
 // numbers in place of Windows codes, and words its operations in its own way.
 
-[[noreturn]] void ThrowFilesystemError(const char* operation, std::wstring_view path, DWORD code) {
-  throw std::filesystem::filesystem_error(
-      operation, std::filesystem::path(path),
-      std::error_code(static_cast<int>(code), std::system_category()));
-}
-
-constexpr std::size_t kLongestPath = 255;
+/// A mode of opening, in the widths of the two functions that take it.
+struct OpenMode {
+  const char* narrow;
+  const wchar_t* wide;
+};
+constexpr OpenMode kRead{"rb", L"rb"};
+constexpr OpenMode kWrite{"wb", L"wb"};
 
 /// Opening a longer path fails: cut to size it would name another file.
 template <class Char>
 bool IsTooLong(std::basic_string_view<Char> path) {
-  if (path.size() <= kLongestPath) return false;
+  if (path.size() <= FixedText<Char, 256>::kMostCharacters) return false;
   errno = ENAMETOOLONG;
   return true;
 }
 
-UniqueStream OpenStream(std::string_view path, const char* mode) {
+UniqueStream OpenStream(std::string_view path, OpenMode mode) {
   if (IsTooLong(path)) return {};
-  return UniqueStream(std::fopen(NarrowPathText(path).Get(), mode));
+  return UniqueStream(std::fopen(NarrowPathText(path).Get(), mode.narrow));
 }
 
-UniqueStream OpenStream(std::wstring_view path, const char* mode) {
+UniqueStream OpenStream(std::wstring_view path, OpenMode mode) {
   if (IsTooLong(path)) return {};
-  const FixedText<wchar_t, 4> wideMode(ToWide(mode));
-  return UniqueStream(_wfopen(WidePathText(path).Get(), wideMode.Get()));
+  return UniqueStream(_wfopen(WidePathText(path).Get(), mode.wide));
 }
 
-std::string_view ForMessage(std::string_view path) { return path; }
-std::string ForMessage(std::wstring_view path) { return ToUtf8(path); }
-
+std::wstring AsWidePath(std::string_view path) { return AnsiToWide(path); }
 std::wstring AsWidePath(std::wstring_view path) { return std::wstring(path); }
-/// A narrow path is text of the active code page.
-std::wstring AsWidePath(std::string_view path) {
-  if (path.empty()) return {};
-  const int length = static_cast<int>(path.size());
-  const int needed = MultiByteToWideChar(CP_ACP, 0, path.data(), length, nullptr, 0);
-  std::wstring wide(static_cast<std::size_t>(needed), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, path.data(), length, wide.data(), needed);
-  return wide;
-}
 
 template <class Path>
 [[noreturn]] void ThrowOpenError(std::string_view what, Path path, int errorNumber) {
   std::array<char, 95> text{};
   strerror_s(text.data(), text.size(), errorNumber);
-  throw FileException(
-      Format("{}. File '{}'. Error: {} ({})", what, ForMessage(path), text.data(), errorNumber));
+  throw FileException(Format("{}. File '{}'. Error: {} ({})", what, detail::ForMessage(path),
+                             text.data(), errorNumber));
 }
 
 template <class Path>
 std::string Load(Path path) {
-  const UniqueStream stream = OpenStream(path, "rb");
+  const UniqueStream stream = OpenStream(path, kRead);
   // At once: nearly every other call may change the error number.
   const int openError = errno;
   if (!stream) ThrowOpenError("Failed to open file for loading", path, openError);
@@ -87,7 +75,7 @@ std::string Load(Path path) {
 
 template <class Path>
 void Save(Path path, const void* content, std::size_t size) {
-  const UniqueStream stream = OpenStream(path, "wb");
+  const UniqueStream stream = OpenStream(path, kWrite);
   const int openError = errno;
   if (!stream) ThrowOpenError("Failed to open file for saving", path, openError);
   static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
@@ -145,9 +133,22 @@ std::int64_t Ticks(const FILETIME& time) {
   return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
 }
 
-/// False, with the last error set, if there is nothing at the path or it cannot be queried.
+/// What a path names, at the end of all links. False, with the last error set, if there is nothing
+/// or it cannot be queried.
 bool QueryAttributes(std::wstring_view path, WIN32_FILE_ATTRIBUTE_DATA& data) {
-  return GetFileAttributesExW(std::wstring(path).c_str(), GetFileExInfoStandard, &data) != FALSE;
+  const std::wstring name(path);
+  if (GetFileAttributesExW(name.c_str(), GetFileExInfoStandard, &data) == FALSE) return false;
+  if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
+
+  // These are the link's own attributes; opening it opens its target.
+  const UniqueFileHandle target(
+      CreateFileW(name.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  BY_HANDLE_FILE_INFORMATION info;
+  if (!target || GetFileInformationByHandle(target.Get(), &info) == FALSE) return false;
+  data = {info.dwFileAttributes, info.ftCreationTime, info.ftLastAccessTime,
+          info.ftLastWriteTime,  info.nFileSizeHigh,  info.nFileSizeLow};
+  return true;
 }
 
 }  // namespace
@@ -222,16 +223,18 @@ std::uint64_t FileSize(std::wstring_view path) {
   return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
-void Remove(std::wstring_view path) {
+DWORD TryRemove(std::wstring_view path) {
   const std::wstring name(path);
-  const DWORD attributes = GetFileAttributesW(name.c_str());
-  const bool isDirectory =
-      attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
-  if (removed != FALSE) return;
+  const BOOL removed =
+      IsDirectory(name) ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
+  if (removed != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
-  if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) return;
-  ThrowFilesystemError("remove", path, code);
+  return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ? ERROR_SUCCESS : code;
+}
+
+void Remove(std::wstring_view path) {
+  const DWORD code = TryRemove(path);
+  if (code != ERROR_SUCCESS) ThrowFilesystemError("remove", path, code);
 }
 
 void Rename(std::wstring_view from, std::wstring_view to) {

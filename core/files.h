@@ -5,6 +5,8 @@
 // behind is not removed.
 #pragma once
 
+#include "core/windows.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -50,14 +52,18 @@ void EnsureDirectories(std::wstring_view path);
 /// filesystem error ("last_write_time").
 [[nodiscard]] std::int64_t LastWriteTicks(std::wstring_view path);
 
-/// Whether there is a file or directory at the path. Trailing separators do no harm.
+/// Whether there is a file or directory at the path. Separators behind a directory's name do no
+/// harm; behind a file's name they make it another name.
 [[nodiscard]] bool Exists(std::wstring_view path);
 
 /// The size in bytes. Throws a filesystem error ("file_size"), also for a directory.
 [[nodiscard]] std::uint64_t FileSize(std::wstring_view path);
 
-/// Removes one file or empty directory; attributes are not changed for it. Nothing at the path is
-/// no error. Throws a filesystem error ("remove") that carries the Windows error code.
+/// Removes one file or empty directory; attributes are not changed for it. Returns the Windows
+/// error code, ERROR_SUCCESS also if there was nothing at the path.
+[[nodiscard]] DWORD TryRemove(std::wstring_view path);
+
+/// The same, but throws a filesystem error ("remove") that carries the code.
 void Remove(std::wstring_view path);
 
 /// Renames a file, replacing an existing target. Throws a filesystem error ("rename").

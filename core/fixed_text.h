@@ -14,8 +14,10 @@ namespace ve {
 template <class Char, std::size_t Capacity>
 class FixedText {
  public:
+  static constexpr std::size_t kMostCharacters = Capacity - 1;
+
   explicit FixedText(std::basic_string_view<Char> text) noexcept {
-    const std::size_t length = std::min(text.size(), Capacity - 1);
+    const std::size_t length = std::min(text.size(), kMostCharacters);
     std::copy_n(text.data(), length, buffer_.data());
     buffer_[length] = Char{};
   }

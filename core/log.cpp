@@ -1,5 +1,6 @@
 #include "core/log.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -19,9 +20,9 @@
 namespace ve {
 namespace {
 
-// Without the separator the name also finds a file, and the entry goes into the game's root then.
-constexpr std::wstring_view kLogFolder = L"Logs";
-constexpr std::wstring_view kLogDirectory = L"Logs\\";
+constexpr std::wstring_view kLogFolder = L"Logs\\";
+// The name alone, which a file may have as well: its entry then goes into the game's root.
+constexpr std::wstring_view kLogFolderName = L"Logs";
 
 /// Puts the previous current directory back at the end of its scope.
 class WorkingDirectoryScope {
@@ -55,7 +56,9 @@ std::basic_string<Char> LocalTimeText(std::int64_t ticks, const Char* format) {
 }
 
 std::wstring TwoDigits(float value) {
-  const std::wstring digits = Format(L"{}", static_cast<std::int32_t>(std::floor(value)));
+  constexpr float kMost = 1e9F;  // Ten digits fail as surely as more would.
+  const float shown = std::isfinite(value) ? std::clamp(std::floor(value), -kMost, kMost) : kMost;
+  const std::wstring digits = Format(L"{}", static_cast<std::int32_t>(shown));
   // The subtraction is not checked: three digits ask for an impossible length, on purpose.
   return std::wstring(2 - digits.size(), L'0') + digits;
 }
@@ -64,13 +67,13 @@ std::wstring TwoDigits(float value) {
 
 void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody) {
   try {
-    file::EnsureDirectory(kLogFolder);
+    file::EnsureDirectory(kLogFolderName);
   } catch (const std::exception&) {
     // Entries are written by handlers of failures; a log that cannot be kept must not become
     // another failure and keep the player from the game.
     return;
   }
-  const WorkingDirectoryScope scope(kLogDirectory);
+  const WorkingDirectoryScope scope(kLogFolder);
   std::ofstream log(std::filesystem::path(L"updater.log"), std::ios::out | std::ios::app);
   log << '[' << TimeStamp() << "]\n";
   writeBody(log);

@@ -18,7 +18,8 @@ bool StartProcess(std::wstring_view application, std::wstring_view commandLine,
 /// Hands a path or address to the shell's "open" verb. Reports nothing.
 bool ShellOpen(const wchar_t* pathOrAddress);
 
-/// Receives a piece of a command's output, carriage returns removed.
+/// Receives a piece of a command's output, carriage returns removed but for one that
+/// comes first.
 using OutputReceiver = std::function<void(std::string_view chunk)>;
 
 /// Runs a command line of at most 512 bytes (ANSI code page) without a console. Without a receiver

@@ -57,9 +57,11 @@ bool WriteRegistryNumber(Hive hive, std::wstring_view subkey, std::wstring_view 
 }
 
 void WriteProductString(std::wstring_view subkey, std::wstring_view name, std::wstring_view text) {
+  // Terminated, because Windows looks at the character behind the stated size.
+  const std::wstring value(text);
   RegSetKeyValueW(HKEY_CURRENT_USER, WidePathText(ProductSubkey(subkey)).Get(),
-                  WidePathText(name).Get(), REG_SZ, text.data(),
-                  static_cast<DWORD>(text.size() * sizeof(wchar_t)));
+                  WidePathText(name).Get(), REG_SZ, value.c_str(),
+                  static_cast<DWORD>(value.size() * sizeof(wchar_t)));
 }
 
 }  // namespace ve

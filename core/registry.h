@@ -28,7 +28,8 @@ enum class Hive : bool { kLocalMachine = false, kCurrentUser = true };
 bool WriteRegistryNumber(Hive hive, std::wstring_view subkey, std::wstring_view name,
                          std::uint32_t number);
 
-/// Writes a REG_SZ below the product's key. The stored size leaves the terminator out.
+/// Writes a REG_SZ below the product's key. The size given to Windows leaves the
+/// terminator out.
 void WriteProductString(std::wstring_view subkey, std::wstring_view name, std::wstring_view text);
 
 }  // namespace ve

@@ -21,16 +21,15 @@ bool SetWorkingDirectory(std::wstring_view directory, bool quiet) {
 
 std::wstring WorkingDirectory() {
   std::wstring directory;
-  // Another thread may change the directory between the calls, so ask until the answer fits.
-  for (DWORD needed = GetCurrentDirectoryW(0, nullptr); needed > directory.size();) {
-    directory.resize(needed);
-    needed = GetCurrentDirectoryW(needed, directory.data());
-    if (needed < directory.size()) {
-      directory.resize(needed);
-      break;
-    }
+  for (;;) {
+    // The length, or, if that is more than there is room for, the room needed. Another thread may
+    // change the directory in between, so ask until the answer fits.
+    const DWORD length =
+        GetCurrentDirectoryW(static_cast<DWORD>(directory.size()), directory.data());
+    const bool fits = length < directory.size() || length == 0;
+    directory.resize(length);
+    if (fits) return directory;
   }
-  return directory;
 }
 
 }  // namespace ve

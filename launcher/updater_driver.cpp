@@ -1,6 +1,7 @@
 #include "launcher/updater_driver.h"
 
 #include <exception>
+#include <utility>
 
 #include "archive/updater_settings.h"
 #include "core/files.h"

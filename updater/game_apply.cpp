@@ -1,10 +1,10 @@
 #include "updater/game_apply.h"
 
 #include <exception>
-#include <filesystem>
 #include <string>
 
 #include "core/directory_walk.h"
+#include "core/errors.h"
 #include "core/files.h"
 #include "updater/cleanup_rules.h"
 #include "updater/game_version.h"
@@ -29,13 +29,10 @@ void InstallStagedFiles(const StagedUpdate& staged) {
 
 /// True if the entry is gone, false if it is a directory to go on into.
 bool RemoveEntry(std::wstring_view path) {
-  try {
-    file::Remove(path);
-    return true;
-  } catch (const std::filesystem::filesystem_error& error) {
-    if (CleanupWalksOn() && error.code().value() == ERROR_DIR_NOT_EMPTY) return false;
-    throw;
-  }
+  const DWORD code = file::TryRemove(path);
+  if (code == ERROR_DIR_NOT_EMPTY && CleanupWalksOn()) return false;
+  if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
+  return true;
 }
 
 void RemoveStagingFolder() {

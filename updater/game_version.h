@@ -42,7 +42,7 @@ struct GameVersion {
 /// and what the archive reader throws.
 [[nodiscard]] VersionNumber ReadOfferedVersion(std::string_view bytes);
 
-/// Whether the installed game is missing, unreadable or older than the server's.
+/// Whether the installed version is missing, not understood or older than the server's.
 ///
 /// If it is older, `pendingVersion` becomes the server's version file as downloaded. A local file
 /// that is missing or has another header word or file version is simply an old game: nothing is
