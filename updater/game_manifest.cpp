@@ -1,5 +1,6 @@
 #include "updater/game_manifest.h"
 
+#include <algorithm>
 #include <span>
 
 #include "core/errors.h"
@@ -98,6 +99,10 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text) {
   return manifest;
 }
 
-std::wstring WidenName(std::string_view name) { return Format(L"{}", name); }
+std::wstring WidenName(std::string_view name) {
+  std::wstring wide(name.size(), L'\0');
+  std::transform(name.begin(), name.end(), wide.begin(), WidenByte);
+  return wide;
+}
 
 }  // namespace ve::sdk
