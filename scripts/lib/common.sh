@@ -115,7 +115,7 @@ own_build_tree() {
 # cpp_sources PATTERN: our C++ files, each ended by a NUL.
 cpp_sources() {
   local folder folders=()
-  for folder in core archive net ui updater launcher tests; do
+  for folder in core archive net ui updater launcher publisher tests; do
     [[ ! -d $root/$folder ]] || folders+=("$root/$folder")
   done
   find "${folders[@]}" \( -name '*.cpp' -o -name '*.h' \) -name "$1" -print0 | sort -z

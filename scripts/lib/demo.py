@@ -13,7 +13,6 @@ import pathlib
 import queue
 import random
 import shutil
-import signal
 import subprocess
 import sys
 import textwrap
@@ -174,7 +173,7 @@ class Run:
 
 
 class Demo:
-    def __init__(self, server: Server, interactive: bool) -> None:
+    def __init__(self, server: NginxServer, interactive: bool) -> None:
         self.server = server
         self.interactive = interactive
         self.runs = 0
@@ -522,7 +521,7 @@ def server_down(demo: Demo, game: GameFolder, url: str) -> None:
     demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
 
 
-def walk(demo: Demo, server: Server) -> None:
+def walk(demo: Demo, server: NginxServer) -> None:
     # Two studios on one server: the second ships the Launcher that walks on.
     games = {}
     for base, launcher in (("velmorant", BUILD.launcher), ("studio", BUILD.walk_on)):
