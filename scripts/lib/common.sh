@@ -221,7 +221,9 @@ start_desktop() {
     # The user's window manager shall see the windows.
     sed -i '/^"Managed"="N"$/d' "$WINEPREFIX/user.reg"
   fi
-  "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 &
+  # In a session of its own: a signal to all of this run's processes would end it first, and Wine's
+  # services, which nobody could reach any more, would stay.
+  setsid "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 &
   wineserver_pid=$!
   # The first program starts Wine's services, which keep its output open: it must not be one whose
   # output somebody reads to the end.
