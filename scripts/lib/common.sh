@@ -161,7 +161,10 @@ end_wineserver() {
   if [[ $socket_dir == wine-* && $socket_dir != */* ]]; then
     rm -rf "${TMPDIR:-/tmp}/$socket_dir"
   fi
-  rm -f "$WINEPREFIX/wineserver"
+  # Unless it names another one by now.
+  if [[ $(cat "$WINEPREFIX/wineserver" 2>/dev/null || true) == "$socket_dir" ]]; then
+    rm -f "$WINEPREFIX/wineserver"
+  fi
 }
 
 # Sets $template to a Wine prefix that runs are copied from: a new one takes a quarter of a minute.
@@ -267,11 +270,17 @@ stop_desktop() {
   trap '' HUP INT TERM
   if [[ -n $wineserver_pid ]]; then
     end_wineserver
+    # Where it had not begun to listen yet.
+    kill "$wineserver_pid" 2>/dev/null || true
     wait "$wineserver_pid" 2>/dev/null || true
   fi
   if [[ -n $xvfb_pid ]]; then
     kill "$xvfb_pid" 2>/dev/null || true
     wait "$xvfb_pid" 2>/dev/null || true
+  fi
+  # A program that was just starting may have started another one.
+  if [[ -e $WINEPREFIX/wineserver ]]; then
+    end_wineserver
   fi
   rm -rf "$run_dir"
   exit "$status"
