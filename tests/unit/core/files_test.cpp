@@ -148,16 +148,15 @@ TEST_F(Files, SavingReplacesALongerFile) {
 TEST_F(Files, AWriteThatFallsShortIsNotReported) {
   // A disk that is always full, of the system that Wine runs on.
   constexpr const wchar_t* kFull = L"\\\\?\\unix\\dev\\full";
-  if (!Exists(kFull)) GTEST_SKIP() << "this system has no disk that is always full";
+  const std::string large(1'000'000, 'x');
   {
-    const UniqueStream full(_wfopen(kFull, L"wb"));
-    ASSERT_TRUE(full);
-    const std::string large(1'000'000, 'x');
+    const UniqueStream full(_wfopen(kFull, L"r+b"));
+    if (!full) GTEST_SKIP() << "this system has no disk that is always full";
     ASSERT_LT(std::fwrite(large.data(), 1, large.size(), full.Get()), large.size());
   }
   const SinkRecorder sink;
   // The large content fails as it is written, the small one as the file is closed.
-  EXPECT_NO_THROW(SaveFile(kFull, std::string(1'000'000, 'x')));
+  EXPECT_NO_THROW(SaveFile(kFull, large));
   EXPECT_NO_THROW(SaveFile(kFull, "x"));
   EXPECT_TRUE(sink.Messages().empty());
 }
@@ -439,23 +438,38 @@ TEST_F(Files, ASizeOf64BitsIsTold) {
   EXPECT_EQ(FileSize(L"file"), (std::uint64_t{1} << 32) + 7);
 }
 
-/// A link to a file, or under Wine, which makes none, one of the host's.
-bool LinkToFile(const wchar_t* link, const wchar_t* target) {
-  if (CreateSymbolicLinkW(link, target, 0) != FALSE) return true;
-  if (!test::RunOnHost(L"\\\\?\\unix\\bin\\ln", Format(L"ln -s {} {}", std::wstring_view(target),
-                                                       std::wstring_view(link)))) {
-    return false;
+/// A link to the file "target" while it exists. Wine only says that it makes one, and removes what
+/// a link points to in its place, so there the host does both.
+class LinkToTarget {
+ public:
+  LinkToTarget() {
+    if (CreateSymbolicLinkW(kName, L"target", 0) != FALSE && Exists(kName)) return;
+    if (test::RunOnHost(L"\\\\?\\unix\\bin\\ln", L"ln -s target link")) Await(true);
   }
-  // A program of the host's cannot be waited for, only what it does.
-  const ULONGLONG patience = GetTickCount64() + 60'000;
-  while (!Exists(link) && GetTickCount64() < patience) Sleep(5);
-  return Exists(link);
-}
+  LinkToTarget(const LinkToTarget&) = delete;
+  LinkToTarget& operator=(const LinkToTarget&) = delete;
+  ~LinkToTarget() {
+    if (!test::RunOnHost(L"\\\\?\\unix\\bin\\rm", L"rm link")) DeleteFileW(kName);
+    Await(false);
+  }
+
+  [[nodiscard]] static bool IsMade() { return Exists(kName); }
+
+ private:
+  static constexpr const wchar_t* kName = L"link";
+
+  /// A program of the host's cannot be waited for, only what it does.
+  static void Await(bool present) {
+    const ULONGLONG patience = GetTickCount64() + 60'000;
+    while (Exists(kName) != present && GetTickCount64() < patience) Sleep(5);
+  }
+};
 
 TEST_F(Files, ALinkHasTheSizeAndWriteTimeOfItsTarget) {
   WriteWhole(L"target", "12345");
   SetTimes(L"target", k2020, k2020 + 1'234'567);
-  if (!LinkToFile(L"link", L"target")) GTEST_SKIP() << "no link can be made on this system";
+  const LinkToTarget link;
+  if (!LinkToTarget::IsMade()) GTEST_SKIP() << "no link can be made on this system";
   EXPECT_EQ(FileSize(L"link"), 5U);
   EXPECT_EQ(LastWriteTicks(L"link"), 15'778'368'001'234'567);
 }
