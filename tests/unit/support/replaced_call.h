@@ -11,6 +11,9 @@
 //       VE_IMPORTED(CreatePipe), +[](HANDLE*, HANDLE*, SECURITY_ATTRIBUTES*, DWORD) -> BOOL {
 //         return FALSE;
 //       });
+//
+// The compiler takes the pointer for constant: a function that makes the call itself, before and
+// after, may go on with what it read first. The code under test stands in another file.
 #pragma once
 
 #include "core/windows.h"
