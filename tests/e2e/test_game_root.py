@@ -27,8 +27,10 @@ def registry_to_oneself(scene):
     try:
         fcntl.flock(prefix, fcntl.LOCK_EX)
         scene.registry("add", KEY, "/f")
-        yield
-        scene.registry("delete", KEY, "/f")
+        try:
+            yield
+        finally:
+            scene.registry("delete", KEY, "/f")
     finally:
         os.close(prefix)
 

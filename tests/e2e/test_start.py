@@ -1,7 +1,5 @@
 """From the start to the running game, when there is nothing to update."""
 
-
-
 from game_folder import GAME
 
 
@@ -15,7 +13,7 @@ def test_a_current_launcher_starts_a_current_game_and_changes_nothing(scene):
     run.assert_game_started()
 
 
-def test_every_request_is_a_plain_get_that_bypasses_caches(scene):
+def test_every_request_is_a_plain_get_without_a_user_agent(scene):
     scene.run()
     assert len(scene.server.heads) == 4
     for head in scene.server.heads:

@@ -1,9 +1,8 @@
 // A small game for the tests and the demo: it records how it was started, shows a window for a few
 // seconds and ends.
 //
-// VELMORANT_PLAYER_RECORD   file that the start is appended to; without it "PlayerStarts.txt" in
-// the
-//                           folder above the executable's own
+// VELMORANT_PLAYER_RECORD   file that the start is appended to; without it "PlayerStarts.txt"
+//                           in the folder above the executable's own
 // VELMORANT_PLAYER_SECONDS  how long the window stays (default 4); 0 ends at once, without a window
 
 #include <windows.h>

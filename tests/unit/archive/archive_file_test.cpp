@@ -7,8 +7,9 @@
 #include <utility>
 
 #include "core/errors.h"
-#include "core/unicode.h"
+#include "core/handle.h"
 #include "support/archive_bytes.h"
+#include "support/system_text.h"
 #include "support/temp_folder.h"
 #include "support/thrown_message.h"
 
@@ -18,22 +19,14 @@ namespace {
 using test::kCheckedHeader;
 using test::kPlainHeader;
 using test::PlainString;
+using test::SystemText;
 using test::ThrownMessage;
 using test::U32;
 
-/// Windows' own text for the error, line break and all.
-std::string ErrorText(DWORD code) {
-  wchar_t text[512];
-  const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                                      nullptr, code, 0, text, 512, nullptr);
-  return ToUtf8({text, length});
-}
-
 bool CanBeWritten(const wchar_t* path) {
-  const HANDLE file = CreateFileW(path, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return false;
-  CloseHandle(file);
-  return true;
+  const UniqueFileHandle file(
+      CreateFileW(path, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  return static_cast<bool>(file);
 }
 
 using ArchiveFile = test::TempFolder;
@@ -91,14 +84,14 @@ TEST_F(ArchiveFile, AnEmptyFileCannotBeMapped) {
   test::WriteWhole(L"a.vpak", "");
   EXPECT_EQ(ThrownMessage<MappedFileException>([] { (void)OpenArchiveFile(L"a.vpak"); }),
             "Failed to CreateFileMapping when trying to open mapped file 'a.vpak': " +
-                ErrorText(ERROR_FILE_INVALID));
+                SystemText(ERROR_FILE_INVALID));
   EXPECT_TRUE(CanBeWritten(L"a.vpak"));
 }
 
 TEST_F(ArchiveFile, AMissingFileCannotBeOpened) {
   EXPECT_EQ(ThrownMessage<MappedFileException>([] { (void)OpenArchiveFile(L"b.vpak"); }),
             "Failed to CreateFile when trying to open mapped file 'b.vpak': " +
-                ErrorText(ERROR_FILE_NOT_FOUND));
+                SystemText(ERROR_FILE_NOT_FOUND));
 }
 
 }  // namespace

@@ -185,6 +185,13 @@ TEST(ArchiveReader, ATupleOfAnotherSizeIsRejected) {
   const std::string bytes = kCheckedHeader + "\x39\xDF\x10\x37\xC8";
   EXPECT_EQ(FileError(bytes, [](auto& r) { r.ExpectTuple(3); }),
             "Invalid size of tuple 200 (was expecting 3).");
+  EXPECT_EQ(FileError(kCheckedHeader + "\x39\xDF\x10\x37\x02", [](auto& r) { r.ExpectTuple(3); }),
+            "Invalid size of tuple 2 (was expecting 3).");
+}
+
+TEST(ArchiveReader, ATupleWithoutItsSizeHasTheSizeZero) {
+  EXPECT_EQ(FileError(kCheckedHeader + "\x39\xDF\x10\x37", [](auto& r) { r.ExpectTuple(3); }),
+            "Invalid size of tuple 0 (was expecting 3).");
 }
 
 TEST(ArchiveReader, AWrongWidthIsRejectedWhereverAScalarStands) {

@@ -11,6 +11,7 @@
 
 #include "archive/archive_reader.h"
 #include "core/files.h"
+#include "core/handle.h"
 #include "support/archive_bytes.h"
 #include "support/temp_folder.h"
 
@@ -199,11 +200,10 @@ TEST_F(ArchiveWriterFiles, AnExistingFileIsReplaced) {
 
 TEST_F(ArchiveWriterFiles, OthersMayReadAndWriteTheFileMeanwhile) {
   const ArchiveWriter writer(L"a.vpak", ArchiveMode::kPlain);
-  const HANDLE other =
-      CreateFileW(L"a.vpak", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                  nullptr, OPEN_EXISTING, 0, nullptr);
-  ASSERT_NE(other, INVALID_HANDLE_VALUE);
-  CloseHandle(other);
+  const UniqueFileHandle other(CreateFileW(L"a.vpak", GENERIC_READ | GENERIC_WRITE,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                           OPEN_EXISTING, 0, nullptr));
+  EXPECT_TRUE(other);
 }
 
 TEST_F(ArchiveWriterFiles, APathBeyondAsciiIsWide) {

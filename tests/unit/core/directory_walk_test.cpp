@@ -10,12 +10,13 @@
 #include <vector>
 
 #include "core/files.h"
-#include "core/handle.h"
+#include "support/host_program.h"
 #include "support/temp_folder.h"
 
 namespace ve::file {
 namespace {
 
+using test::RunOnHost;
 using test::WriteWhole;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
@@ -36,20 +37,6 @@ bool IsLinkedFolder(const wchar_t* path) {
   constexpr DWORD kBoth = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
   const DWORD attributes = GetFileAttributesW(path);
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kBoth) == kBoth;
-}
-
-/// Runs a program of the host's. False on Windows, which has none.
-bool RunOnHost(const wchar_t* program, std::wstring command) {
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION started{};
-  if (CreateProcessW(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                     &startup, &started) == FALSE) {
-    return false;
-  }
-  const UniqueHandle process(started.hProcess);
-  const UniqueHandle thread(started.hThread);
-  return true;
 }
 
 /// A program of the host's cannot be waited for, only what it does.
@@ -145,6 +132,26 @@ void ExpectWalkError(const wchar_t* root, DWORD code) {
 TEST_F(Walk, OfAnEmptyRootFails) { ExpectWalkError(L"", ERROR_PATH_NOT_FOUND); }
 
 TEST_F(Walk, OfAMissingDirectoryFails) { ExpectWalkError(L"missing", ERROR_PATH_NOT_FOUND); }
+
+TEST(DirectoryEntry, IsALinkByItsTag) {
+  constexpr DWORD kPlain = FILE_ATTRIBUTE_DIRECTORY;
+  constexpr DWORD kReparse = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  constexpr DWORD kCloudTag = 0x9000'001A;
+  const auto entry = [](DWORD attributes, DWORD tag) {
+    return DirectoryEntry{L"entry", attributes, tag};
+  };
+  for (const DWORD tag : {DWORD{IO_REPARSE_TAG_SYMLINK}, DWORD{IO_REPARSE_TAG_MOUNT_POINT},
+                          DWORD{IO_REPARSE_TAG_RESERVED_ZERO}}) {
+    EXPECT_TRUE(entry(kReparse, tag).IsLink()) << tag;
+    EXPECT_FALSE(entry(kReparse, tag).IsEnterable()) << tag;
+    // Without the attribute the tag means nothing.
+    EXPECT_FALSE(entry(kPlain, tag).IsLink()) << tag;
+    EXPECT_TRUE(entry(kPlain, tag).IsEnterable()) << tag;
+  }
+  EXPECT_FALSE(entry(kReparse, kCloudTag).IsLink());
+  EXPECT_TRUE(entry(kReparse, kCloudTag).IsEnterable());
+  EXPECT_FALSE(entry(FILE_ATTRIBUTE_REPARSE_POINT, kCloudTag).IsEnterable());
+}
 
 TEST_F(Walk, MeetsALinkToADirectoryAndDoesNotEnterIt) {
   MakeDirectory(L"target");

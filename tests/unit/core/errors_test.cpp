@@ -87,6 +87,10 @@ TEST(Errors, WideValuesGoIntoMessagesAsUtf8) {
               sdk::ThrowUpdaterException("'{}' '{}'", L"\x00E9", std::wstring(L"\x20AC"));
             }),
             "'\xC3\xA9' '\xE2\x82\xAC'");
+  EXPECT_EQ(UpdaterMessage([] {
+              sdk::ThrowUpdaterException("'{}'", std::filesystem::path(L"\x20AC\\\x00E9"));
+            }),
+            "'\xE2\x82\xAC\\\xC3\xA9'");
 }
 
 TEST(Errors, APlaceholderThatCannotBeServedStillThrowsTheIntendedException) {

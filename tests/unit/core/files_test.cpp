@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -16,17 +17,19 @@
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/unicode.h"
+#include "support/host_program.h"
 #include "support/replaced_call.h"
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
 
-extern "C" void* getFileAttributesExSlot __asm__("__imp_GetFileAttributesExW");
+extern "C" void* VE_IMPORTED(GetFileAttributesExW);
 
 namespace ve::file {
 namespace {
 
 namespace fs = std::filesystem;
 using test::ReadWhole;
+using test::ReplacedCall;
 using test::SinkRecorder;
 using test::WriteWhole;
 using testing::ElementsAre;
@@ -63,6 +66,13 @@ bool IsFolder(const wchar_t* path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+/// Nobody holds the file open: it can be opened alone.
+void ExpectReleased(const wchar_t* path) {
+  const UniqueFileHandle alone(
+      CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  EXPECT_TRUE(alone);
+}
+
 using Files = test::TempFolder;
 
 TEST_F(Files, AnEmptyFileLoadsAsNothing) {
@@ -76,6 +86,37 @@ TEST_F(Files, EveryByteIsLoadedAsItIs) {
   WriteWhole(L"file", content);
   EXPECT_EQ(LoadFile(L"file"), content);
   EXPECT_EQ(LoadFile("file"), content);
+}
+
+TEST_F(Files, TheSizeQueriedIsTheLengthHoweverLittleIsRead) {
+  WriteWhole(L"file", "abc");
+  const ReplacedCall told(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
+        auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        attributes = {};
+        attributes.nFileSizeLow = 10;
+        return TRUE;
+      });
+  EXPECT_EQ(LoadFile(L"file"), std::string("abc\0\0\0\0\0\0\0", 10));
+  EXPECT_EQ(LoadFile("file"), std::string("abc\0\0\0\0\0\0\0", 10));
+}
+
+TEST_F(Files, ASizeThatCannotBeQueriedEndsTheLoadingAndReleasesTheFile) {
+  WriteWhole(L"\x20AC", "abc");
+  const SinkRecorder sink;
+  {
+    const ReplacedCall failing(
+        VE_IMPORTED(GetFileAttributesExW),
+        +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) -> BOOL {
+          SetLastError(ERROR_ACCESS_DENIED);
+          return FALSE;
+        });
+    ExpectFilesystemError("file_size", L"\x20AC", ERROR_ACCESS_DENIED,
+                          [] { static_cast<void>(LoadFile(L"\x20AC")); });
+  }
+  EXPECT_TRUE(sink.Messages().empty());
+  ExpectReleased(L"\x20AC");
 }
 
 TEST_F(Files, EveryByteIsSavedAsItIs) {
@@ -102,6 +143,22 @@ TEST_F(Files, SavingReplacesALongerFile) {
   WriteWhole(L"file", "long content");
   SaveFile(L"file", "short");
   EXPECT_EQ(ReadWhole(L"file"), "short");
+}
+
+TEST_F(Files, AWriteThatFallsShortIsNotReported) {
+  // A disk that is always full, of the system that Wine runs on.
+  constexpr const wchar_t* kFull = L"\\\\?\\unix\\dev\\full";
+  const std::string large(1'000'000, 'x');
+  {
+    const UniqueStream full(_wfopen(kFull, L"r+b"));
+    if (!full) GTEST_SKIP() << "this system has no disk that is always full";
+    ASSERT_LT(std::fwrite(large.data(), 1, large.size(), full.Get()), large.size());
+  }
+  const SinkRecorder sink;
+  // The large content fails as it is written, the small one as the file is closed.
+  EXPECT_NO_THROW(SaveFile(kFull, large));
+  EXPECT_NO_THROW(SaveFile(kFull, "x"));
+  EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Files, ANarrowPathIsInTheActiveCodePage) {
@@ -207,6 +264,30 @@ TEST_F(Files, AFolderInAMissingOneIsReportedAndThrown) {
                   Format("Failed to create directory 'missing\\one': {}", expected.what()), 1U)));
 }
 
+TEST_F(Files, APathBeyondAsciiIsReportedAsUtf8) {
+  const SinkRecorder sink;
+  ExpectFilesystemError("create_directory", L"\x20AC\\\x00E9", ERROR_PATH_NOT_FOUND,
+                        [] { MakeDirectory(L"\x20AC\\\x00E9"); });
+  const fs::filesystem_error expected("create_directory", fs::path(L"\x20AC\\\x00E9"),
+                                      WindowsCode(ERROR_PATH_NOT_FOUND));
+  EXPECT_THAT(sink.Messages(),
+              ElementsAre(Pair("Failed to create directory '\xE2\x82\xAC\\\xC3\xA9': " +
+                                   std::string(expected.what()),
+                               1U)));
+}
+
+TEST_F(Files, APathThatIsNoValidUtf16RaisesTheErrorOfItsOperation) {
+  const SinkRecorder sink;
+  ExpectFilesystemError("file_size", L"x\xFFFD", ERROR_FILE_NOT_FOUND,
+                        [] { static_cast<void>(FileSize(L"x\xD800")); });
+  ExpectFilesystemError("create_directory", L"missing\\x\xFFFD", ERROR_PATH_NOT_FOUND,
+                        [] { MakeDirectory(L"missing\\x\xD800"); });
+  ASSERT_EQ(sink.Messages().size(), 1U);
+  EXPECT_TRUE(
+      sink.Messages()[0].first.starts_with("Failed to create directory 'missing\\x\xEF\xBF\xBD': "))
+      << sink.Messages()[0].first;
+}
+
 TEST_F(Files, AFileWhereAFolderIsWantedIsReportedAndThrown) {
   const SinkRecorder sink;
   WriteWhole(L"file", "x");
@@ -286,8 +367,9 @@ constexpr ULONGLONG k2020 = 132'223'104'000'000'000;  // 2020-01-01 00:00 UTC, 1
 
 TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
   // Told for the system, because Wine keeps no creation time that could be set.
-  const test::ReplacedCall told(
-      getFileAttributesExSlot, +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
+  const ReplacedCall told(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         const auto time = [](ULONGLONG value) {
           return FILETIME{static_cast<DWORD>(value), static_cast<DWORD>(value >> 32)};
         };
@@ -356,6 +438,64 @@ TEST_F(Files, ASizeOf64BitsIsTold) {
   EXPECT_EQ(FileSize(L"file"), (std::uint64_t{1} << 32) + 7);
 }
 
+/// A link to the file "target" while it exists. Wine only says that it makes one, and removes what
+/// a link points to in its place, so there the host does both.
+class LinkToTarget {
+ public:
+  LinkToTarget() {
+    if (CreateSymbolicLinkW(kName, L"target", 0) != FALSE && Exists(kName)) return;
+    if (test::RunOnHost(L"\\\\?\\unix\\bin\\ln", L"ln -s target link")) Await(true);
+  }
+  LinkToTarget(const LinkToTarget&) = delete;
+  LinkToTarget& operator=(const LinkToTarget&) = delete;
+  ~LinkToTarget() {
+    if (!test::RunOnHost(L"\\\\?\\unix\\bin\\rm", L"rm link")) DeleteFileW(kName);
+    Await(false);
+  }
+
+  [[nodiscard]] static bool IsMade() { return Exists(kName); }
+
+ private:
+  static constexpr const wchar_t* kName = L"link";
+
+  /// A program of the host's cannot be waited for, only what it does.
+  static void Await(bool present) {
+    const ULONGLONG patience = GetTickCount64() + 60'000;
+    while (Exists(kName) != present && GetTickCount64() < patience) Sleep(5);
+  }
+};
+
+TEST_F(Files, ALinkHasTheSizeAndWriteTimeOfItsTarget) {
+  WriteWhole(L"target", "12345");
+  SetTimes(L"target", k2020, k2020 + 1'234'567);
+  const LinkToTarget link;
+  if (!LinkToTarget::IsMade()) GTEST_SKIP() << "no link can be made on this system";
+  EXPECT_EQ(FileSize(L"link"), 5U);
+  EXPECT_EQ(LastWriteTicks(L"link"), 15'778'368'001'234'567);
+}
+
+TEST_F(Files, WhatTheSystemTellsOfALinkItselfIsNotTaken) {
+  WriteWhole(L"link", "12345");
+  SetTimes(L"link", k2020, k2020 + 1'234'567);
+  ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
+  // As Windows does: Wine looks through links to files by itself.
+  const ReplacedCall told(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
+        auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        attributes = {};
+        attributes.dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;
+        return TRUE;
+      });
+  EXPECT_EQ(FileSize(L"link"), 5U);
+  EXPECT_EQ(LastWriteTicks(L"link"), 15'778'368'001'234'567);
+  ExpectFilesystemError("file_size", L"folder", ERROR_ACCESS_DENIED,
+                        [] { static_cast<void>(FileSize(L"folder")); });
+  ExpectFilesystemError("file_size", L"dangling", ERROR_FILE_NOT_FOUND,
+                        [] { static_cast<void>(FileSize(L"dangling")); });
+  ExpectReleased(L"link");
+}
+
 TEST_F(Files, OnlyAFileHasASize) {
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   ExpectFilesystemError("file_size", L"missing", ERROR_FILE_NOT_FOUND,
@@ -376,6 +516,27 @@ TEST_F(Files, AFileAndAnEmptyFolderCanBeRemoved) {
 TEST_F(Files, RemovingNothingIsNoError) {
   EXPECT_NO_THROW(Remove(L"missing"));
   EXPECT_NO_THROW(Remove(L"missing\\file"));
+}
+
+TEST_F(Files, TryingToRemoveTellsTheCode) {
+  WriteWhole(L"file", "x");
+  WriteWhole(L"locked", "x");
+  ASSERT_TRUE(CreateDirectoryW(L"empty", nullptr));
+  ASSERT_TRUE(CreateDirectoryW(L"filled", nullptr));
+  WriteWhole(L"filled\\file", "x");
+  const UniqueFileHandle locked(
+      CreateFileW(L"locked", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(locked);
+  EXPECT_EQ(TryRemove(L"file"), 0U);
+  EXPECT_EQ(TryRemove(L"empty"), 0U);
+  EXPECT_EQ(TryRemove(L"missing"), 0U);
+  EXPECT_EQ(TryRemove(L"missing\\file"), 0U);
+  EXPECT_EQ(TryRemove(L"filled"), DWORD{ERROR_DIR_NOT_EMPTY});
+  EXPECT_EQ(TryRemove(L"locked"), DWORD{ERROR_SHARING_VIOLATION});
+  EXPECT_FALSE(Exists(L"file"));
+  EXPECT_FALSE(Exists(L"empty"));
+  EXPECT_TRUE(Exists(L"filled\\file"));
+  EXPECT_TRUE(Exists(L"locked"));
 }
 
 TEST_F(Files, AFolderThatHoldsSomethingCannotBeRemoved) {

@@ -74,6 +74,26 @@ TEST(Format, EmptyArgumentsDoNotUpsetTheEstimate) {
   EXPECT_EQ(Format("{}{}{}{}", "", "", "", ""), "");
 }
 
+template <class Char>
+std::size_t CapacityFor(std::size_t characters) {
+  std::basic_string<Char> text;
+  text.reserve(characters);
+  return text.capacity();
+}
+
+TEST(Format, TheEstimateIsReservedAtOnce) {
+  // Nothing but the estimate asks for room for arguments that are not used: one character of format
+  // and a thousand of arguments, less three for each argument.
+  std::string narrow;
+  detail::AppendFormatted(narrow, "x", {std::string(400, 'a'), std::string(600, 'b')});
+  EXPECT_EQ(narrow, "x");
+  EXPECT_EQ(narrow.capacity(), CapacityFor<char>(995));
+  std::wstring wide;
+  detail::AppendFormatted(wide, L"x", {std::wstring(400, L'a'), std::wstring(600, L'b')});
+  EXPECT_EQ(wide, L"x");
+  EXPECT_EQ(wide.capacity(), CapacityFor<wchar_t>(995));
+}
+
 TEST(Format, IntegersAreDecimal) {
   EXPECT_EQ(Format("{} {} {}", -5, 0U, 18446744073709551615ULL), "-5 0 18446744073709551615");
   EXPECT_EQ(Format("{}", std::numeric_limits<std::int32_t>::min()), "-2147483648");

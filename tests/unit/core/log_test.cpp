@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -21,8 +22,8 @@
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
 
-extern "C" void* createDirectorySlot __asm__("__imp_CreateDirectoryW");
-extern "C" void* setCurrentDirectorySlot __asm__("__imp_SetCurrentDirectoryW");
+extern "C" void* VE_IMPORTED(CreateDirectoryW);
+extern "C" void* VE_IMPORTED(SetCurrentDirectoryW);
 
 namespace ve {
 namespace {
@@ -113,7 +114,7 @@ TEST_F(Log, ADirectoryThatCannotBePutBackIsReported) {
   std::unique_ptr<ReplacedCall> failing;
   WriteLogEntry([&failing](std::ostream&) {
     failing = std::make_unique<ReplacedCall>(
-        setCurrentDirectorySlot, +[](const wchar_t*) -> BOOL {
+        VE_IMPORTED(SetCurrentDirectoryW), +[](const wchar_t*) -> BOOL {
           SetLastError(ERROR_ACCESS_DENIED);
           return FALSE;
         });
@@ -123,6 +124,22 @@ TEST_F(Log, ADirectoryThatCannotBePutBackIsReported) {
               ElementsAre(Pair(Format("Failed to set current working directory to '{}': {}",
                                       Folder(), std::system_category().message(5)),
                                0U)));
+}
+
+TEST_F(Log, TheEntryIsInTheFileBeforeTheDirectoryIsPutBack) {
+  static std::string written;
+  std::unique_ptr<ReplacedCall> restoring;
+  WriteLogEntry([&restoring](std::ostream& out) {
+    out << "body";
+    restoring = std::make_unique<ReplacedCall>(
+        VE_IMPORTED(SetCurrentDirectoryW), +[](const wchar_t*) -> BOOL {
+          written = ReadWhole(L"updater.log");
+          return TRUE;
+        });
+  });
+  restoring.reset();
+  ASSERT_GT(written.size(), 27U);
+  EXPECT_EQ(written.substr(27), "\r\nbody\r\n\r\n");
 }
 
 TEST_F(Log, OthersMayReadAndWriteTheFileMeanwhile) {
@@ -166,7 +183,7 @@ TEST_F(Log, AFolderThatCannotBeMadeMeansNoEntryAndNoFailure) {
   bool called = false;
   {
     const ReplacedCall failing(
-        createDirectorySlot, +[](const wchar_t*, SECURITY_ATTRIBUTES*) -> BOOL {
+        VE_IMPORTED(CreateDirectoryW), +[](const wchar_t*, SECURITY_ATTRIBUTES*) -> BOOL {
           SetLastError(ERROR_ACCESS_DENIED);
           return FALSE;
         });
@@ -184,6 +201,9 @@ TEST_F(Log, AFolderThatCannotBeMadeMeansNoEntryAndNoFailure) {
 
 TEST_F(Log, WhereTheFolderIsAFileTheEntryGoesBesideIt) {
   test::WriteWhole(L"Logs", "a file");
+  // Systems differ in what they say to a file in a directory's place.
+  ASSERT_FALSE(SetCurrentDirectoryW(L"Logs\\"));
+  const int code = static_cast<int>(GetLastError());
   const SinkRecorder sink;
   WriteLogEntry(WriteBody);
   EXPECT_EQ(WorkingDirectory(), Folder());
@@ -192,7 +212,7 @@ TEST_F(Log, WhereTheFolderIsAFileTheEntryGoesBesideIt) {
             "\r\nError while running updater:\r\nbecause\r\n\r\n");
   EXPECT_THAT(sink.Messages(),
               ElementsAre(Pair("Failed to set current working directory to 'Logs\\': " +
-                                   std::system_category().message(ERROR_DIRECTORY),
+                                   std::system_category().message(code),
                                0U)));
 }
 
@@ -235,6 +255,13 @@ TEST_F(Log, ADurationShowsTheMinutesOfTheWhole) {
 TEST_F(Log, ADurationOfAHundredMinutesFails) {
   EXPECT_THROW(static_cast<void>(DurationText(6000.0F)), std::length_error);
   EXPECT_THROW(static_cast<void>(DurationText(360'000.0F)), std::length_error);
+}
+
+TEST_F(Log, ADurationThatNoNumberCanShowFails) {
+  using Limits = std::numeric_limits<float>;
+  for (const float seconds : {Limits::infinity(), Limits::quiet_NaN(), 3e38F}) {
+    EXPECT_THROW(static_cast<void>(DurationText(seconds)), std::length_error) << seconds;
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -17,8 +18,10 @@
 #include "support/system_text.h"
 #include "support/temp_folder.h"
 
-extern "C" void* getFileSizeExSlot __asm__("__imp_GetFileSizeEx");
-extern "C" void* mapViewOfFileSlot __asm__("__imp_MapViewOfFile");
+extern "C" void* VE_IMPORTED(CreateFileW);
+extern "C" void* VE_IMPORTED(GetFileSizeEx);
+extern "C" void* VE_IMPORTED(MapViewOfFile);
+extern "C" void* VE_IMPORTED(Sleep);
 
 namespace ve::file {
 namespace {
@@ -78,7 +81,18 @@ class Available {
   inline static void (*makeAvailable_)() = nullptr;
 };
 
-using Mapped = test::TempFolder;
+class Mapped : public test::TempFolder {
+ protected:
+  Mapped() { waits_.clear(); }
+
+  /// The waits asked for, in milliseconds. None of them takes place.
+  [[nodiscard]] static const std::vector<DWORD>& Waits() { return waits_; }
+
+ private:
+  inline static std::vector<DWORD> waits_;
+  ReplacedCall sleep_{VE_IMPORTED(Sleep),
+                      +[](DWORD milliseconds) { waits_.push_back(milliseconds); }};
+};
 
 TEST_F(Mapped, AFileShowsItsWholeContent) {
   const SinkRecorder sink;
@@ -100,7 +114,28 @@ TEST_F(Mapped, AFileOfManyPagesShowsItsWholeContent) {
   EXPECT_EQ(TextOf(MappedFile::Open(L"file")), content);
 }
 
-TEST_F(Mapped, OthersMayReadTheOpenFileButNotWriteIt) {
+TEST_F(Mapped, AFileIsOpenedForReadingInSequence) {
+  using Arguments = std::tuple<std::wstring, DWORD, DWORD, void*, DWORD, DWORD, HANDLE>;
+  static std::vector<Arguments> asked;
+  asked.clear();
+  const SinkRecorder sink;
+  {
+    const ReplacedCall recording(
+        VE_IMPORTED(CreateFileW),
+        +[](const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+            DWORD disposition, DWORD flags, HANDLE like) -> HANDLE {
+          asked.emplace_back(path, access, share, security, disposition, flags, like);
+          SetLastError(ERROR_ACCESS_DENIED);
+          return INVALID_HANDLE_VALUE;
+        });
+    EXPECT_EQ(OpenError(L"file"), "Failed to CreateFile when trying to open mapped file 'file': " +
+                                      SystemText(ERROR_ACCESS_DENIED));
+  }
+  const Arguments expected(L"file", 0x80000000, 1, nullptr, 3, 0x08000001, nullptr);
+  EXPECT_THAT(asked, ElementsAre(expected, expected, expected));
+}
+
+TEST_F(Mapped, OthersMayReadTheOpenFileButNotWriteOrRemoveIt) {
   test::WriteWhole(L"file", "abc");
   const MappedFile file = MappedFile::Open(L"file");
   // With everything shared from this side, only the open file can refuse.
@@ -111,24 +146,36 @@ TEST_F(Mapped, OthersMayReadTheOpenFileButNotWriteIt) {
   const UniqueFileHandle writer(
       CreateFileW(L"file", GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_FALSE(writer);
+  const UniqueFileHandle remover(
+      CreateFileW(L"file", DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+  EXPECT_FALSE(remover);
 }
 
 TEST_F(Mapped, AMissingFileIsTriedThreeTimes) {
   const SinkRecorder sink;
-  const ULONGLONG start = GetTickCount64();
   EXPECT_EQ(OpenError(L"missing"),
             "Failed to CreateFile when trying to open mapped file 'missing': " +
                 SystemText(ERROR_FILE_NOT_FOUND));
-  // Two waits of half a second, less what the clock's steps may hide.
-  EXPECT_GE(GetTickCount64() - start, 900U);
+  EXPECT_THAT(Waits(), ElementsAre(500U, 500U));
   // The counter begins with 0.
   EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Retry("missing", 0, ERROR_FILE_NOT_FOUND), 1U),
                                            Pair(Retry("missing", 1, ERROR_FILE_NOT_FOUND), 1U)));
 }
 
+TEST_F(Mapped, APathBeyondAsciiIsReportedAsUtf8) {
+  const SinkRecorder sink;
+  EXPECT_EQ(OpenError(L"\x20AC"),
+            "Failed to CreateFile when trying to open mapped file '\xE2\x82\xAC': " +
+                SystemText(ERROR_FILE_NOT_FOUND));
+  EXPECT_THAT(sink.Messages(),
+              ElementsAre(Pair(Retry("\xE2\x82\xAC", 0, ERROR_FILE_NOT_FOUND), 1U),
+                          Pair(Retry("\xE2\x82\xAC", 1, ERROR_FILE_NOT_FOUND), 1U)));
+}
+
 TEST_F(Mapped, AFileThatAppearsAfterTheFirstAttemptIsOpened) {
   const Available sink(1, [] { test::WriteWhole(L"file", "abc"); });
   EXPECT_EQ(TextOf(MappedFile::Open(L"file")), "abc");
+  EXPECT_THAT(Waits(), ElementsAre(500U));
   EXPECT_THAT(sink.Messages(), ElementsAre(Retry("file", 0, ERROR_FILE_NOT_FOUND)));
 }
 
@@ -164,7 +211,7 @@ TEST_F(Mapped, ASizeThatCannotBeQueriedIsReportedAndTheFileReleased) {
   test::WriteWhole(L"file", "abc");
   {
     const ReplacedCall failing(
-        getFileSizeExSlot, +[](HANDLE, LARGE_INTEGER*) -> BOOL {
+        VE_IMPORTED(GetFileSizeEx), +[](HANDLE, LARGE_INTEGER*) -> BOOL {
           SetLastError(ERROR_ACCESS_DENIED);
           return FALSE;
         });
@@ -179,7 +226,7 @@ TEST_F(Mapped, AViewThatCannotBeMappedIsReportedAndTheFileReleased) {
   test::WriteWhole(L"file", "abc");
   {
     const ReplacedCall failing(
-        mapViewOfFileSlot, +[](HANDLE, DWORD, DWORD, DWORD, SIZE_T) -> void* {
+        VE_IMPORTED(MapViewOfFile), +[](HANDLE, DWORD, DWORD, DWORD, SIZE_T) -> void* {
           SetLastError(ERROR_NOT_ENOUGH_MEMORY);
           return nullptr;
         });

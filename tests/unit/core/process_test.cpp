@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -20,9 +21,11 @@
 #include "support/system_text.h"
 #include "support/temp_folder.h"
 
-extern "C" void* createPipeSlot __asm__("__imp_CreatePipe");
-extern "C" void* setHandleInformationSlot __asm__("__imp_SetHandleInformation");
-extern "C" void* getExitCodeProcessSlot __asm__("__imp_GetExitCodeProcess");
+extern "C" void* VE_IMPORTED(CreatePipe);
+extern "C" void* VE_IMPORTED(CreateProcessA);
+extern "C" void* VE_IMPORTED(CreateProcessW);
+extern "C" void* VE_IMPORTED(SetHandleInformation);
+extern "C" void* VE_IMPORTED(GetExitCodeProcess);
 
 namespace ve {
 namespace {
@@ -176,6 +179,49 @@ std::set<HANDLE> OwnPipes() {
   return OwnHandles([](HANDLE handle) { return GetFileType(handle) == FILE_TYPE_PIPE; });
 }
 
+/// What CreateProcessA and CreateProcessW were last asked for, while a `Creation` exists. They
+/// create nothing and hand out no handles.
+class Creation {
+ public:
+  struct Arguments {
+    bool inheritHandles;
+    DWORD flags;
+    DWORD startupFlags;
+    HANDLE input;
+    HANDLE output;
+    HANDLE error;
+    bool isOutputInheritablePipe;
+  };
+
+  Creation() { asked_.reset(); }
+  Creation(const Creation&) = delete;
+  Creation& operator=(const Creation&) = delete;
+
+  [[nodiscard]] static const std::optional<Arguments>& Asked() { return asked_; }
+
+ private:
+  template <class Char, class Startup>
+  static BOOL WINAPI Record(const Char*, Char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*,
+                            BOOL inheritHandles, DWORD flags, void*, const Char*, Startup* startup,
+                            PROCESS_INFORMATION*) {
+    DWORD handleFlags = 0;
+    const bool isInheritable = GetHandleInformation(startup->hStdOutput, &handleFlags) != FALSE &&
+                               (handleFlags & HANDLE_FLAG_INHERIT) != 0;
+    asked_ = {inheritHandles != FALSE,
+              flags,
+              startup->dwFlags,
+              startup->hStdInput,
+              startup->hStdOutput,
+              startup->hStdError,
+              isInheritable && GetFileType(startup->hStdOutput) == FILE_TYPE_PIPE};
+    return TRUE;
+  }
+
+  inline static std::optional<Arguments> asked_;
+  ReplacedCall narrow_{VE_IMPORTED(CreateProcessA), &Record<char, STARTUPINFOA>};
+  ReplacedCall wide_{VE_IMPORTED(CreateProcessW), &Record<wchar_t, STARTUPINFOW>};
+};
+
 using Process = test::TempFolder;
 
 TEST_F(Process, StartsInTheCallersDirectoryWhenNoneIsGiven) {
@@ -241,6 +287,17 @@ TEST_F(Process, IsDebuggedByTheCallerWithTheFlag) {
   } while (event.dwDebugEventCode != EXIT_PROCESS_DEBUG_EVENT);
   EXPECT_TRUE(created);
   EXPECT_EQ(exitCode, 42U);
+}
+
+TEST_F(Process, IsCreatedWithNoFlagButTheDebuggers) {
+  const Creation creation;
+  EXPECT_TRUE(StartProcess(L"game.exe", L"", L"", false));
+  ASSERT_TRUE(creation.Asked().has_value());
+  EXPECT_EQ(creation.Asked()->flags, 0U);
+  EXPECT_EQ(creation.Asked()->startupFlags, 0U);
+  EXPECT_FALSE(creation.Asked()->inheritHandles);
+  EXPECT_TRUE(StartProcess(L"game.exe", L"", L"", true));
+  EXPECT_EQ(creation.Asked()->flags, 2U);
 }
 
 TEST_F(Process, InheritsNoHandles) {
@@ -343,6 +400,30 @@ TEST_F(SystemCallTest, OutputComesInChunksOfAtMost1024Bytes) {
   EXPECT_THAT(ChunksOf(x + "x\ry\r"), ElementsAre(x + "x", "\ry"));
 }
 
+TEST_F(SystemCallTest, WithoutAReceiverTheCommandInheritsNothing) {
+  const Creation creation;
+  SystemCall("command");
+  ASSERT_TRUE(creation.Asked().has_value());
+  EXPECT_FALSE(creation.Asked()->inheritHandles);
+  EXPECT_EQ(creation.Asked()->flags, 0x08000000U);  // No window.
+  EXPECT_EQ(creation.Asked()->startupFlags, 0U);
+  EXPECT_EQ(creation.Asked()->input, nullptr);
+  EXPECT_EQ(creation.Asked()->output, nullptr);
+  EXPECT_EQ(creation.Asked()->error, nullptr);
+}
+
+TEST_F(SystemCallTest, WithAReceiverTheCommandInheritsThePipeForBothOutputs) {
+  const Creation creation;
+  SystemCall("command", [](std::string_view) {});
+  ASSERT_TRUE(creation.Asked().has_value());
+  EXPECT_TRUE(creation.Asked()->inheritHandles);
+  EXPECT_EQ(creation.Asked()->flags, 0x08000000U);         // No window.
+  EXPECT_EQ(creation.Asked()->startupFlags, 0x00000100U);  // These standard handles.
+  EXPECT_EQ(creation.Asked()->input, nullptr);
+  EXPECT_TRUE(creation.Asked()->isOutputInheritablePipe);
+  EXPECT_EQ(creation.Asked()->error, creation.Asked()->output);
+}
+
 TEST_F(SystemCallTest, TheReceiverGetsTheErrorOutputToo) {
   EXPECT_THAT(ChunksOf("oh\r\n", L"write error"), ElementsAre("oh\n"));
 }
@@ -376,7 +457,7 @@ TEST_F(SystemCallTest, ACommandThatHasClosedItsOutputButRunsCountsAsNotFinished)
 TEST_F(SystemCallTest, AnExitCodeThatCannotBeReadIsZero) {
   const Role role(L"exit", "1");
   const ReplacedCall failing(
-      getExitCodeProcessSlot, +[](HANDLE, DWORD* code) -> BOOL {
+      VE_IMPORTED(GetExitCodeProcess), +[](HANDLE, DWORD* code) -> BOOL {
         *code = 7;
         return FALSE;
       });
@@ -429,13 +510,13 @@ TEST_F(SystemCallTest, APipeThatCannotBeMadeIsNotReported) {
   const Role role(L"exit", "0");
   {
     const ReplacedCall failing(
-        createPipeSlot,
+        VE_IMPORTED(CreatePipe),
         +[](HANDLE*, HANDLE*, SECURITY_ATTRIBUTES*, DWORD) -> BOOL { return FALSE; });
     EXPECT_FALSE(SystemCall(OwnCommand(), [](std::string_view) {}));
   }
   {
     const ReplacedCall failing(
-        setHandleInformationSlot, +[](HANDLE, DWORD, DWORD) -> BOOL { return FALSE; });
+        VE_IMPORTED(SetHandleInformation), +[](HANDLE, DWORD, DWORD) -> BOOL { return FALSE; });
     EXPECT_FALSE(SystemCall(OwnCommand(), [](std::string_view) {}));
   }
   EXPECT_TRUE(sink.Messages().empty());

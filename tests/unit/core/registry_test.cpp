@@ -2,42 +2,72 @@
 
 #include "core/windows.h"
 
-#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
 
 #include "core/format.h"
-#include "core/handle.h"
 #include "core/unicode.h"
+#include "support/private_registry.h"
+#include "support/replaced_call.h"
 #include "support/sink_recorder.h"
+
+extern "C" void* VE_IMPORTED(RegGetValueW);
+extern "C" void* VE_IMPORTED(RegSetKeyValueW);
 
 namespace ve {
 namespace {
 
+using test::ReplacedCall;
 using test::SinkRecorder;
 using testing::ElementsAre;
+using testing::Optional;
 using testing::Pair;
 
-/// Keys of this process's own, and the product's key for itself against other test processes.
-class Registry : public testing::Test {
- protected:
-  Registry()
-      : mutex_(CreateMutexW(nullptr, FALSE, L"ve-test-velmorant-registry")),
-        name_(Format(L"ve-test-{}", GetCurrentProcessId())),
-        key_(L"SOFTWARE\\" + name_),
-        productKey_(L"SOFTWARE\\Velmorant\\" + name_) {
-    WaitForSingleObject(mutex_.Get(), INFINITE);
-  }
-  ~Registry() override {
-    RegDeleteTreeW(HKEY_CURRENT_USER, key_.c_str());
-    RegDeleteTreeW(HKEY_CURRENT_USER, productKey_.c_str());
-    // Stays where somebody else has keys in it.
-    RegDeleteKeyW(HKEY_CURRENT_USER, L"SOFTWARE\\Velmorant");
-    ReleaseMutex(mutex_.Get());
+const std::wstring kKey = L"SOFTWARE\\Some key";
+const std::wstring kProductSubkey = L"SOFTWARE\\Velmorant\\Some key";
+
+/// What RegSetKeyValueW is asked to write.
+struct Writing {
+  HKEY hive;
+  std::wstring key;
+  std::wstring name;
+  DWORD type;
+  std::string data;
+
+  bool operator==(const Writing&) const = default;
+};
+
+/// Records what is written, and writes nothing.
+class Recording {
+ public:
+  explicit Recording(LSTATUS answer = ERROR_SUCCESS) {
+    answer_ = answer;
+    asked_.reset();
   }
 
+  /// The last one, also after the recording's end.
+  [[nodiscard]] static const std::optional<Writing>& Asked() { return asked_; }
+  /// What followed its data, if that was text.
+  [[nodiscard]] static wchar_t CharacterBehind() { return characterBehind_; }
+
+ private:
+  static LSTATUS WINAPI Record(HKEY hive, const wchar_t* key, const wchar_t* name, DWORD type,
+                               const void* data, DWORD size) {
+    asked_ = {hive, key, name, type, std::string(static_cast<const char*>(data), size)};
+    if (type == REG_SZ) characterBehind_ = static_cast<const wchar_t*>(data)[size / 2];
+    return answer_;
+  }
+
+  inline static LSTATUS answer_ = ERROR_SUCCESS;
+  inline static std::optional<Writing> asked_;
+  inline static wchar_t characterBehind_ = L'x';
+  ReplacedCall replaced_{VE_IMPORTED(RegSetKeyValueW), &Record};
+};
+
+class Registry : public testing::Test {
+ protected:
   static void Store(const std::wstring& key, const wchar_t* name, DWORD type, const void* data,
                     DWORD size) {
     ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), name, type, data, size), 0);
@@ -50,87 +80,110 @@ class Registry : public testing::Test {
     return Format("Failed to retrieve value of registry key '{}' (error: {}).", ToUtf8(key), code);
   }
 
-  UniqueHandle mutex_;
-  std::wstring name_;        ///< Names this process's keys.
-  std::wstring key_;         ///< Below HKEY_CURRENT_USER.
-  std::wstring productKey_;  ///< Below the product's key.
+ private:
+  test::PrivateRegistry registry_;
 };
 
 TEST_F(Registry, AStringIsRead) {
   const SinkRecorder sink;
-  StoreText(key_, L"name", L"C:\\Game \x20AC");
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"name"), L"C:\\Game \x20AC");
+  StoreText(kKey, L"name", L"C:\\Game \x20AC");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"name"), L"C:\\Game \x20AC");
   EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, AnEmptyStringIsRead) {
   const SinkRecorder sink;
-  StoreText(key_, L"name", L"");
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"name"), L"");
-  Store(key_, L"nothing", REG_SZ, L"", 0);
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"nothing"), L"");
+  StoreText(kKey, L"name", L"");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"name"), L"");
+  Store(kKey, L"nothing", REG_SZ, L"", 0);
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"nothing"), L"");
   EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, AStringStoredWithoutItsTerminatorIsRead) {
-  Store(key_, L"name", REG_SZ, L"abc", 6);
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"name"), L"abc");
+  Store(kKey, L"name", REG_SZ, L"abc", 6);
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"name"), L"abc");
+}
+
+TEST_F(Registry, AStringThatFailsToComeAfterItsSizeIsThatManyNuls) {
+  const SinkRecorder sink;
+  static int calls;
+  calls = 0;
+  const ReplacedCall failing(
+      VE_IMPORTED(RegGetValueW),
+      +[](HKEY, const wchar_t*, const wchar_t*, DWORD, DWORD*, void*, DWORD* size) -> LSTATUS {
+        if (++calls > 1) return ERROR_ACCESS_DENIED;
+        *size = 8;
+        return ERROR_SUCCESS;
+      });
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"name"), std::wstring(3, L'\0'));
+  EXPECT_EQ(calls, 2);
+  EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, AMissingValueIsReportedWithError2AndWithoutItsName) {
   const SinkRecorder sink;
-  StoreText(key_, L"other", L"x");
+  StoreText(kKey, L"other", L"x");
   SetLastError(77);
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"missing"), L"");
-  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(key_, 2), 1U)));
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"missing"), L"");
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(kKey, 2), 1U)));
 }
 
 TEST_F(Registry, AMissingKeyIsReportedWithError2) {
   const SinkRecorder sink;
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_ + L"\\\x20AC", L"name"), L"");
-  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(key_ + L"\\\x20AC", 2), 1U)));
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey + L"\\\x20AC", L"name"), L"");
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(kKey + L"\\\x20AC", 2), 1U)));
 }
 
 TEST_F(Registry, AValueOfAnotherTypeIsReported) {
   const SinkRecorder sink;
   const DWORD number = 5;
-  Store(key_, L"number", REG_DWORD, &number, sizeof(number));
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, L"number"), L"");
-  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(key_, ERROR_UNSUPPORTED_TYPE), 1U)));
+  Store(kKey, L"number", REG_DWORD, &number, sizeof(number));
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, L"number"), L"");
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(kKey, ERROR_UNSUPPORTED_TYPE), 1U)));
 }
 
 TEST_F(Registry, AValueExistsWhateverItsType) {
   const DWORD number = 5;
-  StoreText(key_, L"text", L"x");
-  Store(key_, L"number", REG_DWORD, &number, sizeof(number));
-  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, key_, L"text"));
-  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, key_, L"number"));
+  StoreText(kKey, L"text", L"x");
+  Store(kKey, L"number", REG_DWORD, &number, sizeof(number));
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, kKey, L"text"));
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, kKey, L"number"));
   const SinkRecorder sink;
-  EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, key_, L"missing"));
-  EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, key_ + L"\\missing", L"text"));
+  EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, kKey, L"missing"));
+  EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, kKey + L"\\missing", L"text"));
   EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, TheHiveIsChosen) {
   constexpr const wchar_t* kSystem = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
-  StoreText(key_, L"name", L"x");
-  EXPECT_FALSE(RegistryValueExists(Hive::kLocalMachine, key_, L"name"));
+  StoreText(kKey, L"name", L"x");
+  EXPECT_FALSE(RegistryValueExists(Hive::kLocalMachine, kKey, L"name"));
   EXPECT_TRUE(RegistryValueExists(Hive::kLocalMachine, kSystem, L"CurrentVersion"));
   EXPECT_NE(ReadRegistryString(Hive::kLocalMachine, kSystem, L"CurrentVersion"), L"");
   EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, kSystem, L"CurrentVersion"));
 }
 
 TEST_F(Registry, ANumberIsWrittenAndItsKeyMade) {
-  EXPECT_TRUE(WriteRegistryNumber(Hive::kCurrentUser, key_ + L"\\new", L"name", 4294967295U));
+  EXPECT_TRUE(WriteRegistryNumber(Hive::kCurrentUser, kKey + L"\\new", L"name", 4294967295U));
   DWORD type = 0;
   DWORD number = 0;
   DWORD size = sizeof(number);
-  ASSERT_EQ(RegGetValueW(HKEY_CURRENT_USER, (key_ + L"\\new").c_str(), L"name", RRF_RT_ANY, &type,
+  ASSERT_EQ(RegGetValueW(HKEY_CURRENT_USER, (kKey + L"\\new").c_str(), L"name", RRF_RT_ANY, &type,
                          &number, &size),
             0);
   EXPECT_EQ(type, static_cast<DWORD>(REG_DWORD));
   EXPECT_EQ(size, 4U);
   EXPECT_EQ(number, 4294967295U);
+}
+
+TEST_F(Registry, ANumberIsWrittenIntoTheHiveChosen) {
+  {
+    const Recording recording;
+    EXPECT_TRUE(WriteRegistryNumber(Hive::kLocalMachine, kKey, L"name", 0x01020304));
+  }
+  EXPECT_THAT(Recording::Asked(),
+              Optional(Writing{HKEY_LOCAL_MACHINE, kKey, L"name", REG_DWORD, "\x04\x03\x02\x01"}));
 }
 
 TEST_F(Registry, ANumberThatCannotBeWrittenIsToldByTheResultOnly) {
@@ -140,64 +193,63 @@ TEST_F(Registry, ANumberThatCannotBeWrittenIsToldByTheResultOnly) {
 }
 
 TEST_F(Registry, AProductStringIsWrittenWithoutItsTerminator) {
-  WriteProductString(name_, L"name", std::wstring_view(L"abc and more", 3));
-  HKEY key = nullptr;
-  ASSERT_EQ(RegOpenKeyW(HKEY_CURRENT_USER, productKey_.c_str(), &key), 0);
-  std::array<wchar_t, 16> text{};
-  DWORD type = 0;
-  DWORD size = sizeof(text);
-  EXPECT_EQ(
-      RegQueryValueExW(key, L"name", nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size),
-      0);
-  RegCloseKey(key);
-  EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
-  EXPECT_EQ(size, 6U);
-  EXPECT_STREQ(text.data(), L"abc");
+  {
+    const Recording recording;
+    WriteProductString(L"Some key", L"name", std::wstring_view(L"ab\x20AC and more", 3));
+  }
+  // The system may look at the character behind the size given, so that must be there.
+  EXPECT_THAT(Recording::Asked(), Optional(Writing{HKEY_CURRENT_USER, kProductSubkey, L"name",
+                                                   REG_SZ, std::string("a\0b\0\xAC\x20", 6)}));
+  EXPECT_EQ(Recording::CharacterBehind(), L'\0');
+}
+
+TEST_F(Registry, AProductStringThatCannotBeWrittenIsNobodysFailure) {
+  const SinkRecorder sink;
+  const Recording failing(ERROR_ACCESS_DENIED);
+  EXPECT_NO_THROW(WriteProductString(L"Some key", L"name", L"x"));
+  EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, AProductStringThatWasWrittenIsRead) {
   const SinkRecorder sink;
   for (const wchar_t* text : {L"C:\\Game\\", L"x", L""}) {
-    WriteProductString(name_, L"name", text);
-    EXPECT_EQ(ReadProductString(name_, L"name"), text);
+    WriteProductString(L"Some key", L"name", text);
+    EXPECT_EQ(ReadProductString(L"Some key", L"name"), text);
   }
   EXPECT_TRUE(sink.Messages().empty());
 }
 
 TEST_F(Registry, AMissingProductStringIsReportedWithTheWholeKey) {
   const SinkRecorder sink;
-  EXPECT_EQ(ReadProductString(name_, L"name"), L"");
-  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(productKey_, 2), 1U)));
+  EXPECT_EQ(ReadProductString(L"Some key", L"name"), L"");
+  EXPECT_THAT(sink.Messages(), ElementsAre(Pair(Message(kProductSubkey, 2), 1U)));
 }
 
 TEST_F(Registry, ThePlayersLastBuildStandsInTheProductsKey) {
-  constexpr const wchar_t* kPlayer = L"SOFTWARE\\Velmorant\\Player";
-  HKEY existing = nullptr;
-  const bool hadKey = RegOpenKeyW(HKEY_CURRENT_USER, kPlayer, &existing) == 0;
-  if (hadKey) RegCloseKey(existing);
-  std::array<wchar_t, 1024> before{};
-  DWORD size = sizeof(before);
-  const bool hadValue = RegGetValueW(HKEY_CURRENT_USER, kPlayer, L"LastBuild", RRF_RT_REG_SZ,
-                                     nullptr, before.data(), &size) == 0;
-
-  StoreText(kPlayer, L"LastBuild", L"D:\\Build");
+  StoreText(L"SOFTWARE\\Velmorant\\Player", L"LastBuild", L"D:\\Build");
   EXPECT_EQ(ReadProductString(L"Player", L"LastBuild"), L"D:\\Build");
+}
 
-  if (hadValue) {
-    StoreText(kPlayer, L"LastBuild", before.data());
-  } else if (hadKey) {
-    RegDeleteKeyValueW(HKEY_CURRENT_USER, kPlayer, L"LastBuild");
-  } else {
-    RegDeleteTreeW(HKEY_CURRENT_USER, kPlayer);
-  }
+TEST_F(Registry, KeysAreUsedUpTo255Characters) {
+  const std::wstring longest = L"a\\" + std::wstring(253, L'k');
+  StoreText(longest, L"name", L"x");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, longest, L"name"), L"x");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, longest + L"more", L"name"), L"x");
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, longest + L"more", L"name"));
+  EXPECT_TRUE(WriteRegistryNumber(Hive::kCurrentUser, longest + L"more", L"number", 1));
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, longest, L"number"));
 }
 
 TEST_F(Registry, NamesAreUsedUpTo255Characters) {
   const std::wstring longest(255, L'n');
-  StoreText(key_, longest.c_str(), L"x");
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, longest), L"x");
-  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, key_, longest + L"more"), L"x");
-  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, key_, longest + L"more"));
+  StoreText(kKey, longest.c_str(), L"x");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, longest), L"x");
+  EXPECT_EQ(ReadRegistryString(Hive::kCurrentUser, kKey, longest + L"more"), L"x");
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, kKey, longest + L"more"));
+  EXPECT_TRUE(WriteRegistryNumber(Hive::kCurrentUser, L"numbers", longest + L"more", 1));
+  EXPECT_TRUE(RegistryValueExists(Hive::kCurrentUser, L"numbers", longest));
+  WriteProductString(L"Some key", longest + L"more", L"y");
+  EXPECT_EQ(ReadProductString(L"Some key", longest), L"y");
 }
 
 }  // namespace

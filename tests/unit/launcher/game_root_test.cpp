@@ -2,8 +2,6 @@
 
 #include "core/windows.h"
 
-#include <shellapi.h>
-
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -11,10 +9,17 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "core/handle.h"
+#include "support/private_registry.h"
+#include "support/replaced_call.h"
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
+
+extern "C" void* VE_IMPORTED(GetCommandLineW);
+extern "C" void* VE_IMPORTED(GetFileAttributesExW);
 
 namespace ve {
 namespace {
@@ -40,12 +45,10 @@ class GameRoot : public test::TempFolder {
   /// Last written at that many ticks since 1601.
   static void MakeFile(const wchar_t* path, std::uint64_t ticks) {
     test::WriteWhole(path, "x");
-    const HANDLE file =
-        CreateFileW(path, FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    const UniqueFileHandle file(
+        CreateFileW(path, FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-    EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &time));
-    CloseHandle(file);
+    EXPECT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &time));
   }
 };
 
@@ -90,11 +93,10 @@ TEST_F(GameRoot, AmongEqualTimesTheFirstOneMetWins) {
   MakeFile(L"tree\\a\\x.vegame", k2020);
   MakeFile(L"tree\\b\\y.vegame", k2020);
   WIN32_FIND_DATAW found{};
-  const HANDLE search = FindFirstFileW(L"tree\\?", &found);
-  ASSERT_NE(search, INVALID_HANDLE_VALUE);
+  const UniqueFindHandle search(FindFirstFileW(L"tree\\?", &found));
+  ASSERT_TRUE(search);
   std::wstring first = found.cFileName;
-  while (first == L"." && FindNextFileW(search, &found)) first = found.cFileName;
-  FindClose(search);
+  while (first == L"." && FindNextFileW(search.Get(), &found)) first = found.cFileName;
   EXPECT_EQ(RootFor({L"tree"}), L"tree\\" + first);
 }
 
@@ -168,6 +170,25 @@ TEST_F(GameRoot, AFolderThatCannotBeReadRaisesAnError) {
   EXPECT_EQ(WalkErrorFor(L""), ERROR_PATH_NOT_FOUND);
 }
 
+TEST_F(GameRoot, AProjectWhoseWriteTimeCannotBeToldRaisesAnError) {
+  MakeFolder(L"tree");
+  MakeFile(L"tree\\x.vegame", k2020);
+  const test::ReplacedCall failing(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) -> BOOL {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+      });
+  try {
+    static_cast<void>(RootFor({L"tree"}));
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::filesystem::filesystem_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("last_write_time"));
+    EXPECT_EQ(error.code(), std::error_code(ERROR_ACCESS_DENIED, std::system_category()));
+    EXPECT_EQ(error.path1().native(), L"tree\\x.vegame");
+  }
+}
+
 TEST_F(GameRoot, TheMarkerIsCaseSensitive) {
   EXPECT_EQ(WalkErrorFor(L"from_solution"), ERROR_PATH_NOT_FOUND);
   MakeFolder(L"from_solution");
@@ -175,19 +196,8 @@ TEST_F(GameRoot, TheMarkerIsCaseSensitive) {
   EXPECT_EQ(RootFor({L"from_solution"}), L"from_solution");
 }
 
-/// A registry of its own for the current user, seen by this process alone.
 class GameRootFromRegistry : public GameRoot {
  protected:
-  GameRootFromRegistry() : name_(Format(L"Software\\ve-test-{}", GetCurrentProcessId())) {
-    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name_.c_str(), &key_), ERROR_SUCCESS);
-    EXPECT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, key_), ERROR_SUCCESS);
-  }
-  ~GameRootFromRegistry() override {
-    EXPECT_EQ(RegOverridePredefKey(HKEY_CURRENT_USER, nullptr), ERROR_SUCCESS);
-    RegCloseKey(key_);
-    EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str()), ERROR_SUCCESS);
-  }
-
   static void RecordLastBuild(std::wstring_view directory) {
     const std::wstring text(directory);
     ASSERT_EQ(
@@ -197,8 +207,7 @@ class GameRootFromRegistry : public GameRoot {
   }
 
  private:
-  std::wstring name_;
-  HKEY key_ = nullptr;
+  test::PrivateRegistry registry_;
 };
 
 TEST_F(GameRootFromRegistry, TheMarkerTakesTheLastBuild) {
@@ -226,16 +235,18 @@ TEST_F(GameRootFromRegistry, WithoutALastBuildTheRootIsFoundAndEmpty) {
   EXPECT_EQ(WorkingDirectory(), Folder());
 }
 
-TEST(GameRootOfTheProcess, IsReadFromItsOwnCommandLine) {
-  int count = 0;
-  wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
-  LocalFree(arguments);
-  // Run without an argument, or as a single test with one that is no directory.
-  if (count == 2) {
-    EXPECT_THROW(static_cast<void>(ResolveGameRoot()), std::filesystem::filesystem_error);
-  } else {
-    EXPECT_EQ(ResolveGameRoot(), std::nullopt);
-  }
+TEST_F(GameRoot, IsFoundByTheOwnCommandLine) {
+  MakeFolder(L"a tree");
+  MakeFile(L"a tree\\x.vegame", k2020);
+  static std::wstring commandLine;
+  const test::ReplacedCall told(
+      VE_IMPORTED(GetCommandLineW), +[]() -> wchar_t* { return commandLine.data(); });
+  commandLine = L"\"C:\\a game\\Launcher.exe\" \"a tree\"";
+  EXPECT_EQ(ResolveGameRoot(), L"a tree");
+  commandLine = L"\"C:\\a game\\Launcher.exe\" a tree";
+  EXPECT_EQ(ResolveGameRoot(), std::nullopt);
+  commandLine = L"\"C:\\a game\\Launcher.exe\"";
+  EXPECT_EQ(ResolveGameRoot(), std::nullopt);
 }
 
 }  // namespace

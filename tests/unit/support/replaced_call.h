@@ -3,14 +3,25 @@
 // The program reaches every function of a DLL through a pointer in its import table, and the linker
 // names that pointer. A test declares it
 //
-//   extern "C" void* createPipeSlot __asm__("__imp_CreatePipe");
+//   extern "C" void* VE_IMPORTED(CreatePipe);
 //
-// and replaces what it points to while a ReplacedCall exists.
+// and replaces what it points to while a ReplacedCall exists:
+//
+//   const ReplacedCall failing(
+//       VE_IMPORTED(CreatePipe), +[](HANDLE*, HANDLE*, SECURITY_ATTRIBUTES*, DWORD) -> BOOL {
+//         return FALSE;
+//       });
+//
+// The compiler takes the pointer for constant: a function that makes the call itself, before and
+// after, may go on with what it read first. The code under test stands in another file.
 #pragma once
 
 #include "core/windows.h"
 
 #include <utility>
+
+/// The linker's own name of the pointer, which alone may look like that.
+#define VE_IMPORTED(function) __imp_##function  // NOLINT(bugprone-reserved-identifier)
 
 namespace ve::test {
 
