@@ -91,6 +91,7 @@ void ArchiveReader::ReadHeader() {
 template <class Value>
 Value ArchiveReader::ReadPrimitive() {
   Value value{};
+  lastReadPosition_ = position_;
   if (bytes_.size() - position_ < sizeof(value)) {
     position_ = bytes_.size();
     return value;
@@ -116,6 +117,7 @@ void ArchiveReader::ExpectType(ArchiveType type, std::string_view message) {
 }
 
 std::span<const std::byte> ArchiveReader::ReadBytes(std::uint32_t count) {
+  lastReadPosition_ = position_;
   if (bytes_.size() - position_ < count) return {};
   const auto bytes = bytes_.subspan(position_, count);
   position_ += count;

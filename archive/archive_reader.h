@@ -31,6 +31,11 @@ class ArchiveReader {
 
   [[nodiscard]] ArchiveMode Mode() const noexcept { return mode_; }
 
+  /// Where the next value begins.
+  [[nodiscard]] std::size_t Position() const noexcept { return position_; }
+  /// Where the bytes read last begin: after an exception, those that were rejected.
+  [[nodiscard]] std::size_t LastReadPosition() const noexcept { return lastReadPosition_; }
+
   std::uint32_t ReadU32();
   bool ReadBool();
   Block16 ReadBlock16();
@@ -58,6 +63,7 @@ class ArchiveReader {
   MappedFile mappedFile_;
   std::span<const std::byte> bytes_;
   std::size_t position_ = 0;
+  std::size_t lastReadPosition_ = 0;
   ArchiveMode mode_ = ArchiveMode::kPlain;
 };
 

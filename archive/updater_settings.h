@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "archive/archive_reader.h"
+
 namespace ve::sdk {
 
 inline constexpr std::array<std::wstring_view, 4> kReleaseChannels{L"alpha", L"beta", L"demo",
@@ -23,5 +25,7 @@ struct UpdaterSettings {
 /// Reads a settings archive. Throws `UpdaterException` for an invalid record and
 /// `ve::file::FileException` for an invalid archive.
 [[nodiscard]] UpdaterSettings ReadUpdaterSettings(std::string_view bytes);
+/// The same from a reader at the begin of the record.
+[[nodiscard]] UpdaterSettings ReadUpdaterSettings(file::ArchiveReader& reader);
 
 }  // namespace ve::sdk

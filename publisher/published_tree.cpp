@@ -21,7 +21,7 @@ PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view chann
 DownloadResult PublishedTree::Fetch(std::wstring_view name) const {
   if (IsServed()) return Download(Format(L"{}{}", updatesUrl_, name));
   const std::wstring path = Below(folder_, name);
-  if (!file::Exists(path)) return DownloadResult::Failure(L"404 - Page or resource not found.");
+  if (!file::Exists(path)) return DownloadResult::Failure(L"404 - no such file.");
   return DownloadResult::Success(ReadWholeFile(path));
 }
 

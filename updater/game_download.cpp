@@ -5,6 +5,7 @@
 #include "core/format.h"
 #include "core/md5.h"
 #include "net/download.h"
+#include "updater/download_failures.h"
 
 namespace ve::sdk {
 namespace {
@@ -12,8 +13,7 @@ namespace {
 void FetchFile(const std::wstring& fileUrl, std::wstring_view stagingPath) {
   DownloadResult download = Download(fileUrl);
   if (!download.Succeeded()) {
-    ThrowUpdaterException("Failed to download game-file '{}' with error: '{}'", fileUrl,
-                          download.Error());
+    ThrowUpdaterException(kFileDownloadFailed, fileUrl, download.Error());
   }
   file::SaveFile(stagingPath, download.Body());
 }

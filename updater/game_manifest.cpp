@@ -43,18 +43,24 @@ FileEntry ReadFileLine(std::string_view line, std::size_t index) {
 
 }  // namespace
 
-GameUpdateManifest ReadGameUpdateManifest(std::string& text) {
+GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* judged) {
+  std::string_view unasked;
+  std::string_view& line = judged != nullptr ? *judged : unasked;
   StripCarriageReturns(text);
+  const std::string_view textEnd = std::string_view(text).substr(text.size());
   const std::vector<std::string_view> allLines = SplitLines(text, '\n', EmptyPieces::kDrop);
   std::span<const std::string_view> lines(allLines);
+  line = textEnd;
   if (lines.size() < kLeastLines) {
     ThrowUpdaterException("Invalid amount of lines ({}, at least 4 expected).", lines.size());
   }
-  if (lines[0] != kHeader) {
-    ThrowUpdaterException("Invalid header '{}'. (is expecting '{}')", lines[0], kHeader);
+  line = lines[0];
+  if (line != kHeader) {
+    ThrowUpdaterException("Invalid header '{}'. (is expecting '{}')", line, kHeader);
   }
 
-  const KeyValue versionLine = SplitKeyValue(lines[1], ": ");
+  line = lines[1];
+  const KeyValue versionLine = SplitKeyValue(line, ": ");
   if (versionLine.key != "FileVersion") {
     ThrowUpdaterException("Invalid file-version name '{}'. (is expecting 'FileVersion')",
                           versionLine.key);
@@ -64,7 +70,8 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text) {
     ThrowUpdaterException("Invalid file-version {}. (supported: 1)", versionLine.key);
   }
 
-  const KeyValue directoriesLine = SplitKeyValue(lines[2], ": ");
+  line = lines[2];
+  const KeyValue directoriesLine = SplitKeyValue(line, ": ");
   if (directoriesLine.key != "Directories") {
     ThrowUpdaterException("Invalid directory-name '{}'. (expected: 'Directories')",
                           directoriesLine.key);
@@ -83,18 +90,22 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text) {
   const auto directories = lines.first(directoryCount);
   manifest.directories.assign(directories.begin(), directories.end());
   lines = lines.subspan(directoryCount);
+  line = textEnd;
   if (lines.empty()) throw UpdaterException("No lines after directory-entries.");
-  if (lines[0] != kFilesHeader) {
-    ThrowUpdaterException("Invalid file-header '{}' (is expecting 'Files:')", lines[0]);
+  line = lines[0];
+  if (line != kFilesHeader) {
+    ThrowUpdaterException("Invalid file-header '{}' (is expecting 'Files:')", line);
   }
   lines = lines.subspan(1);
+  line = textEnd;
   if (lines.empty()) {
     throw UpdaterException("No files present. Aborting update to prevent corruption.");
   }
 
   manifest.files.reserve(lines.size());
   for (std::size_t index = 0; index < lines.size(); ++index) {
-    manifest.files.push_back(ReadFileLine(lines[index], index));
+    line = lines[index];
+    manifest.files.push_back(ReadFileLine(line, index));
   }
   return manifest;
 }

@@ -24,8 +24,10 @@ struct GameUpdateManifest {
 
 /// Reads the manifest, whose carriage returns are removed in place. Strict, because what the
 /// manifest does not list gets deleted: throws `UpdaterException` at the first line that is not
-/// right.
-[[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text);
+/// right. `judged`, if given, is that line then, in the text without its carriage returns, or
+/// nothing at the end of a text that ends too early.
+[[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text,
+                                                        std::string_view* judged = nullptr);
 
 /// A name of the manifest as the wide text that paths are made from: byte by byte, not decoded.
 [[nodiscard]] std::wstring WidenName(std::string_view name);

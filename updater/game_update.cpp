@@ -19,6 +19,7 @@
 #include "core/unicode.h"
 #include "net/download.h"
 #include "ui/progress_window.h"
+#include "updater/download_failures.h"
 #include "updater/failure_log.h"
 #include "updater/game_apply.h"
 #include "updater/game_download.h"
@@ -81,8 +82,7 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
         DownloadOrThrow(versionUrl, "Failed to download remote game-version file with error: '{}'");
   }
   std::string manifestText =
-      DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl),
-                      "Failed to download game-update-manifest file with error: '{}'");
+      DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl), kManifestDownloadFailed);
   const GameUpdateManifest manifest = ReadGameUpdateManifest(manifestText);
   MakeStagingFolders(manifest);
 

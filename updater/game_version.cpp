@@ -6,6 +6,7 @@
 #include "core/errors.h"
 #include "core/files.h"
 #include "net/download.h"
+#include "updater/download_failures.h"
 
 namespace ve::sdk {
 
@@ -19,6 +20,10 @@ std::optional<VersionNumber> ReadInstalledVersion() {
 
 VersionNumber ReadOfferedVersion(std::string_view bytes) {
   file::ArchiveReader reader(bytes);
+  return ReadOfferedVersion(reader);
+}
+
+VersionNumber ReadOfferedVersion(file::ArchiveReader& reader) {
   const std::string_view header = reader.ReadString();
   if (header != GameVersion::kHeader) {
     // "Remove" is the wording, here and below.
@@ -49,7 +54,7 @@ bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& 
 
   DownloadResult remote = Download(versionUrl);
   if (!remote.Succeeded()) {
-    ThrowUpdaterException("Failed to download game-version file with error: '{}'", remote.Error());
+    ThrowUpdaterException(kVersionDownloadFailed, remote.Error());
   }
   if (*local >= ReadOfferedVersion(remote.Body())) return false;
   pendingVersion = std::move(remote.Body());

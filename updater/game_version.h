@@ -41,6 +41,8 @@ struct GameVersion {
 /// The version in the server's version file. Throws `UpdaterException` if it is no version file,
 /// and what the archive reader throws.
 [[nodiscard]] VersionNumber ReadOfferedVersion(std::string_view bytes);
+/// The same from a reader at the begin of the record.
+[[nodiscard]] VersionNumber ReadOfferedVersion(file::ArchiveReader& reader);
 
 /// Whether the installed version is missing, not understood or older than the server's.
 ///

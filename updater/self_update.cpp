@@ -15,6 +15,7 @@
 #include "core/unicode.h"
 #include "core/working_directory.h"
 #include "net/download.h"
+#include "updater/download_failures.h"
 #include "updater/failure_log.h"
 #include "updater/own_executable.h"
 #include "updater/updater_manifest.h"
@@ -48,7 +49,7 @@ void DeleteStaleExecutable() {
 void RefreshSettings(std::wstring_view updaterUrl, std::string_view settings) {
   DownloadResult remote = Download(Format(L"{}UpdaterData.vpak", updaterUrl));
   if (!remote.Succeeded()) {
-    ThrowUpdaterException("Failed to download updater-data file with error: '{}'", remote.Error());
+    ThrowUpdaterException(kSettingsDownloadFailed, remote.Error());
   }
   if (!file::Exists(kSettingsFile)) {
     ThrowUpdaterException(
@@ -79,8 +80,7 @@ void PutParkedExecutableBack(std::wstring_view executable) {
   const std::wstring_view executable = OwnExecutableName();
   DownloadResult newBuild = Download(Format(L"{}{}", updaterUrl, executable));
   if (!newBuild.Succeeded()) {
-    ThrowUpdaterException("Failed to download new updater-exe '{}'. {}", executable,
-                          newBuild.Error());
+    ThrowUpdaterException(kExecutableDownloadFailed, executable, newBuild.Error());
   }
   try {
     file::Rename(executable, kParkedExecutable);  // Windows lets a running executable be renamed.
@@ -104,8 +104,7 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
   DownloadResult manifest = Download(Format(L"{}updater.manifest", updaterUrl));
   if (!manifest.Succeeded()) {
-    ThrowUpdaterException("Failed to download updater-manifest file with error: '{}'",
-                          manifest.Error());
+    ThrowUpdaterException(kUpdaterManifestDownloadFailed, manifest.Error());
   }
   const std::uint32_t offered = ReadUpdaterManifest(manifest.Body());
   if (offered > kOwnUpdaterVersion) ReplaceExecutable(updaterUrl);

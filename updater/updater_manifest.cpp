@@ -18,21 +18,27 @@ constexpr std::size_t kLeastLines = 3;
 
 }  // namespace
 
-std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion) {
+std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
+                                  std::string_view* judged) {
+  std::string_view unasked;
+  std::string_view& line = judged != nullptr ? *judged : unasked;
   StripCarriageReturns(text);
   const std::vector<std::string_view> lines = SplitLines(text, '\n', EmptyPieces::kDrop);
+  line = std::string_view(text).substr(text.size());
   if (lines.size() < kLeastLines) {
     ThrowUpdaterException(
         "Invalid number of lines in updater-manifest file. Expecting at least 3, was only {}.",
         lines.size());
   }
-  if (lines[0] != kHeader) {
+  line = lines[0];
+  if (line != kHeader) {
     ThrowUpdaterException(
-        "Unknown header in received updater-manifest file (was '{}', expected '{}').", lines[0],
+        "Unknown header in received updater-manifest file (was '{}', expected '{}').", line,
         kHeader);
   }
 
-  const KeyValue fileVersionLine = SplitKeyValue(lines[1], ": ");
+  line = lines[1];
+  const KeyValue fileVersionLine = SplitKeyValue(line, ": ");
   if (fileVersionLine.key != kFileVersionKey) {
     ThrowUpdaterException("Unknown file version name '{}' (should have been '{}')",
                           fileVersionLine.key, kFileVersionKey);
@@ -43,7 +49,8 @@ std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion) {
                           kMinimumFileVersion);
   }
 
-  const KeyValue versionLine = SplitKeyValue(lines[2], ": ");
+  line = lines[2];
+  const KeyValue versionLine = SplitKeyValue(line, ": ");
   if (versionLine.key != kVersionKey) {
     ThrowUpdaterException("Unknown updater version name '{}' (should have been '{}')",
                           versionLine.key, kVersionKey);

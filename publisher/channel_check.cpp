@@ -1,0 +1,313 @@
+#include "publisher/channel_check.h"
+
+#include "core/windows.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <system_error>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "core/directory_walk.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/executable_version.h"
+#include "publisher/judged_files.h"
+#include "publisher/manifest_check.h"
+#include "publisher/paths.h"
+#include "publisher/payload_check.h"
+#include "publisher/server_layout.h"
+#include "publisher/version_text.h"
+#include "publisher/whole_file.h"
+#include "updater/download_failures.h"
+
+namespace ve::publish {
+namespace {
+
+constexpr const char* kNoGameUpdate = "Players get no game update, and keep what they have.";
+constexpr const char* kUpdateFails = "Players who accept the update see \"Update failed.\".";
+constexpr const char* kNoSelfUpdate = "Players' Launchers do not update themselves.";
+
+/// A file of this program's own that is deleted again.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::string_view content) {
+    std::array<wchar_t, MAX_PATH + 1> folder{};
+    std::array<wchar_t, MAX_PATH + 1> path{};
+    if (GetTempPathW(static_cast<DWORD>(folder.size()), folder.data()) == 0 ||
+        GetTempFileNameW(folder.data(), L"pub", 0, path.data()) == 0) {
+      throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
+                              "temporary file");
+    }
+    path_ = path.data();
+    WriteWholeFile(path_, content);
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() { DeleteFileW(path_.c_str()); }
+
+  [[nodiscard]] const std::wstring& Path() const noexcept { return path_; }
+
+ private:
+  std::wstring path_;
+};
+
+/// Calls `visit` with every entry of a folder: its path below the folder, with "/".
+void WalkFolder(
+    const std::wstring& folder,
+    const std::function<file::Descend(const std::wstring& name, bool isDirectory)>& visit) {
+  if (!file::Exists(folder)) return;
+  file::WalkDirectory(folder, [&](const file::DirectoryEntry& entry) {
+    std::wstring name(entry.path.substr(folder.size() + 1));
+    std::replace(name.begin(), name.end(), L'\\', L'/');
+    return visit(name, entry.IsDirectory());
+  });
+}
+
+class ChannelCheck {
+ public:
+  ChannelCheck(const ChannelOptions& options, std::wstring_view channel, Console& console,
+               Findings& findings)
+      : options_(options),
+        channel_(channel),
+        tree_(options.tree, channel),
+        console_(console),
+        findings_(findings) {}
+
+  void Run() {
+    report_ = {{"channel", ToUtf8(channel_)}, {"place", tree_.PlaceOf(L"")}};
+    console_.Say(Format("{}: {}", ToUtf8(channel_), tree_.PlaceOf(L"")));
+    CheckVersion();
+    CheckGame();
+    CheckLauncher();
+    console_.Report()["channels"].push_back(std::move(report_));
+  }
+
+ private:
+  void Refuse(std::wstring_view name, std::string rule, std::string remedy) {
+    findings_.Refuse(tree_.PlaceOf(name), std::move(rule), std::move(remedy));
+  }
+
+  /// The rejection's message, word for word as a player's log has it.
+  void Refuse(std::wstring_view name, const Rejection& rejection, const char* effect) {
+    Refuse(name, rejection.message,
+           Format("So says the Launcher's reader, {}. {}", PlaceInWords(rejection), effect));
+  }
+
+  /// The file; or none, and then the message that a player's log has.
+  std::optional<std::string> Fetch(std::wstring_view name, std::string_view failure,
+                                   const char* effect) {
+    DownloadResult download = tree_.Fetch(name);
+    if (download.Succeeded()) return std::move(download.Body());
+    Refuse(name, Format(failure, ToUtf8(download.Error())), effect);
+    return {};
+  }
+
+  void CheckVersion() {
+    const auto bytes = Fetch(kVersionName, sdk::kVersionDownloadFailed, kNoGameUpdate);
+    if (!bytes) return;
+    const auto judged = JudgeVersion(*bytes);
+    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
+      return Refuse(kVersionName, *rejection, kNoGameUpdate);
+    }
+    const auto& version = std::get<VersionFile>(judged);
+    if (!version.complete) {
+      Refuse(kVersionName, "the file ends before its version does",
+             "Launchers read what is missing as 0.0.0.0. Publish again.");
+    }
+    WarnOfRest(kVersionName, version.archive.end, bytes->size());
+    report_["version"] = VersionText(version.version);
+    console_.Say(Format("  game {}", VersionText(version.version)));
+  }
+
+  void WarnOfRest(std::wstring_view name, std::size_t end, std::size_t size) {
+    if (end == size) return;
+    findings_.Warn(tree_.PlaceOf(name),
+                   Format("{} bytes follow the record, from byte {} on", size - end, end),
+                   "Launchers do not read them; the file may be damaged.");
+  }
+
+  void CheckGame() {
+    const auto content = Fetch(kManifestName, sdk::kManifestDownloadFailed, kUpdateFails);
+    if (!content) return;
+    std::string text;
+    const auto judged = JudgeGameManifest(*content, text);
+    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
+      return Refuse(kManifestName, *rejection, kUpdateFails);
+    }
+    const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
+    std::uint64_t bytes = 0;
+    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
+    report_["directories"] = manifest.directories.size();
+    report_["files"] = manifest.files.size();
+    report_["bytes"] = bytes;
+    console_.Say(Format("  {} files in {} directories, {}", manifest.files.size(),
+                        manifest.directories.size(), BytesInWords(bytes)));
+    CheckManifest(manifest, tree_.PlaceOf(kManifestName), findings_);
+    CheckPayload(tree_, manifest, console_, findings_);
+    if (!tree_.IsServed()) CheckUnlisted(manifest);
+  }
+
+  /// Nothing lies in the folder but what is listed, and that in the listed spelling.
+  void CheckUnlisted(const sdk::GameUpdateManifest& manifest) {
+    std::unordered_map<std::wstring, std::wstring_view> files;
+    std::unordered_set<std::wstring> directories;
+    for (const std::wstring_view name : {kVersionName, kManifestName}) {
+      files.emplace(FoldedName(name), name);
+    }
+    for (const std::string_view directory : manifest.directories) {
+      directories.insert(FoldedName(sdk::WidenName(directory)));
+    }
+    for (const sdk::FileEntry& entry : manifest.files) {
+      files.emplace(FoldedName(entry.name), entry.name);
+      for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
+           end = entry.name.find(L'/', end + 1)) {
+        directories.insert(FoldedName(std::wstring_view(entry.name).substr(0, end)));
+      }
+    }
+    WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
+      if (FoldedName(name) == FoldedName(kUpdaterFolder)) return file::Descend::kNo;
+      if (isDirectory && directories.contains(FoldedName(name))) return file::Descend::kYes;
+      CheckEntry(name, isDirectory, files);
+      return file::Descend::kNo;
+    });
+  }
+
+  void CheckEntry(const std::wstring& name, bool isDirectory,
+                  const std::unordered_map<std::wstring, std::wstring_view>& files) {
+    const auto listed = files.find(FoldedName(name));
+    if (isDirectory || listed == files.end()) {
+      return Refuse(name, "lies in the tree, but is not listed",
+                    "No player gets it. Remove it, or publish again.");
+    }
+    std::wstring spelling(listed->second);
+    std::replace(spelling.begin(), spelling.end(), L'\\', L'/');
+    if (spelling == name) return;
+    Refuse(name, Format("is listed as '{}'", ToUtf8(listed->second)),
+           "Servers that tell case apart do not find it. Spell both alike.");
+  }
+
+  void CheckLauncher() {
+    const std::optional<std::uint32_t> offered = CheckUpdaterManifest();
+    CheckSettings();
+    if (tree_.IsServed()) {
+      CheckServedExecutable(offered);
+    } else {
+      CheckExecutableInFolder(offered);
+    }
+  }
+
+  std::optional<std::uint32_t> CheckUpdaterManifest() {
+    const auto content =
+        Fetch(kUpdaterManifestName, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate);
+    if (!content) return {};
+    const auto judged = JudgeUpdaterManifest(*content);
+    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
+      Refuse(kUpdaterManifestName, *rejection, kNoSelfUpdate);
+      return {};
+    }
+    const std::uint32_t offered = std::get<std::uint32_t>(judged);
+    report_["launcher"]["version"] = offered;
+    console_.Say(Format("  Launcher {}", offered));
+    return offered;
+  }
+
+  void CheckSettings() {
+    const auto bytes =
+        Fetch(kUpdaterSettingsName, sdk::kSettingsDownloadFailed,
+              "The check for updates of a current Launcher ends there, at every start.");
+    if (!bytes) return;
+    const auto judged = JudgeSettings(*bytes);
+    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
+      return Refuse(kUpdaterSettingsName, *rejection,
+                    "Launchers install the file, and can update nothing from then on.");
+    }
+    const auto& settings = std::get<SettingsFile>(judged);
+    WarnOfRest(kUpdaterSettingsName, settings.archive.end, bytes->size());
+    report_["launcher"]["url"] = settings.url;
+    report_["launcher"]["channel"] = settings.channel;
+    console_.Say(Format("  settings: URL {}, channel {}", settings.url, settings.channel));
+    if (ToWide(settings.channel) != channel_) {
+      findings_.Warn(tree_.PlaceOf(kUpdaterSettingsName),
+                     Format("names the channel {}", settings.channel),
+                     Format("It moves the players of {} there.", ToUtf8(channel_)));
+    }
+    if (tree_.IsServed() && settings.url != options_.tree.url) {
+      findings_.Warn(tree_.PlaceOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
+                     Format("It moves the players of {} there.", options_.tree.url));
+    }
+  }
+
+  void CheckServedExecutable(std::optional<std::uint32_t> offered) {
+    const std::wstring name = Format(L"{}/{}", kUpdaterFolder, ToWide(options_.launcher));
+    DownloadResult download = tree_.Fetch(name);
+    if (!download.Succeeded()) {
+      return Refuse(
+          name, Format(sdk::kExecutableDownloadFailed, options_.launcher, ToUtf8(download.Error())),
+          kNoSelfUpdate);
+    }
+    const TemporaryFile copy(download.Body());
+    CheckExecutable(name, copy.Path(), offered);
+  }
+
+  /// The tree does not know the executable's name: it is the one file more.
+  void CheckExecutableInFolder(std::optional<std::uint32_t> offered) {
+    const std::wstring folder = Below(tree_.Folder(), kUpdaterFolder);
+    std::vector<std::wstring> others;
+    WalkFolder(folder, [&](const std::wstring& entry, bool /*isDirectory*/) {
+      const std::wstring name = Format(L"{}/{}", kUpdaterFolder, entry);
+      if (name != kUpdaterManifestName && name != kUpdaterSettingsName) others.push_back(name);
+      return file::Descend::kNo;
+    });
+    if (others.empty()) {
+      return Refuse(kUpdaterFolder, "holds no executable",
+                    "Launchers fetch their new version from here. Publish the Launcher again.");
+    }
+    if (others.size() > 1) {
+      for (const std::wstring& name : others) {
+        Refuse(name,
+               Format("is one of {} files where only the executable is expected", others.size()),
+               "Remove what is not the Launcher.");
+      }
+      return;
+    }
+    CheckExecutable(others.front(), Below(tree_.Folder(), others.front()), offered);
+  }
+
+  void CheckExecutable(const std::wstring& name, const std::wstring& path,
+                       std::optional<std::uint32_t> offered) {
+    report_["launcher"]["executable"] = ToUtf8(name.substr(kUpdaterFolder.size() + 1));
+    const std::optional<std::uint32_t> version = ExecutableVersion(path);
+    if (!version) {
+      return Refuse(name, "has no version resource",
+                    "It is no Launcher, or damaged. Publish the Launcher again.");
+    }
+    if (!offered || *version == *offered) return;
+    Refuse(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
+           *version < *offered ? "Launchers would replace themselves at every start, for ever."
+                               : "Launchers of the offered version never fetch it.");
+  }
+
+  const ChannelOptions& options_;
+  std::wstring channel_;
+  PublishedTree tree_;
+  Console& console_;
+  Findings& findings_;
+  Json report_;
+};
+
+}  // namespace
+
+void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
+                  Findings& findings) {
+  ChannelCheck(options, channel, console, findings).Run();
+}
+
+}  // namespace ve::publish

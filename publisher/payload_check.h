@@ -1,0 +1,16 @@
+// Whether the files of a published tree are those that its manifest lists.
+#pragma once
+
+#include "publisher/console.h"
+#include "publisher/findings.h"
+#include "publisher/published_tree.h"
+#include "updater/game_manifest.h"
+
+namespace ve::publish {
+
+/// Compares every listed file's size and digest, and shows the progress. In a folder all cores read
+/// at once, piece by piece; from a server one file after the other is fetched into memory.
+void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
+                  Console& console, Findings& findings);
+
+}  // namespace ve::publish

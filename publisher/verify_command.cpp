@@ -1,0 +1,136 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "archive/updater_settings.h"
+#include "core/directory_walk.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/channel_check.h"
+#include "publisher/commands.h"
+#include "publisher/paths.h"
+#include "publisher/server_layout.h"
+#include "publisher/whole_file.h"
+
+namespace ve::publish {
+namespace {
+
+struct Options {
+  ChannelOptions channelOptions;
+  std::string channel;
+};
+
+bool IsChannel(std::wstring_view name) {
+  return std::find(sdk::kReleaseChannels.begin(), sdk::kReleaseChannels.end(), name) !=
+         sdk::kReleaseChannels.end();
+}
+
+/// The channels that have a folder; remarks on what else is among them.
+std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Findings& findings) {
+  const std::wstring updates = Below(server, L"updates");
+  std::vector<std::wstring> channels;
+  if (file::Exists(updates)) {
+    file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
+      const std::wstring name(entry.path.substr(updates.size() + 1));
+      if (IsChannel(name) && entry.IsDirectory()) {
+        channels.push_back(name);
+      } else {
+        findings.Warn(PathText(entry.path), "is no channel", "No Launcher ever asks for it.");
+      }
+      return file::Descend::kNo;
+    });
+  }
+  if (channels.empty()) {
+    findings.Refuse(PathText(server), "holds no channel",
+                    "Channels are its folders updates\\alpha, beta, demo and release.");
+  }
+  return channels;
+}
+
+/// Why the channel does not answer; none if it does.
+std::optional<std::string> Silence(const TreeOptions& options, std::wstring_view channel) {
+  const PublishedTree tree(options, channel);
+  std::string reasons;
+  for (const std::wstring_view name : {kVersionName, kUpdaterManifestName}) {
+    const DownloadResult download = tree.Fetch(name);
+    if (download.Succeeded()) return {};
+    std::string reason = ToUtf8(download.Error());
+    while (reason.ends_with('\n') || reason.ends_with('\r')) reason.pop_back();
+    reasons += Format("{}{}: {}", reasons.empty() ? "" : ", ", ToUtf8(name), reason);
+  }
+  return reasons;
+}
+
+std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Findings& findings) {
+  std::vector<std::wstring> channels;
+  std::vector<Finding> silent;
+  for (const std::wstring_view channel : sdk::kReleaseChannels) {
+    if (auto reasons = Silence(options, channel)) {
+      silent.push_back({options.url, Format("{} does not answer ({})", ToUtf8(channel), *reasons),
+                        "Name the channel to see all that is wrong with it."});
+    } else {
+      channels.emplace_back(channel);
+    }
+  }
+  if (channels.empty()) findings.refusals = std::move(silent);
+  return channels;
+}
+
+void CheckBase(const TreeOptions& options, Findings& findings) {
+  if (options.url.empty()) {
+    const std::wstring redirect = Below(AbsolutePath(options.server), L"redirect.txt");
+    if (!file::Exists(redirect)) return;
+    findings.Warn(PathText(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
+                  "This folder is not what they get; verify that URL too.");
+  } else if (!options.url.ends_with('/')) {
+    findings.Warn(options.url, "has no slash at its end, as Launchers need it",
+                  Format("Write {}/ unless that is meant.", options.url));
+  }
+}
+
+int Run(const Options& options, Console& console) {
+  const TreeOptions& tree = options.channelOptions.tree;
+  Findings findings;
+  CheckBase(tree, findings);
+  std::vector<std::wstring> channels;
+  if (!options.channel.empty()) {
+    channels.push_back(ToWide(options.channel));
+  } else {
+    channels = tree.url.empty() ? ChannelsInFolder(AbsolutePath(tree.server), findings)
+                                : AnsweringChannels(tree, findings);
+  }
+  console.Report()["channels"] = Json::array();
+  for (const std::wstring& channel : channels) {
+    CheckChannel(options.channelOptions, channel, console, findings);
+  }
+  if (!findings.Refused()) console.Say("All is as players' Launchers need it.");
+  return console.Finish(findings);
+}
+
+}  // namespace
+
+void AddVerifyCommand(CLI::App& program, Command& chosen) {
+  CLI::App* command =
+      AddCommand(program, chosen, "verify", "Check a published tree as players' Launchers read it.",
+                 "--url https://updates.example.com/ --channel release");
+  const auto options = std::make_shared<Options>();
+  ChannelOptions& channel = options->channelOptions;
+  CLI::Option_group* tree = command->add_option_group("Tree", "One of");
+  tree->add_option("--server", channel.tree.server, "The folder that is served.");
+  tree->add_option("--url", channel.tree.url, "The server's base URL, with its last slash.");
+  tree->require_option(1);
+  AddChannel(*command, options->channel)->description("The release channel; without it, all.");
+  command
+      ->add_option("--launcher", channel.launcher,
+                   "The executable's name on a server (in a folder it is found).")
+      ->capture_default_str();
+  command->callback([options, &chosen] {
+    chosen.run = [options](Console& console) { return Run(*options, console); };
+  });
+}
+
+}  // namespace ve::publish
