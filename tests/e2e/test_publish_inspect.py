@@ -1,0 +1,324 @@
+"""The command that shows one file: every kind, and every way in which the Launcher rejects it."""
+
+import struct
+
+import pytest
+
+import formats
+from game_folder import windows_path
+from publishing import publish
+
+URL = "https://updates.example/"
+DIGEST = "0123456789abcdef0123456789abcdef"
+
+
+@pytest.fixture
+def inspect(build, place):
+    """Inspects content under a name that tells nothing."""
+
+    def run(content: bytes, *options: str):
+        path = place / "some file.bin"
+        path.write_bytes(content)
+        run = publish(build, "inspect", path, *options)
+        assert run.report.pop("file") == windows_path(path)
+        assert run.report.pop("size") == len(content)
+        assert run.errors == ""
+        prefix = windows_path(path) + ": "
+        assert all(text.startswith(prefix) for text in [*run.refusals, *run.warnings])
+        run.refused = [text.removeprefix(prefix) for text in run.refusals]
+        run.warned = [text.removeprefix(prefix) for text in run.warnings]
+        del run.report["refusals"], run.report["warnings"]
+        return run
+
+    return run
+
+
+@pytest.mark.parametrize("checked", [False, True])
+def test_settings_are_shown(inspect, checked):
+    run = inspect(formats.updater_data(URL, "beta", checked=checked))
+    assert (run.code, run.refused, run.warned) == (0, [], [])
+    assert run.report == {
+        "kind": "settings archive",
+        "mode": "checked" if checked else "plain",
+        "header": "UpdaterData",
+        "fileVersion": 1,
+        "url": URL,
+        "channel": "beta",
+    }
+
+
+@pytest.mark.parametrize("checked", [False, True])
+def test_a_game_version_is_shown_with_its_most_significant_number_first(inspect, checked):
+    run = inspect(formats.game_version(2, 0, 4, 1, checked=checked))
+    assert (run.code, run.refused, run.warned) == (0, [], [])
+    assert run.report == {
+        "kind": "game version",
+        "mode": "checked" if checked else "plain",
+        "header": "GameVersion",
+        "fileVersion": 1,
+        "version": "1.4.0.2",
+    }
+
+
+def test_bytes_behind_a_record_are_told(inspect):
+    run = inspect(formats.game_version(1, 2, 3, 4) + b"more")
+    assert (run.code, run.report["version"]) == (0, "4.3.2.1")
+    assert run.warned == ["4 bytes follow the record, from byte 44 on"]
+
+
+@pytest.mark.parametrize("missing", [1, 15, 16])
+def test_a_version_that_breaks_off_is_told(inspect, missing):
+    run = inspect(formats.game_version(1, 2, 3, 4)[:-missing])
+    assert (run.code, run.report["version"]) == (0, "0.0.0.0")
+    assert run.warned == ["the file ends before its version does"]
+
+
+def test_the_fields_of_an_unknown_checked_record_are_told(inspect):
+    archive = formats.Archive(checked=True).string("Save").u32(7).wide_string("Käse")
+    archive.block16(bytes(range(16)))
+    run = inspect(archive.data + b"\x01rest")
+    assert run.code == 0
+    # Header 9; "Save" 4 + 4 + 4 + 4; number 4 + 4; "Käse" 4 + 4 + 4 + 8; block 4 + 16.
+    assert run.report == {
+        "kind": "archive",
+        "mode": "checked",
+        "header": "Save",
+        "fields": [
+            {"type": "number", "offset": 25, "value": 7},
+            {"type": "wide string", "offset": 33, "value": "Käse"},
+            {"type": "block", "offset": 53, "value": list(range(16))},
+        ],
+        "unread": 5,
+    }
+    assert run.warned == [
+        "Invalid header 'Save' in UpdaterData.vpak (was expecting 'UpdaterData').",
+        "Remove game-version file had unexpected header 'Save'.",
+    ]
+
+
+def test_of_an_unknown_plain_record_the_header_is_told(inspect):
+    run = inspect(formats.Archive().string("Save").u32(7).data)
+    assert run.code == 0
+    assert run.report == {"kind": "archive", "mode": "plain", "header": "Save", "unread": 4}
+
+
+def test_an_updater_manifest_is_shown(inspect):
+    run = inspect(b"\r\nVelmorant Updater\r\nFileVersion: 99\r\n\nVersion: 12x\nmore")
+    assert (run.code, run.refused, run.warned) == (0, [], [])
+    assert run.report == {
+        "kind": "updater manifest",
+        "header": "Velmorant Updater",
+        "fileVersion": 99,
+        "version": 12,
+    }
+
+
+MANIFEST = formats.game_manifest(
+    ["bin", "bin/data"], [f"'a.txt' 5 {DIGEST}", f"'bin/data/b b' 2000 {DIGEST.upper()}"]
+)
+SUMMARY = {
+    "kind": "game manifest",
+    "header": "GameUpdate",
+    "fileVersion": 1,
+    "directories": 2,
+    "files": 2,
+    "bytes": 2005,
+    "largest": "bin/data/b b",
+}
+
+
+@pytest.mark.parametrize("content", [MANIFEST, MANIFEST.replace(b"\n", b"\r\n\r\n")])
+def test_a_game_manifest_is_summed_up(inspect, content):
+    run = inspect(content)
+    assert (run.code, run.refused, run.warned) == (0, [], [])
+    assert run.report == SUMMARY
+
+
+def test_a_game_manifest_is_listed_when_asked_for(inspect):
+    run = inspect(MANIFEST, "--files")
+    assert (run.code, run.refused, run.warned) == (0, [], [])
+    assert run.report == SUMMARY | {
+        "directoryNames": ["bin", "bin/data"],
+        "entries": [
+            {"name": "a.txt", "size": 5, "digest": DIGEST},
+            {"name": "bin/data/b b", "size": 2000, "digest": DIGEST.upper()},
+        ],
+    }
+
+
+def damaged(content: bytes, at: int, replacement: bytes) -> bytes:
+    return content[:at] + replacement + content[at + len(replacement) :]
+
+
+SETTINGS = formats.updater_data(URL)
+CHECKED_SETTINGS = formats.updater_data(URL, checked=True)
+VERSION = formats.game_version(1, 2, 3, 4)
+CHECKED_VERSION = formats.game_version(1, 2, 3, 4, checked=True)
+
+
+@pytest.mark.parametrize(
+    ("content", "reader", "message", "offset"),
+    [
+        pytest.param(
+            damaged(SETTINGS, 4, struct.pack("<I", 2)), "archives",
+            "Invalid version 2 for binary file (supported: 1).", 4, id="archive version",
+        ),
+        pytest.param(
+            SETTINGS[:4], "archives", "Invalid version 0 for binary file (supported: 1).", 4,
+            id="archive of its magic alone",
+        ),
+        pytest.param(
+            damaged(CHECKED_SETTINGS, 9, b"\x32\x7c\x46\x2f"), "archives",
+            "Invalid string-identifier 793148466 (was expecting 793518264).", 9, id="identifier",
+        ),
+        pytest.param(
+            damaged(CHECKED_SETTINGS, 13, b"\x05"), "archives",
+            "Invalid debug-size for type. Was 5, expected 4.", 13, id="width",
+        ),
+        # Header 9, length 4, "UpdaterData" 11.
+        pytest.param(
+            damaged(SETTINGS, 24, b"\x02"), "settings archives",
+            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).", 24,
+            id="settings' file version",
+        ),
+        pytest.param(
+            SETTINGS[:26], "settings archives",
+            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).", 24,
+            id="settings that break off",
+        ),
+        pytest.param(
+            formats.updater_data(""), "settings archives", "Empty URL in UpdaterData.vpak.", 32,
+            id="empty URL",
+        ),
+        pytest.param(
+            damaged(SETTINGS, 28, b"\xff"), "settings archives", "Empty URL in UpdaterData.vpak.",
+            32, id="URL longer than the file",
+        ),
+        pytest.param(
+            formats.updater_data(URL, "Release"), "settings archives",
+            "Invalid release-channel '1' in UpdaterData.vpak (with file-version {INVALID}).",
+            32 + 2 * len(URL) + 4, id="channel",
+        ),
+        # Checked: header 9, string 4 + 4 + 4 + 11, number 4 + 4.
+        pytest.param(
+            damaged(CHECKED_SETTINGS, 40, b"\0"), "settings archives",
+            "Invalid wstring-identifier 793148416 (was expecting 793148466).", 40,
+            id="identifier of the URL",
+        ),
+        pytest.param(
+            damaged(VERSION, 24, b"\x03"), "game versions",
+            "Remove game-version file had unexpected file-version '3'.", 24,
+            id="version's file version",
+        ),
+        pytest.param(
+            damaged(CHECKED_VERSION, 40, b"\x08"), "game versions",
+            "Invalid debug-size for type. Was 8, expected 16.", 40, id="width of the version",
+        ),
+    ],
+)
+def test_a_rejected_archive_shows_the_readers_message_and_the_offset(
+    inspect, content, reader, message, offset
+):
+    run = inspect(content)
+    assert (run.code, run.refused, run.warned) == (1, [message], [])
+    assert run.report["rejections"] == [{"reader": reader, "message": message, "offset": offset}]
+
+
+LINE = f"'a' 1 {DIGEST}"
+CASES = [
+    (["GameUpdat", "FileVersion: 1", "Directories: 1", "bin", "Files:", LINE],
+     "Invalid header 'GameUpdat'. (is expecting 'GameUpdate')", 1),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1"],
+     "Invalid amount of lines (3, at least 4 expected).", None),
+    (["GameUpdate", "Fileversion: 1", "Directories: 1", "bin", "Files:", LINE],
+     "Invalid file-version name 'Fileversion'. (is expecting 'FileVersion')", 2),
+    (["GameUpdate", "FileVersion: 2", "Directories: 1", "bin", "Files:", LINE],
+     "Invalid file-version FileVersion. (supported: 1)", 2),
+    (["GameUpdate", "FileVersion: 1", "Directory: 1", "bin", "Files:", LINE],
+     "Invalid directory-name 'Directory'. (expected: 'Directories')", 3),
+    (["GameUpdate", "FileVersion: 1", "Directories: 0", "bin", "Files:", LINE],
+     "No directories. Abort update to prevent corruption.", 3),
+    (["GameUpdate", "FileVersion: 1", "Directories: 4", "bin", "Files:", LINE],
+     "Less assumed directory-entries than lines (4, can be a maximum of 3).", 3),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin"],
+     "No lines after directory-entries.", None),
+    (["GameUpdate", "FileVersion: 1", "Directories: 2", "bin", "Files:", LINE],
+     f"Invalid file-header '{LINE}' (is expecting 'Files:')", 6),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin", "Files:"],
+     "No files present. Aborting update to prevent corruption.", None),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin", "Files:", LINE, "'b 1 x"],
+     "Invalid file-name at line 1: ''", 7),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin", "Files:", LINE, f"'b'  1 {DIGEST}"],
+     "Invalid empty file size at line 1, for file 'b'", 7),
+    (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin", "Files:", f"'b' 1 {DIGEST}0", LINE],
+     f"Invalid hash '{DIGEST}0' with length 33 at line 0 for file 'b'.", 6),
+    (["Velmorant Updater ", "FileVersion: 1", "Version: 6"],
+     "Unknown header in received updater-manifest file (was 'Velmorant Updater ', "
+     "expected 'Velmorant Updater').", 1),
+    (["Velmorant Updater", "FileVersion: 1"],
+     "Invalid number of lines in updater-manifest file. Expecting at least 3, was only 2.", None),
+    (["Velmorant Updater", "FileVersion:1", "Version: 6"],
+     "Unknown file version name 'FileVersion:1' (should have been 'FileVersion')", 2),
+    (["Velmorant Updater", "FileVersion: 0", "Version: 6"],
+     "Unsupported file version '0' (must be at least 1).", 2),
+    (["Velmorant Updater", "FileVersion: 1", "version: 6"],
+     "Unknown updater version name 'version' (should have been 'Version')", 3),
+]
+
+
+@pytest.mark.parametrize(("lines", "message", "at"), CASES, ids=range(len(CASES)))
+def test_a_rejected_manifest_shows_the_readers_message_and_the_line(inspect, lines, message, at):
+    # Empty lines and stray carriage returns, which the reader does not see, count in the place.
+    text = "\r\n" + "\r\n\n".join(lines) + "\r\n"
+    reader = "updater manifests" if "updater" in message or "Unsupported" in message else "game manifests"
+    if at is None:
+        offset, line = len(text), text.count("\n") + 1
+    else:
+        offset, line = len("\r\n" + "\r\n\n".join([*lines[: at - 1], ""])), 2 * at
+    run = inspect(text.encode())
+    assert (run.code, run.refused, run.warned) == (1, [message], [])
+    assert run.report["rejections"] == [
+        {"reader": reader, "message": message, "offset": offset, "line": line}
+    ]
+    assert run.report["kind"] == reader.removesuffix("s")
+
+
+@pytest.mark.parametrize(
+    ("content", "magic", "header"),
+    [
+        pytest.param(b"<html>\n<body>\n</body>\n</html>\n", 1836345404, "<html>", id="an error page"),
+        pytest.param(b"\xa2" + SETTINGS[1:], 1629944994, None, id="a wrong magic"),
+        pytest.param(b"", 0, None, id="nothing"),
+    ],
+)
+def test_for_a_file_of_no_known_kind_every_reader_speaks(inspect, content, magic, header):
+    run = inspect(content)
+    assert (run.code, run.report["kind"], run.warned) == (1, "unknown", [])
+    assert run.refused[0] == f"Invalid header {magic} for binary file."
+    rejections = run.report["rejections"]
+    assert [r["reader"] for r in rejections] == ["archives", "game manifests", "updater manifests"]
+    assert [r["message"] for r in rejections] == run.refused
+    assert rejections[0]["offset"] == 0
+    if header:
+        assert run.refused[1] == f"Invalid header '{header}'. (is expecting 'GameUpdate')"
+        assert rejections[1]["line"] == 1
+
+
+def test_a_file_that_is_not_there_is_refused(build, place):
+    run = publish(build, "inspect", place / "none.vpak")
+    assert run.code == 1
+    assert len(run.refusals) == 1
+    assert "none.vpak" in run.refusals[0]
+
+
+def test_without_a_file_the_usage_is_wrong(build):
+    assert publish(build, "inspect").code == 2
+
+
+def test_a_manifest_of_a_million_lines_is_summed_up(inspect):
+    lines = [f"'data/{number:07}.bin' {number + 1} {DIGEST}" for number in range(1_000_000)]
+    run = inspect(formats.game_manifest(["data"], lines))
+    assert run.code == 0
+    assert run.report["files"] == 1_000_000
+    assert run.report["bytes"] == 500_000_500_000
+    assert run.report["largest"] == "data/0999999.bin"

@@ -1,0 +1,652 @@
+"""The command that checks a published tree, in a folder and over HTTP: all that is wrong with a
+tree is told in one run, and nothing else."""
+
+import gzip
+import os
+import pathlib
+import shutil
+
+import pytest
+
+import formats
+from driver import Build
+from game_folder import windows_path
+from nginx_server import NginxServer
+from publishing import Published, publish
+from scripted_server import Answer, ScriptedServer
+
+VERSION = "GameVersion.vpak"
+MANIFEST = "game_update.manifest"
+UPDATER_MANIFEST = "updater/updater.manifest"
+SETTINGS = "updater/UpdaterData.vpak"
+LAUNCHER = "updater/Launcher.exe"
+URL = "https://updates.example/"
+
+DIRECTORIES = ["bin", "bin/data"]
+FILES = {
+    "read me.txt": b"Hello.\n",
+    "bin/Velmorant Player.exe": b"MZ" * 700,
+    "bin/data/level 1.dat": bytes(range(256)) * 9,
+}
+
+
+class Tree:
+    """A sound tree of one channel, to be damaged."""
+
+    def __init__(self, build: Build, server: pathlib.Path, channel: str = "release") -> None:
+        self.build = build
+        self.server = server
+        self.name = channel
+        self.channel = server / "updates" / channel
+        self.put(VERSION, formats.game_version(2, 0, 4, 1))
+        for name, content in FILES.items():
+            self.put(name, content)
+        self.list()
+        self.put(UPDATER_MANIFEST, formats.updater_manifest(6))
+        self.put(SETTINGS, formats.updater_data(URL, channel))
+        shutil.copyfile(build.launcher, self.channel / LAUNCHER)
+
+    def put(self, name: str, content: bytes) -> None:
+        path = self.channel / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
+
+    def remove(self, name: str) -> None:
+        (self.channel / name).unlink()
+
+    def lines(self) -> list[str]:
+        return [formats.file_line(name, content) for name, content in FILES.items()]
+
+    def list(self, directories: list[str] | None = None, lines: list[str] | None = None) -> None:
+        self.put(MANIFEST, formats.game_manifest(directories or DIRECTORIES, lines or self.lines()))
+
+    def add(self, name: str, content: bytes = b"more", **options) -> str:
+        """Another file; returns its line."""
+        self.put(name, content)
+        return formats.file_line(name, content, **options)
+
+    def verify(self, *options: str) -> Published:
+        return publish(self.build, "verify", "--server", self.server, *options)
+
+    def place(self, name: str) -> str:
+        return windows_path(self.channel) + "\\" + name.replace("/", "\\")
+
+    def findings(self, *pairs: tuple[str, str]) -> list[str]:
+        return sorted(f"{self.place(name)}: {rule}" for name, rule in pairs)
+
+
+@pytest.fixture
+def tree(build, place) -> Tree:
+    return Tree(build, place / "server")
+
+
+def test_a_sound_tree_passes(tree):
+    run = tree.verify()
+    assert (run.code, run.refusals, run.warnings, run.errors) == (0, [], [], "")
+    assert run.report["channels"] == [
+        {
+            "channel": "release",
+            "place": tree.place(""),
+            "version": "1.4.0.2",
+            "directories": 2,
+            "files": 3,
+            "bytes": 7 + 1400 + 2304,
+            "launcher": {
+                "version": 6,
+                "url": URL,
+                "channel": "release",
+                "executable": "Launcher.exe",
+            },
+        }
+    ]
+
+
+def test_every_channel_is_checked_that_exists(tree, build):
+    demo = Tree(build, tree.server, "demo")
+    demo.remove(VERSION)
+    run = tree.verify()
+    assert [channel["channel"] for channel in run.report["channels"]] == ["demo", "release"]
+    message = "Failed to download game-version file with error: '404 - no such file.'"
+    assert (run.code, run.refusals) == (1, demo.findings((VERSION, message)))
+    only = tree.verify("--channel", "release")
+    assert [channel["channel"] for channel in only.report["channels"]] == ["release"]
+    assert (only.code, only.refusals) == (0, [])
+
+
+def test_a_folder_without_a_channel_is_refused(build, place):
+    (place / "updates" / "Release 2").mkdir(parents=True)
+    run = publish(build, "verify", "--server", place)
+    assert (run.code, run.report["channels"]) == (1, [])
+    assert run.refusals == [f"{windows_path(place)}: holds no channel"]
+    assert run.warnings == [f"{windows_path(place)}\\updates\\Release 2: is no channel"]
+
+
+def test_a_redirect_in_the_folder_is_told(tree):
+    (tree.server / "redirect.txt").write_bytes(b"https://elsewhere.example/")
+    run = tree.verify()
+    assert (run.code, run.refusals) == (0, [])
+    redirect = windows_path(tree.server / "redirect.txt")
+    assert run.warnings == [f"{redirect}: sends all players to 'https://elsewhere.example/'"]
+
+
+@pytest.mark.parametrize(
+    "options",
+    [[], ["--server", "Z:\\", "--url", "http://x/"], ["--server", "Z:\\", "--channel", "gamma"]],
+)
+def test_wrong_usage(build, options):
+    assert publish(build, "verify", *options).code == 2
+
+
+def listed_so(directories=None, add=(), change=None):
+    """A damage of the manifest alone: lines added, or one changed."""
+
+    def damage(tree: Tree) -> None:
+        lines = tree.lines()
+        if change:
+            lines = [line.replace(*change) for line in lines]
+        tree.list(directories, [*lines, *add])
+
+    return damage
+
+
+def put(name: str, content: bytes):
+    return lambda tree: tree.put(name, content)
+
+
+def remove(name: str):
+    return lambda tree: tree.remove(name)
+
+
+def other_case_on_disk(tree: Tree) -> None:
+    os.rename(tree.channel / "bin/data/level 1.dat", tree.channel / "bin/data/Level 1.dat")
+
+
+def two_executables(tree: Tree) -> None:
+    tree.put("updater/Launcher.exe.publishing", b"half")
+
+
+def staging(tree: Tree) -> None:
+    tree.list(
+        ["bin", "bin/data", "Intermediate", "Intermediate/Update"],
+        [*tree.lines(), tree.add("Intermediate/Update/x")],
+    )
+
+
+def own_names(tree: Tree) -> None:
+    tree.list(["bin", "bin/data", "Updater"], [*tree.lines(), tree.add("Updater/extra.txt")])
+
+
+def long_name(tree: Tree) -> None:
+    tree.list(None, [*tree.lines(), tree.add("bin/" + "x" * 232)])
+
+
+def twice(tree: Tree) -> None:
+    tree.list(None, [*tree.lines(), tree.lines()[0]])
+
+
+def two_cases(tree: Tree) -> None:
+    tree.list(None, [*tree.lines(), formats.file_line("READ me.txt", FILES["read me.txt"])])
+
+
+def directory_in_other_case(tree: Tree) -> None:
+    name = "bin/data/level 1.dat"
+    lines = [line for line in tree.lines() if name not in line]
+    tree.list(None, [*lines, formats.file_line("bin/Data/level 1.dat", FILES[name])])
+
+
+def both_kinds(tree: Tree) -> None:
+    tree.list(["bin", "bin/data", "read me.txt"])
+
+
+def backslash(tree: Tree) -> None:
+    name = "bin/data/level 1.dat"
+    lines = [line for line in tree.lines() if name not in line]
+    tree.list(None, [*lines, formats.file_line("bin\\data\\level 1.dat", FILES[name])])
+
+
+def uppercase(tree: Tree) -> None:
+    digest = formats.md5(FILES["read me.txt"])
+    tree.list(None, [line.replace(digest, digest.upper()) for line in tree.lines()])
+
+
+def rejected_manifest(tree: Tree) -> None:
+    tree.put(MANIFEST, (tree.channel / MANIFEST).read_bytes().replace(b" 7 ", b" 0 "))
+    tree.put("unlisted", b"that nothing is listed is no reason to name every file")
+
+
+def everything(tree: Tree) -> None:
+    tree.remove("read me.txt")
+    tree.put("bin/data/level 1.dat", b"short")
+    tree.put("unlisted", b"x")
+    tree.remove(UPDATER_MANIFEST)
+    tree.remove(LAUNCHER)
+
+
+PLAYER = "bin/Velmorant Player.exe"
+LEVEL = "bin/data/level 1.dat"
+MISSING = "is listed, but there is no such file"
+UNLISTED = "lies in the tree, but is not listed"
+DIGEST = "has the digest {} instead of the listed {}"
+HASH = formats.md5(FILES["read me.txt"])
+
+
+@pytest.mark.parametrize(
+    ("damage", "refusals"),
+    [
+        pytest.param(remove("read me.txt"), [("read me.txt", MISSING)], id="missing file"),
+        pytest.param(
+            put(LEVEL, b"short"),
+            [(LEVEL, "has 5 bytes instead of the 2304 listed")],
+            id="wrong size",
+        ),
+        pytest.param(
+            put(PLAYER, b"MZ" * 699 + b"MY"),
+            [(PLAYER, DIGEST.format(formats.md5(b"MZ" * 699 + b"MY"), formats.md5(b"MZ" * 700)))],
+            id="wrong digest",
+        ),
+        pytest.param(
+            put("bin/data/old.dat", b"x"), [("bin/data/old.dat", UNLISTED)], id="unlisted file"
+        ),
+        pytest.param(
+            put("bin/old/old.dat", b"x"), [("bin/old", UNLISTED)], id="unlisted directory"
+        ),
+        pytest.param(
+            uppercase,
+            [(MANIFEST, f"'read me.txt' has the digest '{HASH.upper()}', "
+              "which is not in lowercase hexadecimal digits")],
+            id="uppercase digest",
+        ),
+        pytest.param(
+            listed_so(["bin/data", "bin"]),
+            [(MANIFEST, "the directory 'bin/data' is listed before its parent 'bin'")],
+            id="child first",
+        ),
+        pytest.param(
+            listed_so(["bin/data"]),
+            [
+                (MANIFEST, "the directory 'bin/data' is listed without its parent 'bin'"),
+                (MANIFEST, "the directory 'bin' is not listed, but 1 of the files are in it"),
+            ],
+            id="missing parent",
+        ),
+        pytest.param(
+            listed_so(["bin"]),
+            [(MANIFEST, "the directory 'bin/data' is not listed, but 1 of the files are in it")],
+            id="file without its directory",
+        ),
+        pytest.param(twice, [(MANIFEST, "'read me.txt' is listed twice")], id="twice"),
+        pytest.param(
+            two_cases,
+            [(MANIFEST, "'read me.txt' and 'READ me.txt' differ only in case")],
+            id="two cases",
+        ),
+        pytest.param(
+            directory_in_other_case,
+            [
+                (MANIFEST, "'bin/Data/level 1.dat' spells the directory 'bin/data' differently"),
+                (LEVEL, "is listed as 'bin/Data/level 1.dat'"),
+            ],
+            id="directory in another case",
+        ),
+        pytest.param(
+            both_kinds,
+            [(MANIFEST, "'read me.txt' is listed as a directory and as a file")],
+            id="directory and file",
+        ),
+        pytest.param(
+            backslash,
+            [(MANIFEST, "'bin\\data\\level 1.dat' is written with a backslash")],
+            id="backslash",
+        ),
+        pytest.param(
+            staging, [(MANIFEST, "'Intermediate/Update/x' lies in the staging folder")], id="staging"
+        ),
+        pytest.param(
+            long_name,
+            [(MANIFEST, f"'bin/{'x' * 232}' is longer than 235 characters")],
+            id="long name",
+        ),
+        pytest.param(
+            listed_so(add=["'huge' -5 0123456789abcdef0123456789abcdef"]),
+            [
+                (MANIFEST, "'huge' has 18446744073709551611 bytes"),
+                ("huge", MISSING),
+            ],
+            id="a size below nought",
+        ),
+        pytest.param(
+            other_case_on_disk,
+            [("bin/data/Level 1.dat", f"is listed as '{LEVEL}'")],
+            id="another case on disk",
+        ),
+        pytest.param(
+            remove(MANIFEST),
+            [(MANIFEST, "Failed to download game-update-manifest file with error: "
+              "'404 - no such file.'")],
+            id="no manifest",
+        ),
+        pytest.param(
+            rejected_manifest,
+            [(MANIFEST, "Invalid empty file size at line 0, for file 'read me.txt'")],
+            id="rejected manifest",
+        ),
+        pytest.param(
+            put(VERSION, formats.game_version(1, 2, 3, 4, header="GameVersio")),
+            [(VERSION, "Remove game-version file had unexpected header 'GameVersio'.")],
+            id="version's header",
+        ),
+        pytest.param(
+            put(VERSION, b""), [(VERSION, "Invalid header 0 for binary file.")], id="empty version"
+        ),
+        pytest.param(
+            put(VERSION, formats.game_version(1, 2, 3, 4)[:-1]),
+            [(VERSION, "the file ends before its version does")],
+            id="version that breaks off",
+        ),
+        pytest.param(
+            put(UPDATER_MANIFEST, b"Velmorant Updater\nFileVersion: 1\nVersion 6"),
+            [(UPDATER_MANIFEST, "Unknown updater version name 'Version 6' "
+              "(should have been 'Version')")],
+            id="updater manifest",
+        ),
+        pytest.param(
+            remove(UPDATER_MANIFEST),
+            [(UPDATER_MANIFEST, "Failed to download updater-manifest file with error: "
+              "'404 - no such file.'")],
+            id="no updater manifest",
+        ),
+        pytest.param(
+            put(SETTINGS, formats.updater_data("")),
+            [(SETTINGS, "Empty URL in UpdaterData.vpak.")],
+            id="settings",
+        ),
+        pytest.param(
+            remove(SETTINGS),
+            [(SETTINGS, "Failed to download updater-data file with error: "
+              "'404 - no such file.'")],
+            id="no settings",
+        ),
+        pytest.param(remove(LAUNCHER), [("updater", "holds no executable")], id="no executable"),
+        pytest.param(
+            two_executables,
+            [
+                (LAUNCHER, "is one of 2 files where only the executable is expected"),
+                (LAUNCHER + ".publishing",
+                 "is one of 2 files where only the executable is expected"),
+            ],
+            id="two executables",
+        ),
+        pytest.param(
+            put(LAUNCHER, b"MZ"), [(LAUNCHER, "has no version resource")], id="no version resource"
+        ),
+        pytest.param(
+            put(UPDATER_MANIFEST, formats.updater_manifest(7)),
+            [(LAUNCHER, "is version 6, but updater.manifest offers 7")],
+            id="another version",
+        ),
+        pytest.param(
+            everything,
+            [
+                ("read me.txt", MISSING),
+                (LEVEL, "has 5 bytes instead of the 2304 listed"),
+                ("unlisted", UNLISTED),
+                (UPDATER_MANIFEST, "Failed to download updater-manifest file with error: "
+                 "'404 - no such file.'"),
+                ("updater", "holds no executable"),
+            ],
+            id="all at once",
+        ),
+    ],
+)
+def test_a_damaged_tree_is_refused(tree, damage, refusals):
+    damage(tree)
+    run = tree.verify()
+    assert (run.code, run.errors) == (1, "")
+    assert sorted(run.refusals) == tree.findings(*refusals)
+    assert run.warnings == []
+
+
+def test_a_payload_in_the_launchers_folder_is_refused(tree):
+    own_names(tree)
+    refusal = (MANIFEST, "'Updater/extra.txt' stands where the server has files of its own")
+    run = tree.verify()
+    assert run.code == 1
+    assert tree.findings(refusal)[0] in run.refusals
+
+
+def test_characters_beyond_ascii_are_refused(tree):
+    tree.put(MANIFEST, (tree.channel / MANIFEST).read_bytes().replace(b"level 1", b"l\xe9vel 1"))
+    run = tree.verify()
+    assert run.code == 1
+    beyond = [text for text in run.refusals if text.endswith("holds characters beyond ASCII")]
+    assert len(beyond) == 1
+    assert beyond[0].startswith(tree.place(MANIFEST))
+
+
+@pytest.mark.parametrize(
+    ("damage", "warnings"),
+    [
+        pytest.param(
+            listed_so(["bin", "bin/data", "bin"]),
+            [(MANIFEST, "the directory 'bin' is listed twice")],
+            id="a directory twice",
+        ),
+        pytest.param(
+            listed_so(["bin", "bin/data", "BIN"]),
+            [(MANIFEST, "the directories 'bin' and 'BIN' differ only in case")],
+            id="directories in two cases",
+        ),
+        pytest.param(
+            put(SETTINGS, formats.updater_data(URL, "beta")),
+            [(SETTINGS, "names the channel beta")],
+            id="settings of another channel",
+        ),
+        pytest.param(
+            put(SETTINGS, formats.updater_data(URL) + b"xyz"),
+            [(SETTINGS, "3 bytes follow the record, from byte "
+              f"{len(formats.updater_data(URL))} on")],
+            id="bytes behind the settings",
+        ),
+    ],
+)
+def test_of_what_is_only_odd_is_warned(tree, damage, warnings):
+    damage(tree)
+    run = tree.verify()
+    assert (run.code, run.refusals) == (0, [])
+    assert sorted(run.warnings) == tree.findings(*warnings)
+
+
+# --- Over HTTP ---
+
+
+@pytest.fixture
+def nginx(tree, place):
+    server = NginxServer(place / "nginx", tree.server)
+    server.start()
+    yield server
+    server.stop()
+
+
+def verify_url(tree: Tree, url: str, *options: str) -> Published:
+    return publish(tree.build, "verify", "--url", url, *options)
+
+
+def test_a_sound_tree_passes_over_http(tree, nginx):
+    url = f"http://127.0.0.1:{nginx.port}/"
+    tree.put(SETTINGS, formats.updater_data(url))
+    run = verify_url(tree, url)
+    assert (run.code, run.refusals, run.warnings, run.errors) == (0, [], [], "")
+    assert run.report["channels"] == [
+        {
+            "channel": "release",
+            "place": url + "updates/release/",
+            "version": "1.4.0.2",
+            "directories": 2,
+            "files": 3,
+            "bytes": 7 + 1400 + 2304,
+            "launcher": {
+                "version": 6,
+                "url": url,
+                "channel": "release",
+                "executable": "Launcher.exe",
+            },
+        }
+    ]
+    nginx.settle()
+    fetched = {request.path for request in nginx.new_requests() if request.status == 200}
+    below = "/updates/release/"
+    names = [VERSION, MANIFEST, UPDATER_MANIFEST, SETTINGS, LAUNCHER, *FILES]
+    assert fetched == {below + name.replace(" ", "%20") for name in names}
+
+
+def test_a_payload_that_nginx_sends_compressed_is_refused(tree, place):
+    server = NginxServer(place / "nginx", tree.server, "gzip_static always;")
+    for path in [path for path in tree.channel.rglob("*") if path.is_file()]:
+        if path.name == "read me.txt":
+            path.with_name(path.name + ".gz").write_bytes(gzip.compress(path.read_bytes()))
+    server.start()
+    try:
+        url = f"http://127.0.0.1:{server.port}/"
+        tree.put(SETTINGS, formats.updater_data(url))
+        run = verify_url(tree, url)
+    finally:
+        server.stop()
+    compressed = len((tree.channel / "read me.txt.gz").read_bytes())
+    assert run.code == 1
+    assert run.refusals == [
+        f"{url}updates/release/read me.txt: has {compressed} bytes instead of the 7 listed"
+    ]
+
+
+@pytest.fixture
+def scripted(tree):
+    """The tree behind a server whose answers can be spoiled."""
+    server = ScriptedServer()
+    tree.put(SETTINGS, formats.updater_data(server.url))
+    for path in tree.channel.rglob("*"):
+        if path.is_file():
+            name = path.relative_to(tree.server).as_posix().replace(" ", "%20")
+            server.serve(name, path.read_bytes())
+    yield server
+    server.close()
+
+
+def spoiled(server: ScriptedServer, name: str, **options) -> None:
+    path = "updates/release/" + name.replace(" ", "%20")
+    server.serve(path, Answer(server.answers["/" + path].body, **options))
+
+
+FETCHES = {
+    VERSION: "Failed to download game-version file with error: '{}'",
+    MANIFEST: "Failed to download game-update-manifest file with error: '{}'",
+    LEVEL: "Failed to download game-file '<url>" + LEVEL + "' with error: '{}'",
+    UPDATER_MANIFEST: "Failed to download updater-manifest file with error: '{}'",
+    SETTINGS: "Failed to download updater-data file with error: '{}'",
+    LAUNCHER: "Failed to download new updater-exe 'Launcher.exe'. {}",
+}
+
+
+@pytest.mark.parametrize("name", FETCHES)
+@pytest.mark.parametrize(
+    ("options", "error"),
+    [
+        pytest.param({"status": 404}, "404 - no such file.", id="404"),
+        pytest.param({"status": 403}, "403 - unknown error code.", id="403"),
+        pytest.param({"length": None}, None, id="no Content-Length"),
+        pytest.param({"chunked": True}, None, id="chunked"),
+    ],
+)
+def test_a_file_that_cannot_be_fetched_is_refused_with_the_launchers_message(
+    tree, scripted, name, options, error
+):
+    spoiled(scripted, name, **options)
+    run = verify_url(tree, scripted.url, "--channel", "release")
+    url = f"{scripted.url}updates/release/"
+    assert run.code == 1
+    assert len(run.refusals) == 1
+    begin, end = FETCHES[name].replace("<url>", url).split("{}")
+    refusal = run.refusals[0].removeprefix(f"{url}{name}: ")
+    assert refusal.startswith(begin)
+    assert refusal.endswith(end)
+    told = refusal[len(begin) : len(refusal) - len(end)]
+    # The platform's own words, or its number where it has none.
+    assert told == error if error else told
+    assert run.warnings == []
+
+
+def test_a_truncated_payload_is_refused(tree, scripted):
+    spoiled(scripted, LEVEL, cut_after=1000)
+    run = verify_url(tree, scripted.url)
+    place = f"{scripted.url}updates/release/{LEVEL}"
+    assert run.code == 1
+    assert len(run.refusals) == 1
+    assert run.refusals[0].startswith(place)
+    assert "1000 bytes instead of the 2304 listed" in run.refusals[0] or "with error" in run.refusals[0]
+
+
+def test_a_compressed_payload_is_refused(tree, scripted):
+    path = "updates/release/read%20me.txt"
+    body = gzip.compress(FILES["read me.txt"])
+    scripted.serve(path, Answer(body, headers=("Content-Encoding: gzip",)))
+    run = verify_url(tree, scripted.url)
+    place = f"{scripted.url}updates/release/read me.txt"
+    assert (run.code, run.warnings) == (1, [])
+    assert run.refusals == [f"{place}: has {len(body)} bytes instead of the 7 listed"]
+
+
+def test_a_payload_of_other_content_is_refused(tree, scripted):
+    scripted.serve("updates/release/read%20me.txt", b"Hullo.\n")
+    run = verify_url(tree, scripted.url)
+    other = formats.md5(b"Hullo.\n")
+    place = f"{scripted.url}updates/release/read me.txt"
+    assert (run.code, run.refusals) == (1, [f"{place}: {DIGEST.format(other, HASH)}"])
+
+
+def test_a_channel_answers_by_its_updater_manifest_alone(tree, scripted):
+    del scripted.answers["/updates/release/" + VERSION]
+    run = verify_url(tree, scripted.url)
+    place = f"{scripted.url}updates/release/{VERSION}"
+    message = FETCHES[VERSION].format("404 - no such file.")
+    assert (run.code, run.refusals) == (1, [f"{place}: {message}"])
+
+
+def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
+    scripted.answers.clear()
+    run = verify_url(tree, scripted.url)
+    silence = ", ".join(f"{name}: 404 - no such file." for name in (VERSION, UPDATER_MANIFEST))
+    assert (run.code, run.report["channels"]) == (1, [])
+    assert run.refusals == [
+        f"{scripted.url}: {channel} does not answer ({silence})"
+        for channel in ("alpha", "beta", "demo", "release")
+    ]
+
+
+def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
+    first = ScriptedServer()
+    try:
+        first.serve("redirect.txt", scripted.url.encode())
+        run = verify_url(tree, first.url, "--channel", "release")
+        assert (run.code, run.refusals) == (0, [])
+        assert run.report["channels"][0]["place"] == scripted.url + "updates/release/"
+        assert run.warnings == [
+            f"{scripted.url}updates/release/{SETTINGS}: names the URL {scripted.url}"
+        ]
+        assert first.requests == ["/redirect.txt"]
+    finally:
+        first.close()
+
+
+def test_the_executable_is_asked_for_by_its_name(tree, scripted):
+    run = verify_url(tree, scripted.url, "--channel", "release", "--launcher", "Play.exe")
+    place = f"{scripted.url}updates/release/updater/Play.exe"
+    message = "Failed to download new updater-exe 'Play.exe'. 404 - no such file."
+    assert (run.code, run.refusals) == (1, [f"{place}: {message}"])
+
+
+def test_an_executable_of_another_version_is_refused_over_http(tree, scripted):
+    scripted.serve("updates/release/" + UPDATER_MANIFEST, formats.updater_manifest(5))
+    run = verify_url(tree, scripted.url)
+    place = f"{scripted.url}updates/release/{LAUNCHER}"
+    assert (run.code, run.refusals) == (
+        1, [f"{place}: is version 6, but updater.manifest offers 5"]
+    )

@@ -1,0 +1,130 @@
+#include "publisher/manifest_check.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ve::publish {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::string_view kDigest = "0123456789abcdef0123456789abcdef";
+
+sdk::GameUpdateManifest Manifest(std::vector<std::string_view> directories,
+                                 const std::vector<std::wstring>& files) {
+  sdk::GameUpdateManifest manifest{std::move(directories), {}};
+  for (const std::wstring& name : files) manifest.files.push_back({name, 1, kDigest});
+  return manifest;
+}
+
+std::vector<std::string> Rules(const std::vector<Finding>& findings) {
+  std::vector<std::string> rules;
+  for (const Finding& finding : findings) {
+    EXPECT_EQ(finding.subject, "place");
+    EXPECT_FALSE(finding.remedy.empty());
+    rules.push_back(finding.rule);
+  }
+  return rules;
+}
+
+std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
+  Findings findings;
+  CheckManifest(manifest, "place", findings);
+  EXPECT_THAT(Rules(findings.warnings), IsEmpty());
+  return Rules(findings.refusals);
+}
+
+TEST(ManifestCheck, ASoundManifestPasses) {
+  EXPECT_THAT(Refusals(Manifest({"bin", "bin/data", "bin/data/deep"},
+                                {L"a", L"bin/a", L"bin/data/deep/a"})),
+              IsEmpty());
+}
+
+TEST(ManifestCheck, EveryDirectoryWithoutItsParentIsTold) {
+  EXPECT_THAT(Refusals(Manifest({"a/b/c", "a/b", "x/y"}, {L"f"})),
+              ElementsAre("the directory 'a/b/c' is listed before its parent 'a/b'",
+                          "the directory 'a/b' is listed without its parent 'a'",
+                          "the directory 'x/y' is listed without its parent 'x'"));
+}
+
+TEST(ManifestCheck, AParentInAnotherCaseIsTheSameDirectory) {
+  EXPECT_THAT(Refusals(Manifest({"Bin", "bin/data"}, {L"Bin/data/f"})), IsEmpty());
+}
+
+TEST(ManifestCheck, AFileSpellsItsDirectoryAsTheFirstLineThatMakesIt) {
+  EXPECT_THAT(Refusals(Manifest({"Bin", "bin/data"}, {L"bin/data/f", L"bin/g"})),
+              ElementsAre("'bin/data/f' spells the directory 'Bin/data' differently",
+                          "'bin/g' spells the directory 'Bin' differently"));
+}
+
+TEST(ManifestCheck, AnUnlistedDirectoryIsToldOnceWithTheNumberOfItsFiles) {
+  EXPECT_THAT(Refusals(Manifest({"bin"}, {L"data/a", L"bin/x", L"data/b", L"bin/deep/c"})),
+              ElementsAre("the directory 'bin/deep' is not listed, but 1 of the files are in it",
+                          "the directory 'data' is not listed, but 2 of the files are in it"));
+}
+
+TEST(ManifestCheck, DuplicatesAreTold) {
+  EXPECT_THAT(Refusals(Manifest({"bin"}, {L"bin/a", L"bin/A", L"bin/a", L"BIN"})),
+              ElementsAre("'bin/a' and 'bin/A' differ only in case", "'bin/a' is listed twice",
+                          "'BIN' is listed as a directory and as a file"));
+}
+
+TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
+  Findings findings;
+  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", findings);
+  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
+  EXPECT_THAT(Rules(findings.warnings),
+              ElementsAre("the directory 'bin' is listed twice",
+                          "the directories 'bin' and 'BIN' differ only in case"));
+}
+
+TEST(ManifestCheck, DigestsAreInLowercaseHexadecimal) {
+  sdk::GameUpdateManifest manifest = Manifest({"bin"}, {L"a", L"b", L"c"});
+  manifest.files[0].digest = "0123456789Abcdef0123456789abcdef";
+  manifest.files[2].digest = "0123456789abcdeg0123456789abcdef";
+  EXPECT_THAT(Refusals(manifest),
+              ElementsAre("'a' has the digest '0123456789Abcdef0123456789abcdef', which is not in "
+                          "lowercase hexadecimal digits",
+                          "'c' has the digest '0123456789abcdeg0123456789abcdef', which is not in "
+                          "lowercase hexadecimal digits"));
+}
+
+TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
+  sdk::GameUpdateManifest manifest = Manifest({"bin"}, {L"a", L"b"});
+  manifest.files[0].size = 0xFFFFFFFF;
+  manifest.files[1].size = 0x100000000;
+  EXPECT_THAT(Refusals(manifest), ElementsAre("'b' has 4294967296 bytes"));
+}
+
+TEST(ManifestCheck, ThePathWithTheStagingFolderHasAtMost255Characters) {
+  const std::wstring longest(235, L'x');
+  EXPECT_THAT(Refusals(Manifest({"bin"}, {longest})), IsEmpty());
+  EXPECT_THAT(Refusals(Manifest({"bin"}, {longest + L"x"})),
+              ElementsAre("'" + std::string(236, 'x') + "' is longer than 235 characters"));
+}
+
+TEST(ManifestCheck, NamesThatTheLauncherOrTheServerUsesAreTold) {
+  EXPECT_THAT(Refusals(Manifest({"intermediate", "intermediate/update", "Updater"},
+                                {L"intermediate/update/a", L"gameversion.vpak",
+                                 L"GAME_UPDATE.manifest", L"Updater/x", L"UpdaterX"})),
+              ElementsAre("'intermediate/update/a' lies in the staging folder",
+                          "'gameversion.vpak' stands where the server has files of its own",
+                          "'GAME_UPDATE.manifest' stands where the server has files of its own",
+                          "'Updater/x' stands where the server has files of its own"));
+}
+
+TEST(ManifestCheck, NamesAreWrittenWithSlashesAndInAscii) {
+  EXPECT_THAT(Refusals(Manifest({"bin"}, {L"bin\\a"})),
+              ElementsAre("'bin\\a' is written with a backslash"));
+  const std::vector<std::string> beyond = Refusals(Manifest({"bin"}, {L"bin/\xFFE9"}));
+  ASSERT_EQ(beyond.size(), 1U);
+  EXPECT_TRUE(beyond[0].ends_with("holds characters beyond ASCII"));
+}
+
+}  // namespace
+}  // namespace ve::publish
