@@ -1,14 +1,17 @@
-// The version resource of an executable.
+// What an executable's version resource says.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace ve::publish {
 
-/// The first number of the file's version, which of a Launcher is its version; none if the file
-/// has no version resource.
+/// Whether the content is that of a Windows executable.
+[[nodiscard]] bool IsExecutable(std::string_view content);
+
+/// The first number of the fixed file version; none if there is no version resource.
 [[nodiscard]] std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path);
 
 }  // namespace ve::publish

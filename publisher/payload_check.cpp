@@ -15,16 +15,15 @@
 #include <vector>
 
 #include "core/format.h"
-#include "core/handle.h"
 #include "core/md5.h"
 #include "core/unicode.h"
+#include "publisher/digests.h"
 #include "publisher/paths.h"
 #include "updater/download_failures.h"
 
 namespace ve::publish {
 namespace {
 
-constexpr std::size_t kPieceSize = std::size_t{1} << 20;
 constexpr const char* kBadFile =
     "Players would install it as it is, and fetch it again with every update. Publish again.";
 
@@ -33,30 +32,6 @@ struct FileFacts {
   std::uint64_t size;
   std::string digest;  ///< Empty where the size tells enough.
 };
-
-[[noreturn]] void ThrowLastError(const char* operation) {
-  throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), operation);
-}
-
-std::string DigestOfFile(const std::wstring& path) {
-  const UniqueFileHandle file(CreateFileW(
-      path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-  if (!file) ThrowLastError("open");
-  Md5 md5;
-  std::vector<std::byte> piece(kPieceSize);
-  for (;;) {
-    DWORD read = 0;
-    if (ReadFile(file.Get(), piece.data(), static_cast<DWORD>(piece.size()), &read, nullptr) ==
-        FALSE) {
-      ThrowLastError("read");
-    }
-    if (read == 0) break;
-    md5.Update({piece.data(), read});
-  }
-  md5.Finalize();
-  return md5.Hex();
-}
 
 /// The wrong facts in words; empty if they are right. That a digest is not in lowercase is no
 /// matter of the file.
@@ -129,7 +104,7 @@ class PayloadCheck {
     }
     FileFacts facts{(std::uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow, {}};
     try {
-      if (facts.size == entry.size) facts.digest = DigestOfFile(path);
+      if (facts.size == entry.size) facts.digest = DigestOf(path).md5;
     } catch (const std::system_error& error) {
       return Finding{tree_.PlaceOf(entry.name), Format("cannot be read: {}", error.what()), ""};
     }
