@@ -270,7 +270,7 @@ CASES = [
 def test_a_rejected_manifest_shows_the_readers_message_and_the_line(inspect, lines, message, at):
     # Empty lines and stray carriage returns, which the reader does not see, count in the place.
     text = "\r\n" + "\r\n\n".join(lines) + "\r\n"
-    reader = "updater manifests" if "updater" in message or "Unsupported" in message else "game manifests"
+    reader = "updater manifests" if lines[0].startswith("Velmorant") else "game manifests"
     if at is None:
         offset, line = len(text), text.count("\n") + 1
     else:

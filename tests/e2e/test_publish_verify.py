@@ -41,7 +41,7 @@ class Tree:
         self.put(VERSION, formats.game_version(2, 0, 4, 1))
         for name, content in FILES.items():
             self.put(name, content)
-        self.list()
+        self.write_manifest()
         self.put(UPDATER_MANIFEST, formats.updater_manifest(6))
         self.put(SETTINGS, formats.updater_data(URL, channel))
         shutil.copyfile(build.launcher, self.channel / LAUNCHER)
@@ -57,7 +57,7 @@ class Tree:
     def lines(self) -> list[str]:
         return [formats.file_line(name, content) for name, content in FILES.items()]
 
-    def list(self, directories: list[str] | None = None, lines: list[str] | None = None) -> None:
+    def write_manifest(self, directories: list[str] | None = None, lines: list[str] | None = None) -> None:
         self.put(MANIFEST, formats.game_manifest(directories or DIRECTORIES, lines or self.lines()))
 
     def add(self, name: str, content: bytes = b"more", **options) -> str:
@@ -144,7 +144,7 @@ def listed_so(directories=None, add=(), change=None):
         lines = tree.lines()
         if change:
             lines = [line.replace(*change) for line in lines]
-        tree.list(directories, [*lines, *add])
+        tree.write_manifest(directories, [*lines, *add])
 
     return damage
 
@@ -166,47 +166,47 @@ def two_executables(tree: Tree) -> None:
 
 
 def staging(tree: Tree) -> None:
-    tree.list(
+    tree.write_manifest(
         ["bin", "bin/data", "Intermediate", "Intermediate/Update"],
         [*tree.lines(), tree.add("Intermediate/Update/x")],
     )
 
 
 def own_names(tree: Tree) -> None:
-    tree.list(["bin", "bin/data", "Updater"], [*tree.lines(), tree.add("Updater/extra.txt")])
+    tree.write_manifest(["bin", "bin/data", "Updater"], [*tree.lines(), tree.add("Updater/extra.txt")])
 
 
 def long_name(tree: Tree) -> None:
-    tree.list(None, [*tree.lines(), tree.add("bin/" + "x" * 232)])
+    tree.write_manifest(None, [*tree.lines(), tree.add("bin/" + "x" * 232)])
 
 
 def twice(tree: Tree) -> None:
-    tree.list(None, [*tree.lines(), tree.lines()[0]])
+    tree.write_manifest(None, [*tree.lines(), tree.lines()[0]])
 
 
 def two_cases(tree: Tree) -> None:
-    tree.list(None, [*tree.lines(), formats.file_line("READ me.txt", FILES["read me.txt"])])
+    tree.write_manifest(None, [*tree.lines(), formats.file_line("READ me.txt", FILES["read me.txt"])])
 
 
 def directory_in_other_case(tree: Tree) -> None:
     name = "bin/data/level 1.dat"
     lines = [line for line in tree.lines() if name not in line]
-    tree.list(None, [*lines, formats.file_line("bin/Data/level 1.dat", FILES[name])])
+    tree.write_manifest(None, [*lines, formats.file_line("bin/Data/level 1.dat", FILES[name])])
 
 
 def both_kinds(tree: Tree) -> None:
-    tree.list(["bin", "bin/data", "read me.txt"])
+    tree.write_manifest(["bin", "bin/data", "read me.txt"])
 
 
 def backslash(tree: Tree) -> None:
     name = "bin/data/level 1.dat"
     lines = [line for line in tree.lines() if name not in line]
-    tree.list(None, [*lines, formats.file_line("bin\\data\\level 1.dat", FILES[name])])
+    tree.write_manifest(None, [*lines, formats.file_line("bin\\data\\level 1.dat", FILES[name])])
 
 
 def uppercase(tree: Tree) -> None:
     digest = formats.md5(FILES["read me.txt"])
-    tree.list(None, [line.replace(digest, digest.upper()) for line in tree.lines()])
+    tree.write_manifest(None, [line.replace(digest, digest.upper()) for line in tree.lines()])
 
 
 def rejected_manifest(tree: Tree) -> None:
