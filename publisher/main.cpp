@@ -39,6 +39,8 @@ int wmain(int count, wchar_t** arguments) {
   program.require_subcommand(1);
   Command chosen;
   AddSettingsCommand(program, chosen);
+  AddGameCommand(program, chosen);
+  AddLauncherCommand(program, chosen);
   AddVerifyCommand(program, chosen);
   AddInspectCommand(program, chosen);
   try {

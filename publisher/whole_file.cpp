@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "core/files.h"
+#include "core/format.h"
 #include "core/handle.h"
 #include "core/unicode.h"
 #include "publisher/paths.h"
@@ -22,7 +23,7 @@ constexpr DWORD kMostAtOnce = 1U << 30;
                                           std::error_code(code, std::system_category()));
 }
 
-std::wstring Beside(const std::wstring& path) { return path + L".publishing"; }
+std::wstring Beside(const std::wstring& path) { return Format(L"{}{}", path, kBesideSuffix); }
 
 }  // namespace
 
@@ -64,6 +65,11 @@ void WriteWholeFile(const std::wstring& path, std::string_view content) {
 
 void CopyWholeFile(const std::wstring& source, const std::wstring& path) {
   if (CopyFileW(source.c_str(), Beside(path).c_str(), FALSE) == FALSE) {
+    ThrowLastError("copy", source);
+  }
+  // The copy brings attributes along: a read-only file could not be replaced or removed later, and
+  // a hidden one is not served everywhere.
+  if (SetFileAttributesW(Beside(path).c_str(), FILE_ATTRIBUTE_NORMAL) == FALSE) {
     ThrowLastError("copy", source);
   }
   file::Rename(Beside(path), path);

@@ -7,6 +7,9 @@
 
 namespace ve::publish {
 
+/// What the name of a file ends with while it is written beside its place.
+inline constexpr std::wstring_view kBesideSuffix = L".publishing";
+
 /// The content. Throws a filesystem error that names the path.
 [[nodiscard]] std::string ReadWholeFile(const std::wstring& path);
 

@@ -1,0 +1,216 @@
+#include <exception>
+#include <memory>
+#include <optional>
+
+#include "core/errors.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/scope_fail.h"
+#include "core/unicode.h"
+#include "publisher/build_folder.h"
+#include "publisher/channel_swap.h"
+#include "publisher/commands.h"
+#include "publisher/manifest_writer.h"
+#include "publisher/name_rules.h"
+#include "publisher/paths.h"
+#include "publisher/payload.h"
+#include "publisher/server_layout.h"
+#include "publisher/version_text.h"
+#include "publisher/whole_file.h"
+
+namespace ve::publish {
+namespace {
+
+struct Options {
+  std::string source;
+  std::string version;
+  std::string channel;
+  std::string server;
+  std::string launcher = "Launcher.exe";
+  bool force = false;
+};
+
+/// What is to be done, from the options.
+struct Plan {
+  std::wstring source;
+  std::wstring server;
+  std::wstring launcher;
+  ChannelFolders folders;
+  bool force = false;
+};
+
+bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
+  return (CaseKey(path) + L'\\').starts_with(CaseKey(folder) + L'\\');
+}
+
+void CheckPlaces(const Plan& plan, Findings& findings) {
+  if (IsSameOrBelow(plan.source, plan.server) || IsSameOrBelow(plan.server, plan.source)) {
+    findings.Refuse(PathText(plan.source), "the build and the server's folder lie in one another",
+                    "Publish from a folder apart from the server's.");
+  }
+}
+
+std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text, Findings& findings) {
+  const std::optional<sdk::VersionNumber> version = ParseVersion(text);
+  if (!version) {
+    findings.Refuse(text, "it is no version", "Write four numbers, such as 1.4.0.2.");
+  }
+  return version;
+}
+
+/// The bytes of the version file on the server; none if there is none.
+std::optional<std::string> PublishedVersionFile(const ChannelFolders& folders) {
+  const std::wstring path = Below(PublishedFolder(folders), kVersionName);
+  if (!file::Exists(path)) return {};
+  return ReadWholeFile(path);
+}
+
+void CheckAgainstPublished(const sdk::VersionNumber& version,
+                           const std::optional<std::string>& published, const Plan& plan,
+                           Console& console, Findings& findings) {
+  if (!published) return;
+  try {
+    const sdk::VersionNumber present = sdk::ReadOfferedVersion(*published);
+    console.Report()["previousVersion"] = VersionText(present);
+    if (version > present) return;
+    const std::string rule = Format(
+        "the server has {} already, and players who have that are "
+        "not offered a lower one or the same again",
+        VersionText(present));
+    if (plan.force) {
+      findings.Warn(VersionText(version), rule, "Only players with an older version get it.");
+    } else {
+      findings.Refuse(VersionText(version), rule, "Publish a higher version, or use --force.");
+    }
+  } catch (const VERuntimeError& error) {
+    if (plan.force) return;
+    findings.Refuse(PathText(Below(PublishedFolder(plan.folders), kVersionName)),
+                    Format("the version on the server cannot be read: {}", error.what()),
+                    "Use --force to publish in its place.");
+  }
+}
+
+/// Builds the channel's next state beside the live one.
+Placed MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
+                     Console& console) {
+  const auto progress = [&console](const PayloadStep& step) {
+    console.ShowProgress(step.work, step.filesDone, step.files, step.bytesDone, step.bytes);
+  };
+  const ChannelFolders& folders = plan.folders;
+  const std::vector<bool> isPublished = DigestBuild(plan.source, folders.live, build, progress);
+  console.EndProgress();
+  const std::string manifest = GameManifest(build);
+  file::MakeDirectory(folders.next);
+  const Placed placed =
+      PlacePayload(plan.source, folders.live, build, isPublished, folders.next, progress);
+  console.EndProgress();
+  WriteWholeFile(Below(folders.next, kManifestName), manifest);
+  WriteWholeFile(Below(folders.next, kVersionName), GameVersionFile(version));
+  PlaceLauncher(folders.live, folders.next);
+  return placed;
+}
+
+/// Best effort: the next run does it otherwise.
+void RemoveUnfinished(const ChannelFolders& folders) noexcept {
+  try {
+    RemoveFolder(folders.next);
+  } catch (const std::exception&) {
+    // What failed before is what matters.
+  }
+}
+
+void Tell(const Options& options, const BuildFolder& build, const Placed& placed,
+          Console& console) {
+  console.Say(Format("Published {} to {} in {}", options.version, options.channel, options.server));
+  console.Say(Format("  {} files, {}, in {} folders", build.files.size(),
+                     BytesInWords(build.Bytes()), build.directories.size()));
+  console.Say(Format("  {} copied ({}), {} unchanged", placed.copiedFiles,
+                     BytesInWords(placed.copiedBytes), placed.linkedFiles));
+  Json& report = console.Report();
+  report["files"] = build.files.size();
+  report["bytes"] = build.Bytes();
+  report["directories"] = build.directories.size();
+  report["copiedFiles"] = placed.copiedFiles;
+  report["copiedBytes"] = placed.copiedBytes;
+  report["linkedFiles"] = placed.linkedFiles;
+  report["published"] = true;
+}
+
+void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
+             const std::optional<std::string>& publishedVersion, BuildFolder& build,
+             Console& console, Findings& findings) {
+  const ChannelLock lock(plan.folders);
+  if (PublishedVersionFile(plan.folders) != publishedVersion) {
+    findings.Refuse(options.channel, "another run has published to this channel meanwhile",
+                    "Look at what it has published, then publish again.");
+    return;
+  }
+  const ScopeFail cleanUp([&plan] { RemoveUnfinished(plan.folders); });
+  const Placed placed = MakeNextState(plan, version, build, console);
+  CheckUnchanged(plan.source, build, findings);
+  if (findings.Refused()) {
+    RemoveUnfinished(plan.folders);
+    return;
+  }
+  if (!SwapIn(plan.folders)) {
+    findings.Warn(
+        PathText(plan.folders.updates),
+        "the new version is served, but the folder of the one before could not be removed",
+        "The next run that publishes to this channel removes it.");
+  }
+  Tell(options, build, placed, console);
+}
+
+int Run(const Options& options, Console& console) {
+  Findings findings;
+  const std::wstring server = AbsolutePath(options.server);
+  const Plan plan{AbsolutePath(options.source), server, ToWide(options.launcher),
+                  FoldersOf(server, ToWide(options.channel)), options.force};
+  console.Report() = {{"version", options.version},
+                      {"channel", options.channel},
+                      {"server", PathText(plan.server)},
+                      {"published", false}};
+
+  CheckPlaces(plan, findings);
+  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, findings);
+  const std::optional<std::string> publishedVersion = PublishedVersionFile(plan.folders);
+  if (version) {
+    CheckAgainstPublished(*version, publishedVersion, plan, console, findings);
+  }
+  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, findings);
+  WarnOfCleanUp(build, plan.launcher, findings);
+  if (findings.Refused()) return console.Finish(findings);
+  try {
+    Publish(options, plan, *version, publishedVersion, build, console, findings);
+  } catch (const ChannelError& error) {
+    const Finding& words = error.Words();
+    findings.Refuse(words.subject, words.rule, words.remedy);
+  }
+  return console.Finish(findings);
+}
+
+}  // namespace
+
+void AddGameCommand(CLI::App& program, Command& chosen) {
+  CLI::App* command = AddCommand(
+      program, chosen, "game", "Publish a build of the game as a new version.",
+      "--source D:\\Builds\\Velmorant --version 1.4.0.2 --channel release --server D:\\Server");
+  const auto options = std::make_shared<Options>();
+  command->add_option("--source", options->source, "The folder of the build.")->required();
+  command
+      ->add_option("--version", options->version,
+                   "Four numbers, the most significant first; above the one on the server.")
+      ->required();
+  AddChannel(*command, options->channel)->required();
+  command->add_option("--server", options->server, "The folder that is served; made if missing.")
+      ->required();
+  command->add_option("--launcher", options->launcher, "The name of the Launcher's file.")
+      ->capture_default_str();
+  command->add_flag("--force", options->force,
+                    "Publish a version that is not above the one on the server.");
+  command->callback([options, &chosen] {
+    chosen.run = [options](Console& console) { return Run(*options, console); };
+  });
+}
+
+}  // namespace ve::publish

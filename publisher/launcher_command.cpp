@@ -1,0 +1,276 @@
+#include "core/windows.h"
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "archive/updater_settings.h"
+#include "core/directory_walk.h"
+#include "core/errors.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/channel_swap.h"
+#include "publisher/commands.h"
+#include "publisher/executable_version.h"
+#include "publisher/name_rules.h"
+#include "publisher/paths.h"
+#include "publisher/server_layout.h"
+#include "publisher/whole_file.h"
+#include "updater/updater_manifest.h"
+
+namespace ve::publish {
+namespace {
+
+struct Options {
+  std::string executable;
+  std::string settings;
+  std::string channel;
+  std::string server;
+};
+
+/// The files to publish, with their content.
+struct Parts {
+  std::wstring executableName;
+  std::string executable;
+  std::string settings;
+};
+
+/// The content, or none and a refusal.
+std::optional<std::string> ReadInput(const std::string& option, const std::string& path,
+                                     Findings& findings) {
+  const std::wstring absolute = AbsolutePath(path);
+  const DWORD attributes = GetFileAttributesW(absolute.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    findings.Refuse(PathText(absolute), "there is no such file",
+                    Format("Name an existing file with {}.", option));
+    return {};
+  }
+  return ReadWholeFile(absolute);
+}
+
+void CheckExecutableName(const std::wstring& name, Findings& findings) {
+  const std::string subject = ToUtf8(name);
+  CheckCharacters(name, subject, findings);
+  const std::wstring key = CaseKey(name);
+  for (const std::wstring_view taken : {kUpdaterManifestName, kUpdaterSettingsName}) {
+    if (key == CaseKey(taken.substr(kUpdaterFolder.size() + 1))) {
+      findings.Refuse(subject, "the server has a file of its own by this name",
+                      "Give the executable the name that it has on players' disks.");
+    }
+  }
+}
+
+void CheckExecutable(const std::string& path, const std::string& content, Findings& findings) {
+  const std::wstring absolute = AbsolutePath(path);
+  if (!IsExecutable(content)) {
+    findings.Refuse(PathText(absolute), "it is no Windows program", "Name the Launcher's file.");
+    return;
+  }
+  const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
+  if (version == sdk::kOwnUpdaterVersion) return;
+  const std::string found =
+      version ? Format("its version is {}", *version) : std::string("it has no version resource");
+  findings.Refuse(PathText(absolute),
+                  Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
+                  "Publish with the tool that was built together with this Launcher.");
+}
+
+void CheckSettings(const Options& options, const std::string& content, Findings& findings) {
+  const std::string subject = PathText(AbsolutePath(options.settings));
+  try {
+    const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
+    if (settings.channel == ToWide(options.channel)) return;
+    findings.Refuse(subject,
+                    Format("its channel is {}, and the Launcher would take its updates from there",
+                           ToUtf8(settings.channel)),
+                    Format("Make one for {} with publish settings.", options.channel));
+  } catch (const VERuntimeError& error) {
+    findings.Refuse(subject, Format("the Launcher refuses it: {}", error.what()),
+                    "Make one with publish settings.");
+  }
+}
+
+/// A file of the tree as it is now; none if there is none.
+std::optional<std::string> Published(const std::wstring& folder, std::wstring_view name) {
+  const std::wstring path = Below(folder, name);
+  if (!file::Exists(path)) return {};
+  return ReadWholeFile(path);
+}
+
+std::optional<std::uint32_t> PublishedVersion(const std::wstring& folder) {
+  std::optional<std::string> manifest = Published(folder, kUpdaterManifestName);
+  if (!manifest) return {};
+  try {
+    return sdk::ReadUpdaterManifest(*manifest, 0);
+  } catch (const VERuntimeError&) {
+    return {};  // It is replaced, whatever is wrong with it.
+  }
+}
+
+std::wstring ExecutablePlace(const Parts& parts) {
+  return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
+}
+
+void WarnOfVersion(const std::wstring& folder, const Parts& parts, Findings& findings) {
+  const std::optional<std::uint32_t> version = PublishedVersion(folder);
+  if (!version) return;
+  if (*version > sdk::kOwnUpdaterVersion) {
+    findings.Warn(ToUtf8(parts.executableName),
+                  Format("the server had version {}: players who have that keep it, and their "
+                         "Launcher logs an error at every start",
+                         *version),
+                  "Publish a higher version soon.");
+  }
+  const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
+  if (*version == sdk::kOwnUpdaterVersion && executable && *executable != parts.executable) {
+    findings.Warn(ToUtf8(parts.executableName),
+                  Format("the server had another file with the same version {}: players who have "
+                         "that version do not get this one",
+                         *version),
+                  "Build it with a higher version unless that is meant.");
+  }
+}
+
+void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Options& options,
+                    Findings& findings) {
+  const std::optional<std::string> before = Published(folder, kUpdaterSettingsName);
+  if (!before || *before == parts.settings) return;
+  const std::string url = ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url);
+  findings.Warn(options.settings,
+                "the server had other settings: every player's Launcher takes these over and "
+                "restarts once",
+                Format("From then on it asks {}", url));
+}
+
+void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Findings& findings) {
+  const std::wstring updater = Below(folder, kUpdaterFolder);
+  if (!file::Exists(updater)) return;
+  const std::wstring manifest = Below(folder, kUpdaterManifestName);
+  const std::wstring settings = Below(folder, kUpdaterSettingsName);
+  const std::wstring executable = Below(folder, ExecutablePlace(parts));
+  file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
+    const std::wstring key = CaseKey(entry.path);
+    const bool isKnown = key == CaseKey(manifest) || key == CaseKey(settings) ||
+                         key == CaseKey(executable) || entry.path.ends_with(kBesideSuffix);
+    if (!isKnown) {
+      findings.Warn(PathText(entry.path),
+                    "it is not replaced: a Launcher of this name still gets it as its update",
+                    "Remove it if no player's Launcher has this name.");
+    }
+    return file::Descend::kYes;
+  });
+}
+
+void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
+                     Findings& findings) {
+  WarnOfVersion(folder, parts, findings);
+  WarnOfSettings(folder, parts, options, findings);
+  WarnOfOtherFiles(folder, parts, findings);
+}
+
+/// A file with a short path, removed with its owner.
+class TemporaryFile {
+ public:
+  TemporaryFile() {
+    std::array<wchar_t, MAX_PATH> folder{};
+    GetTempPathW(static_cast<DWORD>(folder.size()), folder.data());
+    if (GetTempFileNameW(folder.data(), L"pub", 0, path_.data()) == 0) path_[0] = L'\0';
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() { DeleteFileW(path_.data()); }
+
+  [[nodiscard]] std::wstring Path() const { return path_.data(); }
+
+ private:
+  std::array<wchar_t, MAX_PATH> path_{};
+};
+
+/// The library's own writer takes short paths only and checks nothing: it writes to a temporary
+/// file, and what it wrote is read back as the Launcher reads it.
+std::string UpdaterManifest() {
+  const TemporaryFile file;
+  sdk::WriteUpdaterManifest(file.Path());
+  std::string content = ReadWholeFile(file.Path());
+  std::string text = content;
+  if (sdk::ReadUpdaterManifest(text, 0) != sdk::kOwnUpdaterVersion) {
+    throw VERuntimeError("the updater manifest does not read back as it was written");
+  }
+  return content;
+}
+
+/// In the order that no player's Launcher takes harm from: the manifest, which offers the rest, is
+/// last.
+void Write(const std::wstring& folder, const Parts& parts) {
+  const std::string manifest = UpdaterManifest();
+  file::MakeDirectories(Below(folder, kUpdaterFolder));
+  WriteWholeFile(Below(folder, ExecutablePlace(parts)), parts.executable);
+  WriteWholeFile(Below(folder, kUpdaterSettingsName), parts.settings);
+  WriteWholeFile(Below(folder, kUpdaterManifestName), manifest);
+}
+
+void Publish(const Options& options, const Parts& parts, Console& console, Findings& findings) {
+  const ChannelFolders folders = FoldersOf(AbsolutePath(options.server), ToWide(options.channel));
+  const ChannelLock lock(folders);
+  WarnOfPublished(folders.live, parts, options, findings);
+  Write(folders.live, parts);
+  console.Say(Format("Published version {} of the Launcher, {}, to {} in {}",
+                     sdk::kOwnUpdaterVersion, ToUtf8(parts.executableName), options.channel,
+                     PathText(AbsolutePath(options.server))));
+  console.Report()["published"] = true;
+}
+
+int Run(const Options& options, Console& console) {
+  Findings findings;
+  const std::wstring path = AbsolutePath(options.executable);
+  Parts parts;
+  parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
+  console.Report() = {{"version", sdk::kOwnUpdaterVersion},
+                      {"executable", ToUtf8(parts.executableName)},
+                      {"channel", options.channel},
+                      {"server", PathText(AbsolutePath(options.server))}};
+  console.Report()["published"] = false;
+
+  CheckExecutableName(parts.executableName, findings);
+  if (auto executable = ReadInput("--exe", options.executable, findings)) {
+    parts.executable = std::move(*executable);
+    CheckExecutable(options.executable, parts.executable, findings);
+  }
+  if (auto settings = ReadInput("--settings", options.settings, findings)) {
+    parts.settings = std::move(*settings);
+    CheckSettings(options, parts.settings, findings);
+  }
+  if (findings.Refused()) return console.Finish(findings);
+  try {
+    Publish(options, parts, console, findings);
+  } catch (const ChannelError& error) {
+    const Finding& words = error.Words();
+    findings.Refuse(words.subject, words.rule, words.remedy);
+  }
+  return console.Finish(findings);
+}
+
+}  // namespace
+
+void AddLauncherCommand(CLI::App& program, Command& chosen) {
+  CLI::App* command = AddCommand(
+      program, chosen, "launcher", "Publish the Launcher with its settings archive.",
+      "--exe Launcher.exe --settings UpdaterData.vpak --channel release --server D:\\Server");
+  const auto options = std::make_shared<Options>();
+  command
+      ->add_option("--exe", options->executable,
+                   "The Launcher's file, under the name that it has on players' disks.")
+      ->required();
+  command->add_option("--settings", options->settings, "The settings archive to go with it.")
+      ->required();
+  AddChannel(*command, options->channel)->required();
+  command->add_option("--server", options->server, "The folder that is served; made if missing.")
+      ->required();
+  command->callback([options, &chosen] {
+    chosen.run = [options](Console& console) { return Run(*options, console); };
+  });
+}
+
+}  // namespace ve::publish
