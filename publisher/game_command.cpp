@@ -139,7 +139,6 @@ void Tell(const Options& options, const BuildFolder& build, const Placed& placed
 void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
              const std::optional<std::string>& publishedVersion, BuildFolder& build,
              Console& console, Findings& findings) {
-  const ChannelLock lock(plan.folders);
   if (PublishedVersionFile(plan.folders) != publishedVersion) {
     findings.Refuse(options.channel, "another run has published to this channel meanwhile",
                     "Look at what it has published, then publish again.");
@@ -161,8 +160,25 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
   Tell(options, build, placed, console);
 }
 
+void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
+                     Findings& findings) {
+  // Whatever comes of this run: what an interrupted one has left is repaired.
+  std::optional<ChannelLock> lock;
+  if (file::Exists(plan.folders.updates)) lock.emplace(plan.folders);
+
+  CheckPlaces(plan, findings);
+  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, findings);
+  const std::optional<std::string> publishedVersion = PublishedVersionFile(plan.folders);
+  if (version) CheckAgainstPublished(*version, publishedVersion, plan, console, findings);
+  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, findings);
+  WarnOfCleanUp(build, plan.launcher, findings);
+  if (findings.Refused()) return;
+
+  if (!lock) lock.emplace(plan.folders);
+  Publish(options, plan, *version, publishedVersion, build, console, findings);
+}
+
 int Run(const Options& options, Console& console) {
-  Findings findings;
   const std::wstring server = AbsolutePath(options.server);
   const Plan plan{AbsolutePath(options.source), server, ToWide(options.launcher),
                   FoldersOf(server, ToWide(options.channel)), options.force};
@@ -170,18 +186,9 @@ int Run(const Options& options, Console& console) {
                       {"channel", options.channel},
                       {"server", PathText(plan.server)},
                       {"published", false}};
-
-  CheckPlaces(plan, findings);
-  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, findings);
-  const std::optional<std::string> publishedVersion = PublishedVersionFile(plan.folders);
-  if (version) {
-    CheckAgainstPublished(*version, publishedVersion, plan, console, findings);
-  }
-  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, findings);
-  WarnOfCleanUp(build, plan.launcher, findings);
-  if (findings.Refused()) return console.Finish(findings);
+  Findings findings;
   try {
-    Publish(options, plan, *version, publishedVersion, build, console, findings);
+    CheckAndPublish(options, plan, console, findings);
   } catch (const ChannelError& error) {
     const Finding& words = error.Words();
     findings.Refuse(words.subject, words.rule, words.remedy);

@@ -1,0 +1,620 @@
+"""publish game: what it writes, what it refuses, and what an interruption leaves."""
+
+import os
+import pathlib
+import random
+import shutil
+import subprocess
+import time
+
+import pytest
+
+import formats
+from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from driver import ok, run_launcher
+from game_folder import GAME, STAGING, GameFolder
+from nginx_server import PATIENCE, NginxServer
+from published import expected_channel, make_build, tree_of
+from publishing import Published, command_line, publish
+
+FILES = {
+    "readme.txt": b"read me",
+    "bin/Velmorant Player.exe": b"the game",
+    "bin/data/level 1.dat": b"a level" * 1000,
+    "Saved/default.sav": b"a save",
+}
+
+
+@pytest.fixture
+def server(place) -> pathlib.Path:
+    folder = place / "server"
+    folder.mkdir()
+    return folder
+
+
+@pytest.fixture
+def publish_game(build, place, server):
+    """Publishes a build of these files; the build's folder stays."""
+
+    def run(files: dict[str, bytes], version: str, *options: str, directories=None, **how) -> Published:
+        source = place / "build"
+        if source.exists():
+            shutil.rmtree(source)
+        make_build(source, files, directories)
+        return publish_build(build, source, server, version, *options, **how)
+
+    return run
+
+
+def publish_build(build, source, server, version, *options, channel="release", program=None) -> Published:
+    arguments = ["game", "--source", source, "--version", version, "--channel", channel]
+    return publish(build, *arguments, "--server", server, *options, program=program)
+
+
+def assert_published(server, files, version, directories=None) -> None:
+    """The channel is this version, and there is nothing beside it."""
+    assert os.listdir(server) == ["updates"]
+    assert os.listdir(server / "updates") == ["release"]
+    assert tree_of(server / "updates" / "release") == expected_channel(files, version, directories)
+
+
+# --- What is written --------------------------------------------------------------------------
+
+
+def test_a_first_version_is_published_byte_for_byte(publish_game, server):
+    done = publish_game(FILES, "1.4.0.2")
+    assert (done.code, done.refusals) == (0, [])
+    assert_published(server, FILES, "1.4.0.2")
+    report = {key: done.report[key] for key in ("published", "files", "bytes", "directories")}
+    size = sum(len(content) for content in FILES.values())
+    assert report == {"published": True, "files": 4, "bytes": size, "directories": 3}
+
+
+def test_a_second_version_replaces_the_first_and_copies_only_what_changed(publish_game, server):
+    publish_game(FILES, "1.4.0.2")
+    level = server / "updates/release/bin/data/level 1.dat"
+    before = level.stat().st_ino
+    files = {**FILES, "readme.txt": b"read us", "bin/new.dll": b"new"}
+    del files["Saved/default.sav"]
+    done = publish_game(files, "1.4.1.0")
+    assert done.code == 0
+    assert_published(server, files, "1.4.1.0")
+    assert (done.report["linkedFiles"], done.report["copiedFiles"]) == (2, 2)
+    assert done.report["previousVersion"] == "1.4.0.2"
+    assert level.stat().st_ino == before
+    assert level.stat().st_nlink == 1
+
+
+def test_a_damaged_file_of_the_version_before_is_not_taken_over(publish_game, server):
+    publish_game(FILES, "1.0.0.0")
+    (server / "updates/release/readme.txt").write_bytes(b"damaged"[: len(FILES["readme.txt"])])
+    done = publish_game(FILES, "1.0.0.1")
+    assert_published(server, FILES, "1.0.0.1")
+    assert (done.report["linkedFiles"], done.report["copiedFiles"]) == (3, 1)
+
+
+def test_read_only_and_hidden_files_are_published_like_others(publish_game, build, place, server):
+    publish_game(FILES, "1.0.0.0")
+    source = place / "build"
+    (source / "readme.txt").write_bytes(b"changed")
+    (source / "readme.txt").chmod(0o444)
+    os.setxattr(source / "readme.txt", "user.DOSATTRIB", b"0x3")
+    done = publish_build(build, source, server, "1.0.0.1")
+    assert "readme.txt: it is hidden or a system file; players get it like any other" in done.warnings
+    files = {**FILES, "readme.txt": b"changed"}
+    assert_published(server, files, "1.0.0.1")
+    # Nothing of that stands in the way of the next version.
+    done = publish_game(FILES, "1.0.0.2")
+    assert done.code == 0
+    assert_published(server, FILES, "1.0.0.2")
+
+
+def test_other_channels_and_the_launchers_update_stay(publish_game, server):
+    updates = server / "updates"
+    kept = {
+        "beta/GameVersion.vpak": b"beta",
+        "release/updater/Launcher.exe": b"launcher",
+        "release/updater/updater.manifest": formats.updater_manifest(6),
+    }
+    make_build(updates, kept)
+    for version in ("1.0.0.0", "1.0.0.1"):
+        assert publish_game(FILES, version).code == 0
+        assert sorted(os.listdir(updates)) == ["beta", "release"]
+        expected = {**expected_channel(FILES, version), "updater": None}
+        for name in ("updater/Launcher.exe", "updater/updater.manifest"):
+            expected[name] = kept["release/" + name]
+        assert tree_of(updates / "release") == expected
+        assert tree_of(updates / "beta") == {"GameVersion.vpak": b"beta"}
+
+
+def test_in_words_it_says_what_was_done(build, place, server):
+    source = make_build(place / "build", {"a/b.txt": b"12345"})
+    done = subprocess.run(
+        command_line(build.publish_walk_on, "game", "--source", source, "--version", "1.0.0.0",
+                     "--channel", "beta", "--server", server),
+        stdout=subprocess.PIPE, stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, check=True,
+    )
+    lines = done.stdout.decode().replace("\r", "").splitlines()
+    assert lines[0].startswith("Published 1.0.0.0 to beta in ")
+    assert lines[1:] == ["  1 files, 5 B, in 1 folders", "  1 copied (5 B), 0 unchanged"]
+    assert done.stderr == b""
+
+
+# --- What is refused --------------------------------------------------------------------------
+
+
+def test_a_version_not_above_the_servers_is_refused_unless_forced(publish_game, server):
+    publish_game(FILES, "1.4.0.2")
+    before = tree_of(server)
+    for version in ("1.4.0.2", "1.4.0.1", "0.9.9.9"):
+        done = publish_game({**FILES, "readme.txt": b"other"}, version)
+        assert done.code == 1
+        assert done.refusals == [
+            f"{version}: the server has 1.4.0.2 already, and players who have that are not offered "
+            "a lower one or the same again"
+        ]
+        assert tree_of(server) == before
+    files = {**FILES, "readme.txt": b"other"}
+    done = publish_game(files, "0.9.9.9", "--force")
+    assert (done.code, done.refusals) == (0, [])
+    assert any(warning.startswith("0.9.9.9: the server has 1.4.0.2") for warning in done.warnings)
+    assert_published(server, files, "0.9.9.9")
+
+
+def test_a_version_file_that_cannot_be_read_is_refused_unless_forced(publish_game, server):
+    publish_game(FILES, "1.0.0.0")
+    (server / "updates/release/GameVersion.vpak").write_bytes(b"damaged")
+    done = publish_game(FILES, "1.0.0.1")
+    assert done.code == 1
+    assert len(done.refusals) == 1 and "Invalid header" in done.refusals[0]
+    assert publish_game(FILES, "1.0.0.1", "--force").code == 0
+    assert_published(server, FILES, "1.0.0.1")
+
+
+@pytest.mark.parametrize("version", ["1.4", "1.4.0.2.1", "1.4.0.x", "-1.0.0.0", "1.0.0.2147483648", ""])
+def test_what_is_no_version_is_refused(publish_game, server, version):
+    done = publish_game(FILES, version)
+    assert (done.code, done.refusals) == (1, [f"{version}: it is no version"])
+    assert os.listdir(server) == []
+
+
+def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, place, server):
+    files = {
+        "bin/fine.txt": b"fine",
+        "bin/empty.txt": b"",
+        "bin/it's.txt": b"x",
+        "bin/100%.txt": b"x",
+        "bin/\u00fcber.txt": b"x",
+        "bin/line\nfeed": b"x",
+        "bin/Twice.txt": b"x",
+        "bin/twice.TXT": b"x",
+        "bin/nul.txt": b"x",
+        "bin/" + "n" * 200 + "/" + "m" * 31: b"x",
+        "bin/half.publishing": b"x",
+        "game_update.manifest": b"x",
+        "GAMEVERSION.vpak": b"x",
+        "Updater/UpdaterData.vpak": b"x",
+        "intermediate/update/x": b"x",
+        "launcher.exe": b"x",
+        "_old.exe": b"x",
+    }
+    source = make_build(place / "build", files)
+    with (source / "bin/large.dat").open("wb") as large:
+        large.truncate(4 * 1024**3)
+    (source / "bin/link").symlink_to(source / "Updater")
+    done = publish_build(build, source, server, "1.0")
+    quote = "a single quote ends the name in the manifest"
+    ascii_only = "names are printable ASCII: the Launcher decodes no others"
+    taken = "the server has a file of its own by this name"
+    address = (
+        "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own"
+    )
+    expected = [
+        "1.0: it is no version",
+        "bin/empty.txt: the Launcher takes no empty files",
+        f"bin/it's.txt: {quote}",
+        f"bin/100%.txt: {address}",
+        f"bin/\u00fcber.txt: {ascii_only}",
+        f"bin/line\nfeed: {ascii_only}",
+        "bin/nul.txt: Windows takes 'nul.txt' for a device",
+        "bin/" + "n" * 200 + "/" + "m" * 31 + ": in the staging folder its path has 256 characters, "
+        "and the Launcher opens none of more than 255",
+        "bin/half.publishing: names ending in .publishing are this tool's own, for files that it is writing",
+        f"game_update.manifest: {taken}",
+        f"GAMEVERSION.vpak: {taken}",
+        "Updater: the folder is the Launcher's own, on the server and on a player's disk",
+        "intermediate/update: the Launcher stages updates in Intermediate\\Update",
+        "launcher.exe: the Launcher cannot replace itself while it runs",
+        "_old.exe: the Launcher deletes this file at every start",
+        "bin/large.dat: the Launcher takes no files of 4 GiB and more",
+        "bin/link: it is a link, and the Launcher installs files only",
+    ]
+    twice = [r for r in done.refusals if r.lower().startswith("bin/twice")]
+    assert twice in (
+        ["bin/twice.TXT: Windows takes it for the same as bin/Twice.txt"],
+        ["bin/Twice.txt: Windows takes it for the same as bin/twice.TXT"],
+    )
+    assert sorted(r for r in done.refusals if r not in twice) == sorted(expected)
+    assert done.code == 1
+    assert all(refusal["remedy"] for refusal in done.report["refusals"])
+    assert os.listdir(server) == []
+
+
+def test_a_launcher_of_another_name_is_told_by_an_option(publish_game, server):
+    files = {**FILES, "Start.exe": b"x"}
+    done = publish_game(files, "1.0.0.0", "--launcher", "start.EXE")
+    assert done.refusals == ["Start.exe: the Launcher cannot replace itself while it runs"]
+    files = {**FILES, "Launcher.exe": b"x"}
+    assert publish_game(files, "1.0.0.0", "--launcher", "Start.exe").code == 0
+
+
+def test_a_build_without_files_or_folders_is_refused(publish_game, build, place, server):
+    done = publish_game({}, "1.0.0.0", directories=["Saved"])
+    assert len(done.refusals) == 1 and "there is no file in it" in done.refusals[0]
+    done = publish_game({"a.txt": b"x"}, "1.0.0.0")
+    assert len(done.refusals) == 1 and "there is no folder in it" in done.refusals[0]
+    done = publish_build(build, place / "nowhere", server, "1.0.0.0")
+    assert len(done.refusals) == 1 and "there is no such folder" in done.refusals[0]
+    assert os.listdir(server) == []
+
+
+def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, place):
+    outer = make_build(place / "Outer", FILES)
+    make_build(outer / "inner", FILES)
+    for source, server in ((outer / "inner", outer), (outer, outer / "inner"), (outer, outer)):
+        done = publish_build(build, source, server, "1.0.0.0")
+        assert done.code == 1
+        assert any("lie in one another" in refusal for refusal in done.refusals)
+        assert not (server / "updates").exists()
+
+
+def test_a_channel_that_is_a_link_is_refused(publish_game, server, place):
+    elsewhere = make_build(place / "elsewhere", {"kept.txt": b"kept"})
+    (server / "updates").mkdir()
+    (server / "updates/release").symlink_to(elsewhere)
+    done = publish_game(FILES, "1.0.0.0")
+    assert done.code == 1
+    assert len(done.refusals) == 1 and "is a link" in done.refusals[0]
+    assert tree_of(elsewhere) == {"kept.txt": b"kept"}
+
+
+def test_wrong_usage_has_its_own_exit_code(build, place, server):
+    source = make_build(place / "build", FILES)
+    assert publish_build(build, source, server, "1.0.0.0", channel="nightly").code == 2
+    assert publish(build, "game", "--source", source).code == 2
+
+
+# --- What is warned of ------------------------------------------------------------------------
+
+STRICT = (
+    "the clean-up of this build of the Launcher cannot remove the folder, which ends every update "
+    "abnormally, before its version is recorded"
+)
+EMPTY = "the folder is empty: every update makes it and removes it again"
+PLAYERS = (
+    "the folder is the players' own: what a later version no longer has stays on their disks, and "
+    "each update replaces what they changed in its files"
+)
+
+
+def test_the_clean_ups_doings_are_foretold(publish_game, build, server):
+    files = {"bin/data/x": b"x", "Saved/x": b"x", "archive.rar/x": b"x", "a.txt": b"x"}
+    directories = ["bin/empty", "empty", "Logs", "nested/empty", "Screenshots/empty"]
+    strict = publish_game(files, "1.0.0.0", directories=directories)
+    kept = [f"archive.rar: {PLAYERS}", f"Saved: {PLAYERS}"]
+    empty = [f"bin/empty: {EMPTY}", f"empty: {EMPTY}", f"nested/empty: {EMPTY}"]
+    assert strict.code == 0
+    assert sorted(strict.warnings) == sorted([*kept, *empty, f"bin: {STRICT}", f"nested: {STRICT}"])
+    assert_published(server, files, "1.0.0.0", directories)
+    walk_on = publish_game(files, "1.0.0.1", directories=directories, program=build.publish_walk_on)
+    assert sorted(walk_on.warnings) == sorted([*kept, *empty])
+
+
+def test_a_path_that_only_short_game_folders_have_room_for_is_warned_of(publish_game):
+    name = "a" * 100 + "/" + "b" * 60
+    done = publish_game({name: b"x", "c/d": b"x"}, "1.0.0.0")
+    assert [w for w in done.warnings if w.startswith(name)] == [
+        f"{name}: with this name, the longest, the path of a player's game folder may have no more than "
+        f"{259 - 1 - len('Intermediate/Update/') - len(name)} characters"
+    ]
+
+
+# --- What an interruption leaves --------------------------------------------------------------
+
+OLD = {"bin/a.dat": b"old a", "bin/sub/same.dat": b"same", "gone.txt": b"gone", "z.txt": b"old z"}
+NEW = {"bin/a.dat": b"new a!", "bin/sub/same.dat": b"same", "bin/new.dat": b"new", "z.txt": b"new z"}
+
+
+def snapshot(folder: pathlib.Path) -> list[tuple]:
+    """Names and inodes below a folder that changes meanwhile."""
+    entries = []
+    pending = [str(folder)]
+    while pending:
+        try:
+            with os.scandir(pending.pop()) as found:
+                for entry in found:
+                    entries.append((entry.path, entry.inode()))
+                    if entry.is_dir(follow_symlinks=False):
+                        pending.append(entry.path)
+        except OSError:
+            pass  # It went away between two looks.
+    return sorted(entries)
+
+
+class Interrupted:
+    """Publishes NEW over OLD, again and again, and kills the tool on the way."""
+
+    def __init__(self, build, place: pathlib.Path, server: pathlib.Path) -> None:
+        self.build = build
+        self.server = server
+        self.updates = server / "updates"
+        self.new = make_build(place / "new", NEW)
+        make_build(self.updates / "release", {k: v for k, v in OLD_CHANNEL.items() if v is not None})
+        self.kept = place / "kept"
+        shutil.copytree(self.updates, self.kept)
+        self.states = {"old": 0, "gap": 0, "new": 0}
+
+    def start(self) -> subprocess.Popen:
+        shutil.rmtree(self.updates)
+        shutil.copytree(self.kept, self.updates)
+        arguments = ["game", "--source", self.new, "--version", "1.0.0.1", "--channel", "release"]
+        return subprocess.Popen(
+            command_line(self.build.publish_walk_on, *arguments, "--server", self.server),
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        )
+
+    def kill_at_change(self, change: int | None) -> int:
+        """Kills the tool when so many changes of the tree were seen. Returns how many were."""
+        process = self.start()
+        last = snapshot(self.server)
+        seen = 0
+        while process.poll() is None:
+            now = snapshot(self.server)
+            if now != last:
+                last = now
+                seen += 1
+                if seen == change:
+                    process.kill()
+        self.end(process)
+        return seen
+
+    def kill_after(self, seconds: float) -> None:
+        process = self.start()
+        try:
+            process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            process.kill()
+        self.end(process)
+
+    def end(self, process: subprocess.Popen) -> None:
+        """Wine has ended the process for good when it has let go of the lock."""
+        process.wait(PATIENCE)
+        deadline = time.monotonic() + PATIENCE
+        while (self.updates / ".release.lock").exists():
+            assert time.monotonic() < deadline, "the lock stays"
+            time.sleep(0.005)
+
+    def check(self) -> None:
+        """The channel is one version completely, or in the gap; the next run makes all well."""
+        live = self.updates / "release"
+        if live.exists():
+            state = {"1.0.0.0": "old", "1.0.0.1": "new"}[version_of(live)]
+            assert tree_of(live) == (OLD_CHANNEL if state == "old" else NEW_CHANNEL)
+        else:
+            state = "gap"
+            assert tree_of(self.updates / ".release.previous") == OLD_CHANNEL
+            assert tree_of(self.updates / ".release.next") == NEW_CHANNEL
+        self.states[state] += 1
+        done = publish_build(self.build, self.new, self.server, "1.0.0.1", program=self.build.publish_walk_on)
+        # What is published already is refused, and cleaned up all the same.
+        assert done.code == (1 if state == "new" else 0), done
+        assert os.listdir(self.updates) == ["release"]
+        assert tree_of(live) == NEW_CHANNEL
+
+
+def version_of(channel: pathlib.Path) -> str:
+    content = (channel / "GameVersion.vpak").read_bytes()
+    for version in ("1.0.0.0", "1.0.0.1"):
+        if content == expected_channel({}, version)["GameVersion.vpak"]:
+            return version
+    raise AssertionError(f"no version file: {content!r}")
+
+
+UPDATER = {"updater": None, "updater/Launcher.exe": b"launcher"}
+OLD_CHANNEL = {**expected_channel(OLD, "1.0.0.0"), **UPDATER}
+NEW_CHANNEL = {**expected_channel(NEW, "1.0.0.1"), **UPDATER}
+
+
+@pytest.fixture
+def interrupted(build, place, server):
+    return Interrupted(build, place, server)
+
+
+@pytest.mark.parametrize("seed", range(3))
+def test_killed_at_any_change_it_leaves_one_version_whole(interrupted, seed):
+    changes = interrupted.kill_at_change(None)
+    assert changes >= 3
+    interrupted.check()
+    moments = random.Random(seed)
+    for _ in range(6):
+        # Now and then fewer changes are seen than in the run before: then nothing was killed.
+        interrupted.kill_at_change(moments.randint(1, changes))
+        interrupted.check()
+    print(f"seed {seed}: {changes} changes seen; after the kills {interrupted.states}")
+
+
+def test_killed_at_any_time_it_leaves_one_version_whole(interrupted):
+    start = time.monotonic()
+    interrupted.kill_after(PATIENCE)
+    duration = time.monotonic() - start
+    interrupted.check()
+    moments = random.Random(7)
+    for _ in range(6):
+        interrupted.kill_after(moments.uniform(0, duration))
+        interrupted.check()
+    print(f"after the kills {interrupted.states}")
+
+
+@pytest.mark.parametrize("command", ["game", "launcher"])
+def test_a_run_that_ended_between_the_two_renames_is_undone_by_the_next(interrupted, build, place, command):
+    updates = interrupted.updates
+    (updates / "release").rename(updates / ".release.previous")
+    make_build(updates / ".release.next", {k: v for k, v in NEW_CHANNEL.items() if v is not None})
+    if command == "game":
+        interrupted.check()
+        assert interrupted.states["gap"] == 1
+        return
+    settings = place / "UpdaterData.vpak"
+    settings.write_bytes(formats.updater_data("https://updates.example/"))
+    arguments = ["--exe", build.launcher, "--settings", settings, "--channel", "release"]
+    assert publish(build, "launcher", *arguments, "--server", interrupted.server).code == 0
+    assert os.listdir(updates) == ["release"]
+    game = {k: v for k, v in tree_of(updates / "release").items() if not k.startswith("updater/")}
+    assert game == {k: v for k, v in OLD_CHANNEL.items() if not k.startswith("updater/")}
+
+
+def test_a_run_that_is_refused_leaves_the_channel_alone_but_cleans_up(interrupted):
+    make_build(interrupted.updates / ".release.next", {"half": b"ha"})
+    (interrupted.new / "empty").write_bytes(b"")
+    done = publish_build(interrupted.build, interrupted.new, interrupted.server, "1.0.0.1")
+    assert done.refusals == ["empty: the Launcher takes no empty files"]
+    assert os.listdir(interrupted.updates) == ["release"]
+    assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
+
+
+# --- From the tool to the player --------------------------------------------------------------
+
+
+class Player:
+    """A served channel and an installation of its first version."""
+
+    def __init__(self, build, place, server, launcher, program) -> None:
+        self.build = build
+        self.server = server
+        self.place = place
+        self.program = program
+        self.nginx = NginxServer(place / "nginx", server)
+        self.nginx.start()
+        self.settings = formats.updater_data(f"http://127.0.0.1:{self.nginx.port}/")
+        self.settings_file = place / "UpdaterData.vpak"
+        self.settings_file.write_bytes(self.settings)
+        self.folder = GameFolder(place / "game")
+        self.folder.put_copy("Launcher.exe", launcher)
+        self.folder.put("Updater/UpdaterData.vpak", self.settings)
+        done = publish(
+            build, "launcher", "--exe", launcher, "--settings", self.settings_file,
+            "--channel", "release", "--server", server, program=program,
+        )
+        assert (done.code, done.warnings) == (0, [])
+
+    def publish(self, name: str, files: dict[str, bytes], version: str) -> Published:
+        source = make_build(self.place / name, files)
+        done = publish_build(self.build, source, self.server, version, program=self.program)
+        assert (done.code, done.refusals) == (0, [])
+        return done
+
+    def install(self, files: dict[str, bytes], version: str) -> None:
+        for name, content in files.items():
+            self.folder.put(name, content)
+        self.folder.put("Updater/GameVersion.vpak", expected_channel(files, version)["GameVersion.vpak"])
+
+    def update(self, files: dict[str, bytes], version: str) -> list[str]:
+        """One run of the Launcher, which has to make the installation equal to the build. Returns
+        the payload files that it fetched."""
+        run = run_launcher(
+            self.build, self.folder, None, answers=[ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)]
+        )
+        assert (run.exit_code, run.log) == (0, [])
+        assert not self.folder.has(STAGING)
+        expected = expected_channel(files, version)
+        del expected["game_update.manifest"]
+        expected["Updater/GameVersion.vpak"] = expected.pop("GameVersion.vpak")
+        expected["Updater/UpdaterData.vpak"] = self.settings
+        expected["Launcher.exe"] = self.folder.read("Launcher.exe")
+        assert tree_of(self.folder.root) == {**expected, "Updater": None, "Intermediate": None}
+        self.nginx.settle()
+        requests = self.nginx.new_requests()
+        head = "/updates/release/"
+        assert [(r.path, r.status) for r in requests[:5]] == [
+            ("/redirect.txt", 404),
+            (head + "updater/updater.manifest", 200),
+            (head + "updater/UpdaterData.vpak", 200),
+            (head + "GameVersion.vpak", 200),
+            (head + "game_update.manifest", 200),
+        ]
+        assert {r.status for r in requests[5:]} <= {200}
+        return [r.path[len(head) :] for r in requests[5:]]
+
+
+@pytest.fixture
+def player(build, place, server):
+    players = []
+
+    def make(launcher, program) -> Player:
+        players.append(Player(build, place, server, launcher, program))
+        return players[-1]
+
+    yield make
+    for made in players:
+        made.nginx.stop()
+
+
+def test_the_launcher_for_games_in_bin_takes_what_was_published(build, player):
+    made = player(build.walk_on, build.publish_walk_on)
+    game = build.player.read_bytes()
+    first = {GAME: game, "bin/old.dll": b"old", "bin/level.dat": b"1", "Saved/x": b"x"}
+    second = {GAME: game, "bin/new.dll": b"new", "bin/level.dat": b"2", "Saved/x": b"x"}
+    made.publish("first", first, "1.0.0.9")
+    made.install(first, "1.0.0.9")
+    made.publish("second", second, "1.0.1.0")
+    assert made.update(second, "1.0.1.0") == ["bin/level.dat", "bin/new.dll"]
+
+
+def test_the_strict_launcher_takes_a_flat_game(build, player):
+    made = player(build.launcher, build.publish)
+    first = {"a.pak": b"a", "b.pak": b"b", "Saved/x": b"x"}
+    second = {"a.pak": b"A", "c.pak": b"c", "Saved/x": b"x"}
+    made.publish("first", first, "1.0.0.0")
+    made.install(first, "1.0.0.0")
+    made.publish("second", second, "2.0.0.0")
+    assert made.update(second, "2.0.0.0") == ["a.pak", "c.pak"]
+
+
+def test_every_character_that_a_name_may_have_reaches_the_player(build, player):
+    made = player(build.walk_on, build.publish_walk_on)
+    first = {GAME: build.player.read_bytes()}
+    special = [chr(c) for c in range(0x20, 0x7F) if chr(c) not in "%#?'\"*:<>|\\/"]
+    second = {**first, **{f"bin/n{ord(c)} a{c}b": c.encode() for c in special}}
+    second.update({f"folder {c} x/{c}y{c}z": c.encode() * 2 for c in special if c != "."})
+    made.publish("first", first, "1.0.0.0")
+    made.install(first, "1.0.0.0")
+    made.publish("second", second, "1.0.0.1")
+    assert len(made.update(second, "1.0.0.1")) == len(second) - 1
+
+
+def generated(seed: int, count: int) -> dict[str, bytes]:
+    chance = random.Random(seed)
+    files = {}
+    for index in range(count):
+        depth = chance.randint(1, 4)
+        folder = "/".join(f"part {chance.randint(0, 7)}" for _ in range(depth))
+        size = chance.choice([1, 10, 100, 1000, 10000])
+        files[f"bin/{folder}/file {index}.dat"] = chance.randbytes(size)
+    return files
+
+
+def test_a_build_of_5000_files_and_its_successor(build, player, server):
+    made = player(build.walk_on, build.publish_walk_on)
+    first = {GAME: build.player.read_bytes(), **generated(1, 5000)}
+    made.publish("first", first, "1.0.0.0")
+    made.install(first, "1.0.0.0")
+    names = sorted(first)
+    changed = [name for name in names[::250] if name != GAME]
+    second = {name: content for name, content in first.items() if name not in names[7::500]}
+    second.update({name: b"changed" for name in changed})
+    done = made.publish("second", second, "1.0.0.1")
+    assert done.report["copiedFiles"] == len(changed)
+    channel = tree_of(server / "updates/release")
+    expected = expected_channel(second, "1.0.0.1")
+    assert {k: v for k, v in channel.items() if not k.startswith("updater")} == expected
+    assert made.update(second, "1.0.0.1") == changed

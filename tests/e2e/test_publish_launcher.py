@@ -1,0 +1,227 @@
+"""publish launcher: the Launcher's own update, as its Launcher takes it."""
+
+import os
+import shutil
+
+import pytest
+
+import formats
+from dialogs import RESTART_REQUIRED
+from driver import ok, run_launcher
+from game_folder import GAME, GameFolder
+from nginx_server import NginxServer
+from published import make_build, tree_of
+from publishing import Published, publish
+
+URL = "https://updates.example/"
+MANIFEST = b"Velmorant Updater\r\nFileVersion: 1\r\nVersion: %d"
+
+
+@pytest.fixture
+def server(place):
+    folder = place / "server"
+    folder.mkdir()
+    return folder
+
+
+@pytest.fixture
+def publish_launcher(build, place, server):
+    def run(executable=None, settings: bytes | None = None, *, channel="release", program=None) -> Published:
+        path = place / "settings.vpak"
+        path.write_bytes(formats.updater_data(URL) if settings is None else settings)
+        arguments = ["--exe", executable or build.launcher, "--settings", path, "--channel", channel]
+        return publish(build, "launcher", *arguments, "--server", server, program=program)
+
+    return run
+
+
+def expected(launcher, settings: bytes, version: int = 6) -> dict[str, bytes | None]:
+    return {
+        "updates": None,
+        "updates/release": None,
+        "updates/release/updater": None,
+        "updates/release/updater/Launcher.exe": launcher.read_bytes(),
+        "updates/release/updater/UpdaterData.vpak": settings,
+        "updates/release/updater/updater.manifest": MANIFEST % version,
+    }
+
+
+def test_it_writes_the_three_files_and_nothing_else(publish_launcher, build, server):
+    done = publish_launcher()
+    assert (done.code, done.refusals, done.warnings) == (0, [], [])
+    assert (done.report["version"], done.report["published"]) == (6, True)
+    assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
+
+
+def test_the_same_again_changes_nothing(publish_launcher, server):
+    publish_launcher()
+    before = tree_of(server)
+    done = publish_launcher()
+    assert (done.code, done.warnings) == (0, [])
+    assert tree_of(server) == before
+
+
+def test_each_tool_publishes_the_version_that_it_was_built_with(publish_launcher, build, server):
+    done = publish_launcher(build.next, program=build.publish_next)
+    assert (done.code, done.report["version"]) == (0, 7)
+    assert tree_of(server) == expected(build.next, formats.updater_data(URL), 7)
+
+
+def test_the_game_and_other_channels_stay(publish_launcher, server):
+    kept = {"updates/release/GameVersion.vpak": b"version", "updates/release/a/b": b"b", "updates/beta/c": b"c"}
+    make_build(server / "updates", {name[8:]: content for name, content in kept.items()})
+    assert publish_launcher().code == 0
+    tree = tree_of(server)
+    assert {name: tree[name] for name in kept} == kept
+    assert sorted(os.listdir(server / "updates")) == ["beta", "release"]
+
+
+def test_what_an_interrupted_run_left_is_removed(publish_launcher, build, server):
+    make_build(server / "updates/release/updater", {"Launcher.exe.publishing": b"ha", "Launcher.exe": b"old"})
+    assert publish_launcher().code == 0
+    assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
+
+
+def test_a_long_server_path_is_no_hindrance(build, place):
+    server = place / ("d" * 120) / ("e" * 120)
+    server.mkdir(parents=True)
+    settings = place / "settings.vpak"
+    settings.write_bytes(formats.updater_data(URL))
+    arguments = ["--exe", build.launcher, "--settings", settings, "--channel", "release"]
+    assert publish(build, "launcher", *arguments, "--server", server).code == 0
+    assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
+
+
+# --- What is refused --------------------------------------------------------------------------
+
+
+def test_an_executable_of_another_version_is_refused(publish_launcher, build, server):
+    done = publish_launcher(build.next)
+    assert done.code == 1
+    assert len(done.refusals) == 1
+    assert done.refusals[0].endswith("Launcher.exe: its version is 7, and this tool publishes version 6")
+    assert os.listdir(server) == []
+
+
+def test_an_executable_without_a_version_is_refused(publish_launcher, build, server):
+    done = publish_launcher(build.watch)
+    assert done.code == 1
+    assert "it has no version resource" in done.refusals[0]
+    assert os.listdir(server) == []
+
+
+@pytest.mark.parametrize("content", [b"", b"MZ", b"text", b"MZ" + bytes(58) + b"\xff\xff\xff\x7f" + bytes(60)])
+def test_what_is_no_program_is_refused(publish_launcher, place, server, content):
+    path = place / "Launcher.exe"
+    path.write_bytes(content)
+    done = publish_launcher(path)
+    assert done.code == 1
+    assert len(done.refusals) == 1 and done.refusals[0].endswith("it is no Windows program")
+    assert os.listdir(server) == []
+
+
+def test_settings_that_the_launcher_refuses_are_refused_in_its_words(publish_launcher, server):
+    done = publish_launcher(settings=formats.updater_data(""))
+    assert done.code == 1
+    assert len(done.refusals) == 1
+    assert "the Launcher refuses it: Empty URL in UpdaterData.vpak." in done.refusals[0]
+    assert os.listdir(server) == []
+
+
+def test_settings_of_another_channel_are_refused(publish_launcher, server):
+    done = publish_launcher(settings=formats.updater_data(URL, "beta"))
+    assert done.code == 1
+    assert len(done.refusals) == 1 and "its channel is beta" in done.refusals[0]
+    assert os.listdir(server) == []
+
+
+def test_all_refusals_are_told_at_once(build, place, server):
+    path = place / "it's 100%.exe"
+    path.write_bytes(b"text")
+    arguments = ["--exe", path, "--settings", place / "missing.vpak", "--channel", "release"]
+    done = publish(build, "launcher", *arguments, "--server", server)
+    rules = [refusal.rsplit(": ", 1)[1] for refusal in done.refusals]
+    assert done.code == 1
+    assert rules == [
+        "a single quote ends the name in the manifest",
+        "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own",
+        "it is no Windows program",
+        "there is no such file",
+    ]
+    assert os.listdir(server) == []
+
+
+def test_an_executable_named_like_the_servers_own_files_is_refused(publish_launcher, build, place, server):
+    path = place / "UPDATER.manifest"
+    shutil.copyfile(build.launcher, path)
+    done = publish_launcher(path)
+    assert done.refusals == ["UPDATER.manifest: the server has a file of its own by this name"]
+    assert os.listdir(server) == []
+
+
+# --- What is warned of ------------------------------------------------------------------------
+
+
+def test_a_step_back_is_warned_of(publish_launcher, build):
+    publish_launcher(build.next, program=build.publish_next)
+    done = publish_launcher()
+    assert done.code == 0
+    assert done.warnings == [
+        "Launcher.exe: the server had version 7: players who have that keep it, and their Launcher "
+        "logs an error at every start"
+    ]
+
+
+def test_another_file_with_the_same_version_is_warned_of(publish_launcher, build):
+    publish_launcher()
+    done = publish_launcher(build.walk_on)
+    assert done.code == 0
+    assert done.warnings == [
+        "Launcher.exe: the server had another file with the same version 6: players who have that "
+        "version do not get this one"
+    ]
+
+
+def test_other_settings_are_warned_of(publish_launcher):
+    publish_launcher()
+    done = publish_launcher(settings=formats.updater_data("https://other.example/"))
+    assert done.code == 0
+    assert len(done.warnings) == 1
+    assert done.warnings[0].endswith(
+        "the server had other settings: every player's Launcher takes these over and restarts once"
+    )
+    assert done.report["warnings"][0]["remedy"] == "From then on it asks https://other.example/"
+
+
+def test_an_executable_of_another_name_is_warned_of(publish_launcher, server):
+    make_build(server / "updates/release/updater", {"Start.exe": b"x"})
+    done = publish_launcher()
+    assert done.code == 0
+    assert len(done.warnings) == 1 and "Start.exe: it is not replaced" in done.warnings[0]
+
+
+# --- From the tool to the player --------------------------------------------------------------
+
+
+def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(build, place, server, publish_launcher):
+    nginx = NginxServer(place / "nginx", server)
+    nginx.start()
+    try:
+        old = formats.updater_data(f"http://127.0.0.1:{nginx.port}/")
+        new = formats.updater_data(f"http://localhost:{nginx.port}/")
+        folder = GameFolder(place / "game")
+        folder.put_copy("Launcher.exe", build.launcher)
+        folder.put_copy(GAME, build.player)
+        folder.put("Updater/UpdaterData.vpak", old)
+        folder.put("Updater/GameVersion.vpak", formats.game_version(0, 0, 0, 1))
+        (server / "updates/release").mkdir(parents=True)
+        (server / "updates/release/GameVersion.vpak").write_bytes(formats.game_version(0, 0, 0, 1))
+        assert publish_launcher(build.next, new, program=build.publish_next).code == 0
+        # First the executable, then, by the new one, the settings.
+        run = run_launcher(build, folder, None, answers=[ok(RESTART_REQUIRED), ok(RESTART_REQUIRED)])
+        assert run.log == []
+        assert folder.read("Launcher.exe") == build.next.read_bytes()
+        assert folder.read("Updater/UpdaterData.vpak") == new
+        run.assert_game_started()
+    finally:
+        nginx.stop()

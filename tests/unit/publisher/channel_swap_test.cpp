@@ -1,0 +1,259 @@
+#include "publisher/channel_swap.h"
+
+#include "core/windows.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/directory_walk.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/paths.h"
+#include "support/replaced_call.h"
+#include "support/temp_folder.h"
+
+extern "C" void* moveFileExSlot __asm__("__imp_MoveFileExW");
+
+namespace ve::publish {
+namespace {
+
+/// Names and contents of files below "updates".
+using Tree = std::map<std::string, std::string>;
+
+class ChannelSwap : public test::TempFolder {
+ protected:
+  ChannelSwap() { file::MakeDirectory(folders_.updates); }
+
+  void Write(const std::wstring& folder, std::string_view version) {
+    file::MakeDirectories(folder + L"\\bin");
+    test::WriteWhole(folder + L"\\bin\\game.dll", version);
+    test::WriteWhole(folder + L"\\GameVersion.vpak", version);
+  }
+
+  [[nodiscard]] Tree Found() const {
+    Tree tree;
+    file::WalkDirectory(folders_.updates, [&](const file::DirectoryEntry& entry) {
+      if (!entry.IsDirectory()) {
+        tree[ToUtf8(entry.path.substr(folders_.updates.size() + 1))] =
+            test::ReadWhole(std::wstring(entry.path));
+      }
+      return file::Descend::kYes;
+    });
+    return tree;
+  }
+
+  static Tree Complete(const std::string& version) {
+    return {{"release\\GameVersion.vpak", version}, {"release\\bin\\game.dll", version}};
+  }
+
+  /// What a run does first.
+  void Repair() { const ChannelLock lock(folders_); }
+
+  const ChannelFolders folders_ = FoldersOf(AbsolutePath(ToUtf8(Folder())), L"release");
+};
+
+TEST_F(ChannelSwap, TheFirstStateIsSwappedIn) {
+  Write(folders_.next, "1");
+  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_EQ(Found(), Complete("1"));
+}
+
+TEST_F(ChannelSwap, TheNextStateReplacesTheLiveOneAndNothingElseStays) {
+  Write(folders_.live, "1");
+  test::WriteWhole(folders_.live + L"\\dropped.txt", "1");
+  Write(folders_.next, "2");
+  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_EQ(Found(), Complete("2"));
+}
+
+TEST_F(ChannelSwap, ReadOnlyFilesOfTheStateBeforeAreRemovedToo) {
+  Write(folders_.live, "1");
+  SetFileAttributesW((folders_.live + L"\\bin\\game.dll").c_str(), FILE_ATTRIBUTE_READONLY);
+  Write(folders_.next, "2");
+  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_EQ(Found(), Complete("2"));
+}
+
+// Every state that an interrupted run can leave.
+
+TEST_F(ChannelSwap, InterruptedWhileTheFirstStateIsMade) {
+  Write(folders_.next, "1");
+  Repair();
+  EXPECT_EQ(Found(), Tree());
+  EXPECT_FALSE(file::Exists(folders_.next));
+}
+
+TEST_F(ChannelSwap, InterruptedWhileTheNextStateIsMade) {
+  Write(folders_.live, "1");
+  Write(folders_.next, "2");
+  EXPECT_EQ(PublishedFolder(folders_), folders_.live);
+  Repair();
+  EXPECT_EQ(Found(), Complete("1"));
+}
+
+TEST_F(ChannelSwap, InterruptedBetweenTheTwoRenames) {
+  Write(folders_.previous, "1");
+  Write(folders_.next, "2");
+  EXPECT_EQ(PublishedFolder(folders_), folders_.previous);
+  Repair();
+  EXPECT_EQ(Found(), Complete("1"));
+}
+
+TEST_F(ChannelSwap, InterruptedAfterTheSecondRename) {
+  Write(folders_.previous, "1");
+  Write(folders_.live, "2");
+  EXPECT_EQ(PublishedFolder(folders_), folders_.live);
+  Repair();
+  EXPECT_EQ(Found(), Complete("2"));
+}
+
+TEST_F(ChannelSwap, InterruptedWhileTheStateBeforeIsRemoved) {
+  file::MakeDirectories(folders_.discarded + L"\\bin");
+  test::WriteWhole(folders_.discarded + L"\\GameVersion.vpak", "1");
+  Write(folders_.live, "2");
+  Repair();
+  EXPECT_EQ(Found(), Complete("2"));
+}
+
+TEST_F(ChannelSwap, ARemovalThatNeverSucceededAndAnInterruptionLater) {
+  file::MakeDirectories(folders_.discarded);
+  Write(folders_.previous, "2");
+  Write(folders_.next, "3");
+  Repair();
+  EXPECT_EQ(Found(), Complete("2"));
+  EXPECT_FALSE(file::Exists(folders_.discarded));
+}
+
+TEST_F(ChannelSwap, HalfWrittenFilesOfTheLaunchersUpdateAreRemoved) {
+  Write(folders_.live, "1");
+  file::MakeDirectory(folders_.live + L"\\updater");
+  test::WriteWhole(folders_.live + L"\\updater\\Launcher.exe", "whole");
+  test::WriteWhole(folders_.live + L"\\updater\\Launcher.exe.publishing", "ha");
+  Repair();
+  Tree expected = Complete("1");
+  expected["release\\updater\\Launcher.exe"] = "whole";
+  EXPECT_EQ(Found(), expected);
+}
+
+TEST_F(ChannelSwap, OtherChannelsAreLeftAlone) {
+  const ChannelFolders beta = FoldersOf(AbsolutePath(ToUtf8(Folder())), L"beta");
+  Write(beta.live, "7");
+  Write(beta.next, "8");
+  Write(folders_.live, "1");
+  Repair();
+  Tree expected = Complete("1");
+  expected.insert({{"beta\\GameVersion.vpak", "7"},
+                   {"beta\\bin\\game.dll", "7"},
+                   {".beta.next\\GameVersion.vpak", "8"},
+                   {".beta.next\\bin\\game.dll", "8"}});
+  EXPECT_EQ(Found(), expected);
+}
+
+// Who comes in the way.
+
+TEST_F(ChannelSwap, OneRunAtATimeWritesToAChannel) {
+  Write(folders_.live, "1");
+  const ChannelLock lock(folders_);
+  try {
+    const ChannelLock second(folders_);
+    FAIL();
+  } catch (const ChannelError& error) {
+    EXPECT_EQ(error.Words().rule, "another run is writing to this channel");
+  }
+}
+
+TEST_F(ChannelSwap, TheLockLeavesNothingBehind) {
+  Repair();
+  EXPECT_FALSE(file::Exists(folders_.lock));
+}
+
+/// Keeps the folder from being renamed.
+UniqueFileHandle Hold(const std::wstring& folder) {
+  return UniqueFileHandle(CreateFileW(folder.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+}
+
+TEST_F(ChannelSwap, ALiveFolderInUseIsRefusedAndStaysWhatItWas) {
+  Write(folders_.live, "1");
+  Write(folders_.next, "2");
+  const UniqueFileHandle held = Hold(folders_.live);
+  ASSERT_TRUE(held);
+  try {
+    static_cast<void>(SwapIn(folders_));
+    FAIL();
+  } catch (const ChannelError& error) {
+    EXPECT_EQ(error.Words().subject, PathText(folders_.live));
+    EXPECT_NE(error.Words().rule.find("cannot be renamed"), std::string::npos);
+  }
+  EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");
+}
+
+TEST_F(ChannelSwap, ANextFolderInUsePutsTheLiveOneBack) {
+  Write(folders_.live, "1");
+  Write(folders_.next, "2");
+  const UniqueFileHandle held = Hold(folders_.next);
+  ASSERT_TRUE(held);
+  EXPECT_THROW(static_cast<void>(SwapIn(folders_)), ChannelError);
+  EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");
+  EXPECT_FALSE(file::Exists(folders_.previous));
+}
+
+int failuresLeft = 0;
+decltype(&MoveFileExW) moveFileEx = nullptr;
+BOOL WINAPI FailAFewTimes(LPCWSTR from, LPCWSTR to, DWORD flags) {
+  if (failuresLeft-- <= 0) return moveFileEx(from, to, flags);
+  SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
+TEST_F(ChannelSwap, WhatIsInUseForAMomentIsTriedAgain) {
+  Write(folders_.live, "1");
+  Write(folders_.next, "2");
+  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(moveFileExSlot);
+  failuresLeft = 3;
+  const test::ReplacedCall call(moveFileExSlot, FailAFewTimes);
+  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_EQ(Found(), Complete("2"));
+}
+
+/// The tool's life ends at a rename: from then on nothing is done any more.
+int renamesAllowed = 0;
+struct Killed {};
+BOOL WINAPI EndAtRename(LPCWSTR from, LPCWSTR to, DWORD flags) {
+  if (renamesAllowed-- == 0) throw Killed();
+  return moveFileEx(from, to, flags);
+}
+
+TEST_F(ChannelSwap, InterruptedAtAnyOfItsRenamesItIsOldOrNewAfterTheRepair) {
+  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(moveFileExSlot);
+  const std::vector<std::string> expected{"1", "1", "2", "2"};
+  for (std::size_t allowed = 0; allowed < expected.size(); ++allowed) {
+    Write(folders_.live, "1");
+    Write(folders_.next, "2");
+    {
+      renamesAllowed = static_cast<int>(allowed);
+      const test::ReplacedCall call(moveFileExSlot, EndAtRename);
+      try {
+        static_cast<void>(SwapIn(folders_));
+        EXPECT_EQ(allowed, 3U) << "the swap has three renames";
+      } catch (const Killed&) {
+        EXPECT_LT(allowed, 3U);
+      }
+    }
+    Repair();
+    EXPECT_EQ(Found(), Complete(expected[allowed])) << allowed;
+    RemoveFolder(folders_.live);
+  }
+}
+
+TEST_F(ChannelSwap, TheFoldersBesideAChannelAreNoChannels) {
+  for (const std::wstring& folder : {folders_.next, folders_.previous, folders_.discarded}) {
+    EXPECT_EQ(folder.substr(folders_.updates.size(), 2), L"\\.");
+  }
+}
+
+}  // namespace
+}  // namespace ve::publish

@@ -1,0 +1,164 @@
+#include "publisher/name_rules.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace ve::publish {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::vector<std::string> Rules(const std::vector<Finding>& findings) {
+  std::vector<std::string> rules;
+  for (const Finding& finding : findings) rules.push_back(finding.rule);
+  return rules;
+}
+
+Findings Check(std::wstring_view name, NameKind kind = NameKind::kFile) {
+  Findings findings;
+  CheckName(name, kind, L"Launcher.exe", findings);
+  return findings;
+}
+
+std::vector<std::string> Refusals(std::wstring_view name, NameKind kind = NameKind::kFile) {
+  return Rules(Check(name, kind).refusals);
+}
+
+TEST(NameRules, OrdinaryNamesPassWithoutARemark) {
+  for (const wchar_t* name :
+       {L"bin/Velmorant Player.exe", L"a", L".hidden", L"a.b.c", L"bin/ leading blank",
+        L"data/level-1_final (2)!.dat", L"~&$@,;=", L"Updater.txt", L"bin/updater/x",
+        L"bin/Launcher.exe", L"Launcher.exe.config", L"bin/_old.exe", L"Intermediate.txt",
+        L"Intermediate/Updates", L"COM10", L"CONSOLE", L"NULL.txt", L"bin/GameVersion.vpak"}) {
+    const Findings findings = Check(name);
+    EXPECT_THAT(Rules(findings.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(findings.warnings), IsEmpty()) << name;
+  }
+}
+
+TEST(NameRules, ARemarkNamesTheEntryTheRuleAndTheWayOut) {
+  const Findings findings = Check(L"bin/it's.txt");
+  ASSERT_EQ(findings.refusals.size(), 1U);
+  EXPECT_EQ(findings.refusals[0].subject, "bin/it's.txt");
+  EXPECT_EQ(findings.refusals[0].rule, "a single quote ends the name in the manifest");
+  EXPECT_EQ(findings.refusals[0].remedy, "Rename it.");
+}
+
+TEST(NameRules, OnlyPrintableAsciiPasses) {
+  for (const wchar_t* name : {L"\u00fcber.txt", L"a\rb", L"a\nb", L"a\tb", L"a\x7f", L"\u65e5",
+                              L"a\xdc00", L"com\u00b9"}) {
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("printable ASCII")));
+  }
+}
+
+TEST(NameRules, WhatAnAddressCannotCarryIsRefused) {
+  for (const wchar_t* name : {L"100%.txt", L"%41", L"a#b"}) {
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("addresses as they stand"))) << name;
+  }
+  EXPECT_THAT(Refusals(L"a?b"), ElementsAre(HasSubstr("addresses as they stand")));
+}
+
+TEST(NameRules, WhatWindowsForbidsIsRefused) {
+  for (const wchar_t* name : {L"a\"b", L"a*b", L"a:b", L"a<b", L"a>b", L"a|b", L"a\\b"}) {
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("Windows allows none"))) << name;
+  }
+}
+
+TEST(NameRules, WhatOnlySomeServersTakeIsWarnedOf) {
+  for (const wchar_t* name : {L"a+b", L"a[b", L"a]b", L"a{b", L"a}b", L"a^b", L"a`b"}) {
+    const Findings findings = Check(name);
+    EXPECT_THAT(Rules(findings.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(findings.warnings), ElementsAre(HasSubstr("not every server"))) << name;
+  }
+}
+
+TEST(NameRules, DevicesAreRefusedWhateverTheirExtensionAndCase) {
+  for (const wchar_t* name : {L"CON", L"nul.txt", L"bin/Aux", L"prn.a.b", L"COM1", L"com0.dat",
+                              L"LPT9.x", L"NUL .txt", L"conin$", L"CONOUT$.x"}) {
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("for a device"))) << name;
+  }
+  EXPECT_THAT(Refusals(L"aux", NameKind::kDirectory), ElementsAre(HasSubstr("for a device")));
+}
+
+TEST(NameRules, DotsAndBlanksAtTheEndAreRefused) {
+  for (const wchar_t* name : {L"a.", L"a ", L"bin/a.txt ", L"..."}) {
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("dots and blanks at the end"))) << name;
+  }
+}
+
+TEST(NameRules, WhatIsWrongWithAFolderIsToldForTheFolderOnly) {
+  EXPECT_THAT(Refusals(L"a./b"), IsEmpty());
+  EXPECT_THAT(Refusals(L"nul/b"), IsEmpty());
+  EXPECT_THAT(Refusals(L"it's/b"), IsEmpty());
+}
+
+TEST(NameRules, AFilesStagedPathHasAtMost255Characters) {
+  constexpr std::size_t kStaging = 20;  // Intermediate\Update with its last separator.
+  EXPECT_THAT(Refusals(std::wstring(255 - kStaging, L'a')), IsEmpty());
+  EXPECT_THAT(Refusals(std::wstring(256 - kStaging, L'a')),
+              ElementsAre("in the staging folder its path has 256 characters, and the Launcher "
+                          "opens none of more than 255"));
+}
+
+TEST(NameRules, AFolderIsStagedWithOneSeparatorMore) {
+  constexpr std::size_t kStaging = 20;
+  EXPECT_THAT(Refusals(std::wstring(254 - kStaging, L'a'), NameKind::kDirectory), IsEmpty());
+  EXPECT_THAT(Refusals(std::wstring(255 - kStaging, L'a'), NameKind::kDirectory),
+              ElementsAre(HasSubstr("has 256 characters")));
+}
+
+TEST(NameRules, TheRoomForTheGameFolderIsWhatWindowsLeaves) {
+  // <game folder>\Intermediate\Update\<name>, of 259 characters.
+  EXPECT_EQ(RoomForGameFolder(std::wstring(100, L'a')), 259U - 1 - 20 - 100);
+  EXPECT_EQ(RoomForGameFolder(std::wstring(237, L'a')), 1U);
+  EXPECT_EQ(RoomForGameFolder(std::wstring(238, L'a')), 0U);
+  EXPECT_EQ(RoomForGameFolder(std::wstring(300, L'a')), 0U);
+}
+
+TEST(NameRules, TheStagingFolderIsTheLaunchers) {
+  EXPECT_THAT(Refusals(L"Intermediate/Update"), ElementsAre(HasSubstr("stages updates")));
+  EXPECT_THAT(Refusals(L"INTERMEDIATE/update", NameKind::kDirectory),
+              ElementsAre(HasSubstr("stages updates")));
+  EXPECT_THAT(Refusals(L"intermediate"), ElementsAre(HasSubstr("stages updates")));
+  EXPECT_THAT(Refusals(L"Intermediate", NameKind::kDirectory), IsEmpty());
+  EXPECT_TRUE(IsForbiddenFolder(L"intermediate/UPDATE"));
+  EXPECT_FALSE(IsForbiddenFolder(L"Intermediate"));
+}
+
+TEST(NameRules, TheServersOwnNamesAreTaken) {
+  EXPECT_THAT(Refusals(L"game_update.manifest"), ElementsAre(HasSubstr("the server has a file")));
+  EXPECT_THAT(Refusals(L"gameversion.VPAK"), ElementsAre(HasSubstr("the server has a file")));
+  EXPECT_THAT(Refusals(L"Updater", NameKind::kDirectory), ElementsAre(HasSubstr("Launcher's own")));
+  EXPECT_THAT(Refusals(L"updater"), ElementsAre(HasSubstr("Launcher's own")));
+  EXPECT_TRUE(IsForbiddenFolder(L"UPDATER"));
+  EXPECT_FALSE(IsForbiddenFolder(L"bin/updater"));
+}
+
+TEST(NameRules, TheLaunchersFileCannotBePublishedWithTheGame) {
+  EXPECT_THAT(Refusals(L"launcher.EXE"), ElementsAre(HasSubstr("cannot replace itself")));
+  EXPECT_THAT(Refusals(L"_Old.exe"), ElementsAre(HasSubstr("deletes this file")));
+  Findings findings;
+  CheckName(L"Launcher.exe", NameKind::kFile, L"Start.exe", findings);
+  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
+}
+
+TEST(NameRules, NamesOfFilesBeingWrittenAreThisToolsOwn) {
+  EXPECT_THAT(Refusals(L"data.publishing"), ElementsAre(HasSubstr("this tool's own")));
+  EXPECT_THAT(Refusals(L"bin/DATA.PUBLISHING"), ElementsAre(HasSubstr("this tool's own")));
+}
+
+TEST(NameRules, SeveralThingsWrongAreAllTold) {
+  EXPECT_EQ(Check(L"nul.it's 100% ").refusals.size(), 4U);
+}
+
+TEST(NameRules, CaseKeysAreThoseOfTheFileSystem) {
+  EXPECT_EQ(CaseKey(L"Bin/a.DLL"), CaseKey(L"bIN/A.dll"));
+  EXPECT_NE(CaseKey(L"a"), CaseKey(L"b"));
+}
+
+}  // namespace
+}  // namespace ve::publish
