@@ -14,7 +14,7 @@ from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
 from driver import ok, run_launcher
 from game_folder import GAME, STAGING, GameFolder
 from nginx_server import PATIENCE, NginxServer
-from published import expected_channel, make_build, tree_of
+from published import expected_channel, make_build, parents, tree_of
 from publishing import Published, command_line, publish
 
 FILES = {
@@ -216,6 +216,7 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, plac
         f"bin/100%.txt: {address}",
         f"bin/\u00fcber.txt: {ascii_only}",
         f"bin/line\nfeed: {ascii_only}",
+        "bin/line\nfeed: it cannot be read",  # Such a name can be listed, but nothing opens it.
         "bin/nul.txt: Windows takes 'nul.txt' for a device",
         "bin/" + "n" * 200 + "/" + "m" * 31 + ": in the staging folder its path has 256 characters, "
         "and the Launcher opens none of more than 255",
@@ -518,9 +519,9 @@ class Player:
             self.folder.put(name, content)
         self.folder.put("Updater/GameVersion.vpak", expected_channel(files, version)["GameVersion.vpak"])
 
-    def update(self, files: dict[str, bytes], version: str) -> list[str]:
-        """One run of the Launcher, which has to make the installation equal to the build. Returns
-        the payload files that it fetched."""
+    def update(self, files: dict[str, bytes], version: str, left: set[str] = frozenset()) -> list[str]:
+        """One run of the Launcher, which has to make the installation equal to the build, but for
+        the folders that this clean-up only empties. Returns the payload files that it fetched."""
         run = run_launcher(
             self.build, self.folder, None, answers=[ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)]
         )
@@ -531,7 +532,8 @@ class Player:
         expected["Updater/GameVersion.vpak"] = expected.pop("GameVersion.vpak")
         expected["Updater/UpdaterData.vpak"] = self.settings
         expected["Launcher.exe"] = self.folder.read("Launcher.exe")
-        assert tree_of(self.folder.root) == {**expected, "Updater": None, "Intermediate": None}
+        expected.update(dict.fromkeys(["Updater", "Intermediate", *left]))
+        assert tree_of(self.folder.root) == expected
         self.nginx.settle()
         requests = self.nginx.new_requests()
         head = "/updates/release/"
@@ -583,7 +585,8 @@ def test_the_strict_launcher_takes_a_flat_game(build, player):
 def test_every_character_that_a_name_may_have_reaches_the_player(build, player):
     made = player(build.walk_on, build.publish_walk_on)
     first = {GAME: build.player.read_bytes()}
-    special = [chr(c) for c in range(0x20, 0x7F) if chr(c) not in "%#?'\"*:<>|\\/"]
+    special = [c for c in map(chr, range(0x20, 0x7F)) if not c.isalnum() and c not in "%#?'\"*:<>|\\/"]
+    assert len(special) == 33 - 12
     second = {**first, **{f"bin/n{ord(c)} a{c}b": c.encode() for c in special}}
     second.update({f"folder {c} x/{c}y{c}z": c.encode() * 2 for c in special if c != "."})
     made.publish("first", first, "1.0.0.0")
@@ -617,4 +620,5 @@ def test_a_build_of_5000_files_and_its_successor(build, player, server):
     channel = tree_of(server / "updates/release")
     expected = expected_channel(second, "1.0.0.1")
     assert {k: v for k, v in channel.items() if not k.startswith("updater")} == expected
-    assert made.update(second, "1.0.0.1") == changed
+    emptied = {p for name in first for p in parents(name)} - {p for name in second for p in parents(name)}
+    assert made.update(second, "1.0.0.1", emptied) == changed
