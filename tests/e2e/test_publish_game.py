@@ -6,6 +6,7 @@ import random
 import shutil
 import subprocess
 import time
+import urllib.parse
 
 import pytest
 
@@ -545,7 +546,7 @@ class Player:
             (head + "game_update.manifest", 200),
         ]
         assert {r.status for r in requests[5:]} <= {200}
-        return [r.path[len(head) :] for r in requests[5:]]
+        return [urllib.parse.unquote(r.path[len(head) :]) for r in requests[5:]]
 
 
 @pytest.fixture
