@@ -4,12 +4,42 @@
 
 #include <wininet.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
+#include <vector>
 
+#include "net/com_scope.h"
 #include "support/loopback_server.h"
+#include "support/replaced_call.h"
 #include "support/wininet_text.h"
+
+extern "C" {
+extern void* internetOpenSlot __asm__("__imp_InternetOpenW");
+extern void* internetOpenUrlSlot __asm__("__imp_InternetOpenUrlW");
+extern void* httpQueryInfoSlot __asm__("__imp_HttpQueryInfoW");
+extern void* internetReadFileSlot __asm__("__imp_InternetReadFile");
+extern void* internetCloseHandleSlot __asm__("__imp_InternetCloseHandle");
+}
+
+namespace {
+
+/// No more memory than this is given out at once.
+std::size_t mostMemory = SIZE_MAX;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const memory = size > mostMemory ? nullptr : std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace ve {
 namespace {
@@ -161,7 +191,9 @@ TEST(Download, AnUnreachableServerFailsWithTheWordsOfWinINet) {
 }
 
 TEST(Download, UrlsThatAreNoneFailWithTheWordsOfWinINet) {
-  EXPECT_EQ(Download(L"").Error(), WinINetWords(ERROR_INVALID_PARAMETER));
+  // Wine refuses the empty URL as a parameter, Windows as a URL without a scheme.
+  EXPECT_THAT(Download(L"").Error(), AnyOf(WinINetWords(ERROR_INVALID_PARAMETER),
+                                           WinINetWords(ERROR_INTERNET_UNRECOGNIZED_SCHEME)));
   EXPECT_EQ(Download(L"updates/release/file").Error(), WinINetWords(12006));
 }
 
@@ -194,6 +226,124 @@ TEST(Download, NothingIsLeftInTheSystemsCache) {
   DWORD size = 0;
   EXPECT_FALSE(GetUrlCacheEntryInfoW(server.Url("/file").c_str(), nullptr, &size));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+/// The calls of a download in their order, with what decides about them. They reach no network:
+/// the response has the status 200, the given length and one piece, "piece".
+class Calls {
+ public:
+  explicit Calls(DWORD contentLength) {
+    calls_.clear();
+    contentLength_ = contentLength;
+  }
+
+  [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
+
+  /// Which call does not succeed; as in Made().
+  static void Fail(const std::string& call) { failing_ = call; }
+  ~Calls() { failing_.clear(); }
+  Calls(const Calls&) = delete;
+  Calls& operator=(const Calls&) = delete;
+
+ private:
+  static constexpr ULONG_PTR kRoot = 1;
+  static constexpr ULONG_PTR kRequest = 2;
+
+  static const char* Null(const void* pointer) { return pointer == nullptr ? "null" : "given"; }
+  static const char* Name(HINTERNET handle) {
+    return reinterpret_cast<ULONG_PTR>(handle) == kRoot ? "root" : "request";
+  }
+  static bool Record(const std::string& call) {
+    calls_.push_back(call);
+    SetLastError(ERROR_INTERNET_TIMEOUT);
+    return call != failing_;
+  }
+
+  static HINTERNET WINAPI Open(const wchar_t* agent, DWORD type, const wchar_t* proxy,
+                               const wchar_t* bypass, DWORD flags) {
+    const bool succeeds =
+        Record(Format("open {} {} {} {} {}", Null(agent), type, Null(proxy), Null(bypass), flags));
+    return reinterpret_cast<HINTERNET>(succeeds ? kRoot : 0);
+  }
+  static HINTERNET WINAPI OpenUrl(HINTERNET root, const wchar_t* url, const wchar_t* headers,
+                                  DWORD headersLength, DWORD flags, DWORD_PTR context) {
+    const bool succeeds = Record(Format("url {} {} {} {} {} {}", Name(root), url, Null(headers),
+                                        headersLength, flags, std::uint64_t{context}));
+    return reinterpret_cast<HINTERNET>(succeeds ? kRequest : 0);
+  }
+  static BOOL WINAPI Query(HINTERNET request, DWORD what, void* value, DWORD* size, DWORD* index) {
+    const bool isStatus = what == 0x20000013;
+    std::memcpy(value, isStatus ? &kStatus : &contentLength_, sizeof(DWORD));
+    return Record(Format("query {} {} {} {}", Name(request), what, *size, Null(index))) ? TRUE
+                                                                                        : FALSE;
+  }
+  static BOOL WINAPI Read(HINTERNET request, void* buffer, DWORD size, DWORD* length) {
+    const std::string call = Format("read {} {}", Name(request), size);
+    const bool isFirst = calls_.empty() || calls_.back() != call;
+    *length = isFirst ? 5 : 0;
+    std::memcpy(buffer, "piece", *length);
+    return Record(call) ? TRUE : FALSE;
+  }
+  static BOOL WINAPI Close(HINTERNET handle) {
+    Record(Format("close {}, COM {}", Name(handle), ComScope::Count()));
+    SetLastError(ERROR_INVALID_HANDLE);
+    return TRUE;
+  }
+
+  static constexpr DWORD kStatus = 200;
+  inline static std::vector<std::string> calls_;
+  inline static std::string failing_;
+  inline static DWORD contentLength_ = 0;
+  test::ReplacedCall open_{internetOpenSlot, &Open};
+  test::ReplacedCall openUrl_{internetOpenUrlSlot, &OpenUrl};
+  test::ReplacedCall query_{httpQueryInfoSlot, &Query};
+  test::ReplacedCall read_{internetReadFileSlot, &Read};
+  test::ReplacedCall close_{internetCloseHandleSlot, &Close};
+};
+
+constexpr const char* kOpen = "open null 1 null null 0";
+constexpr const char* kOpenUrl = "url root http://server/ null 0 2214854656 0";  // 0x84040000
+constexpr const char* kQueryStatus = "query request 536870931 4 null";           // 0x20000013
+constexpr const char* kQueryLength = "query request 536870917 4 null";           // 0x20000005
+constexpr const char* kRead = "read request 1024";
+constexpr const char* kCloseRequest = "close request, COM 1";
+constexpr const char* kCloseRoot = "close root, COM 1";
+
+TEST(Download, CallsTheSystemAsItShouldAndClosesTheRequestBeforeItsRoot) {
+  const Calls calls(5);
+  DownloadResult result = Download(L"http://server/");
+  ASSERT_TRUE(result.Succeeded());
+  EXPECT_EQ(result.Body(), "piece");
+  EXPECT_THAT(Calls::Made(), ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead, kRead,
+                                         kCloseRequest, kCloseRoot));
+  EXPECT_EQ(ComScope::Count(), 0U);
+}
+
+TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
+  const std::vector<std::string> all = {kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead};
+  for (std::size_t failing = 0; failing < all.size(); ++failing) {
+    const Calls calls(5);
+    Calls::Fail(all[failing]);
+    const DownloadResult result = Download(L"http://server/");
+    ASSERT_FALSE(result.Succeeded()) << all[failing];
+    // Closing has an error of its own, which must not take its place.
+    EXPECT_EQ(result.Error(), WinINetWords(ERROR_INTERNET_TIMEOUT)) << all[failing];
+    std::vector<std::string> expected(all.begin(), all.begin() + static_cast<int>(failing) + 1);
+    if (failing > 1) expected.emplace_back(kCloseRequest);
+    if (failing > 0) expected.emplace_back(kCloseRoot);
+    EXPECT_EQ(Calls::Made(), expected) << all[failing];
+    EXPECT_EQ(ComScope::Count(), 0U) << all[failing];
+  }
+}
+
+TEST(Download, WithoutTheMemoryThatTheLengthAsksForItThrowsAndClosesAllTheSame) {
+  const Calls calls(50'000'000);
+  mostMemory = 10'000'000;
+  EXPECT_THROW((void)Download(L"http://server/"), std::bad_alloc);
+  mostMemory = SIZE_MAX;
+  EXPECT_THAT(Calls::Made(),
+              ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kCloseRequest, kCloseRoot));
+  EXPECT_EQ(ComScope::Count(), 0U);
 }
 
 }  // namespace
