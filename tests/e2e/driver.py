@@ -287,7 +287,7 @@ class Run:
     def describe(self) -> str:
         return (
             f"dialogs {self.dialogs}, windows {[w['caption'] for w in self.windows]}, "
-            f"exits {self.exits}, failure {self.failure}, errors {self._watcher.errors()!r}"
+            f"starts {self.starts}, exits {self.exits}, failure {self.failure}, errors {self._watcher.errors()!r}"
         )
 
     @property
@@ -359,6 +359,9 @@ class LauncherRun(Run):
         self._last_request = len(self._server.requests) if self._server else 0
         codes = self.exit_codes(self.launcher)
         assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
+
+    def describe(self) -> str:
+        return f"{super().describe()}, requests {self.requests}"
 
     @property
     def was_not_started(self) -> bool:

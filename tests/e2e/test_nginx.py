@@ -66,7 +66,7 @@ def test_a_game_is_updated_and_started(scene):
     scene.folder.put("bin/game.dll", b"old")
     scene.folder.put("bin/unlisted.dll", b"goes")
     large = bytes(range(256)) * 8192
-    files = {"bin/game.dll": b"new", "bin/data/large.pak": large, "bin/empty": b""}
+    files = {"bin/game.dll": b"new", "bin/data/large.pak": large}
     player = scene.build.player.read_bytes()
     lines = [formats.file_line(name, content) for name, content in files.items()]
     scene.offer_game(files, ["bin", "bin/data"], [*lines, formats.file_line(GAME, player)])
@@ -77,7 +77,6 @@ def test_a_game_is_updated_and_started(scene):
         VERSION_FILE: (formats.game_version(*INSTALLED), formats.game_version(*NEWER)),
         "bin/data": ("-", None),
         "bin/data/large.pak": ("-", f"md5 {formats.md5(large)}"),
-        "bin/empty": ("-", b""),
         "bin/game.dll": (b"old", b"new"),
         "bin/unlisted.dll": (b"goes", "-"),
     }

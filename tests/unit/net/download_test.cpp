@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "core/unicode.h"
 #include "net/com_scope.h"
 #include "support/loopback_server.h"
 #include "support/replaced_call.h"
@@ -24,22 +25,8 @@ extern void* internetOpenUrlSlot __asm__("__imp_InternetOpenUrlW");
 extern void* httpQueryInfoSlot __asm__("__imp_HttpQueryInfoW");
 extern void* internetReadFileSlot __asm__("__imp_InternetReadFile");
 extern void* internetCloseHandleSlot __asm__("__imp_InternetCloseHandle");
+extern void* mallocSlot __asm__("__imp_malloc");
 }
-
-namespace {
-
-/// No more memory than this is given out at once.
-std::size_t mostMemory = SIZE_MAX;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  void* const memory = size > mostMemory ? nullptr : std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace ve {
 namespace {
@@ -262,13 +249,15 @@ class Calls {
   static HINTERNET WINAPI Open(const wchar_t* agent, DWORD type, const wchar_t* proxy,
                                const wchar_t* bypass, DWORD flags) {
     const bool succeeds =
-        Record(Format("open {} {} {} {} {}", Null(agent), type, Null(proxy), Null(bypass), flags));
+        Record(Format("open {} {} {} {} ", Null(agent), type, Null(proxy), Null(bypass)) +
+               std::to_string(flags));
     return reinterpret_cast<HINTERNET>(succeeds ? kRoot : 0);
   }
   static HINTERNET WINAPI OpenUrl(HINTERNET root, const wchar_t* url, const wchar_t* headers,
                                   DWORD headersLength, DWORD flags, DWORD_PTR context) {
-    const bool succeeds = Record(Format("url {} {} {} {} {} {}", Name(root), url, Null(headers),
-                                        headersLength, flags, std::uint64_t{context}));
+    const bool succeeds =
+        Record(Format("url {} {} {} {} ", Name(root), ToUtf8(url), Null(headers), headersLength) +
+               Format("{} {}", flags, std::uint64_t{context}));
     return reinterpret_cast<HINTERNET>(succeeds ? kRequest : 0);
   }
   static BOOL WINAPI Query(HINTERNET request, DWORD what, void* value, DWORD* size, DWORD* index) {
@@ -337,10 +326,15 @@ TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
 }
 
 TEST(Download, WithoutTheMemoryThatTheLengthAsksForItThrowsAndClosesAllTheSame) {
-  const Calls calls(50'000'000);
-  mostMemory = 10'000'000;
+  constexpr DWORD kTooMuch = 50'000'000;
+  static void* const realMalloc = mallocSlot;
+  const Calls calls(kTooMuch);
+  const test::ReplacedCall little(
+      mallocSlot, +[](std::size_t size) -> void* {
+        return size < kTooMuch ? reinterpret_cast<decltype(&std::malloc)>(realMalloc)(size)
+                               : nullptr;
+      });
   EXPECT_THROW((void)Download(L"http://server/"), std::bad_alloc);
-  mostMemory = SIZE_MAX;
   EXPECT_THAT(Calls::Made(),
               ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kCloseRequest, kCloseRoot));
   EXPECT_EQ(ComScope::Count(), 0U);
