@@ -156,7 +156,7 @@ class Run:
         self.ended = False
         self.grabbed: set[int] = set()
         self._open_windows: set[int] = set()
-        self._open_dialogs: set[int] = set()
+        self._open_dialogs: dict[int, int] = {}  # window to process
         self._pending: tuple[Press, dict] | None = None
         self._answers = collections.deque(answers)
         self._windows_allowed = windows_allowed
@@ -223,9 +223,13 @@ class Run:
             self.ended = True
             return
         getattr(self, "_on_" + event["event"])(event)
-        if self._pending and (not self._pending[0].when or self._pending[0].when(self)):
-            self._press(*self._pending)
-            self._pending = None
+        if self._pending:
+            expected, dialog = self._pending
+            held_back = expected.when is not None and not expected.when(self)
+            # A dialog that is gone can no longer be answered, and stays unanswered.
+            if not held_back and dialog["window"] in self._open_dialogs:
+                self._press(expected, dialog)
+                self._pending = None
 
     def _on_started(self, event: dict) -> None:
         self.started = True
@@ -238,13 +242,16 @@ class Run:
 
     def _on_exit(self, event: dict) -> None:
         self.exits.append(Exit(event["name"], event.get("code")))
+        for window, process in list(self._open_dialogs.items()):
+            if process == event["process"]:
+                del self._open_dialogs[window]
 
     def _on_grabbed(self, event: dict) -> None:
         self.grabbed.add(event["window"])
 
     def _on_gone(self, event: dict) -> None:
         self._open_windows.discard(event["window"])
-        self._open_dialogs.discard(event["window"])
+        self._open_dialogs.pop(event["window"], None)
 
     def _on_controls(self, event: dict) -> None:
         self.controls[event["window"]].append(event["controls"])
@@ -266,7 +273,7 @@ class Run:
             event["icon"],
         )
         self.dialogs.append(shown)
-        self._open_dialogs.add(event["window"])
+        self._open_dialogs[event["window"]] = event["process"]
         expected = self._answers.popleft() if self._answers else None
         assert expected is not None, f"unexpected dialog {shown}"
         assert shown == expected.dialog
@@ -287,7 +294,8 @@ class Run:
     def describe(self) -> str:
         return (
             f"dialogs {self.dialogs}, windows {[w['caption'] for w in self.windows]}, "
-            f"starts {self.starts}, exits {self.exits}, failure {self.failure}, errors {self._watcher.errors()!r}"
+            f"starts {self.starts}, exits {self.exits}, failure {self.failure}, "
+            f"errors {self._watcher.errors()!r}"
         )
 
     @property
@@ -296,7 +304,7 @@ class Run:
 
     @property
     def open_dialogs(self) -> set[int]:
-        return self._open_dialogs
+        return set(self._open_dialogs)
 
     def exit_codes(self, program: str) -> list[int | None]:
         return [ended.code for ended in self.exits if ended.program.lower() == program.lower()]

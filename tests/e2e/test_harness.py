@@ -138,6 +138,16 @@ def test_a_dialog_that_is_never_answered_fails_the_run(build, place):
         run.finish()
 
 
+def test_a_dialog_whose_answer_comes_too_late_fails_the_run(build, place):
+    box = Dialog("A caption", "text", ("OK",), "none")
+    answers = [ok(box, when=lambda r: r.exits != [])]
+    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    run.wait_until(lambda r: r.dialogs != [], "the box")
+    run.end_all()
+    with pytest.raises(AssertionError, match="never answered"):
+        run.finish()
+
+
 @pytest.fixture
 def started_once(monkeypatch):
     """The starts of the Launcher that were put down to Wine, which are to be none."""
