@@ -20,12 +20,12 @@
 #include "support/wininet_text.h"
 
 extern "C" {
-extern void* internetOpenSlot __asm__("__imp_InternetOpenW");
-extern void* internetOpenUrlSlot __asm__("__imp_InternetOpenUrlW");
-extern void* httpQueryInfoSlot __asm__("__imp_HttpQueryInfoW");
-extern void* internetReadFileSlot __asm__("__imp_InternetReadFile");
-extern void* internetCloseHandleSlot __asm__("__imp_InternetCloseHandle");
-extern void* mallocSlot __asm__("__imp_malloc");
+extern void* VE_IMPORTED(InternetOpenW);
+extern void* VE_IMPORTED(InternetOpenUrlW);
+extern void* VE_IMPORTED(HttpQueryInfoW);
+extern void* VE_IMPORTED(InternetReadFile);
+extern void* VE_IMPORTED(InternetCloseHandle);
+extern void* VE_IMPORTED(malloc);
 }
 
 namespace ve {
@@ -283,11 +283,11 @@ class Calls {
   inline static std::vector<std::string> calls_;
   inline static std::string failing_;
   inline static DWORD contentLength_ = 0;
-  test::ReplacedCall open_{internetOpenSlot, &Open};
-  test::ReplacedCall openUrl_{internetOpenUrlSlot, &OpenUrl};
-  test::ReplacedCall query_{httpQueryInfoSlot, &Query};
-  test::ReplacedCall read_{internetReadFileSlot, &Read};
-  test::ReplacedCall close_{internetCloseHandleSlot, &Close};
+  test::ReplacedCall open_{VE_IMPORTED(InternetOpenW), &Open};
+  test::ReplacedCall openUrl_{VE_IMPORTED(InternetOpenUrlW), &OpenUrl};
+  test::ReplacedCall query_{VE_IMPORTED(HttpQueryInfoW), &Query};
+  test::ReplacedCall read_{VE_IMPORTED(InternetReadFile), &Read};
+  test::ReplacedCall close_{VE_IMPORTED(InternetCloseHandle), &Close};
 };
 
 constexpr const char* kOpen = "open null 1 null null 0";
@@ -327,10 +327,10 @@ TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
 
 TEST(Download, WithoutTheMemoryThatTheLengthAsksForItThrowsAndClosesAllTheSame) {
   constexpr DWORD kTooMuch = 50'000'000;
-  static void* const realMalloc = mallocSlot;
+  static void* const realMalloc = VE_IMPORTED(malloc);
   const Calls calls(kTooMuch);
   const test::ReplacedCall little(
-      mallocSlot, +[](std::size_t size) -> void* {
+      VE_IMPORTED(malloc), +[](std::size_t size) -> void* {
         return size < kTooMuch ? reinterpret_cast<decltype(&std::malloc)>(realMalloc)(size)
                                : nullptr;
       });

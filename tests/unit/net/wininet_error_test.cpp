@@ -13,7 +13,7 @@
 #include "support/replaced_call.h"
 #include "support/wininet_text.h"
 
-extern "C" void* getLastResponseInfoSlot __asm__("__imp_InternetGetLastResponseInfoW");
+extern "C" void* VE_IMPORTED(InternetGetLastResponseInfoW);
 
 namespace ve {
 namespace {
@@ -51,7 +51,7 @@ class LastResponse {
 
   inline static std::optional<std::wstring> text_;
   inline static std::vector<DWORD> sizes_;
-  test::ReplacedCall call_{getLastResponseInfoSlot, &Get};
+  test::ReplacedCall call_{VE_IMPORTED(InternetGetLastResponseInfoW), &Get};
 };
 
 WinINetErrorText TextOf(DWORD error) {

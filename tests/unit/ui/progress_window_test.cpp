@@ -19,10 +19,10 @@
 #include "support/replaced_call.h"
 
 extern "C" {
-extern void* initCommonControlsSlot __asm__("__imp_InitCommonControlsEx");
-extern void* registerClassSlot __asm__("__imp_RegisterClassW");
-extern void* destroyWindowSlot __asm__("__imp_DestroyWindow");
-extern void* sleepSlot __asm__("__imp_Sleep");
+extern void* VE_IMPORTED(InitCommonControlsEx);
+extern void* VE_IMPORTED(RegisterClassW);
+extern void* VE_IMPORTED(DestroyWindow);
+extern void* VE_IMPORTED(Sleep);
 }
 
 namespace ve {
@@ -334,8 +334,8 @@ class Preparations {
   }
 
   inline static std::vector<std::string> made_;
-  test::ReplacedCall initControls_{initCommonControlsSlot, &InitControls};
-  test::ReplacedCall register_{registerClassSlot, &Register};
+  test::ReplacedCall initControls_{VE_IMPORTED(InitCommonControlsEx), &InitControls};
+  test::ReplacedCall register_{VE_IMPORTED(RegisterClassW), &Register};
 };
 
 TEST(ProgressWindow, TheFirstOneOfAProcessAloneRegistersItsClassAndPreparesTheBars) {
@@ -357,7 +357,7 @@ TEST(ProgressWindow, TheFirstOneOfAProcessAloneRegistersItsClassAndPreparesTheBa
 TEST(ProgressWindow, IsDestroyedBeforeItsLabelAndThatBeforeItsBar) {
   static std::vector<HWND> destroyed;
   destroyed.clear();
-  static void* real = destroyWindowSlot;
+  static void* real = VE_IMPORTED(DestroyWindow);
   const auto destroy = [](HWND window) -> BOOL {
     destroyed.push_back(window);
     return reinterpret_cast<decltype(&DestroyWindow)>(real)(window);
@@ -367,7 +367,7 @@ TEST(ProgressWindow, IsDestroyedBeforeItsLabelAndThatBeforeItsBar) {
   const HWND window = FindProgressWindows().front();
   const HWND label = FindLabel(window);
   const HWND bar = FindBar(window);
-  const test::ReplacedCall call(destroyWindowSlot, +destroy);
+  const test::ReplacedCall call(VE_IMPORTED(DestroyWindow), +destroy);
   progress.reset();
   EXPECT_THAT(destroyed, ElementsAre(window, label, bar));
 }
@@ -378,7 +378,7 @@ TEST(RunProgressWindow, SleepsForTenMillisecondsInEveryRound) {
   slept.clear();
   finished = false;
   const test::ReplacedCall call(
-      sleepSlot, +[](DWORD milliseconds) {
+      VE_IMPORTED(Sleep), +[](DWORD milliseconds) {
         slept.push_back(milliseconds);
         finished = slept.size() == 3;
       });
