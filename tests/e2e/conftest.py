@@ -24,7 +24,8 @@ def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption(
         "--build",
         default=os.environ.get("LAUNCHER_BUILD", str(PROJECT / "build" / "release")),
-        help="the build directory whose programs are tested (default: $LAUNCHER_BUILD, else build/release)",
+        help="the build directory whose programs are tested, given as --build=DIR: after a blank pytest "
+        "takes it for a folder of tests (default: $LAUNCHER_BUILD, else build/release)",
     )
 
 

@@ -9,6 +9,7 @@ import shutil
 GAME = "bin/Velmorant Player.exe"
 LOG = "Logs/updater.log"
 STAGING = "Intermediate/Update"
+HIDDEN_ATTRIBUTE = 0x2
 SYSTEM_ATTRIBUTE = 0x4
 
 
@@ -23,6 +24,10 @@ def windows_attributes(path: pathlib.Path) -> int:
         return int(os.getxattr(path, "user.DOSATTRIB").decode().rstrip("\0"), 16)
     except OSError:
         return 0
+
+
+def set_windows_attributes(path: pathlib.Path, attributes: int) -> None:
+    os.setxattr(path, "user.DOSATTRIB", f"{attributes:#x}".encode())
 
 
 def parse_log(raw: bytes) -> list[str]:

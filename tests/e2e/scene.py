@@ -29,6 +29,7 @@ class Scene:
         self.settings = formats.updater_data(server.url)
         self.launcher = "Launcher.exe"
         self._helpers: list[Watcher] = []
+        self._runs: list[LauncherRun] = []
 
         self.folder.put_copy("Launcher.exe", build.launcher)
         self.folder.put_copy(GAME, build.player)
@@ -85,7 +86,9 @@ class Scene:
 
     def start(self, answers: list[Press] | None = None, **options) -> LauncherRun:
         options.setdefault("launcher", self.launcher)
-        return LauncherRun(self.build, self.folder, self.server, answers=answers, **options)
+        run = LauncherRun(self.build, self.folder, self.server, answers=answers, **options)
+        self._runs.append(run)
+        return run
 
     def run(self, answers: list[Press] | None = None, **options) -> LauncherRun:
         options.setdefault("launcher", self.launcher)
@@ -126,6 +129,9 @@ class Scene:
         )
 
     def close(self) -> None:
+        # A failed test may leave runs behind; the server's threads wait for their connections.
+        for run in self._runs:
+            run.close()
         for helper in self._helpers:
             helper.close()
         self.server.close()

@@ -1,5 +1,9 @@
 """Applying an update: copying, cleaning up, recording the new version, saying so."""
 
+import os
+import pathlib
+import select
+
 import pytest
 
 import formats
@@ -288,7 +292,7 @@ def assert_ended_abnormally(scene, run) -> None:
 def test_the_clean_up_ends_the_program_at_a_filled_folder_after_all_copies(scene):
     """The normal case of a game in "bin": copied, staging there, and the version still the old."""
     scene.offer_game({"bin/new.dll": b"new", "data/pak": b"data"}, ["bin", "data"])
-    run = scene.run([ok(UPDATE_AVAILABLE)])
+    run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     for name, content in {"bin/new.dll": b"new", "data/pak": b"data"}.items():
         assert scene.folder.read(name) == content
         assert scene.folder.read(f"{STAGING}/{name}") == content
@@ -298,8 +302,8 @@ def test_the_clean_up_ends_the_program_at_a_filled_folder_after_all_copies(scene
 
 def test_the_next_run_after_such_an_end_finds_everything_current_and_ends_alike(scene):
     scene.offer_game({"bin/new.dll": b"new"}, ["bin"])
-    scene.run([ok(UPDATE_AVAILABLE)])
-    run = scene.run([ok(UPDATE_AVAILABLE)])
+    scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK)
     assert run.changes() == {}
     assert_ended_abnormally(scene, run)
@@ -308,16 +312,70 @@ def test_the_next_run_after_such_an_end_finds_everything_current_and_ends_alike(
 def test_even_a_folder_full_of_listed_files_ends_the_program(scene):
     player = scene.build.player.read_bytes()
     scene.offer_game({GAME: player}, ["bin"], [formats.file_line(GAME, player)])
-    run = scene.run([ok(UPDATE_AVAILABLE)])
+    run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK)
     assert_ended_abnormally(scene, run)
 
 
-def test_the_progress_window_is_gone_before_anything_is_applied_in_a_failing_run_too(scene):
+class Pipe:
+    """A pipe with a name: who writes more than a little into it stands still until it is read."""
+
+    def __init__(self, path: pathlib.Path) -> None:
+        os.mkfifo(path)
+        self._end = os.open(path, os.O_RDONLY | os.O_NONBLOCK)
+
+    def has_data(self) -> bool:
+        return select.select([self._end], [], [], 0)[0] != []
+
+    def drain(self) -> bytes:
+        """What is in it now."""
+        return os.read(self._end, 1 << 20) if self.has_data() else b""
+
+    def close(self) -> None:
+        os.close(self._end)
+
+
+@pytest.fixture
+def pipe(scene):
+    made = Pipe(scene.place / "pipe")
+    yield made
+    made.close()
+
+
+def test_the_progress_window_goes_when_the_applying_begins(flat, pipe):
+    """The first installed file is a pipe, in which the copying gets stuck until the window went."""
+    content = bytes(range(256)) * 4096
+    flat.folder.path("data.pak").symlink_to(flat.place / "pipe")
+    flat.offer_game({"data.pak": content, "later.pak": b"later"}, ["Saved"])
+    gate = flat.server.hold(flat.updates + "later.pak")
+    run = flat.start([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    run.wait_until(lambda r: r.open_windows != set(), "the progress window")
+    run.wait_for(gate)
+    assert not pipe.has_data(), "nothing is installed before everything is staged"
+    gate.open()
+    run.wait_until(lambda r: pipe.has_data(), "the first copy")
+    run.wait_until(lambda r: not r.open_windows, "the end of the progress window")
+    assert run.exits == []
+    assert not flat.folder.has("later.pak"), "the copying has not come to the second file"
+    received = b""
+
+    def drained(_) -> bool:
+        nonlocal received
+        received += pipe.drain()
+        return len(received) == len(content)
+
+    run.wait_until(drained, "the whole first copy")
+    assert received == content
+    run.finish()
+    assert flat.folder.read("later.pak") == b"later"
+    assert_updated(flat, run)
+
+
+def test_an_end_while_applying_comes_without_waiting_for_the_window_and_without_a_box(scene):
     """The abnormal end comes while the window's thread has not been waited for; no box is shown."""
     scene.offer_game({"bin/new.dll": b"new"}, ["bin"])
     gate = scene.server.hold(scene.updates + "bin/new.dll")
-    run = scene.start([ok(UPDATE_AVAILABLE)])
+    run = scene.start([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     run.wait_until(lambda r: r.open_windows != set(), "the progress window")
     run.wait_for(gate)
     gate.open()
@@ -330,7 +388,7 @@ def test_an_installed_file_that_cannot_be_replaced_ends_the_program(flat):
     flat.folder.put("data.pak", b"old")
     flat.lock("data.pak", "read")
     flat.offer_game({"a.pak": b"a", "data.pak": b"new data", "z.pak": b"z"}, ["Saved"])
-    run = flat.run([ok(UPDATE_AVAILABLE)])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert flat.folder.read("a.pak") == b"a"
     assert flat.folder.read("data.pak") == b"old"
     assert not flat.folder.has("z.pak")
@@ -340,7 +398,7 @@ def test_an_installed_file_that_cannot_be_replaced_ends_the_program(flat):
 
 def test_a_running_launcher_that_is_listed_with_another_content_ends_the_program(flat):
     flat.offer_game({"Launcher.exe": b"another"}, ["Saved"])
-    run = flat.run([ok(UPDATE_AVAILABLE)])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert flat.folder.read("Launcher.exe") == flat.build.launcher.read_bytes()
     assert_ended_abnormally(flat, run)
 
@@ -349,7 +407,7 @@ def test_an_unlisted_file_that_cannot_be_removed_ends_the_program(flat):
     flat.folder.put("unlisted.txt", b"in use")
     flat.lock("unlisted.txt", "read")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
-    run = flat.run([ok(UPDATE_AVAILABLE)])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert flat.folder.read("data.pak") == b"data"
     assert flat.folder.read("unlisted.txt") == b"in use"
     assert flat.folder.has(STAGING)
@@ -360,7 +418,7 @@ def test_a_directory_that_cannot_be_made_in_the_game_folder_ends_the_program(fla
     """A file stands where a level of the path has to be."""
     flat.folder.put("data", b"a file")
     flat.offer_game({"other": b"o"}, ["data", "data/sub"])
-    run = flat.run([ok(UPDATE_AVAILABLE)])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert flat.folder.read("data") == b"a file"
     assert not flat.folder.has("other"), "directories come before copies"
     assert_ended_abnormally(flat, run)
@@ -369,7 +427,7 @@ def test_a_directory_that_cannot_be_made_in_the_game_folder_ends_the_program(fla
 def test_a_version_file_that_cannot_be_written_ends_the_program_after_all_else(flat):
     flat.lock(VERSION_FILE, "read")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
-    run = flat.run([ok(UPDATE_AVAILABLE)])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert flat.folder.read("data.pak") == b"data"
     assert not flat.folder.has(STAGING), "the staging folder goes before the version is written"
     assert_ended_abnormally(flat, run)
@@ -378,7 +436,7 @@ def test_a_version_file_that_cannot_be_written_ends_the_program_after_all_else(f
 def test_an_end_at_the_version_file_is_made_good_by_the_next_run(flat):
     holder = flat.lock(VERSION_FILE, "read")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
-    assert_ended_abnormally(flat, flat.run([ok(UPDATE_AVAILABLE)]))
+    assert_ended_abnormally(flat, flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,)))
     holder.close()
     run = flat.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     assert run.requests == flat.requests(*CHECK)

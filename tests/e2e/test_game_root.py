@@ -38,6 +38,7 @@ def registry_to_oneself(scene):
 def test_without_arguments_the_start_up_directory_is_the_root(scene):
     scene.folder.put("sub/project.vegame", b"")
     run = scene.run()
+    assert run.requests == scene.requests("GameVersion.vpak")
     assert (run.exit_code, run.changes()) == (0, {})
     run.assert_game_started()
 
@@ -124,14 +125,15 @@ def test_more_than_one_argument_means_no_root(scene):
 
 
 def test_a_search_directory_that_does_not_exist_ends_the_program(scene):
-    run = scene.run(arguments=[windows_path(scene.place / "missing")])
+    missing = windows_path(scene.place / "missing")
+    run = scene.run(arguments=[missing], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED
     assert (run.requests, run.dialogs, run.windows, run.changes()) == ([], [], [], {})
     run.assert_game_not_started()
 
 
 def test_an_empty_argument_is_a_search_directory_that_cannot_be_read(scene):
-    run = scene.run(arguments=[""])
+    run = scene.run(arguments=[""], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED
     assert (run.requests, run.dialogs, run.changes()) == ([], [], {})
 

@@ -7,9 +7,11 @@ import urllib.request
 
 import pytest
 
+import driver
 from dialogs import Dialog
-from driver import EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
+from driver import ENDED_BY_TEST, EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
 from formats import Archive
+from game_folder import GAME
 from scripted_server import Answer, ClosedPort, ScriptedServer
 
 
@@ -98,7 +100,119 @@ def test_a_run_can_be_ended_from_outside(build, place):
     assert run.dialogs == [box]
     run.end_all()
     run.finish()
-    assert run.exit_codes("probe.exe") == [0xDEAD]
+    assert run.exit_codes("probe.exe") == [ENDED_BY_TEST]
+
+
+# --- Runs that must fail ----------------------------------------------------------------------
+
+
+def test_a_run_whose_program_does_not_exist_fails(build, place):
+    run = Run(build, place, place / "missing.exe", [], [], {}, ())
+    with pytest.raises(AssertionError, match="the start failed"):
+        run.finish()
+
+
+def test_a_run_whose_watch_breaks_off_fails(build, place, monkeypatch):
+    monkeypatch.setattr(build, "watch", build.probe)
+    run = Run(build, place, build.probe, [], [], {}, ())
+    with pytest.raises(AssertionError, match="the watch broke off"):
+        run.finish()
+
+
+def test_a_watch_that_reports_nonsense_fails_the_run_which_shows_it(build, place, monkeypatch):
+    monkeypatch.setattr(driver, "WINE", place / "wine")
+    driver.WINE.write_text("#!/bin/sh\necho nonsense\nexec cat >/dev/null\n")
+    driver.WINE.chmod(0o755)
+    run = probe(build, place)
+    with pytest.raises(AssertionError, match="the watch broke off.*nonsense"):
+        run.finish()
+
+
+def test_a_dialog_that_is_never_answered_fails_the_run(build, place):
+    box = Dialog("A caption", "text", ("OK",), "none")
+    answers = [ok(box, when=lambda _: False)]
+    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    run.wait_until(lambda r: r.dialogs != [], "the box")
+    run.end_all()
+    with pytest.raises(AssertionError, match="never answered"):
+        run.finish()
+
+
+def test_a_dialog_whose_answer_comes_too_late_fails_the_run(build, place):
+    box = Dialog("A caption", "text", ("OK",), "none")
+    answers = [ok(box, when=lambda r: r.exits != [])]
+    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    run.wait_until(lambda r: r.dialogs != [], "the box")
+    run.end_all()
+    with pytest.raises(AssertionError, match="never answered"):
+        run.finish()
+
+
+@pytest.fixture
+def started_once(monkeypatch):
+    """The starts of the Launcher that were put down to Wine, which are to be none."""
+    failed = []
+    monkeypatch.setattr(driver, "failed_starts", failed)
+    yield
+    assert failed == []
+
+
+@pytest.mark.parametrize("code", [1, TERMINATED, -1, -1073741819, 53])
+def test_a_launcher_that_ends_with_another_exit_code_fails_the_run(scene, started_once, code):
+    """Above all with that of an access violation, and before it has done anything."""
+    scene.install_launcher(scene.build.probe)
+    with pytest.raises(AssertionError, match="exit codes"):
+        scene.run(arguments=["exit", str(code)])
+
+
+def test_the_exit_code_of_a_restarted_launcher_counts_too(scene, started_once):
+    scene.install_launcher(scene.build.probe)
+    with pytest.raises(AssertionError, match=r"exit codes \[0, 3\]"):
+        scene.run(arguments=["child", "exit", "3"], expected_exits=(0, 0))
+    scene.run(arguments=["child", "exit", "3"], expected_exits=(0, TERMINATED))
+
+
+def test_a_launcher_that_hangs_before_its_first_request_fails_the_run(
+    scene, started_once, monkeypatch
+):
+    scene.install_launcher(scene.build.probe)
+    monkeypatch.setattr(driver, "DEADLINE", 5.0)
+    with pytest.raises(TimeoutError):
+        scene.run(arguments=["wait"])
+
+
+def test_a_start_that_failed_is_repeated_once_and_at_most_twice_in_a_session(scene, monkeypatch):
+    failed = []
+    monkeypatch.setattr(driver, "failed_starts", failed)
+    scene.folder.remove("Launcher.exe")
+    for count in (1, 2):
+        with pytest.warns(UserWarning, match="started again"):
+            with pytest.raises(AssertionError, match="the start failed"):
+                scene.run()
+        assert len(failed) == count
+    with pytest.raises(AssertionError, match="too many failed starts"):
+        scene.run()
+
+
+def test_a_game_that_leaves_no_record_of_its_start_is_seen(scene):
+    scene.folder.put_copy(GAME, scene.build.probe)
+    run = scene.run()
+    assert run.game_starts == []
+    with pytest.raises(AssertionError):
+        run.assert_game_not_started()
+    with pytest.raises(AssertionError):
+        run.assert_game_started()
+
+
+def test_a_record_without_a_game_is_no_start(scene):
+    scene.install_launcher(scene.build.player)
+    run = scene.run()
+    assert len(run.game_starts) == 1
+    with pytest.raises(AssertionError):
+        run.assert_game_started()
+
+
+# --- Formats and servers ----------------------------------------------------------------------
 
 
 def test_archives_are_laid_out_byte_for_byte():
@@ -130,6 +244,41 @@ def test_the_server_answers_as_scripted_and_records_requests_in_order():
             urllib.request.urlopen(server.url + "c")
         assert server.requests == ["/a", "/b", "/c"]
     finally:
+        server.close()
+
+
+def ask(server: ScriptedServer, head: bytes) -> bytes:
+    """What the server answers to these bytes."""
+    with socket.create_connection(("127.0.0.1", server.port)) as connection:
+        connection.sendall(head)
+        connection.shutdown(socket.SHUT_WR)
+        return b"".join(iter(lambda: connection.recv(4096), b""))
+
+
+@pytest.mark.parametrize(
+    ("head", "recorded"),
+    [
+        (b"GET /a b HTTP/1.1\r\n\r\n", "GET /a b HTTP/1.1"),
+        (b"nonsense\r\n\r\n", "nonsense"),
+        (b"broken off", "broken off"),
+        (b"POST /a HTTP/1.1\r\n\r\n", "POST /a HTTP/1.1"),
+        (b"GET /a HTTP/1.1\r\n\r\n", "/a"),
+    ],
+)
+def test_the_server_records_whatever_it_is_asked(head, recorded):
+    server = ScriptedServer()
+    try:
+        assert ask(server, head).startswith(b"HTTP/1.1 404 ")
+        assert server.requests == [recorded]
+    finally:
+        server.close()
+
+
+def test_a_server_that_failed_fails_the_test():
+    server = ScriptedServer()
+    server.serve("a", Answer("text is no body"))
+    ask(server, b"GET /a HTTP/1.1\r\n\r\n")
+    with pytest.raises(AssertionError, match="TypeError"):
         server.close()
 
 

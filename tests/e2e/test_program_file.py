@@ -61,6 +61,20 @@ def test_it_keeps_the_runtime_from_showing_a_box(build: Build):
     assert re.search(r"\b_set_error_mode\b", headers(build.launcher))
 
 
+@pytest.mark.parametrize(
+    "text",
+    [
+        "Update failed.",
+        "Critical error while applying games update. Game might be corrupted. Try to update again; "
+        "or start game directly inside 'bin/' folder. If problems persist, try to download the whole "
+        "game again or contact the dev.",
+    ],
+)
+def test_it_holds_the_words_for_a_failed_application_that_no_run_comes_to(build: Build, text):
+    """A failure while applying ends the process before anything is shown."""
+    assert text.encode("utf-16-le") + b"\0\0" in build.launcher.read_bytes()
+
+
 def test_its_version_resource_says_6(build: Build):
     assert fixed_file_version(build.launcher) == (6, 0, 0, 0)
 

@@ -1,10 +1,12 @@
 """The progress window: what it is made of, and how it counts."""
 
+import time
+
 import pytest
 
 import formats
 from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import ok
+from driver import ENDED_BY_TEST, ok
 
 FILES = {f"file{number}": f"content {number}".encode() for number in range(1, 6)}
 
@@ -31,10 +33,13 @@ def bar(run) -> dict:
     return controls(run)["msctls_progress32"]
 
 
-def held_at(scene, name: str):
+WHOLE_UPDATE = (ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL))
+
+
+def held_at(scene, name: str, answers=WHOLE_UPDATE, **options):
     """A run that waits for the given file, with the window up and both controls in it."""
     gate = scene.server.hold(scene.updates + name)
-    run = scene.start([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    run = scene.start(list(answers), **options)
     run.wait_for(gate)
     run.wait_until(lambda r: len(controls(r)) == 2, "the window's controls")
     return run, gate
@@ -100,13 +105,14 @@ def test_more_files_than_16_bits_fill_a_bar_whose_range_is_cut(scene):
     scene.folder.remove("bin")
     lines = [formats.file_line("file", b"1")] * 70000
     scene.offer_game({"file": b"1"}, ["Saved"], lines)
-    run, gate = held_at(scene, "file")
+    run, gate = held_at(
+        scene, "file", [ok(UPDATE_AVAILABLE)], expected_exits=(ENDED_BY_TEST,)
+    )
     assert label(run) == "0 / 70000"
     assert (bar(run)["low"], bar(run)["high"]) == (0, 4464)
     run.end_all()
     gate.open()
-    run.wait_until(lambda r: r.ended, "the end")
-    run.close()
+    run.finish()
 
 
 def test_closing_the_window_does_not_end_the_update(flat):
@@ -120,6 +126,27 @@ def test_closing_the_window_does_not_end_the_update(flat):
     assert run.exit_code == 0
     for name, content in FILES.items():
         assert flat.folder.read(name) == content
+
+
+def test_a_window_that_is_held_delays_only_the_end_after_success_was_told(flat):
+    """Somebody drags the window, and its thread sees nothing else meanwhile. The update goes on
+    without it, and it is waited for when all else is done."""
+    shown_with = []
+    success = ok(UPDATE_SUCCESSFUL, meanwhile=lambda: shown_with.append(set(run.open_windows)))
+    run, gate = held_at(flat, "file5", [ok(UPDATE_AVAILABLE), success])
+    window = run.windows[0]
+    run.grab_window(window)
+    gate.open()
+    run.wait_until(lambda r: len(shown_with) == 1, "the success box")
+    assert shown_with == [{window["window"]}]
+    run.wait_until(lambda r: not r.open_dialogs, "the end of the success box")
+    # A Launcher that does not wait ends about now; one that does cannot end at all.
+    pause = time.monotonic() + 1
+    run.wait_until(lambda r: r.exits != [] or time.monotonic() > pause, "an early end")
+    assert (run.exits, run.open_windows) == ([], {window["window"]})
+    run.drop_window(window)
+    run.finish()
+    assert run.dialogs == [UPDATE_AVAILABLE, UPDATE_SUCCESSFUL]
 
 
 def test_the_window_answers_while_a_download_hangs(flat):

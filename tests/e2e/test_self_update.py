@@ -5,13 +5,23 @@ import pytest
 import formats
 from dialogs import RESTART_REQUIRED, SELF_UPDATE_FAILED, UPDATE_AVAILABLE
 from driver import cancel, ok
-from game_folder import LOG, SYSTEM_ATTRIBUTE, windows_attributes, windows_path
+from game_folder import (
+    HIDDEN_ATTRIBUTE,
+    LOG,
+    SYSTEM_ATTRIBUTE,
+    set_windows_attributes,
+    windows_attributes,
+    windows_path,
+)
 from scene import NEWER, matches
 from scripted_server import Answer
 
 SETTINGS = "Updater/UpdaterData.vpak"
 EXECUTABLE = "Launcher.exe"
 PARKED = "_old.exe"
+
+# The exit codes of the Launcher that restarts and of the one that it starts.
+BOTH = (0, 0)
 
 
 def offer_version_7(scene, name: str = EXECUTABLE) -> bytes:
@@ -39,7 +49,7 @@ REPLACING = [
 def test_a_newer_launcher_replaces_this_one_which_is_gone_after_the_restart(scene):
     old = scene.build.launcher.read_bytes()
     new = offer_version_7(scene)
-    run = scene.run([ok(RESTART_REQUIRED)])
+    run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
     # The second start is the new Launcher's, which finds itself current.
     assert run.requests == REPLACING + scene.requests("GameVersion.vpak")
     assert run.dialogs == [RESTART_REQUIRED]
@@ -59,8 +69,22 @@ def test_while_the_restart_is_announced_the_old_executable_is_parked_as_a_system
         attributes = windows_attributes(scene.folder.path(PARKED))
         seen.append((scene.folder.read(PARKED), scene.folder.read(EXECUTABLE), attributes))
 
-    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)])
+    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)], expected_exits=BOTH)
     assert seen == [(old, new, SYSTEM_ATTRIBUTE)]
+    assert not scene.folder.has(PARKED)
+    run.assert_game_started()
+
+
+def test_the_system_attribute_is_added_to_those_that_the_old_executable_has(scene):
+    offer_version_7(scene)
+    set_windows_attributes(scene.folder.path(EXECUTABLE), HIDDEN_ATTRIBUTE)
+    seen = []
+
+    def look() -> None:
+        seen.append(windows_attributes(scene.folder.path(PARKED)))
+
+    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)], expected_exits=BOTH)
+    assert seen == [HIDDEN_ATTRIBUTE | SYSTEM_ATTRIBUTE]
     assert not scene.folder.has(PARKED)
     run.assert_game_started()
 
@@ -75,7 +99,7 @@ def test_the_new_launcher_starts_only_after_ok(scene):
     def run_starts() -> int:
         return run.starts
 
-    run = scene.start([ok(RESTART_REQUIRED, meanwhile=look)])
+    run = scene.start([ok(RESTART_REQUIRED, meanwhile=look)], expected_exits=BOTH)
     run.finish()
     assert seen == [(REPLACING, 1)]
     run.assert_game_started()
@@ -87,7 +111,7 @@ def test_a_renamed_launcher_asks_for_its_own_name(scene):
     new = scene.build.next.read_bytes()
     scene.offer_launcher(7)
     scene.serve("updater/Start%20Velmorant.exe", new)
-    run = scene.run([ok(RESTART_REQUIRED)], launcher=name)
+    run = scene.run([ok(RESTART_REQUIRED)], launcher=name, expected_exits=BOTH)
     assert run.requests[2].replace("%20", " ") == "/updates/release/updater/Start Velmorant.exe"
     assert scene.folder.read(name) == new
     assert not scene.folder.has(PARKED)
@@ -105,7 +129,7 @@ def test_version_minus_one_counts_as_newer(scene):
         seen.append(scene.folder.read(EXECUTABLE))
         scene.offer_launcher(7)
 
-    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)])
+    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)], expected_exits=BOTH)
     assert seen == [new]
     assert run.requests[:3] == REPLACING
     run.assert_game_started()
@@ -127,7 +151,7 @@ def test_after_a_self_update_the_old_launcher_updates_no_game(scene):
     """The game update is the new Launcher's business, in its own run."""
     offer_version_7(scene)
     scene.offer_game_version(*NEWER)
-    run = scene.run([ok(RESTART_REQUIRED), cancel(UPDATE_AVAILABLE)])
+    run = scene.run([ok(RESTART_REQUIRED), cancel(UPDATE_AVAILABLE)], expected_exits=BOTH)
     assert run.requests == REPLACING + scene.requests("GameVersion.vpak")
     run.assert_game_started()
 
@@ -179,6 +203,8 @@ def test_a_failed_write_is_rolled_back_then_the_dialog_then_the_log_entry(scene)
     while the rollback can replace the link."""
     old = scene.build.launcher.read_bytes()
     offer_version_7(scene)
+    executable = scene.folder.path(EXECUTABLE)
+    set_windows_attributes(executable, HIDDEN_ATTRIBUTE | SYSTEM_ATTRIBUTE)
     scene.folder.path("launcher.exe").symlink_to(scene.place / "missing" / "file")
     seen = []
 
@@ -187,13 +213,15 @@ def test_a_failed_write_is_rolled_back_then_the_dialog_then_the_log_entry(scene)
         seen.append((names, scene.folder.read("launcher.exe"), scene.folder.log()))
 
     run = scene.run([ok(SELF_UPDATE_FAILED, meanwhile=look)])
-    assert seen == [(["Updater", "bin", "launcher.exe"], old, [])], "rolled back, and nothing logged yet, when the dialog comes"
+    # When the dialog comes it is rolled back, and nothing is logged yet.
+    assert seen == [(["Updater", "bin", "launcher.exe"], old, [])]
     message = (
         "Failed to open file for saving. File 'Launcher.exe'. Error: No such file or directory (2)"
     )
     assert run.log == [scene.self_update_entry(message)]
     assert run.requests == [*REPLACING, "/updates/release/GameVersion.vpak"]
-    assert windows_attributes(scene.folder.path("launcher.exe")) & SYSTEM_ATTRIBUTE == 0
+    # Only the system attribute goes, whether it was there before or came with the parking.
+    assert windows_attributes(scene.folder.path("launcher.exe")) == HIDDEN_ATTRIBUTE
     assert run.exit_code == 0
     run.assert_game_started()
 
@@ -298,6 +326,11 @@ def test_settings_that_cannot_be_read_leave_the_stale_executable_alone(scene):
     scene.folder.remove(SETTINGS)
     run = scene.run()
     assert scene.folder.read(PARKED) == b"stale"
+    message = (
+        "Failed to open file for loading. File 'Updater\\UpdaterData.vpak'. "
+        "Error: No such file or directory (2)"
+    )
+    assert run.log == [scene.settings_entry(message)]
     run.assert_game_started()
 
 
@@ -322,7 +355,7 @@ def test_settings_that_differ_in_one_byte_are_replaced_and_the_launcher_restarts
     def look() -> None:
         written.append((scene.folder.read(SETTINGS), list(scene.server.requests)))
 
-    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)])
+    run = scene.run([ok(RESTART_REQUIRED, meanwhile=look)], expected_exits=BOTH)
     assert written == [(new, scene.requests())]
     assert run.requests == scene.requests() + scene.requests("GameVersion.vpak")
     assert run.exit_codes(EXECUTABLE) == [0, 0]
@@ -335,7 +368,7 @@ def test_settings_that_differ_in_length_only_are_replaced(scene, tail):
     local = scene.settings + b"long"
     scene.folder.put(SETTINGS, local)
     scene.serve("updater/UpdaterData.vpak", scene.settings + tail)
-    run = scene.run([ok(RESTART_REQUIRED)])
+    run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
     assert run.changes() == {SETTINGS: (local, scene.settings + tail)}
     run.assert_game_started()
 
@@ -349,7 +382,7 @@ def test_the_restarted_launcher_follows_the_new_settings(scene):
     scene.offer_launcher(6)
     scene.serve("updater/UpdaterData.vpak", new)
     scene.offer_game_version(0, 0, 0, 1)
-    run = scene.run([ok(RESTART_REQUIRED)])
+    run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
     assert run.requests == first + scene.requests("GameVersion.vpak")
     assert run.log == []
     run.assert_game_started()
@@ -357,7 +390,7 @@ def test_the_restarted_launcher_follows_the_new_settings(scene):
 
 def test_settings_of_the_server_are_written_unread_even_if_they_are_nonsense(scene):
     scene.serve("updater/UpdaterData.vpak", b"nonsense")
-    run = scene.run([ok(RESTART_REQUIRED)])
+    run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
     assert scene.folder.read(SETTINGS) == b"nonsense"
     # The restarted Launcher can read neither URL nor channel, says so, and starts the game.
     assert run.requests == scene.requests()
@@ -367,7 +400,7 @@ def test_settings_of_the_server_are_written_unread_even_if_they_are_nonsense(sce
 
 def test_empty_settings_of_the_server_are_written(scene):
     scene.serve("updater/UpdaterData.vpak", b"")
-    run = scene.run([ok(RESTART_REQUIRED)])
+    run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
     assert scene.folder.read(SETTINGS) == b""
     assert run.log == [scene.settings_entry("Invalid header 0 for binary file.")]
     run.assert_game_started()

@@ -25,6 +25,7 @@ def test_the_launcher_does_not_wait_for_the_game(scene):
     run = scene.start(game_seconds=600)
     run.wait_until(lambda r: r.exits != [], "the Launcher's end")
     assert run.exit_code == 0
+    assert run.requests == scene.requests("GameVersion.vpak")
     # The game is still there, and shows its window.
     run.wait_until(lambda r: r.windows != [], "the game's window")
     assert run.windows[0]["caption"] == "Velmorant Player"
@@ -46,6 +47,7 @@ def test_a_missing_game_ends_in_silence_with_exit_code_0(scene):
 def test_a_broken_game_ends_in_silence_with_exit_code_0(scene):
     scene.folder.put(GAME, b"this is no program")
     run = scene.run()
+    assert run.requests == scene.requests("GameVersion.vpak")
     assert (run.dialogs, run.windows, run.changes()) == ([], [], {})
     assert run.exit_code == 0
     run.assert_game_not_started()
@@ -54,6 +56,7 @@ def test_a_broken_game_ends_in_silence_with_exit_code_0(scene):
 def test_a_missing_bin_folder_ends_in_silence_with_exit_code_0(scene):
     scene.folder.remove("bin")
     run = scene.run()
+    assert run.requests == scene.requests("GameVersion.vpak")
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_not_started()
 

@@ -137,7 +137,7 @@ def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
     studio.folder.put("bin/old.dll", b"in use")
     studio.lock("bin/old.dll", "read")
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
-    run = studio.run([ok(UPDATE_AVAILABLE)])
+    run = studio.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED
     assert studio.folder.read("bin/old.dll") == b"in use"
     assert studio.folder.has(STAGING)

@@ -5,6 +5,7 @@
 //   probe.exe abort                    ends through the standard termination handler
 //   probe.exe child ARGS...            starts itself with ARGS and ends at once, with code 0
 //   probe.exe hang                     a visible window that never handles its messages
+//   probe.exe wait                     never ends, without a window
 
 #include <windows.h>
 
@@ -54,5 +55,6 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   if (what == L"abort") std::terminate();
   if (what == L"child") return StartChild(arguments[0], count - 2, arguments + 2);
   if (what == L"hang") return Hang();
+  if (what == L"wait") Sleep(INFINITE);
   return 2;
 }

@@ -9,6 +9,9 @@
 //
 //   press WINDOW ID    press the button with that identifier
 //   close WINDOW       ask the window to close
+//   grab WINDOW        take hold of the window as if to move it: until it is dropped, its thread
+//                      does nothing but move it; reported as "grabbed" once that is so
+//   drop WINDOW        let go of it
 //   quit               end all watched processes
 //
 // It ends when all watched processes have ended or its input is closed; then no watched process
@@ -324,7 +327,6 @@ bool AddDialog(Report& report, HWND window, DWORD process) {
   }
   std::vector<std::string> list;
   list.reserve(buttons.size());
-  list.reserve(buttons.size());
   for (const auto& [left, button] : buttons) list.push_back(button);
   report.Add("text", text).Add("icon", icon).AddRaw("buttons", List(list));
   return true;
@@ -379,6 +381,7 @@ class Watch {
       for (const std::string& line : *lines) Obey(line);
       LookAtProcesses();
       LookAtWindows();
+      LookAtGrabs();
       if (allEnded_) {
         Report(L"end").Send();
         return;
@@ -400,6 +403,11 @@ class Watch {
       PostMessageW(WindowOf(window), WM_COMMAND, id, reinterpret_cast<LPARAM>(button));
     } else if (verb == "close") {
       PostMessageW(WindowOf(window), WM_CLOSE, 0, 0);
+    } else if (verb == "grab") {
+      PostMessageW(WindowOf(window), WM_SYSCOMMAND, SC_MOVE | HTCAPTION, 0);
+      grabs_.insert(WindowOf(window));
+    } else if (verb == "drop") {
+      PostMessageW(WindowOf(window), WM_KEYDOWN, VK_ESCAPE, 0);
     } else if (verb == "quit") {
       TerminateJobObject(job_, kEndedByWatch);
     }
@@ -516,10 +524,25 @@ class Watch {
     Report(L"controls").Add("window", NumberOf(window)).AddRaw("controls", *controls).Send();
   }
 
+  void LookAtGrabs() {
+    for (auto grab = grabs_.begin(); grab != grabs_.end();) {
+      GUITHREADINFO thread = {};
+      thread.cbSize = sizeof thread;
+      if (!GetGUIThreadInfo(GetWindowThreadProcessId(*grab, nullptr), &thread) ||
+          (thread.flags & GUI_INMOVESIZE) == 0) {
+        ++grab;
+        continue;
+      }
+      Report(L"grabbed").Add("window", NumberOf(*grab)).Send();
+      grab = grabs_.erase(grab);
+    }
+  }
+
   HANDLE job_;
   HANDLE port_;
   bool allEnded_ = false;
   std::map<DWORD, WatchedProcess> processes_;
+  std::set<HWND> grabs_;                  // ordered, not yet reported
   std::map<HWND, std::string> controls_;  // what was last reported of each known window
 };
 

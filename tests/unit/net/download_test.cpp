@@ -4,12 +4,29 @@
 
 #include <wininet.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <string>
+#include <vector>
 
+#include "core/unicode.h"
+#include "net/com_scope.h"
 #include "support/loopback_server.h"
+#include "support/replaced_call.h"
 #include "support/wininet_text.h"
+
+extern "C" {
+extern void* VE_IMPORTED(InternetOpenW);
+extern void* VE_IMPORTED(InternetOpenUrlW);
+extern void* VE_IMPORTED(HttpQueryInfoW);
+extern void* VE_IMPORTED(InternetReadFile);
+extern void* VE_IMPORTED(InternetCloseHandle);
+extern void* VE_IMPORTED(malloc);
+}
 
 namespace ve {
 namespace {
@@ -161,7 +178,9 @@ TEST(Download, AnUnreachableServerFailsWithTheWordsOfWinINet) {
 }
 
 TEST(Download, UrlsThatAreNoneFailWithTheWordsOfWinINet) {
-  EXPECT_EQ(Download(L"").Error(), WinINetWords(ERROR_INVALID_PARAMETER));
+  // Wine refuses the empty URL as a parameter, Windows as a URL without a scheme.
+  EXPECT_THAT(Download(L"").Error(), AnyOf(WinINetWords(ERROR_INVALID_PARAMETER),
+                                           WinINetWords(ERROR_INTERNET_UNRECOGNIZED_SCHEME)));
   EXPECT_EQ(Download(L"updates/release/file").Error(), WinINetWords(12006));
 }
 
@@ -194,6 +213,131 @@ TEST(Download, NothingIsLeftInTheSystemsCache) {
   DWORD size = 0;
   EXPECT_FALSE(GetUrlCacheEntryInfoW(server.Url("/file").c_str(), nullptr, &size));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+/// The calls of a download in their order, with what decides about them. They reach no network:
+/// the response has the status 200, the given length and one piece, "piece".
+class Calls {
+ public:
+  explicit Calls(DWORD contentLength) {
+    calls_.clear();
+    contentLength_ = contentLength;
+  }
+
+  [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
+
+  /// Which call does not succeed; as in Made().
+  static void Fail(const std::string& call) { failing_ = call; }
+  ~Calls() { failing_.clear(); }
+  Calls(const Calls&) = delete;
+  Calls& operator=(const Calls&) = delete;
+
+ private:
+  static constexpr ULONG_PTR kRoot = 1;
+  static constexpr ULONG_PTR kRequest = 2;
+
+  static const char* Null(const void* pointer) { return pointer == nullptr ? "null" : "given"; }
+  static const char* Name(HINTERNET handle) {
+    return reinterpret_cast<ULONG_PTR>(handle) == kRoot ? "root" : "request";
+  }
+  static bool Record(const std::string& call) {
+    calls_.push_back(call);
+    SetLastError(ERROR_INTERNET_TIMEOUT);
+    return call != failing_;
+  }
+
+  static HINTERNET WINAPI Open(const wchar_t* agent, DWORD type, const wchar_t* proxy,
+                               const wchar_t* bypass, DWORD flags) {
+    const bool succeeds =
+        Record(Format("open {} {} {} {} ", Null(agent), type, Null(proxy), Null(bypass)) +
+               std::to_string(flags));
+    return reinterpret_cast<HINTERNET>(succeeds ? kRoot : 0);
+  }
+  static HINTERNET WINAPI OpenUrl(HINTERNET root, const wchar_t* url, const wchar_t* headers,
+                                  DWORD headersLength, DWORD flags, DWORD_PTR context) {
+    const bool succeeds =
+        Record(Format("url {} {} {} {} ", Name(root), ToUtf8(url), Null(headers), headersLength) +
+               Format("{} {}", flags, std::uint64_t{context}));
+    return reinterpret_cast<HINTERNET>(succeeds ? kRequest : 0);
+  }
+  static BOOL WINAPI Query(HINTERNET request, DWORD what, void* value, DWORD* size, DWORD* index) {
+    const bool isStatus = what == 0x20000013;
+    std::memcpy(value, isStatus ? &kStatus : &contentLength_, sizeof(DWORD));
+    return Record(Format("query {} {} {} {}", Name(request), what, *size, Null(index))) ? TRUE
+                                                                                        : FALSE;
+  }
+  static BOOL WINAPI Read(HINTERNET request, void* buffer, DWORD size, DWORD* length) {
+    const std::string call = Format("read {} {}", Name(request), size);
+    const bool isFirst = calls_.empty() || calls_.back() != call;
+    *length = isFirst ? 5 : 0;
+    std::memcpy(buffer, "piece", *length);
+    return Record(call) ? TRUE : FALSE;
+  }
+  static BOOL WINAPI Close(HINTERNET handle) {
+    Record(Format("close {}, COM {}", Name(handle), ComScope::Count()));
+    SetLastError(ERROR_INVALID_HANDLE);
+    return TRUE;
+  }
+
+  static constexpr DWORD kStatus = 200;
+  inline static std::vector<std::string> calls_;
+  inline static std::string failing_;
+  inline static DWORD contentLength_ = 0;
+  test::ReplacedCall open_{VE_IMPORTED(InternetOpenW), &Open};
+  test::ReplacedCall openUrl_{VE_IMPORTED(InternetOpenUrlW), &OpenUrl};
+  test::ReplacedCall query_{VE_IMPORTED(HttpQueryInfoW), &Query};
+  test::ReplacedCall read_{VE_IMPORTED(InternetReadFile), &Read};
+  test::ReplacedCall close_{VE_IMPORTED(InternetCloseHandle), &Close};
+};
+
+constexpr const char* kOpen = "open null 1 null null 0";
+constexpr const char* kOpenUrl = "url root http://server/ null 0 2214854656 0";  // 0x84040000
+constexpr const char* kQueryStatus = "query request 536870931 4 null";           // 0x20000013
+constexpr const char* kQueryLength = "query request 536870917 4 null";           // 0x20000005
+constexpr const char* kRead = "read request 1024";
+constexpr const char* kCloseRequest = "close request, COM 1";
+constexpr const char* kCloseRoot = "close root, COM 1";
+
+TEST(Download, CallsTheSystemAsItShouldAndClosesTheRequestBeforeItsRoot) {
+  const Calls calls(5);
+  DownloadResult result = Download(L"http://server/");
+  ASSERT_TRUE(result.Succeeded());
+  EXPECT_EQ(result.Body(), "piece");
+  EXPECT_THAT(Calls::Made(), ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead, kRead,
+                                         kCloseRequest, kCloseRoot));
+  EXPECT_EQ(ComScope::Count(), 0U);
+}
+
+TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
+  const std::vector<std::string> all = {kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead};
+  for (std::size_t failing = 0; failing < all.size(); ++failing) {
+    const Calls calls(5);
+    Calls::Fail(all[failing]);
+    const DownloadResult result = Download(L"http://server/");
+    ASSERT_FALSE(result.Succeeded()) << all[failing];
+    // Closing has an error of its own, which must not take its place.
+    EXPECT_EQ(result.Error(), WinINetWords(ERROR_INTERNET_TIMEOUT)) << all[failing];
+    std::vector<std::string> expected(all.begin(), all.begin() + static_cast<int>(failing) + 1);
+    if (failing > 1) expected.emplace_back(kCloseRequest);
+    if (failing > 0) expected.emplace_back(kCloseRoot);
+    EXPECT_EQ(Calls::Made(), expected) << all[failing];
+    EXPECT_EQ(ComScope::Count(), 0U) << all[failing];
+  }
+}
+
+TEST(Download, WithoutTheMemoryThatTheLengthAsksForItThrowsAndClosesAllTheSame) {
+  constexpr DWORD kTooMuch = 50'000'000;
+  static void* const realMalloc = VE_IMPORTED(malloc);
+  const Calls calls(kTooMuch);
+  const test::ReplacedCall little(
+      VE_IMPORTED(malloc), +[](std::size_t size) -> void* {
+        return size < kTooMuch ? reinterpret_cast<decltype(&std::malloc)>(realMalloc)(size)
+                               : nullptr;
+      });
+  EXPECT_THROW((void)Download(L"http://server/"), std::bad_alloc);
+  EXPECT_THAT(Calls::Made(),
+              ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kCloseRequest, kCloseRoot));
+  EXPECT_EQ(ComScope::Count(), 0U);
 }
 
 }  // namespace

@@ -4,12 +4,55 @@
 
 #include <wininet.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <vector>
 
+#include "support/replaced_call.h"
 #include "support/wininet_text.h"
+
+extern "C" void* VE_IMPORTED(InternetGetLastResponseInfoW);
 
 namespace ve {
 namespace {
+
+/// Plays the server's last response, which Wine never has, while it exists.
+class LastResponse {
+ public:
+  /// Without a text, it is gone when it is asked for the second time.
+  explicit LastResponse(std::optional<std::wstring> text) {
+    text_ = std::move(text);
+    sizes_.clear();
+  }
+
+  /// The size of the buffer in each call, 0 for none.
+  [[nodiscard]] static const std::vector<DWORD>& BufferSizes() { return sizes_; }
+
+ private:
+  static constexpr DWORD kAnnounced = 4;
+
+  static BOOL WINAPI Get(DWORD* error, wchar_t* buffer, DWORD* length) {
+    *error = 0;
+    sizes_.push_back(buffer == nullptr ? 0 : *length);
+    if (buffer == nullptr) {
+      *length = kAnnounced;
+      SetLastError(ERROR_INSUFFICIENT_BUFFER);
+      return FALSE;
+    }
+    if (!text_) {
+      SetLastError(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    *length = static_cast<DWORD>(text_->copy(buffer, *length));
+    return TRUE;
+  }
+
+  inline static std::optional<std::wstring> text_;
+  inline static std::vector<DWORD> sizes_;
+  test::ReplacedCall call_{VE_IMPORTED(InternetGetLastResponseInfoW), &Get};
+};
 
 WinINetErrorText TextOf(DWORD error) {
   SetLastError(error);
@@ -41,6 +84,33 @@ TEST(WinINetError, AnErrorWithoutWordsIsItsSignedNumber) {
 TEST(WinINetError, TheSystemsOwnWordsAreNotUsed) {
   // The system has words for code 87, wininet.dll may have none.
   EXPECT_EQ(TextOf(ERROR_INVALID_PARAMETER).text, test::WinINetWords(ERROR_INVALID_PARAMETER));
+}
+
+TEST(WinINetError, AnExtendedErrorIsWhatTheServerSaidLast) {
+  const LastResponse response(L"busy");
+  const WinINetErrorText error = TextOf(ERROR_INTERNET_EXTENDED_ERROR);
+  EXPECT_EQ(error.text, L"busy");
+  EXPECT_EQ(error.code, -1);
+  EXPECT_THAT(LastResponse::BufferSizes(), testing::ElementsAre(0U, 5U));
+}
+
+TEST(WinINetError, AResponseShorterThanAnnouncedHasItsOwnLength) {
+  const LastResponse response(L"no");
+  EXPECT_EQ(TextOf(ERROR_INTERNET_EXTENDED_ERROR).text, L"no");
+}
+
+TEST(WinINetError, AResponseThatIsGoneLeavesTheWordsForTheExtendedError) {
+  const LastResponse response(std::nullopt);
+  const WinINetErrorText error = TextOf(ERROR_INTERNET_EXTENDED_ERROR);
+  EXPECT_EQ(error.text, test::WinINetWords(ERROR_INTERNET_EXTENDED_ERROR));
+  EXPECT_EQ(error.code, -1);
+  EXPECT_EQ(LastResponse::BufferSizes().size(), 2U);
+}
+
+TEST(WinINetError, NoOtherErrorAsksForAResponse) {
+  const LastResponse response(L"busy");
+  EXPECT_EQ(TextOf(ERROR_INTERNET_TIMEOUT).text, test::WinINetWords(ERROR_INTERNET_TIMEOUT));
+  EXPECT_THAT(LastResponse::BufferSizes(), testing::IsEmpty());
 }
 
 }  // namespace

@@ -3,13 +3,27 @@
 #include <commctrl.h>
 
 #include <array>
+#include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "core/format.h"
+#include "support/replaced_call.h"
+
+extern "C" {
+extern void* VE_IMPORTED(InitCommonControlsEx);
+extern void* VE_IMPORTED(RegisterClassW);
+extern void* VE_IMPORTED(DestroyWindow);
+extern void* VE_IMPORTED(Sleep);
+}
 
 namespace ve {
 namespace {
@@ -76,8 +90,8 @@ class StepRecorder {
   explicit StepRecorder(HWND window) {
     steps_.clear();
     onText_ = nullptr;
-    label_ = Subclass(FindLabel(window), &RecordLabel);
-    bar_ = Subclass(FindBar(window), &RecordBar);
+    Subclass(FindLabel(window), &RecordLabel, label_);
+    Subclass(FindBar(window), &RecordBar, bar_);
   }
 
   /// Called on the window's thread, in the middle of every step.
@@ -87,9 +101,10 @@ class StepRecorder {
   [[nodiscard]] static const std::vector<std::wstring>& Steps() { return steps_; }
 
  private:
-  static WNDPROC Subclass(HWND control, WNDPROC procedure) {
-    return reinterpret_cast<WNDPROC>(
-        SetWindowLongPtrW(control, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure)));
+  /// What is called on the window's thread as soon as it is installed finds the procedure before.
+  static void Subclass(HWND control, WNDPROC procedure, std::atomic<WNDPROC>& before) {
+    before = reinterpret_cast<WNDPROC>(GetWindowLongPtrW(control, GWLP_WNDPROC));
+    SetWindowLongPtrW(control, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
   }
   static LRESULT CALLBACK RecordLabel(HWND window, UINT message, WPARAM wide, LPARAM argument) {
     if (message == WM_SETTEXT) {
@@ -103,8 +118,8 @@ class StepRecorder {
     return CallWindowProcW(bar_, window, message, wide, argument);
   }
 
-  inline static WNDPROC label_ = nullptr;
-  inline static WNDPROC bar_ = nullptr;
+  inline static std::atomic<WNDPROC> label_ = nullptr;
+  inline static std::atomic<WNDPROC> bar_ = nullptr;
   inline static std::function<void()> onText_;
   inline static std::vector<std::wstring> steps_;
 };
@@ -299,6 +314,77 @@ TEST(ProgressWindow, DestroyingItTakesItsControlsAlong) {
   EXPECT_THAT(FindProgressWindows(), IsEmpty());
   EXPECT_FALSE(IsWindow(label));
   EXPECT_FALSE(IsWindow(bar));
+}
+
+/// The calls that prepare the making of windows, recorded and not made. Only before the process has
+/// made its first progress window.
+class Preparations {
+ public:
+  Preparations() { made_.clear(); }
+  [[nodiscard]] static const std::vector<std::string>& Made() { return made_; }
+
+ private:
+  static BOOL WINAPI InitControls(const INITCOMMONCONTROLSEX* controls) {
+    made_.push_back(Format("controls {} {}", controls->dwSize, controls->dwICC));
+    return FALSE;
+  }
+  static ATOM WINAPI Register(const WNDCLASSW*) {
+    made_.emplace_back("class");
+    return 0;
+  }
+
+  inline static std::vector<std::string> made_;
+  test::ReplacedCall initControls_{VE_IMPORTED(InitCommonControlsEx), &InitControls};
+  test::ReplacedCall register_{VE_IMPORTED(RegisterClassW), &Register};
+};
+
+TEST(ProgressWindow, TheFirstOneOfAProcessAloneRegistersItsClassAndPreparesTheBars) {
+  // Other tests of the same process may have made the first one.
+  EXPECT_EXIT(
+      {
+        {
+          const Preparations preparations;
+          for (int i = 0; i < 3; ++i) {
+            const ProgressWindow window(1);
+          }
+        }
+        for (const std::string& call : Preparations::Made()) std::cerr << call << '\n';
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^class\ncontrols 8 32\n$");
+}
+
+TEST(ProgressWindow, IsDestroyedBeforeItsLabelAndThatBeforeItsBar) {
+  static std::vector<HWND> destroyed;
+  destroyed.clear();
+  static void* real = VE_IMPORTED(DestroyWindow);
+  const auto destroy = [](HWND window) -> BOOL {
+    destroyed.push_back(window);
+    return reinterpret_cast<decltype(&DestroyWindow)>(real)(window);
+  };
+  std::optional<ProgressWindow> progress(std::in_place, 1);
+  ASSERT_EQ(FindProgressWindows().size(), 1U);
+  const HWND window = FindProgressWindows().front();
+  const HWND label = FindLabel(window);
+  const HWND bar = FindBar(window);
+  const test::ReplacedCall call(VE_IMPORTED(DestroyWindow), +destroy);
+  progress.reset();
+  EXPECT_THAT(destroyed, ElementsAre(window, label, bar));
+}
+
+TEST(RunProgressWindow, SleepsForTenMillisecondsInEveryRound) {
+  static std::vector<DWORD> slept;
+  static std::atomic<bool> finished;
+  slept.clear();
+  finished = false;
+  const test::ReplacedCall call(
+      VE_IMPORTED(Sleep), +[](DWORD milliseconds) {
+        slept.push_back(milliseconds);
+        finished = slept.size() == 3;
+      });
+  std::atomic<std::uint32_t> counter = 0;
+  RunProgressWindow(1, finished, counter);
+  EXPECT_THAT(slept, ElementsAre(10U, 10U, 10U));
 }
 
 TEST(PumpMessages, HandlesAllQueuedMessages) {

@@ -135,6 +135,15 @@ TEST_F(UpdaterManifestFile, ReplacesAnOlderOne) {
   EXPECT_EQ(test::ReadWhole(L"updater.manifest").size(), 45U);
 }
 
+TEST_F(UpdaterManifestFile, OfThePathAtMost255CharactersAreUsed) {
+  std::wstring path;
+  for (int i = 0; i < 110; ++i) path += L".\\";
+  WriteUpdaterManifest(path + std::wstring(60, L'n'));
+  EXPECT_FALSE(file::Exists(std::wstring(60, L'n')));
+  ASSERT_TRUE(file::Exists(std::wstring(35, L'n')));
+  EXPECT_EQ(test::ReadWhole(std::wstring(35, L'n')).size(), 45U);
+}
+
 TEST_F(UpdaterManifestFile, ThatCannotBeOpenedIsNoError) {
   WriteUpdaterManifest(L"missing\\updater.manifest");
   EXPECT_FALSE(file::Exists(L"missing"));

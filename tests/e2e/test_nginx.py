@@ -1,0 +1,95 @@
+"""A few whole runs against a real web server, which words its answers in its own way."""
+
+import pathlib
+
+import pytest
+
+import formats
+from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from driver import ok
+from game_folder import GAME, LOG, STAGING
+from nginx_server import NginxServer
+from scene import INSTALLED, NEWER, Scene
+
+VERSION_FILE = "Updater/GameVersion.vpak"
+CHECK = ("GameVersion.vpak", "game_update.manifest")
+
+
+class FolderServer:
+    """nginx over a folder, with the part of the scripted server that a scene needs."""
+
+    def __init__(self, place: pathlib.Path) -> None:
+        self._tree = place / "tree"
+        self._nginx = NginxServer(place / "nginx", self._tree)
+        self._requests: list[str] = []
+        self._nginx.start()
+        self.url = f"http://127.0.0.1:{self._nginx.port}/"
+
+    @property
+    def requests(self) -> list[str]:
+        self._nginx.settle()
+        self._requests += [request.path for request in self._nginx.new_requests()]
+        return self._requests
+
+    def serve(self, path: str, content: bytes) -> None:
+        file = self._tree / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(content)
+
+    def remove(self, path: str) -> None:
+        (self._tree / path).unlink()
+
+    def close(self) -> None:
+        self._nginx.stop()
+
+
+@pytest.fixture
+def scene(build, place):
+    server = FolderServer(place)
+    try:
+        made = Scene(build, place, server)
+        yield made
+        made.close()
+    finally:
+        server.close()
+
+
+def test_a_current_game_is_started(scene):
+    run = scene.run()
+    assert run.requests == scene.requests("GameVersion.vpak")
+    assert (run.dialogs, run.changes()) == ([], {})
+    run.assert_game_started()
+
+
+def test_a_game_is_updated_and_started(scene):
+    scene.install_launcher(scene.build.walk_on)
+    scene.folder.put("bin/game.dll", b"old")
+    scene.folder.put("bin/unlisted.dll", b"goes")
+    large = bytes(range(256)) * 8192
+    files = {"bin/game.dll": b"new", "bin/data/large.pak": large}
+    player = scene.build.player.read_bytes()
+    lines = [formats.file_line(name, content) for name, content in files.items()]
+    scene.offer_game(files, ["bin", "bin/data"], [*lines, formats.file_line(GAME, player)])
+    run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert run.requests == scene.requests(*CHECK, *files)
+    assert run.changes() == {
+        "Intermediate": ("-", None),
+        VERSION_FILE: (formats.game_version(*INSTALLED), formats.game_version(*NEWER)),
+        "bin/data": ("-", None),
+        "bin/data/large.pak": ("-", f"md5 {formats.md5(large)}"),
+        "bin/game.dll": (b"old", b"new"),
+        "bin/unlisted.dll": (b"goes", "-"),
+    }
+    assert not scene.folder.has(STAGING)
+    run.assert_game_started()
+
+
+def test_a_missing_file_is_logged_and_the_game_started(scene):
+    scene.server.remove(scene.updates + "GameVersion.vpak")
+    run = scene.run()
+    assert run.requests == scene.requests("GameVersion.vpak")
+    message = "Failed to download game-version file with error: '404 - no such file.'"
+    assert run.log == [scene.game_update_entry(message)]
+    assert set(run.changes()) == {"Logs", LOG}
+    assert run.dialogs == []
+    run.assert_game_started()
