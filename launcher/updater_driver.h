@@ -12,6 +12,9 @@ namespace ve {
 [[nodiscard]] std::wstring FindUpdatesUrl(std::wstring_view configuredUrl,
                                           std::wstring_view channel);
 
+/// The stage of a failure to read the settings, as its log entry names it.
+inline constexpr std::string_view kSettingsStage = "While trying to access updater-data.";
+
 /// Reads the settings, finds the server, updates the Launcher, then the game. Returns when the game
 /// may be started; failures are logged. The self-update's restart and a failed game update that the
 /// player does not want to play on end the process instead.
