@@ -6,6 +6,10 @@
 
 namespace ve {
 
+/// The game, which every run ends with, and the directory that it is started in.
+inline constexpr std::wstring_view kGameProgram = L"bin\\Velmorant Player.exe";
+inline constexpr std::wstring_view kGameDirectory = L"bin\\";
+
 /// The URL below which a channel's updates lie, with its last slash. The base is what the server
 /// has in "redirect.txt" below the configured URL, taken exactly as it is, or else the configured
 /// URL; only one redirection is followed.

@@ -40,6 +40,7 @@ int wmain(int count, wchar_t** arguments) {
   Command chosen;
   AddSettingsCommand(program, chosen);
   AddVerifyCommand(program, chosen);
+  AddPreviewCommand(program, chosen);
   AddInspectCommand(program, chosen);
   try {
     program.parse(Arguments(count, arguments));

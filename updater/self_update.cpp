@@ -101,6 +101,8 @@ void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
 
 }  // namespace
 
+std::uint32_t OwnLauncherVersion() noexcept { return kOwnUpdaterVersion; }
+
 std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
 
 std::string SelfUpdateStage(std::wstring_view updaterUrl) {
