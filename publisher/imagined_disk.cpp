@@ -121,6 +121,7 @@ ImaginedDisk::Place ImaginedDisk::Find(std::wstring_view path) const {
     const std::size_t end = std::min(rest.find(L'\\'), rest.size());
     place.name = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
+    place.valid = place.valid && IsValidName(place.name);
     place.parent = place.entry != nullptr && place.entry->IsDirectory() ? place.entry : nullptr;
     place.entry = nullptr;
     if (place.parent != nullptr) {
@@ -170,7 +171,7 @@ DWORD ImaginedDisk::CreateOne(std::wstring_view path) {
   const Place place = Find(path);
   if (!place.inside) return ERROR_SUCCESS;
   if (place.entry != nullptr && place.entry->IsDirectory()) return ERROR_SUCCESS;
-  if (!IsValidName(place.name)) return ERROR_INVALID_NAME;
+  if (!place.valid) return ERROR_INVALID_NAME;
   if (place.parent == nullptr) return ERROR_PATH_NOT_FOUND;
   if (place.parent->entries.contains(place.name)) return ERROR_ALREADY_EXISTS;
   auto made = std::make_unique<Entry>();
@@ -188,6 +189,7 @@ void ImaginedDisk::MakeDirectory(std::wstring_view path) {
 void ImaginedDisk::EnsureDirectories(std::wstring_view path) {
   if (Exists(path)) return;
   const Place place = Find(path);
+  if (!place.valid) file::ThrowFilesystemError("create_directories", path, ERROR_INVALID_NAME);
   // From the top down: what stands already is no error, unless it is a file.
   for (std::size_t end = 0; end != std::wstring::npos;) {
     end = place.path.find(L'\\', end + 1);
@@ -221,7 +223,7 @@ void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
     place.entry->content = std::move(content);
     return;
   }
-  if (!IsValidName(place.name)) file::ThrowSaveError(path, EINVAL);
+  if (!place.valid) file::ThrowSaveError(path, EINVAL);
   if (place.parent == nullptr) file::ThrowSaveError(path, ENOENT);
   auto made = std::make_unique<Entry>();
   made->content = std::move(content);
@@ -238,7 +240,7 @@ void ImaginedDisk::CopyFileOverwrite(std::wstring_view source, std::wstring_view
     const DWORD code = WhyNotReplaced(*copy);
     if (code != ERROR_SUCCESS) file::ThrowCopyError(source, target, code);
   } else {
-    if (!IsValidName(to.name)) file::ThrowCopyError(source, target, ERROR_INVALID_NAME);
+    if (!to.valid) file::ThrowCopyError(source, target, ERROR_INVALID_NAME);
     if (to.parent == nullptr) file::ThrowCopyError(source, target, ERROR_PATH_NOT_FOUND);
     copy = to.parent->entries.emplace(to.name, std::make_unique<Entry>()).first->second.get();
   }
@@ -253,7 +255,10 @@ void ImaginedDisk::CopyFileOverwrite(std::wstring_view source, std::wstring_view
 
 void ImaginedDisk::Remove(std::wstring_view path) {
   const Place place = Find(path);
-  if (place.entry == nullptr || place.parent == nullptr) return;
+  if (!place.valid) file::ThrowFilesystemError("remove", path, ERROR_INVALID_NAME);
+  if (place.entry == nullptr) return;
+  // The current directory is in use.
+  if (place.parent == nullptr) file::ThrowFilesystemError("remove", path, ERROR_SHARING_VIOLATION);
   const DWORD code = WhyNotRemoved(*place.entry);
   if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
   removed_.push_back(place.path);

@@ -83,6 +83,7 @@ class ImaginedDisk {
   /// What a path leads to.
   struct Place {
     bool inside = false;  // Below the current directory.
+    bool valid = true;    // Of names that a file may have.
     std::wstring path;    // From there, as spelt.
     std::wstring name;
     Entry* parent = nullptr;  // Null if there is no such directory.
