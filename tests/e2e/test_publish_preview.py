@@ -109,12 +109,15 @@ class Oracle:
         requests = [urllib.parse.unquote("/" + url.removeprefix(self.url)) for url in told["requests"]]
         happened = [urllib.parse.unquote(path) for path in run.requests]
         assert requests == (happened[: len(requests)] if restarts else happened)
-        payloads = happened[5:] if game["outcome"] in ("done", "abnormal end") else []
-        downloaded = ["/" + self.scene.updates + file["name"] for file in game["downloaded"]]
+        updates = urllib.parse.unquote(told["updatesUrl"].removeprefix(self.url.rstrip("/")))
+        manifest = updates + "game_update.manifest"
+        payloads = happened[happened.index(manifest) + 1 :] if manifest in happened else []
+        downloaded = [updates + file["name"] for file in game["downloaded"]]
         assert downloaded == payloads[: len(downloaded)]
         assert len(payloads) - len(downloaded) in (0, 1), "all but one that failed"
 
-        assert run.exit_code == told["exitCode"]
+        program = run.launcher.split("/")[-1]
+        assert run.exit_codes(program)[0] == told["exitCode"]
         if restarts:
             return
         assert (len(run.game_starts) == 1) == told["gameStarted"]
@@ -139,11 +142,11 @@ class Oracle:
         assert removed - elsewhere <= set(cleaned)
         made = set(as_names(game["stagingDirectories"] + game["directories"]))
         created_directories = {name for name in created if after[name] is None} - {"Logs"}
-        assert created_directories == made & set(after)
+        assert created_directories == made & set(after) - {"Logs"}, "but for the log's own"
         assert (VERSION_FILE in changes) == game["versionWritten"]
         if game["outcome"] == "done":
             assert (not self.scene.folder.has(STAGING)) == game["stagingRemoved"]
-        assert (run.exit_code == TERMINATED) == bool(game["stop"])
+        assert (told["exitCode"] == TERMINATED) == bool(game["stop"])
 
 
 @pytest.fixture
@@ -310,10 +313,11 @@ def test_a_name_with_a_backslash_is_removed_right_after_its_installation(walk_on
 
 
 def test_the_launcher_typed_in_another_case_would_be_removed(strict):
-    """The system refuses that, and that ends the run."""
+    """The system refuses that, and that ends the run. Foretold only: Wine corrects what was typed
+    before the Launcher sees it."""
     offer(strict, {"data.pak": b"data"}, ["Saved"])
-    game = strict.check(launcher="launcher.exe")["game"]
-    assert (game["outcome"], game["removed"]) == ("abnormal end", ["data.pak"][:0])
+    game = strict.foretell("launcher.exe")["game"]
+    assert (game["outcome"], game["removed"]) == ("abnormal end", [])
     assert "Launcher.exe" in game["stop"]
 
 
