@@ -2,7 +2,6 @@
 // errors are in errors.h.)
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -14,8 +13,5 @@ namespace ve::file {
 /// What `CopyFileOverwrite` throws; `code` is the Windows error code.
 [[noreturn]] void ThrowCopyError(std::wstring_view source, std::wstring_view target,
                                  std::uint32_t code);
-
-/// Files whose path is longer cannot be opened.
-inline constexpr std::size_t kLongestPath = 255;
 
 }  // namespace ve::file

@@ -7,8 +7,10 @@
 #include <system_error>
 #include <utility>
 
+#include "core/errors.h"
 #include "core/file_errors.h"
 #include "core/files.h"
+#include "core/fixed_text.h"
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/md5.h"
@@ -215,7 +217,7 @@ DWORD ImaginedDisk::WhyNotRemoved(const Entry& entry) const {
 }
 
 void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
-  if (path.size() > file::kLongestPath) file::ThrowSaveError(path, ENAMETOOLONG);
+  if (path.size() > WidePathText::kMostCharacters) file::ThrowSaveError(path, ENAMETOOLONG);
   const Place place = Find(path);
   if (!place.inside) return;
   if (place.entry != nullptr) {
@@ -253,16 +255,22 @@ void ImaginedDisk::CopyFileOverwrite(std::wstring_view source, std::wstring_view
   }
 }
 
-void ImaginedDisk::Remove(std::wstring_view path) {
+DWORD ImaginedDisk::TryRemove(std::wstring_view path) {
   const Place place = Find(path);
-  if (!place.valid) file::ThrowFilesystemError("remove", path, ERROR_INVALID_NAME);
-  if (place.entry == nullptr) return;
+  if (!place.valid) return ERROR_INVALID_NAME;
+  if (place.entry == nullptr) return ERROR_SUCCESS;
   // The current directory is in use.
-  if (place.parent == nullptr) file::ThrowFilesystemError("remove", path, ERROR_SHARING_VIOLATION);
+  if (place.parent == nullptr) return ERROR_SHARING_VIOLATION;
   const DWORD code = WhyNotRemoved(*place.entry);
-  if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
+  if (code != ERROR_SUCCESS) return code;
   removed_.push_back(place.path);
   place.parent->entries.erase(place.name);
+  return ERROR_SUCCESS;
+}
+
+void ImaginedDisk::Remove(std::wstring_view path) {
+  const DWORD code = TryRemove(path);
+  if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
 }
 
 void ImaginedDisk::Rename(std::wstring_view from, std::wstring_view to) {

@@ -50,6 +50,7 @@ class ImaginedDisk {
   void EnsureDirectories(std::wstring_view path);
   void SaveFile(std::wstring_view path, ContentMatch content);
   void CopyFileOverwrite(std::wstring_view source, std::wstring_view target);
+  [[nodiscard]] DWORD TryRemove(std::wstring_view path);
   void Remove(std::wstring_view path);
   void Rename(std::wstring_view from, std::wstring_view to);
   void WalkDirectory(std::wstring_view root,

@@ -282,7 +282,7 @@ class Foretelling {
     sdk::CleanupRules rules(listedNames, executable_);
     disk_.WalkDirectory(sdk::kCleanupRoot, [&](const file::DirectoryEntry& entry) {
       return sdk::CleanUpEntry(rules, entry.path,
-                               [this](std::wstring_view path) { disk_.Remove(path); });
+                               [this](std::wstring_view path) { return disk_.TryRemove(path); });
     });
   }
 
