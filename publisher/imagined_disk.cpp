@@ -102,6 +102,7 @@ void ImaginedDisk::Add(const file::DirectoryEntry& entry) {
   }
   auto added = std::make_unique<Entry>();
   added->attributes = entry.attributes;
+  added->reparseTag = entry.reparseTag;
   added->diskPath = path;
   parent->entries.emplace(path.substr(nameAt), std::move(added));
   if (entry.IsDirectory() && !entry.IsEnterable()) links_.push_back(path);
@@ -298,7 +299,7 @@ void ImaginedDisk::WalkInto(
   for (const std::wstring& name : names) {
     const std::wstring entryPath = Format(path.ends_with(L'\\') ? L"{}{}" : L"{}\\{}", path, name);
     const Entry& entry = *directory.entries.find(name)->second;
-    const file::DirectoryEntry met{entryPath, entry.attributes};
+    const file::DirectoryEntry met{entryPath, entry.attributes, entry.reparseTag};
     if (visit(met) == file::Descend::kYes && met.IsEnterable()) WalkInto(entry, entryPath, visit);
   }
 }

@@ -72,6 +72,7 @@ class ImaginedDisk {
 
   struct Entry {
     DWORD attributes = FILE_ATTRIBUTE_ARCHIVE;
+    DWORD reparseTag = 0;
     std::wstring diskPath;  // Where it is on disk now; empty if nowhere.
     ContentMatch content;   // Of a file whose content is not the one on disk.
     std::map<std::wstring, std::unique_ptr<Entry>, NameOrder> entries;

@@ -91,10 +91,9 @@ class Foretelling {
       forecast_.selfUpdate = SelfUpdate::kFailed;
       Log(sdk::SelfUpdateStage(updaterUrl), error.what());
     }
-    const bool restarts = forecast_.selfUpdate == SelfUpdate::kReplaced ||
-                          forecast_.selfUpdate == SelfUpdate::kSettingsReplaced;
-    if (restarts) Show(sdk::kRestartCaption);
-    return restarts;
+    if (!Restarts(forecast_.selfUpdate)) return false;
+    Show(sdk::kRestartCaption);
+    return true;
   }
 
   void RemoveStaleExecutable() {

@@ -33,6 +33,10 @@ enum class SelfUpdate {
   kFailed,            ///< Logged; the run goes on.
 };
 
+[[nodiscard]] constexpr bool Restarts(SelfUpdate outcome) noexcept {
+  return outcome == SelfUpdate::kReplaced || outcome == SelfUpdate::kSettingsReplaced;
+}
+
 enum class GameUpdate {
   kNotReached,
   kNotOffered,

@@ -159,6 +159,7 @@ void SayEnd(const Forecast& forecast, Console& console) {
     console.Say(Format("Abnormal end: no word to the player, no log entry; exit code {}",
                        forecast.exitCode));
   }
+  if (Restarts(forecast.selfUpdate)) return console.Say("The Launcher is started anew");
   console.Say(forecast.gameStarted ? "The game is started" : "The game is not started");
 }
 
@@ -326,7 +327,7 @@ void AddPreviewCommand(CLI::App& program, Command& chosen) {
   tree->require_option(1);
   command
       ->add_option("--launcher", options->launcher,
-                   "The Launcher as it is started, below the game's root.")
+                   "The Launcher as it is started, below the game's root; case counts.")
       ->capture_default_str();
   command->add_flag("--fetch", options->fetch,
                     "With --url: download the game's files too, to see whether they can be had.");
