@@ -256,7 +256,8 @@ class Foretelling {
     return staged;
   }
 
-  sdk::FileSource Source(const sdk::FileEntry& entry, std::wstring_view stagingPath) const {
+  [[nodiscard]] sdk::FileSource Source(const sdk::FileEntry& entry,
+                                       std::wstring_view stagingPath) const {
     return sdk::FindSource(
         entry, stagingPath,
         [this](std::wstring_view path, std::uint64_t size, std::string_view digest) {
