@@ -1,6 +1,4 @@
-#include "core/windows.h"
-
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -10,6 +8,7 @@
 #include "core/unicode.h"
 #include "core/working_directory.h"
 #include "publisher/commands.h"
+#include "publisher/executable_version.h"
 #include "publisher/paths.h"
 #include "publisher/preview.h"
 #include "publisher/version_text.h"
@@ -28,23 +27,9 @@ struct Options {
 
 // --- What is given ---
 
-/// The version in an executable's resource, its first number; none if it has none.
-std::optional<std::uint32_t> ResourceVersion(const std::wstring& path) {
-  DWORD ignored = 0;
-  std::vector<std::byte> resource(GetFileVersionInfoSizeW(path.c_str(), &ignored));
-  const auto size = static_cast<DWORD>(resource.size());
-  void* found = nullptr;
-  UINT foundSize = 0;
-  if (size == 0 || GetFileVersionInfoW(path.c_str(), 0, size, resource.data()) == FALSE ||
-      VerQueryValueW(resource.data(), L"\\", &found, &foundSize) == FALSE) {
-    return {};
-  }
-  return HIWORD(static_cast<const VS_FIXEDFILEINFO*>(found)->dwFileVersionMS);
-}
-
 /// The version that the installed Launcher takes itself for, which only its resource tells.
 std::uint32_t InstalledLauncherVersion(const std::wstring& path, Findings& findings) {
-  if (const std::optional<std::uint32_t> version = ResourceVersion(path)) return *version;
+  if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
   findings.Warn(PathText(path), "it has no version resource",
                 Format("It was taken for version {}, as which this tool was built.",
                        sdk::OwnLauncherVersion()));
