@@ -9,6 +9,9 @@
 
 namespace ve::sdk {
 
+/// Where the settings are installed.
+inline constexpr std::wstring_view kSettingsFile = L"Updater\\UpdaterData.vpak";
+
 inline constexpr std::array<std::wstring_view, 4> kReleaseChannels{L"alpha", L"beta", L"demo",
                                                                    L"release"};
 

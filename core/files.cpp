@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "core/errors.h"
+#include "core/file_errors.h"
 #include "core/fixed_text.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
@@ -59,6 +60,8 @@ template <class Path>
                              text.data(), errorNumber));
 }
 
+constexpr std::string_view kSaveFailure = "Failed to open file for saving";
+
 template <class Path>
 std::string Load(Path path) {
   const UniqueStream stream = OpenStream(path, kRead);
@@ -77,7 +80,7 @@ template <class Path>
 void Save(Path path, const void* content, std::size_t size) {
   const UniqueStream stream = OpenStream(path, kWrite);
   const int openError = errno;
-  if (!stream) ThrowOpenError("Failed to open file for saving", path, openError);
+  if (!stream) ThrowOpenError(kSaveFailure, path, openError);
   static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
 }
 
@@ -153,6 +156,16 @@ bool QueryAttributes(std::wstring_view path, WIN32_FILE_ATTRIBUTE_DATA& data) {
 
 }  // namespace
 
+void ThrowSaveError(std::wstring_view path, int errorNumber) {
+  ThrowOpenError(kSaveFailure, path, errorNumber);
+}
+
+void ThrowCopyError(std::wstring_view source, std::wstring_view target, std::uint32_t code) {
+  throw FileException(Format("Failed to copy file from '{}' to '{}': {}", ToUtf8(source),
+                             ToUtf8(target),
+                             std::system_category().message(static_cast<int>(code))));
+}
+
 std::string LoadFile(std::string_view path) { return Load(path); }
 std::string LoadFile(std::wstring_view path) { return Load(path); }
 
@@ -171,9 +184,7 @@ void SaveFile(std::wstring_view path, const void* content, std::size_t size) {
 
 void CopyFileOverwrite(std::wstring_view source, std::wstring_view target) {
   if (CopyFileW(std::wstring(source).c_str(), std::wstring(target).c_str(), FALSE) != FALSE) return;
-  const int code = static_cast<int>(GetLastError());
-  throw FileException(Format("Failed to copy file from '{}' to '{}': {}", ToUtf8(source),
-                             ToUtf8(target), std::system_category().message(code)));
+  ThrowCopyError(source, target, GetLastError());
 }
 
 void MakeDirectory(std::wstring_view path) {

@@ -20,9 +20,8 @@
 namespace ve {
 namespace {
 
-constexpr std::wstring_view kLogFolder = L"Logs\\";
-// The name alone, which a file may have as well: its entry then goes into the game's root.
-constexpr std::wstring_view kLogFolderName = L"Logs";
+// With a separator: `kLogFolder` also finds a file, and the entry goes into the game's root then.
+constexpr std::wstring_view kLogDirectory = L"Logs\\";
 
 /// Puts the previous current directory back at the end of its scope.
 class WorkingDirectoryScope {
@@ -67,14 +66,14 @@ std::wstring TwoDigits(float value) {
 
 void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody) {
   try {
-    file::EnsureDirectory(kLogFolderName);
+    file::EnsureDirectory(kLogFolder);
   } catch (const std::exception&) {
     // Entries are written by handlers of failures; a log that cannot be kept must not become
     // another failure and keep the player from the game.
     return;
   }
-  const WorkingDirectoryScope scope(kLogFolder);
-  std::ofstream log(std::filesystem::path(L"updater.log"), std::ios::out | std::ios::app);
+  const WorkingDirectoryScope scope(kLogDirectory);
+  std::ofstream log(std::filesystem::path(kLogName), std::ios::out | std::ios::app);
   log << '[' << TimeStamp() << "]\n";
   writeBody(log);
   log << "\n\n";

@@ -5,8 +5,13 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace ve {
+
+/// The log's folder and the name of its file.
+inline constexpr std::wstring_view kLogFolder = L"Logs";
+inline constexpr std::wstring_view kLogName = L"updater.log";
 
 /// Appends one entry: a line with the time stamp in brackets, what `writeBody` writes, a blank
 /// line. "Logs\" is made when missing and is the current directory while `writeBody` runs; the

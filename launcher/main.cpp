@@ -18,6 +18,6 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   }
   ve::RunUpdater();
   // Whether the game starts or not, the Launcher has done its part: silence and 0, on purpose.
-  ve::StartProcess(L"bin\\Velmorant Player.exe", L"", L"bin\\", false);
+  ve::StartProcess(ve::kGameProgram, L"", ve::kGameDirectory, false);
   return 0;
 }

@@ -21,7 +21,7 @@ std::string FindBaseUrl(std::wstring_view configuredUrl) {
 }
 
 void RunUpdates() {
-  const std::string settingsBytes = file::LoadFile(L"Updater\\UpdaterData.vpak");
+  const std::string settingsBytes = file::LoadFile(sdk::kSettingsFile);
   const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes);
   const std::wstring updatesUrl = FindUpdatesUrl(settings.url, settings.channel);
 
@@ -40,7 +40,7 @@ void RunUpdater() {
   try {
     RunUpdates();
   } catch (const std::exception& error) {
-    sdk::LogUpdaterFailure("While trying to access updater-data.", error.what());
+    sdk::LogUpdaterFailure(kSettingsStage, error.what());
   }
 }
 

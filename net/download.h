@@ -1,6 +1,7 @@
 // HTTP downloads into memory.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -42,5 +43,8 @@ class DownloadResult {
 /// no retry and no time-out of our own. Network and server errors are returned; only memory
 /// exhaustion throws. Downloads must not overlap.
 [[nodiscard]] DownloadResult Download(std::wstring_view url);
+
+/// `Download`, or what stands for it where a run is only foretold.
+using Downloader = std::function<DownloadResult(std::wstring_view url)>;
 
 }  // namespace ve

@@ -42,6 +42,7 @@ int wmain(int count, wchar_t** arguments) {
   AddGameCommand(program, chosen);
   AddLauncherCommand(program, chosen);
   AddVerifyCommand(program, chosen);
+  AddPreviewCommand(program, chosen);
   AddInspectCommand(program, chosen);
   try {
     program.parse(Arguments(count, arguments));

@@ -3,17 +3,13 @@
 #include <exception>
 #include <string>
 
-#include "core/directory_walk.h"
 #include "core/errors.h"
 #include "core/files.h"
-#include "updater/cleanup_rules.h"
 #include "updater/game_version.h"
 #include "updater/own_executable.h"
 
 namespace ve::sdk {
 namespace {
-
-constexpr std::wstring_view kWalkRoot = L".";
 
 void CreateDirectories(const GameUpdateManifest& manifest) {
   for (const std::string_view directory : manifest.directories) {
@@ -28,8 +24,8 @@ void InstallStagedFiles(const StagedUpdate& staged) {
 }
 
 /// True if the entry is gone, false if it is a directory to go on into.
-bool RemoveEntry(std::wstring_view path) {
-  const DWORD code = file::TryRemove(path);
+bool RemoveEntry(std::wstring_view path, const RemoveCall& remove) {
+  const DWORD code = remove(path);
   if (code == ERROR_DIR_NOT_EMPTY && CleanupWalksOn()) return false;
   if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
   return true;
@@ -48,13 +44,17 @@ void RemoveStagingFolder() {
 // The one difference between the strict program and the one for games that live in "bin\".
 bool CleanupWalksOn() noexcept { return LAUNCHER_CLEANUP_WALKS_ON; }
 
+file::Descend CleanUpEntry(CleanupRules& rules, std::wstring_view path, const RemoveCall& remove) {
+  // Entries are met as ".\bin\x"; the rules know them as "bin\x".
+  const std::wstring_view relativePath = path.substr(kCleanupRoot.size() + 1);
+  if (rules.Keeps(relativePath)) return file::Descend::kYes;
+  return RemoveEntry(path, remove) ? file::Descend::kNo : file::Descend::kYes;
+}
+
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
   CleanupRules rules(listedNames, OwnExecutableName());
-  file::WalkDirectory(kWalkRoot, [&rules](const file::DirectoryEntry& entry) {
-    // Entries are met as ".\bin\x"; the rules know them as "bin\x".
-    const std::wstring_view relativePath = entry.path.substr(kWalkRoot.size() + 1);
-    if (rules.Keeps(relativePath)) return file::Descend::kYes;
-    return RemoveEntry(entry.path) ? file::Descend::kNo : file::Descend::kYes;
+  file::WalkDirectory(kCleanupRoot, [&rules](const file::DirectoryEntry& entry) {
+    return CleanUpEntry(rules, entry.path, file::TryRemove);
   });
 }
 

@@ -1,9 +1,12 @@
 // The applying stage of the game update: making the game folder match the manifest.
 #pragma once
 
+#include <functional>
 #include <string_view>
 #include <unordered_set>
 
+#include "core/directory_walk.h"
+#include "updater/cleanup_rules.h"
 #include "updater/game_download.h"
 #include "updater/game_manifest.h"
 
@@ -19,6 +22,17 @@ void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
 /// Whether this build keeps a directory that the clean-up cannot remove because it still holds
 /// entries, and goes on into it; if not, that ends the update.
 [[nodiscard]] bool CleanupWalksOn() noexcept;
+
+/// Where the clean-up's walk begins.
+inline constexpr std::wstring_view kCleanupRoot = L".";
+
+/// `file::TryRemove`, or what stands for it where a run is only foretold.
+using RemoveCall = std::function<DWORD(std::wstring_view path)>;
+
+/// The clean-up of one entry, met at `path` on the walk: keeps it or removes it. Whether to go on
+/// into it. Throws the filesystem error of the removal.
+[[nodiscard]] file::Descend CleanUpEntry(CleanupRules& rules, std::wstring_view path,
+                                         const RemoveCall& remove);
 
 /// Removes every entry of the current directory that is neither listed nor preserved. Removing a
 /// directory that still holds entries fails, and that throws, on purpose, also where all that it

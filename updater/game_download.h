@@ -4,11 +4,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
 
+#include "core/md5.h"
+#include "net/download.h"
 #include "updater/game_manifest.h"
 
 namespace ve::sdk {
@@ -27,8 +30,20 @@ enum class FileSource {
 /// The staging folder's copy of a listed file.
 [[nodiscard]] std::wstring StagingPath(std::wstring_view name);
 
+/// The staging folder's own folder for a listed directory.
+[[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
+
+/// Tells whether the file at a path has a size and a digest, as `FileMatchesEntry` does.
+using FileMatch =
+    std::function<bool(std::wstring_view path, std::uint64_t size, std::string_view digest)>;
+
 /// Where to take a listed file from. Reads every candidate of the right size whole.
-[[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath);
+[[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath,
+                                    const FileMatch& matches = FileMatchesEntry);
+
+/// The content of a listed file. Throws `UpdaterException`.
+[[nodiscard]] std::string DownloadGameFile(const std::wstring& fileUrl,
+                                           const Downloader& download = Download);
 
 /// A staged file and the listed name that it is to be installed as (a view into the entry).
 struct StagedFile {

@@ -17,7 +17,6 @@
 #include "core/format.h"
 #include "core/scope_fail.h"
 #include "core/unicode.h"
-#include "net/download.h"
 #include "ui/progress_window.h"
 #include "updater/download_failures.h"
 #include "updater/failure_log.h"
@@ -33,18 +32,17 @@ bool PlayerWantsUpdate() {
   return MessageBoxW(nullptr,
                      L"There is an update available for this game. Do you want to download and "
                      L"install it? (this might take a while)",
-                     L"Update available", MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
+                     kUpdateAvailableCaption, MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
 }
 
 /// Tells the player of a failed update. Returns whether the game must not be started.
 bool ShowUpdateFailure(bool applying) {
-  constexpr const wchar_t* kCaption = L"Update failed.";
   if (applying) {
     MessageBoxW(nullptr,
                 L"Critical error while applying games update. Game might be corrupted. Try to "
                 L"update again; or start game directly inside 'bin/' folder. If problems persist, "
                 L"try to download the whole game again or contact the dev.",
-                kCaption, MB_OK | MB_ICONERROR);
+                kUpdateFailedCaption, MB_OK | MB_ICONERROR);
     return true;
   }
   return MessageBoxW(
@@ -52,37 +50,33 @@ bool ShowUpdateFailure(bool applying) {
              L"There was an error trying to update game. Make sure there is no problem with "
              L"your internet, then try again at a later time. Start game with its previous "
              L"version?",
-             kCaption, MB_OKCANCEL | MB_ICONERROR) == IDCANCEL;
+             kUpdateFailedCaption, MB_OKCANCEL | MB_ICONERROR) == IDCANCEL;
 }
 
 void ShowSuccess() {
   MessageBoxW(nullptr, L"Sucessfully installed game update. Start the game by pressing OK.",
-              L"Update successfull.", MB_OK | MB_ICONINFORMATION);
+              kUpdateSuccessfulCaption, MB_OK | MB_ICONINFORMATION);
 }
 
 /// A file from the server; `failure` is the message if it cannot be had.
-std::string DownloadOrThrow(const std::wstring& url, std::string_view failure) {
-  DownloadResult download = Download(url);
-  if (!download.Succeeded()) ThrowUpdaterException(failure, download.Error());
-  return std::move(download.Body());
+std::string DownloadOrThrow(const std::wstring& url, std::string_view failure,
+                            const Downloader& download) {
+  DownloadResult result = download(url);
+  if (!result.Succeeded()) ThrowUpdaterException(failure, result.Error());
+  return std::move(result.Body());
 }
 
 void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
-  const std::wstring versionUrl = Format(L"{}GameVersion.vpak", updatesUrl);
   std::optional<std::string> pendingVersion;
-  if (!CheckGameVersion(versionUrl, pendingVersion)) return;
+  if (!CheckGameVersion(VersionUrl(updatesUrl), pendingVersion)) return;
   if (!PlayerWantsUpdate()) return;
 
   bool applying = false;
   const ScopeFail failureGuard(
       [&applying, &exitRequested] { exitRequested = ShowUpdateFailure(applying); });
 
-  if (!pendingVersion) {
-    pendingVersion =
-        DownloadOrThrow(versionUrl, "Failed to download remote game-version file with error: '{}'");
-  }
-  std::string manifestText =
-      DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl), kManifestDownloadFailed);
+  if (!pendingVersion) pendingVersion = FetchVersionFile(updatesUrl);
+  std::string manifestText = FetchGameManifest(updatesUrl);
   const GameUpdateManifest manifest = ReadGameUpdateManifest(manifestText);
   MakeStagingFolders(manifest);
 
@@ -105,14 +99,30 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
 
 }  // namespace
 
+std::string GameUpdateStage(std::wstring_view updatesUrl) {
+  return Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl));
+}
+
+std::wstring VersionUrl(std::wstring_view updatesUrl) {
+  return Format(L"{}GameVersion.vpak", updatesUrl);
+}
+
+std::string FetchVersionFile(std::wstring_view updatesUrl, const Downloader& download) {
+  return DownloadOrThrow(VersionUrl(updatesUrl),
+                         "Failed to download remote game-version file with error: '{}'", download);
+}
+
+std::string FetchGameManifest(std::wstring_view updatesUrl, const Downloader& download) {
+  return DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl), kManifestDownloadFailed,
+                         download);
+}
+
 void RunGameUpdate(std::wstring_view updatesUrl) {
   bool exitRequested = false;
   try {
     UpdateGame(updatesUrl, exitRequested);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(
-        Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl)),
-        error.what());
+    LogUpdaterFailure(GameUpdateStage(updatesUrl), error.what());
     if (exitRequested) std::exit(-1);
   }
 }

@@ -5,7 +5,6 @@
 #include "archive/archive_file.h"
 #include "core/errors.h"
 #include "core/files.h"
-#include "net/download.h"
 #include "updater/download_failures.h"
 
 namespace ve::sdk {
@@ -48,11 +47,12 @@ VersionNumber ReadVersionNumber(file::ArchiveReader& reader) {
   return {std::bit_cast<std::array<std::int32_t, 4>>(reader.ReadBlock16())};
 }
 
-bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion) {
+bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion,
+                      const Downloader& download) {
   const std::optional<VersionNumber> local = ReadInstalledVersion();
   if (!local) return true;
 
-  DownloadResult remote = Download(versionUrl);
+  DownloadResult remote = download(versionUrl);
   if (!remote.Succeeded()) {
     ThrowUpdaterException(kVersionDownloadFailed, remote.Error());
   }

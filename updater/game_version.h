@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "archive/archive_reader.h"
+#include "net/download.h"
 
 namespace ve::sdk {
 
@@ -51,6 +52,7 @@ struct GameVersion {
 /// downloaded and `pendingVersion` stays empty. Throws `UpdaterException` if the server's file
 /// cannot be had or is not a version file, and what the archive reader throws for either file.
 [[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
-                                    std::optional<std::string>& pendingVersion);
+                                    std::optional<std::string>& pendingVersion,
+                                    const Downloader& download = Download);
 
 }  // namespace ve::sdk

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <utility>
 
+#include "archive/updater_settings.h"
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
@@ -14,7 +16,6 @@
 #include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "core/working_directory.h"
-#include "net/download.h"
 #include "updater/download_failures.h"
 #include "updater/failure_log.h"
 #include "updater/own_executable.h"
@@ -22,9 +23,6 @@
 
 namespace ve::sdk {
 namespace {
-
-constexpr std::wstring_view kParkedExecutable = L"_old.exe";
-constexpr std::wstring_view kSettingsFile = L"Updater\\UpdaterData.vpak";
 
 void DeleteStaleExecutable() {
   try {
@@ -40,25 +38,22 @@ void DeleteStaleExecutable() {
   MessageBoxW(nullptr,
               L"Game-launcher finshed updating itself and needs to restart itself. Press OK to "
               L"continue.",
-              L"Restart required.", MB_OK | MB_ICONINFORMATION);
+              kRestartCaption, MB_OK | MB_ICONINFORMATION);
   StartProcess(executable, L"", L"", false);
   std::exit(0);
 }
 
 /// Downloads the server's settings archive and, if it is another one, installs it and restarts.
 void RefreshSettings(std::wstring_view updaterUrl, std::string_view settings) {
-  DownloadResult remote = Download(Format(L"{}UpdaterData.vpak", updaterUrl));
-  if (!remote.Succeeded()) {
-    ThrowUpdaterException(kSettingsDownloadFailed, remote.Error());
-  }
+  const std::string remote = FetchSettings(updaterUrl);
   if (!file::Exists(kSettingsFile)) {
     ThrowUpdaterException(
         "Updater\\UpdaterData.vpak does not exist at path '{}'. Most likely some error in "
         "updater-logic.",
         WorkingDirectory());
   }
-  if (remote.Body() == settings) return;
-  file::SaveFile(kSettingsFile, remote.Body());
+  if (remote == settings) return;
+  file::SaveFile(kSettingsFile, remote);
   Restart(OwnExecutableName());
 }
 
@@ -78,13 +73,10 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 /// Downloads the new build, parks the running one as "_old.exe" and restarts.
 [[noreturn]] void ReplaceExecutable(std::wstring_view updaterUrl) {
   const std::wstring_view executable = OwnExecutableName();
-  DownloadResult newBuild = Download(Format(L"{}{}", updaterUrl, executable));
-  if (!newBuild.Succeeded()) {
-    ThrowUpdaterException(kExecutableDownloadFailed, executable, newBuild.Error());
-  }
+  const std::string newBuild = FetchNewBuild(updaterUrl, executable);
   try {
     file::Rename(executable, kParkedExecutable);  // Windows lets a running executable be renamed.
-    file::SaveFile(executable, newBuild.Body());
+    file::SaveFile(executable, newBuild);
     SetSystemAttribute(kParkedExecutable, true);
     Restart(executable);
   } catch (...) {
@@ -94,7 +86,7 @@ void PutParkedExecutableBack(std::wstring_view executable) {
                   L"Critical error while downloading new version of game launcher. Please try "
                   L"starting game manually in 'bin/' folder, or downloading the game again if that "
                   L"fails. Also contact the dev to let him know whats going on",
-                  L"Error while loading new version of updater", MB_OK | MB_ICONERROR);
+                  kSelfUpdateFailedCaption, MB_OK | MB_ICONERROR);
     });
     PutParkedExecutableBack(executable);
     throw;
@@ -102,26 +94,54 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 }
 
 void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
-  DownloadResult manifest = Download(Format(L"{}updater.manifest", updaterUrl));
-  if (!manifest.Succeeded()) {
-    ThrowUpdaterException(kUpdaterManifestDownloadFailed, manifest.Error());
-  }
-  const std::uint32_t offered = ReadUpdaterManifest(manifest.Body());
+  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kOwnUpdaterVersion);
   if (offered > kOwnUpdaterVersion) ReplaceExecutable(updaterUrl);
   RefreshSettings(updaterUrl, settings);
 }
 
 }  // namespace
 
+std::uint32_t OwnLauncherVersion() noexcept { return kOwnUpdaterVersion; }
+
+std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
+
+std::string SelfUpdateStage(std::wstring_view updaterUrl) {
+  return Format("While trying to check for self-update from URL '{}':\n\n", ToUtf8(updaterUrl));
+}
+
+std::uint32_t FetchOfferedLauncher(std::wstring_view updaterUrl, std::uint32_t ownVersion,
+                                   const Downloader& download) {
+  DownloadResult manifest = download(Format(L"{}updater.manifest", updaterUrl));
+  if (!manifest.Succeeded()) {
+    ThrowUpdaterException(kUpdaterManifestDownloadFailed, manifest.Error());
+  }
+  return ReadUpdaterManifest(manifest.Body(), ownVersion);
+}
+
+std::string FetchNewBuild(std::wstring_view updaterUrl, std::wstring_view executable,
+                          const Downloader& download) {
+  DownloadResult newBuild = download(Format(L"{}{}", updaterUrl, executable));
+  if (!newBuild.Succeeded()) {
+    ThrowUpdaterException(kExecutableDownloadFailed, executable, newBuild.Error());
+  }
+  return std::move(newBuild.Body());
+}
+
+std::string FetchSettings(std::wstring_view updaterUrl, const Downloader& download) {
+  DownloadResult settings = download(Format(L"{}UpdaterData.vpak", updaterUrl));
+  if (!settings.Succeeded()) {
+    ThrowUpdaterException(kSettingsDownloadFailed, settings.Error());
+  }
+  return std::move(settings.Body());
+}
+
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings) {
   DeleteStaleExecutable();
-  const std::wstring updaterUrl = Format(L"{}updater/", updatesUrl);
+  const std::wstring updaterUrl = UpdaterUrl(updatesUrl);
   try {
     UpdateSelf(updaterUrl, settings);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(
-        Format("While trying to check for self-update from URL '{}':\n\n", ToUtf8(updaterUrl)),
-        error.what());
+    LogUpdaterFailure(SelfUpdateStage(updaterUrl), error.what());
   }
 }
 

@@ -1,0 +1,324 @@
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "core/working_directory.h"
+#include "publisher/commands.h"
+#include "publisher/executable_version.h"
+#include "publisher/paths.h"
+#include "publisher/preview.h"
+#include "publisher/version_text.h"
+#include "updater/game_apply.h"
+#include "updater/self_update.h"
+
+namespace ve::publish {
+namespace {
+
+struct Options {
+  std::string installed;
+  std::string launcher = "Launcher.exe";
+  TreeOptions tree;
+  bool fetch = false;
+};
+
+// --- What is given ---
+
+/// The version that the installed Launcher takes itself for, which only its resource tells.
+std::uint32_t InstalledLauncherVersion(const std::wstring& path, Findings& findings) {
+  if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
+  findings.Warn(PathText(path), "it has no version resource",
+                Format("It was taken for version {}, as which this tool was built.",
+                       sdk::OwnLauncherVersion()));
+  return sdk::OwnLauncherVersion();
+}
+
+void CheckInput(const Options& options, const std::wstring& installed, Findings& findings) {
+  if (!file::Exists(installed)) {
+    findings.Refuse(PathText(installed), "there is no such folder",
+                    "Name the game's root, which holds the Launcher, with --installed.");
+  } else if (!file::Exists(Below(installed, ToWide(options.launcher)))) {
+    findings.Refuse(PathText(Below(installed, ToWide(options.launcher))),
+                    "there is no such Launcher", "Name it as it is started with --launcher.");
+  }
+  if (options.tree.url.empty() && !file::Exists(AbsolutePath(options.tree.server))) {
+    findings.Refuse(PathText(AbsolutePath(options.tree.server)), "there is no such folder",
+                    "Name the folder that is served with --server.");
+  }
+}
+
+// --- The report in words ---
+
+std::string VersionWords(const std::optional<sdk::VersionNumber>& version) {
+  return version ? VersionText(*version) : "none";
+}
+
+void SayAll(Console& console, std::string_view what, const std::vector<std::wstring>& names) {
+  for (const std::wstring& name : names) console.Say(Format("    {} {}", what, ToUtf8(name)));
+}
+
+void SaySelfUpdate(const Forecast& forecast, std::uint32_t ownVersion, Console& console) {
+  if (forecast.staleExecutableRemoved) {
+    console.Say(Format("  removes {}", ToUtf8(sdk::kParkedExecutable)));
+  }
+  const std::uint32_t offered = forecast.offeredLauncher.value_or(ownVersion);
+  switch (forecast.selfUpdate) {
+    case SelfUpdate::kNotReached:
+      return;
+    case SelfUpdate::kCurrent:
+      return console.Say(Format("Launcher: version {} is what the server offers", ownVersion));
+    case SelfUpdate::kReplaced:
+      return console.Say(
+          Format("Launcher: version {} is replaced by {} and started anew; the game "
+                 "is looked at after that (preview again with the new one)",
+                 ownVersion, offered));
+    case SelfUpdate::kSettingsReplaced:
+      return console.Say(
+          Format("Launcher: version {} takes other settings and starts anew; the "
+                 "game is looked at after that",
+                 ownVersion));
+    case SelfUpdate::kFailed:
+      return console.Say(
+          Format("Launcher: version {} fails to update itself and goes on (see the "
+                 "log)",
+                 ownVersion));
+  }
+}
+
+void SayFiles(const Forecast& forecast, Console& console) {
+  std::uint64_t bytes = 0;
+  for (const Fetched& file : forecast.downloaded) bytes += file.size;
+  console.Say(Format("  files: {} current, {} staged by an earlier run, {} to download ({})",
+                     forecast.current.size(), forecast.reused.size(), forecast.downloaded.size(),
+                     BytesInWords(bytes)));
+  SayAll(console, "reuses", forecast.reused);
+  for (const Fetched& file : forecast.downloaded) {
+    console.Say(Format("    downloads {} ({})", ToUtf8(file.name), BytesInWords(file.size)));
+  }
+  SayAll(console, "makes the directory", forecast.directories);
+  console.Say(Format("  installs {} files", forecast.copied.size()));
+  console.Say(Format("  clean-up{}: {} entries",
+                     sdk::CleanupWalksOn() ? ", which goes on into filled folders" : "",
+                     forecast.removed.size()));
+  SayAll(console, "removes", forecast.removed);
+}
+
+void SayGameUpdate(const Forecast& forecast, Console& console) {
+  switch (forecast.gameUpdate) {
+    case GameUpdate::kNotReached:
+      return;
+    case GameUpdate::kNotOffered:
+      return console.Say(Format("Game: no update; installed is {}, the server has {}",
+                                VersionWords(forecast.installedVersion),
+                                VersionWords(forecast.offeredVersion)));
+    case GameUpdate::kCheckFailed:
+      return console.Say("Game: whether there is an update cannot be told (see the log)");
+    default:
+      break;
+  }
+  console.Say(Format("Game: the update from {} to {} is offered; if the player wants it:",
+                     VersionWords(forecast.installedVersion),
+                     VersionWords(forecast.offeredVersion)));
+  SayAll(console, "makes the directory", forecast.stagingDirectories);
+  if (forecast.gameUpdate == GameUpdate::kUpdateRefused) {
+    return console.Say("  it fails before the first file (see the log)");
+  }
+  SayFiles(forecast, console);
+  if (forecast.gameUpdate == GameUpdate::kEnded) {
+    return console.Say(Format("  THE RUN STOPS {}", forecast.stop));
+  }
+  console.Say(forecast.stagingRemoved ? "  removes the staging folder"
+                                      : "  cannot remove all of the staging folder and leaves it");
+  console.Say("  records the new version");
+}
+
+void SayEnd(const Forecast& forecast, Console& console) {
+  for (const std::string& dialog : forecast.dialogs) {
+    console.Say(Format("Dialog: {}", dialog));
+  }
+  for (const std::string& entry : forecast.log) console.Say(Format("Log: {}", entry));
+  if (!forecast.stop.empty()) {
+    console.Say(Format("Abnormal end: no word to the player, no log entry; exit code {}",
+                       forecast.exitCode));
+  }
+  if (Restarts(forecast.selfUpdate)) return console.Say("The Launcher is started anew");
+  console.Say(forecast.gameStarted ? "The game is started" : "The game is not started");
+}
+
+void SayForecast(const Forecast& forecast, std::uint32_t ownVersion, Console& console) {
+  if (forecast.url.empty()) {
+    console.Say("Settings: refused (see the log)");
+  } else {
+    console.Say(Format("Settings: {}, channel {}; asks {}", forecast.url, forecast.channel,
+                       forecast.updatesUrl));
+  }
+  SaySelfUpdate(forecast, ownVersion, console);
+  SayGameUpdate(forecast, console);
+  SayEnd(forecast, console);
+}
+
+// --- The report as JSON ---
+
+const char* Name(SelfUpdate outcome) {
+  switch (outcome) {
+    case SelfUpdate::kNotReached:
+      return "not reached";
+    case SelfUpdate::kCurrent:
+      return "current";
+    case SelfUpdate::kReplaced:
+      return "replaced";
+    case SelfUpdate::kSettingsReplaced:
+      return "settings replaced";
+    case SelfUpdate::kFailed:
+      break;
+  }
+  return "failed";
+}
+
+const char* Name(GameUpdate outcome) {
+  switch (outcome) {
+    case GameUpdate::kNotReached:
+      return "not reached";
+    case GameUpdate::kNotOffered:
+      return "not offered";
+    case GameUpdate::kCheckFailed:
+      return "check failed";
+    case GameUpdate::kUpdateRefused:
+      return "refused";
+    case GameUpdate::kEnded:
+      return "abnormal end";
+    case GameUpdate::kUpdated:
+      break;
+  }
+  return "done";
+}
+
+Json List(const std::vector<std::wstring>& names) {
+  Json list = Json::array();
+  for (const std::wstring& name : names) list.push_back(ToUtf8(name));
+  return list;
+}
+
+Json AsJson(const std::optional<sdk::VersionNumber>& version) {
+  return version ? Json(VersionText(*version)) : Json();
+}
+
+Json AsJson(const std::vector<Fetched>& files) {
+  Json list = Json::array();
+  for (const Fetched& file : files) {
+    list.push_back({{"name", ToUtf8(file.name)}, {"size", file.size}});
+  }
+  return list;
+}
+
+Json AsJson(const Forecast& forecast, std::uint32_t ownVersion) {
+  const Json offeredLauncher = forecast.offeredLauncher ? Json(*forecast.offeredLauncher) : Json();
+  return {
+      {"settings", {{"url", forecast.url}, {"channel", forecast.channel}}},
+      {"updatesUrl", forecast.updatesUrl},
+      {"requests", forecast.requests},
+      {"launcher",
+       {{"outcome", Name(forecast.selfUpdate)},
+        {"ownVersion", ownVersion},
+        {"offeredVersion", offeredLauncher},
+        {"staleExecutableRemoved", forecast.staleExecutableRemoved}}},
+      {"game",
+       {{"outcome", Name(forecast.gameUpdate)},
+        {"installedVersion", AsJson(forecast.installedVersion)},
+        {"offeredVersion", AsJson(forecast.offeredVersion)},
+        {"stagingDirectories", List(forecast.stagingDirectories)},
+        {"current", List(forecast.current)},
+        {"reused", List(forecast.reused)},
+        {"downloaded", AsJson(forecast.downloaded)},
+        {"directories", List(forecast.directories)},
+        {"copied", List(forecast.copied)},
+        {"cleanUpWalksOn", sdk::CleanupWalksOn()},
+        {"removed", List(forecast.removed)},
+        {"stagingRemoved", forecast.stagingRemoved},
+        {"versionWritten", forecast.versionWritten},
+        {"stop", forecast.stop}}},
+      {"dialogs", forecast.dialogs},
+      {"log", forecast.log},
+      {"exitCode", forecast.exitCode},
+      {"gameStarted", forecast.gameStarted},
+      {"changes",
+       {{"created", List(forecast.changes.created)},
+        {"written", List(forecast.changes.written)},
+        {"removed", List(forecast.changes.removed)}}},
+  };
+}
+
+// --- The command ---
+
+void WarnOfTheOutcome(const Options& options, const Forecast& forecast, Findings& findings) {
+  if (!forecast.stop.empty()) {
+    findings.Warn("the run", "it would end abnormally " + forecast.stop,
+                  "The same update is offered again by the next run.");
+  }
+  if (!options.tree.url.empty() && !options.fetch && !forecast.downloaded.empty()) {
+    findings.Warn(options.tree.url, "it was not checked that the game's files can be had",
+                  "Add --fetch to download them, or name the served folder with --server.");
+  }
+}
+
+int Run(const Options& options, Console& console) {
+  Findings findings;
+  const std::wstring installed = AbsolutePath(options.installed);
+  CheckInput(options, installed, findings);
+  if (findings.Refused()) return console.Finish(findings);
+
+  PreviewOptions preview;
+  preview.tree = options.tree;
+  // The current directory is about to change.
+  if (options.tree.url.empty()) preview.tree.server = PathText(AbsolutePath(options.tree.server));
+  preview.fetch = options.fetch;
+  preview.launcher = ToWide(options.launcher);
+  preview.ownVersion = InstalledLauncherVersion(Below(installed, preview.launcher), findings);
+  // The Launcher's decisions look at the current directory.
+  if (!SetWorkingDirectory(ToWide(PathText(installed)), true)) {
+    findings.Refuse(PathText(installed), "the folder cannot be entered", "");
+    return console.Finish(findings);
+  }
+  const Forecast forecast =
+      ForetellRun(preview, findings,
+                  [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
+                             std::uint64_t bytes) {
+                    console.ShowProgress("looked at", filesDone, files, bytesDone, bytes);
+                  });
+  console.EndProgress();
+  WarnOfTheOutcome(options, forecast, findings);
+  SayForecast(forecast, preview.ownVersion, console);
+  console.Report() = AsJson(forecast, preview.ownVersion);
+  return console.Finish(findings);
+}
+
+}  // namespace
+
+void AddPreviewCommand(CLI::App& program, Command& chosen) {
+  CLI::App* command = AddCommand(program, chosen, "preview",
+                                 "Tell what one run of the Launcher would do to an installation.",
+                                 "--installed C:\\Games\\Velmorant --server D:\\server");
+  const auto options = std::make_shared<Options>();
+  command
+      ->add_option("--installed", options->installed,
+                   "The game's root, which holds the Launcher. It is only read.")
+      ->required();
+  CLI::Option_group* tree = command->add_option_group("server", "Where the update is");
+  tree->add_option("--server", options->tree.server, "The folder that is served.");
+  tree->add_option("--url", options->tree.url, "The server's base URL, with its last slash.");
+  tree->require_option(1);
+  command
+      ->add_option("--launcher", options->launcher,
+                   "The Launcher as it is started, below the game's root; case counts.")
+      ->capture_default_str();
+  command->add_flag("--fetch", options->fetch,
+                    "With --url: download the game's files too, to see whether they can be had.");
+  command->callback([options, &chosen] {
+    chosen.run = [options](Console& console) { return Run(*options, console); };
+  });
+}
+
+}  // namespace ve::publish

@@ -1,0 +1,848 @@
+"""What `publish preview` foretells is what the Launcher then does, list by list.
+
+Each case sets up an installation and a server, has one run foretold, from the served folder and over
+HTTP, and then lets the run happen.
+"""
+
+import os
+import pathlib
+import random
+import urllib.parse
+
+import pytest
+
+import dialogs
+import formats
+from driver import TERMINATED, Press
+from game_folder import GAME, LOG, STAGING, parse_log
+from publishing import Published, publish
+from scene import INSTALLED, NEWER
+from scripted_server import Answer, redirect
+
+VERSION_FILE = "Updater/GameVersion.vpak"
+SETTINGS = "Updater/UpdaterData.vpak"
+PARKED = "_old.exe"
+NO_PROGRAM = b"this is no program, so that nothing follows the restart"
+READ_ONLY = 0o444
+
+DIALOGS = {d.caption: d for d in vars(dialogs).values() if isinstance(d, dialogs.Dialog)}
+
+
+def stat_tree(root: pathlib.Path) -> dict:
+    """Names, contents and times of everything in a folder."""
+    entries = {}
+    for path in [root, *sorted(root.rglob("*"))]:
+        stat = path.lstat()
+        content = path.read_bytes() if path.is_file() else None
+        entries[str(path)] = (stat.st_mode, stat.st_mtime_ns, stat.st_ctime_ns, content)
+    return entries
+
+
+def as_names(paths: list[str]) -> list[str]:
+    return [path.replace("\\", "/") for path in paths]
+
+
+class Oracle:
+    """Foretells the runs of a scene, and compares them with what happens."""
+
+    def __init__(self, scene) -> None:
+        self.scene = scene
+        self.tool = scene.build.publish
+        self.url = scene.server.url
+
+    def use(self, launcher: pathlib.Path, tool: pathlib.Path) -> None:
+        self.scene.install_launcher(launcher)
+        self.tool = tool
+
+    def served_folder(self) -> pathlib.Path | None:
+        """What the server has, as a folder; none if a folder has no such answers."""
+        folder = self.scene.place / "served"
+        folder.mkdir(exist_ok=True)
+        for path, answer in self.scene.server.answers.items():
+            plain = Answer(answer.body) == answer
+            if path == "/redirect.txt" and plain or "\\" in path or not plain and answer.status != 404:
+                return None
+            if plain:
+                file = folder / urllib.parse.unquote(path[1:])
+                try:
+                    file.parent.mkdir(parents=True, exist_ok=True)
+                    file.write_bytes(answer.body)
+                except (FileExistsError, NotADirectoryError, IsADirectoryError):
+                    return None
+        return folder
+
+    def preview(self, *options: str | pathlib.Path, launcher: str = "Launcher.exe") -> Published:
+        root = self.scene.folder.root
+        before = stat_tree(root)
+        done = publish(
+            self.scene.build,
+            *["preview", "--installed", root, "--launcher", launcher.replace("/", "\\"), *options],
+            program=self.tool,
+        )
+        assert stat_tree(root) == before, "the installation was changed"
+        assert (done.code, done.report["refusals"]) == (0, []), done.errors
+        return done
+
+    def foretell(self, launcher: str = "Launcher.exe") -> dict:
+        """The forecast, which is the same from the folder and over HTTP."""
+        served = self.preview("--url", self.url, "--fetch", launcher=launcher).report
+        folder = self.served_folder()
+        if folder:
+            from_folder = self.preview("--server", folder, launcher=launcher).report
+            assert from_folder == served
+        return served
+
+    def check(self, **options) -> dict:
+        """Has a run foretold, lets it happen, compares. Returns the forecast."""
+        launcher = options.get("launcher", "Launcher.exe")
+        told = self.foretell(launcher)
+        run = self.scene.run([Press("OK", DIALOGS[caption]) for caption in told["dialogs"]], **options)
+        self.compare(told, run)
+        return told
+
+    def compare(self, told: dict, run) -> None:
+        game, changes = told["game"], run.changes()
+        restarts = told["launcher"]["outcome"] in ("replaced", "settings replaced")
+
+        requests = [urllib.parse.unquote("/" + url.removeprefix(self.url)) for url in told["requests"]]
+        happened = [urllib.parse.unquote(path) for path in run.requests]
+        assert requests == (happened[: len(requests)] if restarts else happened)
+        updates = urllib.parse.unquote(told["updatesUrl"].removeprefix(self.url.rstrip("/")))
+        manifest = updates + "game_update.manifest"
+        payloads = happened[happened.index(manifest) + 1 :] if manifest in happened else []
+        downloaded = [updates + file["name"] for file in game["downloaded"]]
+        assert downloaded == payloads[: len(downloaded)]
+        assert len(payloads) - len(downloaded) in (0, 1), "all but one that failed"
+
+        program = run.launcher.split("/")[-1]
+        assert run.exit_codes(program)[0] == told["exitCode"]
+        if restarts:
+            return
+        assert (len(run.game_starts) == 1) == told["gameStarted"]
+        self.compare_log(told, run)
+
+        created = {name for name, (old, _) in changes.items() if old == "-"}
+        removed = {name for name, (_, new) in changes.items() if new == "-"}
+        assert created == set(as_names(told["changes"]["created"]))
+        assert removed == set(as_names(told["changes"]["removed"]))
+        written = set(changes) - created - removed
+        foretold = set(as_names(told["changes"]["written"]))
+        assert written <= foretold
+        copies = {name.replace("\\", "/").lower() for name in game["copied"]}
+        staged = {f"{STAGING}/{name}".lower() for name in copies}
+        same = {name.lower() for name in foretold - written}
+        assert same <= copies | staged, "only a copy of the same content is no change"
+
+        after = run.after
+        cleaned = as_names(game["removed"])
+        assert not set(cleaned) & set(after)
+        elsewhere = {name for name in removed if name == PARKED or (name + "/").startswith(STAGING + "/")}
+        assert removed - elsewhere <= set(cleaned)
+        made = set(as_names(game["stagingDirectories"] + game["directories"]))
+        created_directories = {name for name in created if after[name] is None} - {"Logs"}
+        assert created_directories == made & set(after) - {"Logs"}, "but for the log's own"
+        assert (VERSION_FILE in changes) == game["versionWritten"]
+        if game["outcome"] == "done":
+            assert (not self.scene.folder.has(STAGING)) == game["stagingRemoved"]
+        assert (told["exitCode"] == TERMINATED) == bool(game["stop"])
+
+
+    def compare_log(self, told: dict, run) -> None:
+        """The log's folder may be spelt otherwise, and is cleaned up then."""
+        names = [name for name in run.after if name.lower() == LOG.lower()]
+        if told["log"] and not names:
+            removed = [path.split("\\")[-1] for path in told["game"]["removed"]]
+            assert "updater.log" in removed
+        else:
+            entries = parse_log(self.scene.folder.read(names[0])) if names else []
+            assert entries == told["log"]
+
+
+@pytest.fixture
+def strict(scene) -> Oracle:
+    """The strict Launcher, with a game whose update can pass its clean-up: without "bin"."""
+    scene.folder.remove("bin")
+    return Oracle(scene)
+
+
+@pytest.fixture
+def walk_on(scene) -> Oracle:
+    oracle = Oracle(scene)
+    oracle.use(scene.build.walk_on, scene.build.publish_walk_on)
+    return oracle
+
+
+def offer(oracle: Oracle, files: dict[str, bytes], directories: list[str], extra: tuple[str, ...] = ()):
+    """An update to these files and, where it is installed, the game's own program, which is current."""
+    scene = oracle.scene
+    lines = [formats.file_line(name, content) for name, content in files.items()]
+    if scene.folder.has(GAME):
+        lines.append(formats.file_line(GAME, scene.folder.read(GAME)))
+    scene.offer_game(files, directories, [*lines, *extra])
+
+
+# --- The files ----------------------------------------------------------------------------------
+
+
+def test_a_whole_update(walk_on):
+    folder = walk_on.scene.folder
+    folder.put("bin/game.dll", b"old dll")
+    folder.put("bin/level.dat", b"current")
+    folder.put(f"{STAGING}/bin/staged.dat", b"staged")
+    folder.put(f"{STAGING}/bin/broken.dat", b"brok")
+    folder.put("bin/sub/old.dll", b"unlisted")
+    files = {
+        "bin/game.dll": b"new dll",
+        "bin/level.dat": b"current",
+        "bin/staged.dat": b"staged",
+        "bin/broken.dat": b"broken",
+        "readme.txt": b"read me",
+    }
+    offer(walk_on, files, ["bin", "data", "data/deep"])
+    told = walk_on.check()
+    game = told["game"]
+    assert game["outcome"] == "done"
+    assert (game["installedVersion"], game["offeredVersion"]) == ("1.0.0.0", "2.0.0.0")
+    assert game["current"] == ["bin/level.dat", GAME]
+    assert game["reused"] == ["bin/staged.dat"]
+    assert game["downloaded"] == [
+        {"name": "bin/game.dll", "size": 7},
+        {"name": "bin/broken.dat", "size": 6},
+        {"name": "readme.txt", "size": 7},
+    ]
+    assert game["directories"] == ["data", "data\\deep"]
+    # "data" still holds "deep" when the clean-up comes to it.
+    assert game["removed"] == ["bin\\sub\\old.dll", "data\\deep"]
+    assert game["cleanUpWalksOn"] and game["stagingRemoved"] and game["versionWritten"]
+    assert told["gameStarted"]
+
+
+def test_a_strict_run_stops_at_the_games_own_folder(scene):
+    oracle = Oracle(scene)
+    scene.folder.put("a unlisted.txt", b"before bin")
+    scene.folder.put("unlisted.txt", b"after bin")
+    offer(oracle, {"bin/new.dll": b"new"}, ["bin"])
+    game = oracle.check()["game"]
+    assert (game["outcome"], game["removed"]) == ("abnormal end", ["a unlisted.txt"])
+    assert ".\\bin" in game["stop"]
+
+
+def test_a_strict_run_that_passes(strict):
+    strict.scene.folder.put("readme.txt", b"old")
+    strict.scene.folder.put("unlisted.txt", b"goes")
+    offer(strict, {"readme.txt": b"new", "Saved/default.sav": b"save"}, ["Saved", "Saved/more"])
+    told = strict.check()
+    assert (told["game"]["outcome"], told["game"]["removed"]) == ("done", ["unlisted.txt"])
+    assert not told["gameStarted"]
+
+
+def test_every_rule_of_the_clean_up(walk_on):
+    kept = [
+        *["Output.txt", "Backup.RAR", "bin/backup.tar.rAr", "Saved/profile.sav", "Logs/old.log"],
+        *["Updater/anything", "updates/file", "CrashLogs/dump", "Screenshots/a/b.png", "Symbols/x"],
+        *["Intermediate/other/file", "a.b/c.rar"],
+    ]
+    removed = [
+        *["output.txt.bak", "bin/Output.txt", "notes.rar.txt", "rar", ".rar", "saved game/x", "bin/Saved/x"],
+        *["a.rar/notes.txt", "_old.txt", "Other launcher.exe", "bin/Launcher.exe", "OUTPUT2.TXT"],
+    ]
+    for name in kept + removed:
+        walk_on.scene.folder.put(name, b"content")
+    walk_on.scene.folder.directory("bin/empty")
+    walk_on.scene.folder.directory("empty/empty")
+    walk_on.scene.folder.directory("empty.rar")
+    walk_on.scene.folder.directory("Saved/empty")
+    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
+    game = walk_on.check()["game"]
+    cleaned = as_names(game["removed"])
+    assert sorted(cleaned) == sorted([*removed, "bin/empty", "empty/empty"])
+
+
+def test_the_clean_up_goes_by_names_in_upper_case(strict):
+    """A folder that is not empty stops it: what comes before has gone then."""
+    for name in ["_a", "^b", "[c", "Zed", "zeb", "~t", "a b", "A.b", "a-b", "1", "10", "2", "{z", "é"]:
+        strict.scene.folder.put(name, b"content")
+    strict.scene.folder.put("Z/file", b"content")
+    offer(strict, {"data.pak": b"data"}, ["Saved"])
+    game = strict.check()["game"]
+    assert game["outcome"] == "abnormal end"
+    assert {"1", "10", "2", "a b", "a-b", "A.b"} <= set(game["removed"])
+    assert not {"Zed", "zeb", "[c", "_a", "~t"} & set(game["removed"])
+
+
+# --- Case ---------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("installed", [b"text", b"an older text"], ids=["current", "replaced"])
+def test_a_file_listed_in_another_case_keeps_its_name_and_is_removed(walk_on, installed):
+    walk_on.scene.folder.put("bin/README.TXT", installed)
+    offer(walk_on, {"bin/readme.txt": b"text"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert (game["outcome"], game["removed"]) == ("done", ["bin\\README.TXT"])
+    assert bool(game["copied"]) == (installed != b"text")
+
+
+def test_a_directory_listed_in_another_case(walk_on):
+    walk_on.scene.folder.put("Data/old.pak", b"old")
+    offer(walk_on, {"data/new.pak": b"new"}, ["bin", "data"])
+    game = walk_on.check()["game"]
+    assert game["removed"] == ["Data\\new.pak", "Data\\old.pak"]
+    assert game["directories"] == []
+
+
+def test_a_preserved_name_in_another_case_is_cleaned(walk_on):
+    walk_on.scene.folder.put("saved/profile.sav", b"lost")
+    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
+    assert walk_on.check()["game"]["removed"] == ["saved\\profile.sav"]
+
+
+def test_two_listed_spellings_of_one_file(walk_on):
+    offer(walk_on, {"bin/x.txt": b"same", "bin/X.TXT": b"same"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert (game["reused"], game["removed"]) == (["bin/X.TXT"], [])
+
+
+def test_a_file_listed_twice_is_downloaded_once(walk_on):
+    line = formats.file_line("bin/x.txt", b"same")
+    offer(walk_on, {"bin/x.txt": b"same"}, ["bin"], (line,))
+    game = walk_on.check()["game"]
+    assert (len(game["downloaded"]), game["reused"]) == (1, ["bin/x.txt"])
+
+
+def test_a_name_with_a_backslash_is_removed_right_after_its_installation(walk_on):
+    for name in ("bin\\new.dll", "bin/new.dll"):
+        walk_on.scene.serve(name, b"new")
+    offer(walk_on, {"bin\\new.dll": b"new"}, ["bin"])
+    told = walk_on.foretell()
+    assert told["game"]["removed"] == ["bin\\new.dll"]
+    run = walk_on.scene.run([Press("OK", DIALOGS[caption]) for caption in told["dialogs"]])
+    assert not walk_on.scene.folder.has("bin/new.dll")
+    assert run.exit_code == told["exitCode"] == 0
+
+
+def test_the_launcher_typed_in_another_case_would_be_removed(strict):
+    """The system refuses that, and that ends the run. Foretold only: Wine corrects what was typed
+    before the Launcher sees it."""
+    offer(strict, {"data.pak": b"data"}, ["Saved"])
+    game = strict.foretell("launcher.exe")["game"]
+    assert (game["outcome"], game["removed"]) == ("abnormal end", [])
+    assert "Launcher.exe" in game["stop"]
+
+
+def test_a_renamed_launcher_keeps_itself_only(strict):
+    strict.scene.folder.put_copy("Start.exe", strict.scene.build.launcher)
+    offer(strict, {"data.pak": b"data"}, ["Saved"])
+    assert strict.check(launcher="Start.exe")["game"]["removed"] == ["Launcher.exe"]
+
+
+def test_a_launcher_outside_of_the_root(walk_on):
+    scene = walk_on.scene
+    scene.folder.put_copy("tools/Launcher.exe", scene.build.walk_on)
+    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
+    game = walk_on.check(launcher="tools/Launcher.exe", directory=scene.folder.root)["game"]
+    assert "tools\\Launcher.exe" in game["stop"]
+
+
+# --- Digests, sizes, staging --------------------------------------------------------------------
+
+
+def test_an_uppercase_digest_never_matches(walk_on):
+    walk_on.scene.folder.put("bin/x", b"content")
+    line = formats.file_line("bin/x", b"content", formats.md5(b"content").upper())
+    walk_on.scene.serve("bin/x", b"content")
+    lines = [line, formats.file_line(GAME, walk_on.scene.folder.read(GAME))]
+    walk_on.scene.offer_game({"bin/x": b"content"}, ["bin"], lines)
+    assert [file["name"] for file in walk_on.check()["game"]["downloaded"]] == ["bin/x"]
+
+
+def test_a_payload_that_is_not_what_is_listed(walk_on):
+    offer(walk_on, {"bin/x": b"as listed"}, ["bin"])
+    walk_on.scene.serve("bin/x", b"something else")
+    told = walk_on.check()
+    assert told["game"]["downloaded"] == [{"name": "bin/x", "size": 14}]
+    assert any("another size" in warning["rule"] for warning in told["warnings"])
+
+
+def test_staging_leftovers_go_with_the_folder(walk_on):
+    walk_on.scene.folder.put(f"{STAGING}/left/over/file", b"from an older update")
+    walk_on.scene.folder.put("Intermediate/kept", b"kept")
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    assert walk_on.check()["game"]["stagingRemoved"]
+
+
+def test_a_read_only_leftover_keeps_the_staging_folder(walk_on):
+    for name in ("a", "m", "z"):
+        walk_on.scene.folder.put(f"{STAGING}/left/{name}", b"over")
+    walk_on.scene.folder.path(f"{STAGING}/left/m").chmod(READ_ONLY)
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert (game["outcome"], game["stagingRemoved"]) == ("done", False)
+
+
+@pytest.mark.parametrize("directories", [["data/sub", "data"], ["data/sub"]])
+def test_a_directory_before_its_parent(walk_on, directories):
+    offer(walk_on, {"data/sub/x": b"x"}, directories)
+    told = walk_on.check()
+    assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
+    assert "create_directory" in told["log"][0]
+
+
+@pytest.mark.parametrize("name", [f"{STAGING}/data", "Intermediate", "Intermediate/Update"])
+def test_a_file_in_the_place_of_a_staging_folder(walk_on, name):
+    walk_on.scene.folder.put(name, b"a file")
+    offer(walk_on, {"data/x": b"x"}, ["bin", "data"])
+    told = walk_on.check()
+    assert told["game"]["outcome"] == "refused"
+    assert "create_director" in told["log"][0]
+
+
+def test_a_directory_in_the_place_of_a_staged_file(walk_on):
+    walk_on.scene.folder.directory(f"{STAGING}/data")
+    offer(walk_on, {"data": b"a file"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert "file_size" in game["stop"]
+
+
+def test_a_directory_that_is_not_listed(walk_on):
+    offer(walk_on, {"unlisted/x": b"x", "bin/y": b"y"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert game["outcome"] == "abnormal end"
+    assert [file["name"] for file in game["downloaded"]] == ["unlisted/x"]
+
+
+@pytest.mark.parametrize(
+    "answer",
+    [
+        pytest.param(Answer(b"", status=404), id="404"),
+        pytest.param(Answer(b"", status=500), id="500"),
+        pytest.param(Answer(b"content", length=None), id="no length"),
+        pytest.param(redirect("/elsewhere", 302), id="moved to nowhere"),
+    ],
+)
+def test_a_payload_that_cannot_be_had(walk_on, answer):
+    offer(walk_on, {"bin/a": b"a", "bin/b": b"b", "bin/c": b"c"}, ["bin"])
+    walk_on.scene.serve("bin/b", answer)
+    if answer.headers:
+        told = walk_on.foretell()
+        run = walk_on.scene.run([Press("OK", dialogs.UPDATE_AVAILABLE)])
+        assert run.exit_code == told["exitCode"] == TERMINATED
+        return
+    game = walk_on.check()["game"]
+    assert game["outcome"] == "abnormal end"
+    assert [file["name"] for file in game["downloaded"]] == ["bin/a"]
+    assert "bin/b" in game["stop"]
+
+
+# --- Applying -----------------------------------------------------------------------------------
+
+
+def test_a_directory_in_the_place_of_a_listed_file(walk_on):
+    walk_on.scene.folder.directory("bin/x")
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    assert walk_on.check()["game"]["outcome"] == "abnormal end"
+
+
+def test_a_file_in_the_place_of_a_listed_directory(walk_on):
+    walk_on.scene.folder.put("data", b"a file")
+    offer(walk_on, {"bin/x": b"x"}, ["bin", "data", "data/sub"])
+    game = walk_on.check()["game"]
+    assert "create_directories" in game["stop"]
+    assert game["copied"] == []
+
+
+def test_a_file_in_the_place_of_an_only_directory_is_enough_and_goes(walk_on):
+    walk_on.scene.folder.put("data", b"a file")
+    offer(walk_on, {"bin/x": b"x"}, ["bin", "data"])
+    assert walk_on.check()["game"]["removed"] == ["data"]
+
+
+def test_a_file_in_the_place_of_the_directory_of_a_copy(walk_on):
+    walk_on.scene.folder.put("data", b"a file")
+    offer(walk_on, {"bin/x": b"x", "data/y": b"y", "z": b"z"}, ["bin", "data"])
+    game = walk_on.check()["game"]
+    assert game["copied"] == ["bin/x"]
+    assert game["stop"].startswith("while files are copied")
+
+
+def test_a_listed_launcher_of_another_content(walk_on):
+    offer(walk_on, {"bin/x": b"x", "Launcher.exe": b"another", "z": b"z"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert game["copied"] == ["bin/x"]
+    assert "Launcher.exe" in game["stop"]
+
+
+def test_a_read_only_file_that_is_not_listed(walk_on):
+    for name in ("bin/a.dll", "bin/m.dll", "bin/z.dll"):
+        walk_on.scene.folder.put(name, b"unlisted")
+    walk_on.scene.folder.path("bin/m.dll").chmod(READ_ONLY)
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert (game["outcome"], game["removed"]) == ("abnormal end", ["bin\\a.dll"])
+    assert "bin\\m.dll" in game["stop"]
+
+
+def test_a_read_only_file_that_is_listed(walk_on):
+    """Whether it can be replaced is the system's business, which is asked."""
+    walk_on.scene.folder.put("bin/x", b"old").chmod(READ_ONLY)
+    offer(walk_on, {"bin/x": b"new", "bin/y": b"y"}, ["bin"])
+    game = walk_on.check()["game"]
+    assert (game["outcome"] == "done") == os.access(walk_on.scene.folder.path("bin/x"), os.W_OK)
+
+
+def test_a_hidden_file_that_is_listed(walk_on):
+    """Wine hides names that begin with a dot."""
+    walk_on.scene.folder.put("bin/.hidden", b"old")
+    offer(walk_on, {"bin/.hidden": b"new"}, ["bin"])
+    assert walk_on.check()["game"]["copied"] == ["bin/.hidden"]
+
+
+def test_a_file_in_use(walk_on):
+    walk_on.scene.folder.put("bin/used.dll", b"in use")
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    walk_on.scene.lock("bin/used.dll", "read")
+    assert "bin\\used.dll" in walk_on.check()["game"]["stop"]
+
+
+def test_a_version_file_that_cannot_be_written(strict):
+    strict.scene.lock(VERSION_FILE, "read")
+    offer(strict, {"data.pak": b"data"}, ["Saved"])
+    game = strict.check()["game"]
+    assert (game["stagingRemoved"], game["versionWritten"]) == (True, False)
+    assert game["stop"].startswith("when the version is written")
+
+
+# --- Versions, manifests ------------------------------------------------------------------------
+
+
+def test_no_update(scene):
+    told = Oracle(scene).check()
+    assert (told["game"]["outcome"], told["gameStarted"]) == ("not offered", True)
+    assert told["changes"] == {"created": [], "written": [], "removed": []}
+
+
+def test_an_installed_version_above_the_servers(scene):
+    scene.folder.put(VERSION_FILE, formats.game_version(0, 0, 0, 9))
+    assert Oracle(scene).check()["game"]["installedVersion"] == "9.0.0.0"
+
+
+@pytest.mark.parametrize("version", [None, b"", formats.game_version(*INSTALLED)[:11], b"nonsense" * 4])
+def test_an_installed_version_that_is_missing_or_broken(walk_on, version):
+    walk_on.scene.folder.remove(VERSION_FILE)
+    if version is not None:
+        walk_on.scene.folder.put(VERSION_FILE, version)
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    told = walk_on.check()
+    assert told["game"]["outcome"] in ("done", "check failed")
+    assert told["game"]["installedVersion"] is None or version
+
+
+@pytest.mark.parametrize("content", [b"", b"nonsense", formats.game_version(*NEWER, header="Other")])
+def test_a_version_of_the_server_that_is_broken(scene, content):
+    scene.serve("GameVersion.vpak", content)
+    assert Oracle(scene).check()["gameStarted"]
+
+
+def test_a_server_without_a_version_for_an_installation_without_one(scene):
+    scene.folder.remove(VERSION_FILE)
+    scene.serve("GameVersion.vpak", Answer(b"", status=404))
+    told = Oracle(scene).check()
+    assert told["dialogs"] == ["Update available", "Update failed."]
+
+
+@pytest.mark.parametrize(
+    "manifest",
+    [
+        pytest.param(Answer(b"", status=404), id="missing"),
+        pytest.param(b"", id="empty"),
+        pytest.param(formats.game_manifest([], ["'x' 1 " + "0" * 32]), id="no directories"),
+        pytest.param(formats.game_manifest(["bin"], ["'x' 0 " + "0" * 32]), id="empty file"),
+    ],
+)
+def test_a_refused_manifest(scene, manifest):
+    offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
+    scene.serve("game_update.manifest", manifest)
+    told = Oracle(scene).check()
+    assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
+
+
+# --- Settings, redirection, the Launcher itself -------------------------------------------------
+
+
+@pytest.mark.parametrize(
+    "settings",
+    [
+        pytest.param(None, id="missing"),
+        pytest.param(b"", id="empty"),
+        pytest.param(b"nonsense", id="nonsense"),
+        pytest.param(formats.updater_data("", "release"), id="no url"),
+        pytest.param(formats.updater_data("http://x/", "gamma"), id="no such channel"),
+    ],
+)
+def test_refused_settings(scene, settings):
+    scene.folder.remove(SETTINGS)
+    if settings is not None:
+        scene.folder.put(SETTINGS, settings)
+    scene.folder.put(PARKED, b"stale, and left alone")
+    told = Oracle(scene).check()
+    assert (told["requests"], len(told["log"]), told["gameStarted"]) == ([], 1, True)
+
+
+def test_a_redirection_is_followed(scene):
+    scene.server.serve("redirect.txt", f"{scene.server.url}other/".encode())
+    told = Oracle(scene).check()
+    assert told["updatesUrl"] == f"{scene.server.url}other/updates/release/"
+    assert len(told["log"]) == 2
+
+
+def test_a_folder_with_a_redirection_is_warned_of(scene):
+    oracle = Oracle(scene)
+    folder = oracle.served_folder()
+    (folder / "redirect.txt").write_text("https://elsewhere.example.com/")
+    assert any("redirect.txt" in warning for warning in oracle.preview("--server", folder).warnings)
+
+
+def test_another_channel(scene):
+    scene.configure(scene.server.url, "beta")
+    assert Oracle(scene).check()["settings"]["channel"] == "beta"
+
+
+@pytest.mark.parametrize("name", [PARKED, PARKED + "/file"])
+def test_a_stale_executable(scene, name):
+    scene.folder.put(name, b"stale")
+    told = Oracle(scene).check()
+    assert told["launcher"]["staleExecutableRemoved"] == (name == PARKED)
+
+
+def test_a_launcher_of_the_server_that_is_older_is_logged_and_the_game_is_updated(walk_on):
+    walk_on.scene.offer_launcher(5)
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    told = walk_on.check()
+    assert (told["launcher"]["outcome"], told["game"]["outcome"]) == ("failed", "done")
+    assert told["launcher"]["ownVersion"] == 6
+
+
+def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(walk_on):
+    walk_on.scene.offer_launcher(5)
+    walk_on.scene.folder.put("Logs", b"a file in the place of the folder")
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    told = walk_on.foretell()
+    assert told["game"]["removed"] == ["updater.log"]
+    run = walk_on.scene.run([Press("OK", DIALOGS[caption]) for caption in told["dialogs"]])
+    assert "updater.log" not in run.after
+    assert (run.exit_code, told["game"]["outcome"]) == (0, "done")
+
+
+@pytest.mark.parametrize("name", ["updater/updater.manifest", "updater/UpdaterData.vpak"])
+def test_a_server_without_a_launcher(scene, name):
+    scene.serve(name, Answer(b"", status=404))
+    told = Oracle(scene).check()
+    assert (told["launcher"]["outcome"], len(told["log"])) == ("failed", 1)
+
+
+def test_a_newer_launcher_ends_the_run_with_a_restart(scene):
+    scene.offer_launcher(7)
+    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
+    told = Oracle(scene).check()
+    assert told["dialogs"] == ["Restart required."]
+    assert told["launcher"]["outcome"] == "replaced"
+    assert told["game"]["outcome"] == "not reached"
+    assert set(told["changes"]["created"]) == {PARKED}
+    assert scene.folder.read("Launcher.exe") == NO_PROGRAM
+    assert scene.folder.has(PARKED)
+
+
+def test_the_newer_launcher_is_foretold_by_its_own_tool(scene):
+    oracle = Oracle(scene)
+    oracle.use(scene.build.next, scene.build.publish_next)
+    scene.offer_launcher(7)
+    told = oracle.check()
+    assert (told["launcher"]["outcome"], told["launcher"]["ownVersion"]) == ("current", 7)
+
+
+def test_a_newer_launcher_that_cannot_be_had(scene):
+    scene.offer_launcher(7)
+    told = Oracle(scene).check()
+    assert told["launcher"]["outcome"] == "failed"
+    assert "404" in told["log"][0]
+
+
+def test_a_newer_launcher_that_cannot_take_its_place(scene):
+    """A full folder where the previous executable is to be put."""
+    scene.offer_launcher(7)
+    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    scene.folder.put(PARKED + "/file", b"in the way")
+    told = Oracle(scene).check()
+    assert told["dialogs"] == ["Error while loading new version of updater"]
+    assert told["gameStarted"]
+
+
+def test_other_settings_of_the_server_end_the_run_with_a_restart(scene):
+    scene.serve("updater/UpdaterData.vpak", b"nonsense")
+    told = Oracle(scene).check()
+    assert told["launcher"]["outcome"] == "settings replaced"
+    assert scene.folder.read(SETTINGS) == b"nonsense"
+
+
+def test_a_launcher_without_a_version_resource_is_taken_for_the_tools_own(scene):
+    oracle = Oracle(scene)
+    scene.folder.put("Launcher.exe", NO_PROGRAM)
+    done = oracle.preview("--url", scene.server.url)
+    assert any("version resource" in warning for warning in done.warnings)
+    assert done.report["launcher"]["ownVersion"] == 6
+
+
+def test_a_missing_game_is_not_started(scene):
+    scene.folder.remove("bin")
+    assert not Oracle(scene).check()["gameStarted"]
+
+
+# --- The command --------------------------------------------------------------------------------
+
+
+def test_without_fetch_payloads_are_taken_as_listed_and_that_is_said(walk_on):
+    offer(walk_on, {"bin/x": b"x"}, ["bin"])
+    walk_on.scene.serve("bin/x", Answer(b"", status=404))
+    first = len(walk_on.scene.server.requests)
+    done = walk_on.preview("--url", walk_on.scene.server.url)
+    assert "/updates/release/bin/x" not in walk_on.scene.server.requests[first:]
+    assert done.report["game"]["outcome"] == "done"
+    assert any("not checked" in warning for warning in done.warnings)
+
+
+def test_another_url_than_the_installed_one_is_warned_of(scene):
+    oracle = Oracle(scene)
+    scene.folder.put(SETTINGS, formats.updater_data("http://old.example.com/"))
+    done = oracle.preview("--url", scene.server.url)
+    assert any("old.example.com" in warning for warning in done.warnings)
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["--server", "x", "--url", "http://x/"],
+        [],
+    ],
+)
+def test_exactly_one_tree_is_given(scene, arguments):
+    done = publish(scene.build, "preview", "--installed", scene.folder.root, *arguments)
+    assert done.code == 2
+
+
+def test_what_is_not_there_is_refused_all_at_once(scene):
+    done = publish(
+        scene.build, "preview", "--installed", scene.place / "none", "--server", scene.place / "nor this"
+    )
+    assert done.code == 1
+    assert len(done.refusals) == 2
+
+
+# --- Generated installations --------------------------------------------------------------------
+
+
+class Generator:
+    """A random installation, and an update that is not always sound."""
+
+    def __init__(self, oracle: Oracle, seed: int, folders: list[str]) -> None:
+        self.random = random.Random(seed)
+        self.scene = oracle.scene
+        self.folders = folders
+        self.spelt: dict[str, str] = {}
+        for path in self.scene.folder.root.rglob("*"):
+            name = path.relative_to(self.scene.folder.root).as_posix()
+            self.spelt[name.lower()] = name
+
+    def chance(self, percent: int) -> bool:
+        return self.random.randrange(100) < percent
+
+    def put(self, name: str, content: bytes | None) -> None:
+        """Puts a file, or a directory, unless something is in its way. What is there already keeps
+        its spelling: on Windows there are no two of them."""
+        spelt = ""
+        for part in name.split("/"):
+            known = self.spelt.get(f"{spelt}/{part}".strip("/").lower())
+            spelt = known or f"{spelt}/{part}".strip("/")
+            is_last = len(spelt) == len(name)
+            if not is_last and self.scene.folder.path(spelt).is_file():
+                return
+            self.spelt.setdefault(spelt.lower(), spelt)
+        path = self.scene.folder.path(spelt)
+        if content is None and not path.exists():
+            path.mkdir(parents=True)
+        elif content is not None and not path.is_dir():
+            self.scene.folder.put(spelt, content)
+            if self.chance(2):
+                path.chmod(READ_ONLY)
+
+    def file_name(self) -> str:
+        stem = self.random.choice(["a", "b", "Core", "level 1", "x.y", "Output", "saved", "Logs", "_u"])
+        extension = self.random.choice(["", ".dll", ".dat", ".txt", ".rar", ".RAR", ".pak"])
+        folder = self.random.choice([*self.folders, ""])
+        return f"{folder}/{stem}{extension}".strip("/")
+
+    def other_case(self, name: str) -> str:
+        return self.random.choice([name.upper(), name.lower(), name.swapcase()])
+
+    def make(self) -> None:
+        listed: dict[str, bytes] = {}
+        for _ in range(self.random.randrange(1, 12)):
+            name = self.file_name()
+            if name.lower() not in {n.lower() for n in listed} or self.chance(10):
+                listed[name] = self.random.randbytes(self.random.randrange(1, 40))
+        for name, content in listed.items():
+            for place in (name, f"{STAGING}/{name}"):
+                kind = self.random.randrange(5)
+                here = self.other_case(place) if self.chance(10) and STAGING not in place else place
+                if kind == 0:
+                    self.put(here, content)
+                elif kind == 1:
+                    self.put(here, bytes(byte ^ 1 for byte in content))
+                elif kind == 2:
+                    self.put(here, content[:-1])
+        for _ in range(self.random.randrange(8)):
+            self.put(self.file_name(), b"unlisted")
+        for _ in range(self.random.randrange(4)):
+            self.put(f"{self.random.choice([*self.folders, 'new'])}/empty {self.random.randrange(3)}", None)
+        if self.chance(30):
+            self.put(PARKED, b"stale")
+        if self.chance(5):
+            self.put(self.random.choice(list(listed)), None)
+
+        directories = {"/".join(n.split("/")[:i]) for n in listed for i in range(1, len(n.split("/")))}
+        ordered = sorted(directories | {"fresh"} if self.chance(50) else directories or {"fresh"})
+        if self.chance(5):
+            self.random.shuffle(ordered)
+        if self.chance(3):
+            ordered.pop()
+        lines = []
+        for name, content in listed.items():
+            digest = formats.md5(content)
+            lines.append(formats.file_line(name, content, digest.upper() if self.chance(4) else digest))
+        if self.scene.folder.has(GAME):
+            lines.append(formats.file_line(GAME, self.scene.folder.read(GAME)))
+        self.scene.offer_game(listed, ordered or ["fresh"], lines)
+        # The server tells no blank from its escape.
+        for name, content in listed.items():
+            self.scene.serve(name.replace(" ", "%20"), content)
+        for name in listed:
+            if self.chance(2):
+                self.scene.serve(name.replace(" ", "%20"), Answer(b"", status=404))
+                self.scene.serve(name, Answer(b"", status=404))
+        self.scene.offer_launcher(5 if self.chance(10) else 6)
+        if self.chance(10):
+            self.scene.folder.remove(VERSION_FILE)
+
+
+@pytest.mark.parametrize("seed", range(16))
+def test_generated_installations_of_the_walking_launcher(walk_on, seed):
+    Generator(walk_on, seed, ["bin", "bin/data", "Data", "Saved", "saved games", "a.rar", "Logs"]).make()
+    told = walk_on.check()
+    assert told["game"]["outcome"] not in ("not reached", "not offered")
+
+
+@pytest.mark.parametrize("seed", range(16))
+def test_generated_installations_of_the_strict_launcher(strict, seed):
+    """Mostly in preserved folders: others stop it."""
+    Generator(strict, seed, ["Saved", "Saved/deep", "Logs", "updates", "Screenshots"]).make()
+    told = strict.check()
+    assert told["game"]["outcome"] not in ("not reached", "not offered")
