@@ -13,8 +13,9 @@ namespace ve::sdk {
 ///
 /// Returns when the game may be started: nothing to do, declined, done, the comparison failed, or
 /// the update failed before a file was fetched and the player wants the old version; failures are
-/// logged. Ends the process with exit code -1 when the player does not want it. A failure after the progress thread has started
-/// ends the process through std::terminate: no dialog, no log entry, no game.
+/// logged. Ends the process with exit code -1 when the player does not want it. A failure after the
+/// progress thread has started ends the process through std::terminate: no dialog, no log entry, no
+/// game.
 void RunGameUpdate(std::wstring_view updatesUrl);
 
 // Its parts, for whoever has to foretell it.

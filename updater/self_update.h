@@ -15,9 +15,8 @@ namespace ve::sdk {
 /// Returns when there was nothing to do, or after a failure, which it has logged. When it has
 /// replaced the executable or the settings archive it starts the Launcher anew and ends this
 /// process with exit code 0. On disk it leaves the current build; the new build with the previous
-/// one beside it as
-/// "_old.exe", which the next start deletes; or, where installing the new build failed, the
-/// previous one put back.
+/// one beside it as "_old.exe", which the next start deletes; or, where installing the new build
+/// failed, the previous one put back.
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings);
 
 // Its parts, for whoever has to foretell it.

@@ -28,6 +28,7 @@ import formats  # noqa: E402
 from driver import TERMINATED, Build, Watcher  # noqa: E402
 from game_folder import STAGING, GameFolder, windows_path  # noqa: E402
 from nginx_server import NginxServer, Request  # noqa: E402
+from publishing import command_line  # noqa: E402
 
 BUILD = Build(ROOT / "build/release")
 DEMO = ROOT / "build/demo"
@@ -83,41 +84,65 @@ def write_tree(folder: pathlib.Path, files: dict[str, bytes]) -> None:
         path.write_bytes(content)
 
 
-def install(root: pathlib.Path, launcher: pathlib.Path, url: str) -> GameFolder:
-    """An installation of version 1.0, as a player has it."""
-    game = GameFolder(root)
-    write_tree(root, game_files("1.0") | OWN_FILES)
-    game.put_copy("Launcher.exe", launcher)
-    game.put("Updater/UpdaterData.vpak", formats.updater_data(url))
-    game.put("Updater/GameVersion.vpak", formats.game_version(*VERSIONS["1.0"]))
-    return game
+def short(path: pathlib.Path) -> str:
+    return str(path.relative_to(DEMO if path.is_relative_to(DEMO) else BUILD.path))
 
 
-def publish_launcher(updates: pathlib.Path, version: int, launcher: pathlib.Path, url: str) -> None:
-    write_tree(
-        updates / "updater",
-        {
-            "updater.manifest": formats.updater_manifest(version),
-            "UpdaterData.vpak": formats.updater_data(url),
-            "Launcher.exe": launcher.read_bytes(),
-        },
-    )
+class Studio:
+    """Who makes a game: its server's folder, and the tools that it publishes with."""
 
+    def __init__(self, demo: "Demo", base: str, launcher: pathlib.Path, publish: pathlib.Path) -> None:
+        self.demo = demo
+        self.base = base
+        self.launcher = launcher
+        self.publish_program = publish
+        self.url = demo.server.url(base)
+        self.www = demo.server.tree / base
+        self.settings = DEMO / "settings" / f"{base}.vpak"
+        self.settings.parent.mkdir(exist_ok=True)
+        self.www.mkdir()
+        self.publish("settings", "--url", self.url, "--channel", "release", "--output", self.settings)
 
-def publish_game(updates: pathlib.Path, version: str) -> None:
-    files = game_files(version)
-    folders = sorted({str(parent) for name in files for parent in pathlib.PurePath(name).parents})
-    folders.remove(".")
-    write_tree(
-        updates,
-        files
-        | {
-            "GameVersion.vpak": formats.game_version(*VERSIONS[version]),
-            "game_update.manifest": formats.game_manifest(
-                folders, [formats.file_line(name, content) for name, content in files.items()]
-            ),
-        },
-    )
+    @property
+    def updates(self) -> pathlib.Path:
+        return self.www / "updates/release"
+
+    def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> None:
+        """A run of the publishing tool, told as the studio sees it."""
+        shown = [short(a) if isinstance(a, pathlib.Path) else a for a in arguments]
+        self.demo.tell("published", "publish " + " ".join(shown))
+        done = subprocess.run(
+            command_line(program or self.publish_program, *arguments),
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            timeout=PATIENCE,
+        )
+        for line in done.stdout.decode().splitlines():
+            self.demo.tell("", line.replace(windows_path(DEMO) + "\\", ""))
+        if done.returncode != 0:
+            raise RuntimeError(f"publish {arguments[0]} ended with {done.returncode}")
+
+    def publish_launcher(self, launcher: pathlib.Path, publish: pathlib.Path) -> None:
+        to = ("--settings", self.settings, "--channel", "release", "--server", self.www)
+        self.publish("launcher", "--exe", launcher, *to, program=publish)
+
+    def publish_game(self, version: str) -> None:
+        build = DEMO / "builds" / version
+        if not build.exists():
+            write_tree(build, game_files(version))
+        number = f"{version}.0.0"
+        to = ("--channel", "release", "--server", self.www)
+        self.publish("game", "--source", build, "--version", number, *to)
+
+    def install(self, root: pathlib.Path) -> GameFolder:
+        """An installation of what is published now, as a player has it."""
+        game = GameFolder(root)
+        write_tree(root, game_files("1.0") | OWN_FILES)
+        game.put_copy("Launcher.exe", self.launcher)
+        game.put_copy("Updater/UpdaterData.vpak", self.settings)
+        game.put_copy("Updater/GameVersion.vpak", self.updates / "GameVersion.vpak")
+        return game
 
 
 # --- One run, watched --------------------------------------------------------------------------
@@ -366,14 +391,14 @@ def current_game(demo: Demo, game: GameFolder) -> None:
     demo.check("no file was changed, nothing was logged", run.before == run.after and not run.log)
 
 
-def new_launcher(demo: Demo, game: GameFolder, updates: pathlib.Path, url: str) -> None:
+def new_launcher(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.scene(
         "2. A newer Launcher",
         "The server now offers version 7 of the Launcher. The running one moves itself aside as "
         "_old.exe, puts the new one in its place and restarts; the new one deletes _old.exe and "
         "starts the game.",
     )
-    publish_launcher(updates, 7, BUILD.next, url)
+    studio.publish_launcher(BUILD.next, BUILD.publish_next)
     run = demo.run(game, {dialogs.RESTART_REQUIRED.caption: "OK"})
     demo.check('only "Restart required." was shown', run.shown == [dialogs.RESTART_REQUIRED])
     demo.check(
@@ -393,12 +418,12 @@ def new_launcher(demo: Demo, game: GameFolder, updates: pathlib.Path, url: str) 
     demo.check("the game ran once", len(run.game_texts) == 1)
 
 
-def declined_update(demo: Demo, game: GameFolder, updates: pathlib.Path) -> None:
+def declined_update(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.scene(
         "3. A new version of the game, declined",
         "The server now offers version 1.1 of the game. The player says no, and plays version 1.0.",
     )
-    publish_game(updates, "1.1")
+    studio.publish_game("1.1")
     run = demo.run(game, {dialogs.UPDATE_AVAILABLE.caption: "Cancel"})
     demo.check('only "Update available" was shown', run.shown == [dialogs.UPDATE_AVAILABLE])
     demo.check("nothing more was downloaded", run.requested() == QUIET_REQUESTS)
@@ -410,7 +435,7 @@ def declined_update(demo: Demo, game: GameFolder, updates: pathlib.Path) -> None
 def wanted_downloads() -> list[str]:
     """What version 1.1 has new or otherwise than 1.0, in the order of its manifest."""
     old = game_files("1.0")
-    return [name for name, content in game_files("1.1").items() if old.get(name) != content]
+    return sorted(name for name, content in game_files("1.1").items() if old.get(name) != content)
 
 
 def new_version_installed(game: GameFolder) -> bool:
@@ -523,22 +548,22 @@ def server_down(demo: Demo, game: GameFolder, url: str) -> None:
 
 def walk(demo: Demo, server: NginxServer) -> None:
     # Two studios on one server: the second ships the Launcher that walks on.
-    games = {}
-    for base, launcher in (("velmorant", BUILD.launcher), ("studio", BUILD.walk_on)):
-        updates = server.tree / base / "updates/release"
-        publish_launcher(updates, 6, launcher, server.url(base))
-        publish_game(updates, "1.0")
-        games[base] = install(DEMO / "games" / base, launcher, server.url(base))
-    game, updates = games["velmorant"], server.tree / "velmorant/updates/release"
+    strict = Studio(demo, "velmorant", BUILD.launcher, BUILD.publish)
+    walk_on = Studio(demo, "studio", BUILD.walk_on, BUILD.publish_walk_on)
+    for studio in (strict, walk_on):
+        studio.publish_launcher(studio.launcher, studio.publish_program)
+        studio.publish_game("1.0")
+    game = strict.install(DEMO / "games/velmorant")
+    studio_game = walk_on.install(DEMO / "games/studio")
     server.start()
-    demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {server.url('velmorant')}")
+    demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {strict.url}")
     current_game(demo, game)
-    new_launcher(demo, game, updates, server.url("velmorant"))
-    declined_update(demo, game, updates)
-    strict_update(demo, game, "velmorant")
-    publish_game(server.tree / "studio/updates/release", "1.1")
-    walk_on_update(demo, games["studio"], "studio")
-    server_down(demo, games["studio"], server.url("studio"))
+    new_launcher(demo, game, strict)
+    declined_update(demo, game, strict)
+    strict_update(demo, game, strict.base)
+    walk_on.publish_game("1.1")
+    walk_on_update(demo, studio_game, walk_on.base)
+    server_down(demo, studio_game, walk_on.url)
 
 
 def main() -> int:
