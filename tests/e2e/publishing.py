@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import subprocess
+import warnings
 
 from driver import WINE, Build
 from game_folder import windows_path
@@ -35,14 +36,20 @@ def command_line(program: pathlib.Path, *arguments: str | pathlib.Path) -> list[
 
 def publish(build: Build, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> Published:
     """A run with --json whose report was read."""
-    done = subprocess.run(
-        [*command_line(program or build.publish, *arguments), "--json"],
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.PIPE,
-        env=os.environ,
-        timeout=600,
-        check=False,
-    )
+    for _ in range(2):
+        done = subprocess.run(
+            [*command_line(program or build.publish, *arguments), "--json"],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            env=os.environ,
+            timeout=600,
+            check=False,
+        )
+        if (done.returncode, done.stdout, done.stderr) != (1, b"", b""):
+            break
+        # With code 1 the tool always has a report: Wine has failed to start it, as under load it
+        # does about once in a thousand times.
+        warnings.warn("Wine did not start the publishing tool; started again.")
     report = json.loads(done.stdout) if done.stdout else {}
     return Published(done.returncode, report, done.stderr.decode())

@@ -218,7 +218,8 @@ def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(bu
         (server / "updates/release/GameVersion.vpak").write_bytes(formats.game_version(0, 0, 0, 1))
         assert publish_launcher(build.next, new, program=build.publish_next).code == 0
         # First the executable, then, by the new one, the settings.
-        run = run_launcher(build, folder, None, answers=[ok(RESTART_REQUIRED), ok(RESTART_REQUIRED)])
+        run = run_launcher(build, folder, None, answers=[ok(RESTART_REQUIRED)] * 2,
+                           expected_exits=(0, 0, 0))
         assert run.log == []
         assert folder.read("Launcher.exe") == build.next.read_bytes()
         assert folder.read("Updater/UpdaterData.vpak") == new
