@@ -6,7 +6,8 @@ namespace ve {
 bool FileMatchesEntry(std::wstring_view path, std::uint64_t size, std::string_view digest) {
   if (!file::Exists(path)) return false;
   if (file::FileSize(path) != size) return false;
-  return Md5Hex(file::LoadFile(path)) == digest;
+  const file::FileBytes content = file::LoadFileBytes(path);
+  return Md5Hex(std::span(content.data.get(), content.size)) == digest;
 }
 
 }  // namespace ve

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,16 @@ namespace ve::file {
 /// filesystem error ("file_size") if its size cannot be queried. A short read is not detected.
 [[nodiscard]] std::string LoadFile(std::string_view path);
 [[nodiscard]] std::string LoadFile(std::wstring_view path);
+
+/// A whole content in one allocation of its size that is not cleared before it is read into, which
+/// for a large file takes a good part of the time that reading it takes.
+struct FileBytes {
+  std::unique_ptr<std::byte[]> data;
+  std::size_t size = 0;
+};
+
+/// The same content as `LoadFile`, with the same errors.
+[[nodiscard]] FileBytes LoadFileBytes(std::wstring_view path);
 
 /// Creates or replaces the file. Throws `FileException` if it cannot be opened. A short write is
 /// not detected.
