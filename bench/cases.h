@@ -19,7 +19,8 @@ struct Case {
   Work theirs;
 };
 
-/// The nanoseconds that `work` takes, by the best clock there is.
+/// The nanoseconds of processor time, the kernel's work for it included, that this thread spends on
+/// `work`: what others do on the machine meanwhile is not counted.
 [[nodiscard]] double Measure(const std::function<void()>& work);
 
 /// Keeps the optimiser from leaving out what nobody looks at.

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <type_traits>
+#include <utility>
 
 #include "core/errors.h"
 #include "core/file_errors.h"
@@ -182,13 +184,28 @@ void ThrowCopyError(std::wstring_view source, std::wstring_view target, std::uin
 std::string LoadFile(std::string_view path) { return LoadString(path); }
 std::string LoadFile(std::wstring_view path) { return LoadString(path); }
 
+FileBytes::FileBytes(std::size_t size) : size_(size) {
+  if (size <= Kept().capacity) {
+    block_ = std::exchange(Kept(), {});
+  } else {
+    Kept() = {};
+    block_ = {std::make_unique_for_overwrite<std::byte[]>(size), size};
+  }
+}
+
+FileBytes::~FileBytes() {
+  if (block_.data && block_.capacity <= kMostKept) Kept() = std::move(block_);
+}
+
+FileBytes::Block& FileBytes::Kept() noexcept {
+  thread_local Block kept;
+  return kept;
+}
+
 FileBytes LoadFileBytes(std::wstring_view path) {
-  FileBytes content;
-  Load(path, [&content](std::size_t size) {
-    content = {std::make_unique_for_overwrite<std::byte[]>(size), size};
-    return content.data.get();
-  });
-  return content;
+  std::optional<FileBytes> content;
+  Load(path, [&content](std::size_t size) { return content.emplace(size).Get().data(); });
+  return std::move(*content);
 }
 
 void SaveFile(std::string_view path, std::string_view content) {

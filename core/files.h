@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -20,11 +21,29 @@ namespace ve::file {
 [[nodiscard]] std::string LoadFile(std::string_view path);
 [[nodiscard]] std::string LoadFile(std::wstring_view path);
 
-/// A whole content in one allocation of its size that is not cleared before it is read into, which
-/// for a large file takes a good part of the time that reading it takes.
-struct FileBytes {
-  std::unique_ptr<std::byte[]> data;
-  std::size_t size = 0;
+/// Bytes in one allocation of their size, not cleared at first. The memory of one that goes is kept
+/// for the next of this thread, up to `kMostKept`: the system's heap would take a large block back
+/// at once and clear every page of the next one, which takes as long as reading them.
+class FileBytes {
+ public:
+  static constexpr std::size_t kMostKept = std::size_t{8} << 20;
+
+  explicit FileBytes(std::size_t size);
+  FileBytes(FileBytes&&) noexcept = default;
+  FileBytes& operator=(FileBytes&&) = delete;
+  ~FileBytes();
+
+  [[nodiscard]] std::span<std::byte> Get() const noexcept { return {block_.data.get(), size_}; }
+
+ private:
+  struct Block {
+    std::unique_ptr<std::byte[]> data;
+    std::size_t capacity = 0;
+  };
+  static Block& Kept() noexcept;
+
+  Block block_;
+  std::size_t size_;
 };
 
 /// The same content as `LoadFile`, with the same errors.

@@ -13,7 +13,7 @@ using LoadFileBytesTest = test::TempFolder;
 
 std::string Text(const FileBytes& bytes) {
   std::string text;
-  for (std::size_t i = 0; i < bytes.size; ++i) text += static_cast<char>(bytes.data[i]);
+  for (const std::byte byte : bytes.Get()) text += static_cast<char>(byte);
   return text;
 }
 
@@ -25,7 +25,7 @@ TEST_F(LoadFileBytesTest, TheContentIsTheFilesNulsAndAll) {
 
 TEST_F(LoadFileBytesTest, AnEmptyFileHasNoBytes) {
   test::WriteWhole(L"a", "");
-  EXPECT_EQ(LoadFileBytes(L"a").size, 0U);
+  EXPECT_TRUE(LoadFileBytes(L"a").Get().empty());
 }
 
 TEST_F(LoadFileBytesTest, AMissingFileFailsAsItDoesForLoadFile) {
@@ -42,6 +42,22 @@ TEST_F(LoadFileBytesTest, AMissingFileFailsAsItDoesForLoadFile) {
   } catch (const FileException& error) {
     EXPECT_EQ(error.what(), message);
   }
+}
+
+TEST_F(LoadFileBytesTest, KeptMemoryIsUsedAgainAndHoldsOneContentAtATime) {
+  test::WriteWhole(L"long", std::string(100'000, 'l'));
+  test::WriteWhole(L"short", "short");
+  const std::byte* memory = nullptr;
+  {
+    const FileBytes first = LoadFileBytes(L"long");
+    memory = first.Get().data();
+  }
+  const FileBytes again = LoadFileBytes(L"short");
+  EXPECT_EQ(again.Get().data(), memory);
+  EXPECT_EQ(Text(again), "short");
+  const FileBytes other = LoadFileBytes(L"short");
+  EXPECT_NE(other.Get().data(), memory);
+  EXPECT_EQ(Text(other) + Text(again), "shortshort");
 }
 
 }  // namespace
