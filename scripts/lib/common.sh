@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# What scripts/test, scripts/demo, scripts/bench and scripts/format share: installing what is missing, building, and
-# a desktop of their own (Wine prefix, wineserver, X server) that is gone again when they end.
+# What scripts/test, scripts/demo, scripts/bench and scripts/format share: installing what is missing,
+# building, and a desktop of their own (Wine prefix, wineserver, X server) that is gone again when they
+# end.
 # Sourced, never run.
 # shellcheck disable=SC2034 # The lists of packages are used by those who source this.
 
