@@ -273,10 +273,11 @@ std::uint64_t FileSize(std::wstring_view path) {
   return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
-DWORD TryRemove(std::wstring_view path) {
+DWORD TryRemove(std::wstring_view path) { return TryRemove(path, IsDirectory(std::wstring(path))); }
+
+DWORD TryRemove(std::wstring_view path, bool isDirectory) {
   const std::wstring name(path);
-  const BOOL removed =
-      IsDirectory(name) ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
+  const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
   if (removed != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ? ERROR_SUCCESS : code;

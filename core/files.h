@@ -93,6 +93,9 @@ void EnsureDirectories(std::wstring_view path);
 /// error code, ERROR_SUCCESS also if there was nothing at the path.
 [[nodiscard]] DWORD TryRemove(std::wstring_view path);
 
+/// The same where it is known already whether the path names a directory, which saves asking.
+[[nodiscard]] DWORD TryRemove(std::wstring_view path, bool isDirectory);
+
 /// The same, but throws a filesystem error ("remove") that carries the code.
 void Remove(std::wstring_view path);
 
