@@ -84,6 +84,10 @@ def within(what: str, against: str, pairs: Pairs, most: float, target: str) -> R
     return Row(what, against, target, spread(ratios) + " times its time", statistics.median(ratios) <= most)
 
 
+def counts(cases: list[Pairs]) -> str:
+    return ", ".join(f"{pairs.units:,.0f}" for pairs in cases) + " files"
+
+
 # --- Running things ---------------------------------------------------------------------------
 
 
@@ -217,7 +221,7 @@ class Bench:
                 "at least 1.1 times as fast",
             )
         )
-        self.grown("check of an installed game", "5, 50, 500 files", cases)
+        self.grown("check of an installed game", counts(cases), cases)
         shutil.rmtree(tree)
 
     def serve(self) -> None:
@@ -309,7 +313,7 @@ class Bench:
                 "at most 1.15 times its time",
             )
         )
-        self.grown("update", "20, 200, 2,000 files", cases)
+        self.grown("update", counts(cases), cases)
 
     def clean_up(self) -> None:
         cases = []
@@ -337,7 +341,7 @@ class Bench:
                 "at most 1.5 times its time",
             )
         )
-        self.grown("clean-up", "500, 5,000, 50,000 files", cases)
+        self.grown("clean-up", counts(cases), cases)
 
     def peak(self, size: int) -> float:
         """The most memory, in MiB, that the shipped program held in an update with a file of `size`."""
@@ -462,6 +466,7 @@ def document(bench: Bench) -> str:
         f"ratios: the median of {bench.pairs} or more alternating pairs, in brackets the lowest and the highest. What",
         "is done by one thread alone (digests, manifests, messages, the check) is compared by processor time, the rest",
         "by the time that passes.",
+        *(["", "**A trial (`--quick`): small trees, few pairs.**"] if bench.quick else []),
         "",
         f"- Machine: {machine()}; load when finished: {os.getloadavg()[1]:.1f}",
         "- Versions: "
