@@ -58,12 +58,20 @@ void WalkDirectory(std::wstring_view root,
 void RemoveTree(std::wstring_view path) {
   if (!Exists(path)) return;
   // Contents come after their directory on the walk, so the way back removes them first.
-  std::vector<std::wstring> entries{std::wstring(path)};
+  struct Entry {
+    std::wstring path;
+    bool isDirectory;
+  };
+  std::vector<Entry> entries;
   WalkDirectory(path, [&entries](const DirectoryEntry& entry) {
-    entries.emplace_back(entry.path);
+    entries.push_back({std::wstring(entry.path), entry.IsDirectory()});
     return Descend::kYes;
   });
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) Remove(*entry);
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+    const DWORD code = TryRemove(entry->path, entry->isDirectory);
+    if (code != ERROR_SUCCESS) ThrowFilesystemError("remove", entry->path, code);
+  }
+  Remove(path);
 }
 
 }  // namespace ve::file

@@ -8,8 +8,7 @@
 //         ve::file::MappedFileException     memory-mapped files
 #pragma once
 
-#include "core/windows.h"
-
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -56,7 +55,8 @@ class MappedFileException : public FileException {
 
 /// Throws the standard library's filesystem error for a Windows error code. Names that are no valid
 /// UTF-16 are shown with replacement characters.
-[[noreturn]] void ThrowFilesystemError(const char* operation, std::wstring_view path, DWORD code);
+[[noreturn]] void ThrowFilesystemError(const char* operation, std::wstring_view path,
+                                       std::uint32_t code);
 
 }  // namespace file
 

@@ -2,12 +2,16 @@
 
 #include "core/windows.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <system_error>
+#include <type_traits>
+#include <utility>
 
 #include "core/errors.h"
 #include "core/file_errors.h"
@@ -62,17 +66,28 @@ template <class Path>
 
 constexpr std::string_view kSaveFailure = "Failed to open file for saving";
 
-template <class Path>
-std::string Load(Path path) {
+/// Reads the file in one block of the size just queried, into what `makeRoom` returns for that
+/// size. A file that shrinks in between keeps that size, on purpose: its end reads as zeros.
+template <class Path, class MakeRoom>
+void Load(Path path, MakeRoom makeRoom) {
   const UniqueStream stream = OpenStream(path, kRead);
   // At once: nearly every other call may change the error number.
   const int openError = errno;
   if (!stream) ThrowOpenError("Failed to open file for loading", path, openError);
 
+  const auto size = static_cast<std::size_t>(FileSize(AsWidePath(path)));
+  auto* const content = makeRoom(size);
+  const std::size_t read = std::fread(content, 1, size, stream.Get());
+  std::fill(content + read, content + size, std::remove_reference_t<decltype(*content)>{});
+}
+
+template <class Path>
+std::string LoadString(Path path) {
   std::string content;
-  content.resize(static_cast<std::size_t>(FileSize(AsWidePath(path))));
-  // One block of the size just queried; a file that shrinks in between keeps that size, on purpose.
-  static_cast<void>(std::fread(content.data(), content.size(), 1, stream.Get()));
+  Load(path, [&content](std::size_t size) {
+    content.resize(size);
+    return content.data();
+  });
   return content;
 }
 
@@ -166,8 +181,32 @@ void ThrowCopyError(std::wstring_view source, std::wstring_view target, std::uin
                              std::system_category().message(static_cast<int>(code))));
 }
 
-std::string LoadFile(std::string_view path) { return Load(path); }
-std::string LoadFile(std::wstring_view path) { return Load(path); }
+std::string LoadFile(std::string_view path) { return LoadString(path); }
+std::string LoadFile(std::wstring_view path) { return LoadString(path); }
+
+FileBytes::FileBytes(std::size_t size) : size_(size) {
+  if (size <= Kept().capacity) {
+    block_ = std::exchange(Kept(), {});
+  } else {
+    Kept() = {};
+    block_ = {std::make_unique_for_overwrite<std::byte[]>(size), size};
+  }
+}
+
+FileBytes::~FileBytes() {
+  if (block_.data && block_.capacity <= kMostKept) Kept() = std::move(block_);
+}
+
+FileBytes::Block& FileBytes::Kept() noexcept {
+  thread_local Block kept;
+  return kept;
+}
+
+FileBytes LoadFileBytes(std::wstring_view path) {
+  std::optional<FileBytes> content;
+  Load(path, [&content](std::size_t size) { return content.emplace(size).Get().data(); });
+  return std::move(*content);
+}
 
 void SaveFile(std::string_view path, std::string_view content) {
   Save(path, content.data(), content.size());
@@ -234,10 +273,11 @@ std::uint64_t FileSize(std::wstring_view path) {
   return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
-DWORD TryRemove(std::wstring_view path) {
+DWORD TryRemove(std::wstring_view path) { return TryRemove(path, IsDirectory(std::wstring(path))); }
+
+DWORD TryRemove(std::wstring_view path, bool isDirectory) {
   const std::wstring name(path);
-  const BOOL removed =
-      IsDirectory(name) ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
+  const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
   if (removed != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ? ERROR_SUCCESS : code;

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -18,6 +20,34 @@ namespace ve::file {
 /// filesystem error ("file_size") if its size cannot be queried. A short read is not detected.
 [[nodiscard]] std::string LoadFile(std::string_view path);
 [[nodiscard]] std::string LoadFile(std::wstring_view path);
+
+/// Bytes in one allocation of their size, not cleared at first. The memory of one that goes is kept
+/// for the next of this thread, up to `kMostKept`: the system's heap would take a large block back
+/// at once and clear every page of the next one, which takes as long as reading them.
+class FileBytes {
+ public:
+  static constexpr std::size_t kMostKept = std::size_t{8} << 20;
+
+  explicit FileBytes(std::size_t size);
+  FileBytes(FileBytes&&) noexcept = default;
+  FileBytes& operator=(FileBytes&&) = delete;
+  ~FileBytes();
+
+  [[nodiscard]] std::span<std::byte> Get() const noexcept { return {block_.data.get(), size_}; }
+
+ private:
+  struct Block {
+    std::unique_ptr<std::byte[]> data;
+    std::size_t capacity = 0;
+  };
+  static Block& Kept() noexcept;
+
+  Block block_;
+  std::size_t size_;
+};
+
+/// The same content as `LoadFile`, with the same errors.
+[[nodiscard]] FileBytes LoadFileBytes(std::wstring_view path);
 
 /// Creates or replaces the file. Throws `FileException` if it cannot be opened. A short write is
 /// not detected.
@@ -62,6 +92,9 @@ void EnsureDirectories(std::wstring_view path);
 /// Removes one file or empty directory; attributes are not changed for it. Returns the Windows
 /// error code, ERROR_SUCCESS also if there was nothing at the path.
 [[nodiscard]] DWORD TryRemove(std::wstring_view path);
+
+/// The same where it is known already whether the path names a directory, which saves asking.
+[[nodiscard]] DWORD TryRemove(std::wstring_view path, bool isDirectory);
 
 /// The same, but throws a filesystem error ("remove") that carries the code.
 void Remove(std::wstring_view path);

@@ -90,7 +90,28 @@ void Append(std::basic_string<Char>& out, View<Char> format,
   }
 }
 
+/// The estimate is one character short for every "{}", and a text that outgrows its memory moves to
+/// twice as much; so the usual message, with each argument once, has all its room from the start.
+template <class Char>
+std::basic_string<Char> ComposeText(View<Char> format,
+                                    std::initializer_list<View<Char>> arguments) {
+  std::size_t room = format.size();
+  for (const View<Char>& argument : arguments) room += argument.size();
+  std::basic_string<Char> out;
+  out.reserve(room);
+  Append(out, format, arguments);
+  return out;
+}
+
 }  // namespace
+
+std::string Compose(std::string_view format, std::initializer_list<std::string_view> arguments) {
+  return ComposeText(format, arguments);
+}
+
+std::wstring Compose(std::wstring_view format, std::initializer_list<std::wstring_view> arguments) {
+  return ComposeText(format, arguments);
+}
 
 void AppendFormatted(std::string& out, std::string_view format,
                      std::initializer_list<std::string_view> arguments) {

@@ -27,6 +27,12 @@ namespace ve {
 
 namespace detail {
 
+/// The text that `format` gives with its placeholders replaced by `arguments`, in one allocation.
+[[nodiscard]] std::string Compose(std::string_view format,
+                                  std::initializer_list<std::string_view> arguments);
+[[nodiscard]] std::wstring Compose(std::wstring_view format,
+                                   std::initializer_list<std::wstring_view> arguments);
+
 /// Appends `format` with its placeholders replaced by `arguments` to `out`.
 void AppendFormatted(std::string& out, std::string_view format,
                      std::initializer_list<std::string_view> arguments);
@@ -103,18 +109,14 @@ inline constexpr std::size_t kMostFormatArguments = 4;
 template <class... Arguments>
 requires(sizeof...(Arguments) <= kMostFormatArguments) [[nodiscard]] std::string
     Format(std::string_view format, const Arguments&... arguments) {
-  std::string out;
-  detail::AppendFormatted(out, format, {std::string_view(detail::ToText<char>(arguments))...});
-  return out;
+  return detail::Compose(format, {std::string_view(detail::ToText<char>(arguments))...});
 }
 
 /// Composes wide text. Arguments: wide text and paths (as is), narrow text (widened), integers.
 template <class... Arguments>
 requires(sizeof...(Arguments) <= kMostFormatArguments) [[nodiscard]] std::wstring
     Format(std::wstring_view format, const Arguments&... arguments) {
-  std::wstring out;
-  detail::AppendFormatted(out, format, {std::wstring_view(detail::ToText<wchar_t>(arguments))...});
-  return out;
+  return detail::Compose(format, {std::wstring_view(detail::ToText<wchar_t>(arguments))...});
 }
 
 }  // namespace ve

@@ -25,7 +25,8 @@ class Md5 {
   [[nodiscard]] std::string Hex() const;
 
  private:
-  void Transform(const std::byte* block) noexcept;
+  /// Adds `count` whole blocks of 64 bytes.
+  void Transform(const std::byte* blocks, std::size_t count) noexcept;
 
   bool finalized_ = false;
   std::array<std::byte, 64> buffer_{};

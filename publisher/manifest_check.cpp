@@ -147,7 +147,7 @@ class ManifestCheck {
     }
   }
 
-  void CheckPath(const std::wstring& name) {
+  void CheckPath(std::wstring_view name) {
     if (!std::all_of(name.begin(), name.end(), [](wchar_t unit) { return unit < 0x80; })) {
       Refuse(Format("'{}' holds characters beyond ASCII", ToUtf8(name)),
              "The Launcher does not decode them, and asks for another name. Rename it.");

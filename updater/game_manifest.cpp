@@ -1,7 +1,6 @@
 #include "updater/game_manifest.h"
 
 #include <algorithm>
-#include <span>
 
 #include "core/errors.h"
 #include "core/format.h"
@@ -18,48 +17,62 @@ constexpr std::size_t kHeaderLines = 3;
 constexpr std::size_t kDigestLength = 32;
 
 /// Reads "'name' size digest". `index` counts the file lines from 0, as the messages do.
-FileEntry ReadFileLine(std::string_view line, std::size_t index) {
-  const std::size_t open = line.find('\'');
-  const std::size_t close =
-      open == std::string_view::npos ? std::string_view::npos : line.find('\'', open + 1);
-  if (close == std::string_view::npos || close == open + 1) {
+FileEntry ReadFileLine(std::string_view line, std::size_t index, NameStore& names) {
+  const char* const end = line.data() + line.size();
+  const char* const open = FindByte<'\''>(line.data(), end);
+  const char* const close = open == end ? end : FindByte<'\''>(open + 1, end);
+  if (close == end || close == open + 1) {
     ThrowUpdaterException("Invalid file-name at line {}: '{}'", index, std::string_view());
   }
-  const std::string_view name = line.substr(open + 1, close - open - 1);
+  const std::string_view name(open + 1, close);
 
-  std::string_view rest = line.substr(close + 1);
-  if (rest.starts_with(' ')) rest.remove_prefix(1);
-  const auto [sizeText, digest] = SplitKeyValue(rest, " ");
-  const auto size = ReadDecimal<std::uint64_t>(sizeText);
+  const char* const sizeText = close + 1 != end && close[1] == ' ' ? close + 2 : close + 1;
+  const char* const sizeEnd = FindByte<' '>(sizeText, end);
+  const auto size = ReadDecimal<std::uint64_t>({sizeText, sizeEnd});
   if (size == 0) {
     ThrowUpdaterException("Invalid empty file size at line {}, for file '{}'", index, name);
   }
+  const std::string_view digest(sizeEnd == end ? end : sizeEnd + 1, end);
   if (digest.size() != kDigestLength) {
     ThrowUpdaterException("Invalid hash '{}' with length {} at line {} for file '{}'.", digest,
                           digest.size(), index, name);
   }
-  return {WidenName(name), size, digest};
+  return {names.Add(name), size, digest};
 }
 
 }  // namespace
 
+std::wstring_view NameStore::Add(std::string_view name) {
+  constexpr std::size_t kBlockLength = 65536;
+  if (name.size() > freeLength_) {
+    freeLength_ = std::max(kBlockLength, name.size());
+    free_ = blocks_.emplace_back(std::make_unique_for_overwrite<wchar_t[]>(freeLength_)).get();
+  }
+  std::transform(name.begin(), name.end(), free_, WidenByte);
+  const std::wstring_view kept(free_, name.size());
+  free_ += name.size();
+  freeLength_ -= name.size();
+  return kept;
+}
+
+// The text is gone over twice: once to remove its carriage returns and to count its lines, once to
+// read them.
 GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* judged) {
   std::string_view unasked;
   std::string_view& line = judged != nullptr ? *judged : unasked;
-  StripCarriageReturns(text);
+  const std::size_t lineCount = StripCarriageReturns(text);
+  LineReader lines(text);
   const std::string_view textEnd = std::string_view(text).substr(text.size());
-  const std::vector<std::string_view> allLines = SplitLines(text, '\n', EmptyPieces::kDrop);
-  std::span<const std::string_view> lines(allLines);
   line = textEnd;
-  if (lines.size() < kLeastLines) {
-    ThrowUpdaterException("Invalid amount of lines ({}, at least 4 expected).", lines.size());
+  if (lineCount < kLeastLines) {
+    ThrowUpdaterException("Invalid amount of lines ({}, at least 4 expected).", lineCount);
   }
-  line = lines[0];
+  line = lines.Next();
   if (line != kHeader) {
     ThrowUpdaterException("Invalid header '{}'. (is expecting '{}')", line, kHeader);
   }
 
-  line = lines[1];
+  line = lines.Next();
   const KeyValue versionLine = SplitKeyValue(line, ": ");
   if (versionLine.key != "FileVersion") {
     ThrowUpdaterException("Invalid file-version name '{}'. (is expecting 'FileVersion')",
@@ -70,7 +83,7 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
     ThrowUpdaterException("Invalid file-version {}. (supported: 1)", versionLine.key);
   }
 
-  line = lines[2];
+  line = lines.Next();
   const KeyValue directoriesLine = SplitKeyValue(line, ": ");
   if (directoriesLine.key != "Directories") {
     ThrowUpdaterException("Invalid directory-name '{}'. (expected: 'Directories')",
@@ -80,32 +93,32 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
   if (directoryCount == 0) {
     throw UpdaterException("No directories. Abort update to prevent corruption.");
   }
-  lines = lines.subspan(kHeaderLines);
-  if (directoryCount > lines.size()) {
+  std::size_t linesLeft = lineCount - kHeaderLines;
+  if (directoryCount > linesLeft) {
     ThrowUpdaterException("Less assumed directory-entries than lines ({}, can be a maximum of {}).",
-                          directoryCount, lines.size());
+                          directoryCount, linesLeft);
   }
 
   GameUpdateManifest manifest;
-  const auto directories = lines.first(directoryCount);
-  manifest.directories.assign(directories.begin(), directories.end());
-  lines = lines.subspan(directoryCount);
+  manifest.directories.resize(directoryCount);
+  for (std::string_view& directory : manifest.directories) directory = lines.Next();
+  linesLeft -= directoryCount;
   line = textEnd;
-  if (lines.empty()) throw UpdaterException("No lines after directory-entries.");
-  line = lines[0];
+  if (linesLeft == 0) throw UpdaterException("No lines after directory-entries.");
+  line = lines.Next();
   if (line != kFilesHeader) {
     ThrowUpdaterException("Invalid file-header '{}' (is expecting 'Files:')", line);
   }
-  lines = lines.subspan(1);
+  --linesLeft;
   line = textEnd;
-  if (lines.empty()) {
+  if (linesLeft == 0) {
     throw UpdaterException("No files present. Aborting update to prevent corruption.");
   }
 
-  manifest.files.reserve(lines.size());
-  for (std::size_t index = 0; index < lines.size(); ++index) {
-    line = lines[index];
-    manifest.files.push_back(ReadFileLine(line, index));
+  manifest.files.reserve(linesLeft);
+  for (std::size_t index = 0; index < linesLeft; ++index) {
+    line = lines.Next();
+    manifest.files.push_back(ReadFileLine(line, index, manifest.names));
   }
   return manifest;
 }

@@ -1,8 +1,35 @@
 #include "updater/manifest_text.h"
 
+#include <cstring>
+
 namespace ve::sdk {
 
-void StripCarriageReturns(std::string& text) { std::erase(text, '\r'); }
+std::size_t StripCarriageReturns(std::string& text) {
+  std::size_t lines = 0;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  char* out = text.data();
+  const char* line = out;
+  for (;;) {
+    // What stands before the next byte of interest moves down in one piece.
+    const char* const found = FindByte<'\r', '\n'>(at, end);
+    if (out != at) std::memmove(out, at, static_cast<std::size_t>(found - at));
+    out += found - at;
+    if (found == end) break;
+    at = found + 1;
+    if (*found == '\r') {
+      // Nearly always its line feed is next, and need not be searched for.
+      if (at == end || *at != '\n') continue;
+      ++at;
+    }
+    if (out != line) ++lines;
+    *out++ = '\n';
+    line = out;
+  }
+  if (out != line) ++lines;
+  text.resize(static_cast<std::size_t>(out - text.data()));
+  return lines;
+}
 
 std::vector<std::string_view> SplitLines(std::string_view text, char delimiter,
                                          EmptyPieces emptyPieces) {

@@ -4,7 +4,10 @@
 // while they are used. There is no malformed input at this level; the readers judge what they get.
 #pragma once
 
+#include <bit>
 #include <concepts>
+#include <cstddef>
+#include <emmintrin.h>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -13,8 +16,42 @@
 
 namespace ve::sdk {
 
-/// Removes every carriage return, wherever it stands.
-void StripCarriageReturns(std::string& text);
+/// The first of the wanted bytes, or `end`. Looks at sixteen bytes at a time, which every x86-64
+/// processor can: the C runtime's searches take one by one.
+template <char... kWanted>
+[[nodiscard]] const char* FindByte(const char* at, const char* end) noexcept {
+  constexpr std::ptrdiff_t kStep = sizeof(__m128i);
+  for (; end - at >= kStep; at += kStep) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const int found = (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted))) | ...);
+    if (found != 0) return at + std::countr_zero(static_cast<unsigned>(found));
+  }
+  while (at != end && ((*at != kWanted) && ...)) ++at;
+  return at;
+}
+
+/// Removes every carriage return, wherever it stands. Returns how many lines that are not empty the
+/// text then has, which costs nothing on the way.
+std::size_t StripCarriageReturns(std::string& text);
+
+/// Yields the lines of a text one by one, untrimmed, and leaves the empty ones out.
+class LineReader {
+ public:
+  explicit LineReader(std::string_view text) noexcept
+      : at_(text.data()), end_(text.data() + text.size()) {}
+
+  /// The next line; empty if there is none.
+  [[nodiscard]] std::string_view Next() noexcept {
+    while (at_ != end_ && *at_ == '\n') ++at_;
+    const char* const line = at_;
+    at_ = FindByte<'\n'>(line, end_);
+    return {line, static_cast<std::size_t>(at_ - line)};
+  }
+
+ private:
+  const char* at_;
+  const char* end_;
+};
 
 enum class EmptyPieces { kDrop, kKeep };
 

@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# What scripts/test, scripts/demo and scripts/format share: installing what is missing, building, and
-# a desktop of their own (Wine prefix, wineserver, X server) that is gone again when they end.
+# What scripts/test, scripts/demo, scripts/bench and scripts/format share: installing what is missing,
+# building, and a desktop of their own (Wine prefix, wineserver, X server) that is gone again when they
+# end.
 # Sourced, never run.
 # shellcheck disable=SC2034 # The lists of packages are used by those who source this.
 
@@ -18,6 +19,7 @@ wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 l
   libxrandr2 libxrender1 xvfb)
 test_packages=(python3 python3-pytest python3-pytest-xdist nginx-light x11-utils xdotool)
 style_packages=(clang-format clang-tidy)
+bench_packages=(g++ libbenchmark-dev libfmt-dev libssl-dev python3 nginx-light)
 demo_packages=(python3 nginx-light x11-utils xdotool imagemagick)
 
 # The button texts of the system's dialogs and the C runtime's code page follow the locale, and the
@@ -115,7 +117,7 @@ own_build_tree() {
 # cpp_sources PATTERN: our C++ files, each ended by a NUL.
 cpp_sources() {
   local folder folders=()
-  for folder in core archive net ui updater launcher publisher tests; do
+  for folder in core archive net ui updater launcher publisher bench tests; do
     [[ ! -d $root/$folder ]] || folders+=("$root/$folder")
   done
   find "${folders[@]}" \( -name '*.cpp' -o -name '*.h' \) -name "$1" -print0 | sort -z

@@ -94,6 +94,16 @@ TEST(Format, TheEstimateIsReservedAtOnce) {
   EXPECT_EQ(wide.capacity(), CapacityFor<wchar_t>(995));
 }
 
+TEST(Format, TheUsualMessageHasAllItsRoomFromTheStart) {
+  // A text that had outgrown its memory would have moved to twice as much.
+  const std::string a(100, 'a');
+  const std::string narrow = Format("'{}' '{}' '{}'", a, a, a);
+  EXPECT_LT(narrow.capacity(), narrow.size() + 16);
+  const std::wstring w(100, L'a');
+  const std::wstring wide = Format(L"{}{}{}{}", w, w, w, w);
+  EXPECT_LT(wide.capacity(), wide.size() + 16);
+}
+
 TEST(Format, IntegersAreDecimal) {
   EXPECT_EQ(Format("{} {} {}", -5, 0U, 18446744073709551615ULL), "-5 0 18446744073709551615");
   EXPECT_EQ(Format("{}", std::numeric_limits<std::int32_t>::min()), "-2147483648");

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/format.h"
+
 namespace ve::publish {
 namespace {
 
@@ -18,7 +20,10 @@ constexpr std::string_view kDigest = "0123456789abcdef0123456789abcdef";
 sdk::GameUpdateManifest Manifest(std::vector<std::string_view> directories,
                                  const std::vector<std::wstring>& files) {
   sdk::GameUpdateManifest manifest{std::move(directories), {}};
-  for (const std::wstring& name : files) manifest.files.push_back({name, 1, kDigest});
+  for (const std::wstring& name : files) {
+    // The manifest keeps its names itself, and makes them from bytes.
+    manifest.files.push_back({manifest.names.Add(Format("{}", name)), 1, kDigest});
+  }
   return manifest;
 }
 

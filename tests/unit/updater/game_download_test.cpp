@@ -32,7 +32,7 @@ constexpr std::string_view kHelloDigest = "5d41402abc4b2a76b9719d911017c592";
 constexpr std::string_view kWorldDigest = "7d793037a0760186574b0282f2f435e7";
 constexpr std::string_view kUppercaseHelloDigest = "5D41402ABC4B2A76B9719D911017C592";
 
-FileEntry Hello(std::wstring name) { return {std::move(name), 5, kHelloDigest}; }
+FileEntry Hello(std::wstring_view name) { return {name, 5, kHelloDigest}; }
 
 using FindSourceTest = test::TempFolder;
 

@@ -28,9 +28,11 @@ std::string FileLineError(const std::string& lines) {
 
 /// The entry of a manifest with this one file line.
 FileEntry EntryOf(const std::string& line) {
-  static std::string text;  // What the entry's digest views.
+  // What the entry's digest and name view.
+  static std::string text;
+  static GameUpdateManifest manifest;
   text = "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n" + line;
-  GameUpdateManifest manifest = ReadGameUpdateManifest(text);
+  manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.files.size(), 1U);
   return manifest.files.at(0);
 }

@@ -1,0 +1,74 @@
+// The pure code, built for this machine, under Google Benchmark. Prints one line for every pair of
+// measurements: the case, its units, our nanoseconds and theirs.
+//
+// usage: native_bench PAIRS SECONDS
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <iostream>
+#include <openssl/evp.h>
+#include <string>
+#include <vector>
+
+#include "cases.h"
+
+namespace {
+
+using ve::bench::Case;
+
+/// Hands on the time of one iteration of what was run last.
+class LastTime : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context&) override { return true; }
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) nanoseconds_ = run.GetAdjustedRealTime();
+  }
+  [[nodiscard]] double Nanoseconds() const { return nanoseconds_; }
+
+ private:
+  double nanoseconds_ = 0;
+};
+
+void Register(const std::string& name, const ve::bench::Work& work, double seconds) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [work](benchmark::State& state) {
+                                 for (auto _ : state) state.SetIterationTime(work() * 1e-9);
+                               })
+      ->UseManualTime()
+      ->MinTime(seconds);
+}
+
+double Run(const std::string& name) {
+  LastTime reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter, "^" + name + "/");
+  return reporter.Nanoseconds();
+}
+
+void OpenSslMd5(const void* bytes, std::size_t size) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned length = 0;
+  EVP_Digest(bytes, size, digest, &length, EVP_md5(), nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) return EXIT_FAILURE;
+  const int pairs = std::atoi(argv[1]);
+  const double seconds = std::atof(argv[2]);
+
+  std::vector<Case> cases = ve::bench::Md5Cases(OpenSslMd5);
+  for (const auto& more : {ve::bench::ManifestCases(), ve::bench::FormatCases()}) {
+    cases.insert(cases.end(), more.begin(), more.end());
+  }
+  for (const Case& one : cases) {
+    Register(one.name + "/ours", one.ours, seconds);
+    Register(one.name + "/theirs", one.theirs, seconds);
+  }
+  for (const Case& one : cases) {
+    for (int pair = 0; pair < pairs; ++pair) {
+      const double ours = Run(one.name + "/ours");
+      const double theirs = Run(one.name + "/theirs");
+      std::cout << one.name << '\t' << one.units << '\t' << ours << '\t' << theirs << std::endl;
+    }
+  }
+}
