@@ -68,7 +68,7 @@ void RemoveTree(std::wstring_view path) {
     return Descend::kYes;
   });
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const DWORD code = TryRemove(entry->path, entry->isDirectory);
+    const DWORD code = TryRemoveKnown(entry->path, entry->isDirectory);
     if (code != ERROR_SUCCESS) ThrowFilesystemError("remove", entry->path, code);
   }
   Remove(path);

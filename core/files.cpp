@@ -273,9 +273,11 @@ std::uint64_t FileSize(std::wstring_view path) {
   return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
-DWORD TryRemove(std::wstring_view path) { return TryRemove(path, IsDirectory(std::wstring(path))); }
+DWORD TryRemove(std::wstring_view path) {
+  return TryRemoveKnown(path, IsDirectory(std::wstring(path)));
+}
 
-DWORD TryRemove(std::wstring_view path, bool isDirectory) {
+DWORD TryRemoveKnown(std::wstring_view path, bool isDirectory) {
   const std::wstring name(path);
   const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
   if (removed != FALSE) return ERROR_SUCCESS;

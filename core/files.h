@@ -94,7 +94,7 @@ void EnsureDirectories(std::wstring_view path);
 [[nodiscard]] DWORD TryRemove(std::wstring_view path);
 
 /// The same where it is known already whether the path names a directory, which saves asking.
-[[nodiscard]] DWORD TryRemove(std::wstring_view path, bool isDirectory);
+[[nodiscard]] DWORD TryRemoveKnown(std::wstring_view path, bool isDirectory);
 
 /// The same, but throws a filesystem error ("remove") that carries the code.
 void Remove(std::wstring_view path);

@@ -245,11 +245,11 @@ class Foretelling {
       const sdk::FileSource source = Source(entry, stagingPath);
       if (source == sdk::FileSource::kServer) FetchFile(entry, stagingPath);
       if (source == sdk::FileSource::kInstalled) {
-        forecast_.current.push_back(entry.name);
+        forecast_.current.emplace_back(entry.name);
       } else {
         staged.copies.push_back({entry.name, std::move(stagingPath)});
       }
-      if (source == sdk::FileSource::kStaged) forecast_.reused.push_back(entry.name);
+      if (source == sdk::FileSource::kStaged) forecast_.reused.emplace_back(entry.name);
       staged.names.insert(entry.name);
       bytesDone += entry.size;
     }
@@ -274,7 +274,7 @@ class Foretelling {
       findings_.Warn(ToUtf8(entry.name), "the server's file has another size than the listed one",
                      "Players would get it, and get it again with each update: publish again.");
     }
-    forecast_.downloaded.push_back({entry.name, payload.size});
+    forecast_.downloaded.push_back({std::wstring(entry.name), payload.size});
     disk_.SaveFile(stagingPath, std::move(payload.content));
   }
 
