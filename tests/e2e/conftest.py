@@ -4,6 +4,7 @@ Wine prefix and display are the caller's (WINEPREFIX, DISPLAY). What is missing 
 this run, below the build directory, and removed afterwards.
 """
 
+import collections
 import os
 import pathlib
 import shutil
@@ -27,6 +28,36 @@ def pytest_addoption(parser: pytest.Parser) -> None:
         help="the build directory whose programs are tested, given as --build=DIR: after a blank pytest "
         "takes it for a folder of tests (default: $LAUNCHER_BUILD, else build/release)",
     )
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    """Leaves the long tests out, unless they are asked for."""
+    if os.environ.get("LAUNCHER_LONG_TESTS"):
+        return
+    long = [item for item in items if item.get_closest_marker("long")]
+    config.hook.pytest_deselected(items=long)
+    items[:] = [item for item in items if item not in long]
+
+
+def pytest_terminal_summary(terminalreporter) -> None:
+    """What the tests of faults did and saw: each tells it by a property named "seen"."""
+    seen: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
+    tables: dict[str, dict[tuple[str, str], str]] = collections.defaultdict(dict)
+    for report in terminalreporter.getreports("passed"):
+        for name, value in report.user_properties:
+            if name == "seen":
+                seen[value[0]][value[1]] += value[2]
+            elif name == "cell":
+                table, row, column, text = value
+                tables[table][row, column] = text
+    for what, counts in sorted(seen.items()):
+        terminalreporter.write_sep("-", f"{what}: {counts.total()}")
+        for state, count in sorted(counts.items()):
+            terminalreporter.write_line(f"{count:6} {state}")
+    for title, cells in sorted(tables.items()):
+        terminalreporter.write_sep("-", f"{title}: {len(cells)}")
+        for (row, column), text in sorted(cells.items()):
+            terminalreporter.write_line(f"{row} | {column} | {text}")
 
 
 class Surroundings:

@@ -42,6 +42,8 @@ class Build:
         self.launcher = path / "Launcher.exe"
         self.walk_on = path / "walk-on" / "Launcher.exe"
         self.next = path / "next" / "Launcher.exe"
+        self.faults = path / "faults" / "Launcher.exe"
+        self.faults_walk_on = path / "faults" / "walk-on" / "Launcher.exe"
         self.publish = path / "publish.exe"
         self.publish_walk_on = path / "walk-on" / "publish.exe"
         self.publish_next = path / "next" / "publish.exe"
@@ -334,6 +336,7 @@ class LauncherRun(Run):
         answers: list[Press] | None = None,
         expected_exits: tuple[int, ...] = (0,),
         game_seconds: int = 0,
+        environment: dict[str, str] | None = None,
     ) -> None:
         """`expected_exits` are the exit codes of all Launchers of the run, one after the other."""
         self.folder = folder
@@ -358,6 +361,7 @@ class LauncherRun(Run):
             {
                 "VELMORANT_PLAYER_RECORD": windows_path(self._record),
                 "VELMORANT_PLAYER_SECONDS": str(game_seconds),
+                **(environment or {}),
             },
             windows,
         )

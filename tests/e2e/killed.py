@@ -1,0 +1,321 @@
+"""Launchers that are killed, and what may then be on disk.
+
+A kill is the end of the process from one instruction to the next, as a power cut would leave the
+files: nothing is unwound, closed or flushed.
+"""
+
+import dataclasses
+import pathlib
+
+import formats
+from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from driver import ENDED_BY_TEST, LauncherRun, Press, ok
+from game_folder import GAME, GameFolder, windows_path
+from scene import INSTALLED, NEWER, Scene
+
+KILLED = 9
+VERSION_FILE = "Updater/GameVersion.vpak"
+SETTINGS_FILE = "Updater/UpdaterData.vpak"
+EXECUTABLE = "Launcher.exe"
+PARKED = "_old.exe"
+
+Tree = dict[str, bytes | None]
+
+
+def whole_tree(folder: GameFolder) -> Tree:
+    """Every entry below the folder: a directory's value is None, a file's its whole content."""
+    return {
+        path.relative_to(folder.root).as_posix(): None if path.is_dir() else path.read_bytes()
+        for path in sorted(folder.root.rglob("*"))
+    }
+
+
+def is_torn(content: bytes | None, whole: bytes) -> bool:
+    """Whether a file breaks off somewhere in what it is to hold."""
+    return content is not None and len(content) < len(whole) and whole.startswith(content)
+
+
+# --- Runs that may be killed ------------------------------------------------------------------
+
+
+class KilledRun(LauncherRun):
+    """A run that may end anywhere: no dialog has to come, but those that come have to be these."""
+
+    def finish(self) -> None:
+        while not self.ended:
+            self._take_event("the end of the run")
+        self.close()
+        assert self.failure is None, f"the start failed; {self.describe()}"
+        assert self.completed, f"the watch broke off; {self.describe()}"
+        codes = self.exit_codes(self.launcher)
+        assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
+
+    def kill(self) -> None:
+        """Ends the Launcher and what it started, now; a run that has ended by itself stays ended."""
+        self.end_all()
+        while not self.ended:
+            self._take_event("the end of the run")
+        self.close()
+        assert self.completed, f"the watch broke off; {self.describe()}"
+
+    @property
+    def was_killed(self) -> bool:
+        return ENDED_BY_TEST in self.exit_codes(self.launcher)
+
+
+@dataclasses.dataclass(frozen=True)
+class Operation:
+    """An operation of the Launcher, and the state that the disk is in before it and, where it
+    writes, half way through it."""
+
+    text: str
+    state: str
+
+    @property
+    def writes(self) -> bool:
+        return self.text.split(" ")[0] in ("fwrite", "CopyFileW")
+
+
+def run_recorded(
+    scene: Scene,
+    answers: list[Press],
+    exits: tuple[int, ...],
+    kill_at: int = 0,
+    half: bool = False,
+) -> tuple[KilledRun, list[str]]:
+    """A run of a Launcher that counts its operations, and the operations that it came to."""
+    record = scene.place / "operations.txt"
+    record.unlink(missing_ok=True)
+    environment = {"LAUNCHER_FAULT_RECORD": windows_path(record)}
+    if kill_at:
+        environment["LAUNCHER_FAULT_AT"] = str(kill_at)
+    if half:
+        environment["LAUNCHER_FAULT_HALF"] = "1"
+    run = KilledRun(
+        scene.build,
+        scene.folder,
+        scene.server,
+        answers=answers,
+        expected_exits=exits,
+        environment=environment,
+    )
+    try:
+        run.finish()
+    finally:
+        run.close()
+    return run, record.read_text("utf-8").splitlines()
+
+
+# --- A game update ----------------------------------------------------------------------------
+
+# More than a buffer of the C runtime holds, and no multiple of it: its end is written on closing.
+LARGE = bytes(range(256)) * 80 + b"the end"
+
+INSTALLED_FILES = {
+    "bin/data/level.dat": b"old level",
+    "bin/data/same.dat": b"the same level",
+    "bin/game.dll": b"old dll",
+    "data/intro.dat": LARGE[::-1],
+}
+UNLISTED = {
+    "abandoned.txt": b"unlisted",
+    "bin/old.dll": b"unlisted",
+    "bin/old/deep.dat": b"unlisted",
+    "old.txt": b"unlisted",
+}
+UNLISTED_FOLDERS = ("bin/empty", "bin/old")
+PRESERVED = {
+    "Intermediate/build.tmp": b"a tool's",
+    "Logs/older.log": b"kept",
+    "Output.txt": b"kept",
+    "Saved/profile.sav": b"the player's",
+    "Screenshots/victory.png": b"the player's",
+    "backup.rar": b"the player's",
+    "bin/mods.RAR": b"the player's",
+}
+DIRECTORIES = ("bin", "bin/data", "bin/new", "data")
+OFFERED_FILES = {
+    "bin/data/level.dat": b"new level",
+    "bin/data/same.dat": b"the same level",
+    "bin/game.dll": b"new dll",
+    "bin/new/scene.dat": b"new scene",
+    "data/intro.dat": LARGE,
+}
+FETCHED = tuple(n for n, c in OFFERED_FILES.items() if INSTALLED_FILES.get(n) != c)
+STAGING_ROOT = "Intermediate/Update"
+
+
+class GameUpdate:
+    """A game folder with everything in it that an update treats in its own way, the update that is
+    offered, and the states that the update goes through on disk."""
+
+    def __init__(self, scene: Scene, launcher: pathlib.Path, walks_on: bool) -> None:
+        self.scene = scene
+        self.walks_on = walks_on
+        scene.install_launcher(launcher)
+        for name, content in {**INSTALLED_FILES, **UNLISTED, **PRESERVED}.items():
+            scene.folder.put(name, content)
+        for name in UNLISTED_FOLDERS:
+            scene.folder.directory(name)
+        lines = [formats.file_line(name, content) for name, content in OFFERED_FILES.items()]
+        lines.append(formats.file_line(GAME, scene.build.player.read_bytes()))
+        scene.offer_game(OFFERED_FILES, list(DIRECTORIES), lines)
+        self.before = whole_tree(scene.folder)
+        self.old_version = formats.game_version(*INSTALLED)
+        self.new_version = formats.game_version(*NEWER)
+        self.staged = {STAGING_ROOT: None} | {
+            f"{STAGING_ROOT}/{name}": content
+            for name, content in [
+                *((d, None) for d in DIRECTORIES),
+                *((n, OFFERED_FILES[n]) for n in FETCHED),
+            ]
+        }
+        self.final = self._final()
+
+    def _final(self) -> Tree:
+        """What an undisturbed update leaves."""
+        final = dict(self.before)
+        final |= {"bin/new": None} | OFFERED_FILES
+        if self.walks_on:
+            # "bin/old" was met before what it held was gone: it stays, empty.
+            for name in [*UNLISTED, "bin/empty"]:
+                del final[name]
+            final[VERSION_FILE] = self.new_version
+        else:
+            # The clean-up meets "bin", which it cannot remove, and ends the program.
+            del final["abandoned.txt"]
+            final |= self.staged
+        return final
+
+    def final_after(self, killed: Tree) -> Tree:
+        """What the next run leaves. Where the killed one emptied "bin/old" and did not come to the
+        end, the next clean-up finds the folder empty, and removes it."""
+        emptied = "bin/old/deep.dat" not in killed and killed.get(VERSION_FILE) == self.old_version
+        return {n: c for n, c in self.final.items() if not (emptied and n == "bin/old")}
+
+    def missing_after(self, killed: Tree) -> list[str]:
+        """What the next run has to download."""
+        places = ("", STAGING_ROOT + "/")
+        return [n for n in FETCHED if all(killed.get(p + n) != OFFERED_FILES[n] for p in places)]
+
+    @property
+    def answers(self) -> list[Press]:
+        return [ok(UPDATE_AVAILABLE), *([ok(UPDATE_SUCCESSFUL)] if self.walks_on else [])]
+
+    def state(self, tree: Tree) -> str:
+        """The name of the state; fails for whatever is none."""
+        preserved = [EXECUTABLE, SETTINGS_FILE, GAME, "bin/data/same.dat", *PRESERVED]
+        for name in preserved:
+            assert tree.get(name) == self.before[name], f"{name} was touched"
+        version = tree.get(VERSION_FILE)
+        staged = {n: c for n, c in tree.items() if (n + "/").startswith(STAGING_ROOT + "/")}
+        root = {n: c for n, c in tree.items() if n not in staged and n != VERSION_FILE}
+        old_root = {n: c for n, c in self.before.items() if n != VERSION_FILE}
+
+        # What lies where it may lie at all.
+        assert set(staged) <= set(self.staged), f"staged: {staged.keys() - self.staged.keys()}"
+        may_be = set(old_root) | {"bin/new"} | set(OFFERED_FILES)
+        assert set(root) <= may_be, f"strange: {root.keys() - may_be}"
+        incomplete = [n for n, c in staged.items() if c != self.staged[n]]
+        assert len(incomplete) <= 1 and all(
+            is_torn(staged[n], self.staged[n]) for n in incomplete
+        ), f"staged wrongly: {incomplete}"
+        for name, content in root.items():
+            if name not in FETCHED:
+                assert content == old_root.get(name, None), f"{name} was changed"
+
+        if tree == self.before:
+            return "unchanged"
+        if root == old_root and version == self.old_version and staged != self.staged:
+            # An update that was applied would not look like the old game.
+            return "staging"
+
+        gone = {n for n in old_root if n not in root}
+        assert gone <= {*UNLISTED, *UNLISTED_FOLDERS}, f"gone: {gone}"
+        new = [n for n in FETCHED if root.get(n) == OFFERED_FILES[n]]
+        torn = [n for n in FETCHED if n not in new and root.get(n) != self.before.get(n)]
+        if len(new) < len(FETCHED) or "bin/new" not in root:
+            assert version == self.old_version, "a version that is not installed is recorded"
+            assert staged == self.staged, "part of what is to be installed is gone"
+            assert not gone, f"cleaned up too early: {gone}"
+            assert len(torn) <= 1 and all(is_torn(root[n], OFFERED_FILES[n]) for n in torn), torn
+            return "installing"
+        if staged == self.staged:
+            assert version == self.old_version
+            return "cleaning up"
+        assert self.walks_on, "the staging folder was taken from an update that is not complete"
+        assert gone >= {*UNLISTED, "bin/empty"}, "not cleaned up"
+        if staged:
+            assert version == self.old_version
+            return "removing the staged"
+        if version == self.old_version:
+            return "to be recorded"
+        if is_torn(version, self.new_version):
+            return "recording"
+        assert version == self.new_version
+        return "done"
+
+
+# --- A self-update ----------------------------------------------------------------------------
+
+
+class SelfUpdate:
+    """A newer Launcher is offered for one that stands in a game folder."""
+
+    answers = [ok(RESTART_REQUIRED)]
+
+    def __init__(self, scene: Scene, launcher: pathlib.Path) -> None:
+        self.scene = scene
+        scene.install_launcher(launcher)
+        for name, content in PRESERVED.items():
+            scene.folder.put(name, content)
+        self.old = launcher.read_bytes()
+        # No multiple of a buffer of the C runtime: its end is written on closing.
+        self.new = scene.build.next.read_bytes()
+        self.new += b"the end" if len(self.new) % 4096 == 0 else b""
+        scene.offer_launcher(7)
+        scene.serve(f"updater/{EXECUTABLE}", self.new)
+        self.before = whole_tree(scene.folder)
+        self.final = self.before | {EXECUTABLE: self.new}
+
+    def state(self, tree: Tree) -> str:
+        others = {n: c for n, c in tree.items() if n not in (EXECUTABLE, PARKED)}
+        assert others == {n: c for n, c in self.before.items() if n != EXECUTABLE}
+        executable, parked = tree.get(EXECUTABLE), tree.get(PARKED)
+        if parked is None:
+            assert executable in (self.old, self.new), "no whole Launcher is there"
+            return "unchanged" if executable == self.old else "done"
+        assert parked == self.old, "the old Launcher is not whole any more"
+        if executable is None:
+            return "moved aside"
+        if executable == self.new:
+            return "replaced"
+        assert is_torn(executable, self.new)
+        return "half replaced"
+
+
+class SettingsUpdate:
+    """Other settings are offered for those in a game folder."""
+
+    answers = [ok(RESTART_REQUIRED)]
+
+    def __init__(self, scene: Scene, launcher: pathlib.Path) -> None:
+        self.scene = scene
+        scene.install_launcher(launcher)
+        for name, content in PRESERVED.items():
+            scene.folder.put(name, content)
+        self.old = scene.settings
+        self.new = formats.updater_data(scene.server.url, "release", checked=True)
+        scene.serve("updater/UpdaterData.vpak", self.new)
+        self.before = whole_tree(scene.folder)
+        self.final = self.before | {SETTINGS_FILE: self.new}
+
+    def state(self, tree: Tree) -> str:
+        settings = tree.get(SETTINGS_FILE)
+        assert {**tree, SETTINGS_FILE: self.old} == self.before, "something else was touched"
+        if settings == self.old:
+            return "unchanged"
+        if settings == self.new:
+            return "done"
+        assert is_torn(settings, self.new)
+        return "half replaced"
