@@ -6,9 +6,12 @@ files: nothing is unwound, closed or flushed.
 
 import dataclasses
 import pathlib
+import shutil
+import time
+from typing import Callable
 
 import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
 from driver import ENDED_BY_TEST, LauncherRun, Press, ok
 from game_folder import GAME, GameFolder, windows_path
 from scene import INSTALLED, NEWER, Scene
@@ -49,6 +52,12 @@ class KilledRun(LauncherRun):
         assert self.completed, f"the watch broke off; {self.describe()}"
         codes = self.exit_codes(self.launcher)
         assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
+
+    def go_until(self, condition: Callable[[], bool]) -> bool:
+        """Goes on until the condition holds, and tells whether it came to that."""
+        while not self.ended and not condition():
+            self._take_event("a moment to kill at", pause=0.005)
+        return condition()
 
     def kill(self) -> None:
         """Ends the Launcher and what it started, now; a run that has ended by itself stays ended."""
@@ -106,6 +115,62 @@ def run_recorded(
     return run, record.read_text("utf-8").splitlines()
 
 
+@dataclasses.dataclass(frozen=True)
+class Moment:
+    """A moment to kill at, as the server sees it: with the answer to a path held back, or what
+    follows some bytes of its body, or some time after it was asked for; or while a dialog is up."""
+
+    kind: str
+    path: str = ""
+    bytes: int = 0
+    seconds: float = 0
+    dialog: Dialog | None = None
+
+
+def run_until(scene: Scene, answers: list[Press], moment: Moment) -> KilledRun | None:
+    """A run killed at the moment; none if it came to its end before."""
+    gate = None
+    server = scene.server
+    answer = server.answers.get("/" + moment.path)
+    if moment.kind == "request":
+        gate = server.hold(moment.path)
+    elif moment.kind == "bytes":
+        gate = server.hold(moment.path, after=moment.bytes)
+    elif moment.kind == "dialog":
+        # It is never answered.
+        answers = [
+            dataclasses.replace(a, when=lambda _: False) if a.dialog == moment.dialog else a
+            for a in answers
+        ]
+    run = KilledRun(scene.build, scene.folder, server, answers=answers)
+    try:
+        if gate:
+            reached = run.go_until(lambda: gate.reached)
+        elif moment.kind == "dialog":
+            reached = run.go_until(lambda: moment.dialog in run.dialogs)
+        else:
+            reached = run.go_until(lambda: "/" + moment.path in run.requests)
+            time.sleep(moment.seconds if reached else 0)
+        run.kill()
+    finally:
+        run.close()
+        if gate:
+            gate.open()
+            server.answers["/" + moment.path] = answer
+    return run if reached and run.was_killed else None
+
+
+def put_back(folder: GameFolder, tree: Tree) -> None:
+    """Makes the folder what it was."""
+    shutil.rmtree(folder.root)
+    folder.root.mkdir()
+    for name, content in tree.items():
+        if content is None:
+            folder.directory(name)
+        else:
+            folder.put(name, content)
+
+
 # --- A game update ----------------------------------------------------------------------------
 
 # More than a buffer of the C runtime holds, and no multiple of it: its end is written on closing.
@@ -149,17 +214,29 @@ class GameUpdate:
     """A game folder with everything in it that an update treats in its own way, the update that is
     offered, and the states that the update goes through on disk."""
 
-    def __init__(self, scene: Scene, launcher: pathlib.Path, walks_on: bool) -> None:
+    # Where a run that was killed can be followed by another one that is killed, too.
+    goes_on_from = ("unchanged", "staging", "installing", "cleaning up", "removing the staged")
+
+    def __init__(
+        self, scene: Scene, launcher: pathlib.Path, walks_on: bool, more: int = 0
+    ) -> None:
+        """With more files to remove, and a tenth as many more to install."""
         self.scene = scene
         self.walks_on = walks_on
+        self.unlisted = UNLISTED | {f"bin/old-{n:03}.dat": b"unlisted" for n in range(more)}
+        self.unlisted |= {f"abandoned-{n:03}.dat": b"unlisted" for n in range(more)}
+        self.offered = OFFERED_FILES | {f"data/new-{n}.dat": LARGE for n in range(more // 10)}
+        self.fetched = [n for n, c in self.offered.items() if INSTALLED_FILES.get(n) != c]
         scene.install_launcher(launcher)
-        for name, content in {**INSTALLED_FILES, **UNLISTED, **PRESERVED}.items():
+        for name, content in {**INSTALLED_FILES, **self.unlisted, **PRESERVED}.items():
             scene.folder.put(name, content)
         for name in UNLISTED_FOLDERS:
             scene.folder.directory(name)
-        lines = [formats.file_line(name, content) for name, content in OFFERED_FILES.items()]
+        lines = [formats.file_line(name, content) for name, content in self.offered.items()]
         lines.append(formats.file_line(GAME, scene.build.player.read_bytes()))
-        scene.offer_game(OFFERED_FILES, list(DIRECTORIES), lines)
+        scene.offer_game({}, list(DIRECTORIES), lines)
+        for name, content in self.offered.items():
+            scene.serve(name, content)
         self.before = whole_tree(scene.folder)
         self.old_version = formats.game_version(*INSTALLED)
         self.new_version = formats.game_version(*NEWER)
@@ -167,7 +244,7 @@ class GameUpdate:
             f"{STAGING_ROOT}/{name}": content
             for name, content in [
                 *((d, None) for d in DIRECTORIES),
-                *((n, OFFERED_FILES[n]) for n in FETCHED),
+                *((n, self.offered[n]) for n in self.fetched),
             ]
         }
         self.final = self._final()
@@ -175,28 +252,30 @@ class GameUpdate:
     def _final(self) -> Tree:
         """What an undisturbed update leaves."""
         final = dict(self.before)
-        final |= {"bin/new": None} | OFFERED_FILES
+        final |= {"bin/new": None} | self.offered
         if self.walks_on:
             # "bin/old" was met before what it held was gone: it stays, empty.
-            for name in [*UNLISTED, "bin/empty"]:
+            for name in [*self.unlisted, "bin/empty"]:
                 del final[name]
             final[VERSION_FILE] = self.new_version
         else:
             # The clean-up meets "bin", which it cannot remove, and ends the program.
-            del final["abandoned.txt"]
+            for name in self.unlisted:
+                if name.startswith("abandoned"):
+                    del final[name]
             final |= self.staged
         return final
 
     def final_after(self, killed: Tree) -> Tree:
         """What the next run leaves. Where the killed one emptied "bin/old" and did not come to the
         end, the next clean-up finds the folder empty, and removes it."""
-        emptied = "bin/old/deep.dat" not in killed and killed.get(VERSION_FILE) == self.old_version
+        emptied = "bin/old/deep.dat" not in killed and killed.get(VERSION_FILE) != self.new_version
         return {n: c for n, c in self.final.items() if not (emptied and n == "bin/old")}
 
     def missing_after(self, killed: Tree) -> list[str]:
         """What the next run has to download."""
         places = ("", STAGING_ROOT + "/")
-        return [n for n in FETCHED if all(killed.get(p + n) != OFFERED_FILES[n] for p in places)]
+        return [n for n in self.fetched if all(killed.get(p + n) != self.offered[n] for p in places)]
 
     @property
     def answers(self) -> list[Press]:
@@ -214,14 +293,14 @@ class GameUpdate:
 
         # What lies where it may lie at all.
         assert set(staged) <= set(self.staged), f"staged: {staged.keys() - self.staged.keys()}"
-        may_be = set(old_root) | {"bin/new"} | set(OFFERED_FILES)
+        may_be = set(old_root) | {"bin/new"} | set(self.offered)
         assert set(root) <= may_be, f"strange: {root.keys() - may_be}"
         incomplete = [n for n, c in staged.items() if c != self.staged[n]]
         assert len(incomplete) <= 1 and all(
             is_torn(staged[n], self.staged[n]) for n in incomplete
         ), f"staged wrongly: {incomplete}"
         for name, content in root.items():
-            if name not in FETCHED:
+            if name not in self.fetched:
                 assert content == old_root.get(name, None), f"{name} was changed"
 
         if tree == self.before:
@@ -231,20 +310,20 @@ class GameUpdate:
             return "staging"
 
         gone = {n for n in old_root if n not in root}
-        assert gone <= {*UNLISTED, *UNLISTED_FOLDERS}, f"gone: {gone}"
-        new = [n for n in FETCHED if root.get(n) == OFFERED_FILES[n]]
-        torn = [n for n in FETCHED if n not in new and root.get(n) != self.before.get(n)]
-        if len(new) < len(FETCHED) or "bin/new" not in root:
+        assert gone <= {*self.unlisted, *UNLISTED_FOLDERS}, f"gone: {gone}"
+        new = [n for n in self.fetched if root.get(n) == self.offered[n]]
+        torn = [n for n in self.fetched if n not in new and root.get(n) != self.before.get(n)]
+        if len(new) < len(self.fetched) or "bin/new" not in root:
             assert version == self.old_version, "a version that is not installed is recorded"
             assert staged == self.staged, "part of what is to be installed is gone"
             assert not gone, f"cleaned up too early: {gone}"
-            assert len(torn) <= 1 and all(is_torn(root[n], OFFERED_FILES[n]) for n in torn), torn
+            assert len(torn) <= 1 and all(is_torn(root[n], self.offered[n]) for n in torn), torn
             return "installing"
         if staged == self.staged:
             assert version == self.old_version
             return "cleaning up"
         assert self.walks_on, "the staging folder was taken from an update that is not complete"
-        assert gone >= {*UNLISTED, "bin/empty"}, "not cleaned up"
+        assert gone >= {*self.unlisted, "bin/empty"}, "not cleaned up"
         if staged:
             assert version == self.old_version
             return "removing the staged"
@@ -263,6 +342,7 @@ class SelfUpdate:
     """A newer Launcher is offered for one that stands in a game folder."""
 
     answers = [ok(RESTART_REQUIRED)]
+    goes_on_from = ("unchanged",)
 
     def __init__(self, scene: Scene, launcher: pathlib.Path) -> None:
         self.scene = scene

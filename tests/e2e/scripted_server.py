@@ -44,13 +44,15 @@ class Answer:
     # How many bytes of the body are sent before the connection is closed (or reset).
     cut_after: int | None = None
     reset: bool = False
-    # Close without a single byte of an answer.
+    # Close (or reset) without a single byte of an answer.
     silent: bool = False
     # Pause after each byte of the body.
     pause: float = 0
     gate: Gate | None = None
     # Where the connection stops sending before the gate opens, in bytes of the body.
     gate_after: int | None = None
+    # The last answer: whoever comes later is refused a connection.
+    last: bool = False
 
     def head(self) -> bytes:
         lines = [f"HTTP/1.1 {self.status} {self.reason}", "Connection: close", *self.headers]
@@ -81,7 +83,8 @@ class ScriptedServer:
         self._socket = socket.create_server(("127.0.0.1", 0), backlog=64)
         self.port = self._socket.getsockname()[1]
         self.url = f"http://127.0.0.1:{self.port}/"
-        self._closing = False
+        self._accepting = True
+        self._port_keeper: socket.socket | None = None
         self._connections: list[threading.Thread] = []
         self._thread = threading.Thread(target=self._accept, daemon=True)
         self._thread.start()
@@ -101,26 +104,41 @@ class ScriptedServer:
 
     def close(self) -> None:
         """Ends the server; fails if one of its threads did, for then it was not as scripted."""
-        self._closing = True
         for gate in self._gates:
             gate.open()
-        # An accepting thread does not notice that its socket is closed: wake it.
-        socket.create_connection(("127.0.0.1", self.port)).close()
-        self._thread.join(30)
-        self._socket.close()
+        self._stop_accepting()
+        if self._port_keeper:
+            self._port_keeper.close()
         for thread in self._connections:
             thread.join(30)
         assert not self._failures, f"the server failed: {self._failures!r}"
 
     def _accept(self) -> None:
-        while not self._closing:
-            connection, _ = self._socket.accept()
-            if self._closing:
-                connection.close()
+        while True:
+            try:
+                connection, _ = self._socket.accept()
+            except OSError:
+                if self._accepting:
+                    raise
                 return
             thread = threading.Thread(target=self._serve_one, args=(connection,), daemon=True)
             self._connections.append(thread)
             thread.start()
+
+    def _stop_accepting(self) -> None:
+        if self._accepting:
+            self._accepting = False
+            # The accepting thread does not notice that its socket is closed: this wakes it.
+            self._socket.shutdown(socket.SHUT_RDWR)
+            self._thread.join(30)
+            self._socket.close()
+
+    def refuse(self) -> None:
+        """From here on connections are refused, and nobody else can take the port."""
+        self._stop_accepting()
+        self._port_keeper = socket.socket()
+        self._port_keeper.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self._port_keeper.bind(("127.0.0.1", self.port))
 
     def _serve_one(self, connection: socket.socket) -> None:
         connection.settimeout(120)
@@ -150,9 +168,13 @@ class ScriptedServer:
             self.heads.append(text)
         answer = self.answers.get(path, NOT_FOUND)
 
+        if answer.last:
+            self.refuse()
         if answer.gate and answer.gate_after is None:
             answer.gate.hold()
         if answer.silent:
+            if answer.reset:
+                self._set_reset(connection)
             return
         connection.sendall(answer.head())
         body = answer.body if answer.cut_after is None else answer.body[: answer.cut_after]
@@ -169,13 +191,17 @@ class ScriptedServer:
         else:
             connection.sendall(body)
         if answer.reset:
-            # A close with a linger time of nought sends a reset.
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            self._set_reset(connection)
             return
         connection.shutdown(socket.SHUT_WR)
         # Wait for the other side's close: closing first could reset what it has not read yet.
         while connection.recv(4096):
             pass
+
+    @staticmethod
+    def _set_reset(connection: socket.socket) -> None:
+        """A close with a linger time of nought sends a reset."""
+        connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
 class ClosedPort:

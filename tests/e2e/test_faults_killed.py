@@ -6,30 +6,30 @@ mend by itself is told in docs/reliability.md, and tested here with the player's
 """
 
 import collections
+import dataclasses
 import random
 
 import pytest
 
-import formats
 from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
+from driver import TERMINATED
 from killed import (
     EXECUTABLE,
+    FETCHED,
     KILLED,
     PARKED,
     SETTINGS_FILE,
     VERSION_FILE,
     GameUpdate,
-    KilledRun,
+    Moment,
     Operation,
     SelfUpdate,
     SettingsUpdate,
+    put_back,
     run_recorded,
+    run_until,
     whole_tree,
 )
-from scene import INSTALLED
-
-pytestmark = pytest.mark.usefixtures("scene")
 
 # --- At every operation -----------------------------------------------------------------------
 
@@ -212,11 +212,7 @@ def finish_game_update(made: GameUpdate, killed: dict, state: str) -> None:
     else:
         run = scene.run(made.answers, expected_exits=(0 if made.walks_on else TERMINATED,))
         assert run.requests == scene.requests(
-            "GameVersion.vpak",
-            # A record that cannot be read is not compared with the server's, which is fetched anew.
-            *(["GameVersion.vpak"] if state == "recording" and killed[VERSION_FILE] else []),
-            "game_update.manifest",
-            *made.missing_after(killed),
+            "GameVersion.vpak", "game_update.manifest", *made.missing_after(killed)
         )
         assert whole_tree(scene.folder) == made.final_after(killed)
     if made.walks_on or state == "done":
@@ -311,3 +307,119 @@ def test_a_change_of_the_settings_goes_on_after_a_kill(scene, number, half, reco
         run = scene.run(made.answers, expected_exits=(0, 0))
     assert whole_tree(scene.folder) == made.final
     run.assert_game_started()
+
+
+# --- At seeded moments ------------------------------------------------------------------------
+#
+# Here it is the Launchers as they ship that are killed, from outside, again and again in the same
+# folder. The moments are told by what the server sees; the clock only adds some that lie between.
+
+GAME_REQUESTS = [
+    "updates/release/updater/updater.manifest",
+    "updates/release/updater/UpdaterData.vpak",
+    "updates/release/GameVersion.vpak",
+    "updates/release/game_update.manifest",
+    *(f"updates/release/{name}" for name in FETCHED),
+]
+REPLACE_REQUESTS = [
+    "updates/release/updater/updater.manifest",
+    "updates/release/updater/Launcher.exe",
+]
+KILLS_IN_A_ROW = 5
+# So many more files to remove, and a tenth as many to install, make the last stages long enough.
+MORE = 200
+
+
+def moments(requests: list[str], last: str, dialogs: list, delays: int, seed: int) -> list[Moment]:
+    """All of them in a seeded order."""
+    seeded = random.Random(seed)
+    made = [Moment("request", path) for path in requests]
+    # As a part of the body, whose length is not known here, in thousandths.
+    made += [Moment("bytes", path, seeded.randrange(1000)) for path in requests for _ in range(3)]
+    made += [Moment("dialog", dialog=dialog) for dialog in dialogs]
+    # The stages after the last request are short: short delays are the more interesting ones.
+    made += [Moment("delay", last, seconds=0.4 * seeded.random() ** 2) for _ in range(delays)]
+    seeded.shuffle(made)
+    return made
+
+
+def rows(of: list[Moment]) -> list:
+    """Kills in a row, one row for each test. All but the first row are for the long run."""
+    return [
+        pytest.param(
+            of[start : start + KILLS_IN_A_ROW],
+            id=f"row {start // KILLS_IN_A_ROW + 1}",
+            marks=() if start == 0 else pytest.mark.long,
+        )
+        for start in range(0, len(of), KILLS_IN_A_ROW)
+    ]
+
+
+def kill_in_a_row(made, row: list[Moment], finish, record_property, kind: str) -> None:
+    """`finish` is the next run of a killed one; after it the folder is put back."""
+    scene = made.scene
+    counts: collections.Counter = collections.Counter()
+    seeded = random.Random(str(row))
+    for moment in row:
+        if moment.kind == "bytes":
+            body = scene.server.answers["/" + moment.path].body
+            moment = dataclasses.replace(moment, bytes=len(body) * moment.bytes // 1000)
+        run = run_until(scene, made.answers, moment)
+        if run is None:
+            # What was to be asked for was there already, or the time was up.
+            made.state(whole_tree(scene.folder))
+            put_back(scene.folder, made.before)
+            if moment.kind != "delay":
+                run = run_until(scene, made.answers, moment)
+                assert run is not None, f"{moment} was not met"
+        if run is None:
+            continue
+        tree = whole_tree(scene.folder)
+        state = made.state(tree)
+        counts[state] += 1
+        if state not in made.goes_on_from or seeded.random() < 0.3:
+            finish(made, tree, state)
+            put_back(scene.folder, made.before)
+    tree = whole_tree(scene.folder)
+    if tree != made.before:
+        finish(made, tree, made.state(tree))
+    for state, count in counts.items():
+        record_property("seen", (f"Kills at seeded moments of {kind}", state, count))
+
+
+def finish_game_update_of_any_record(made: GameUpdate, killed: dict, state: str) -> None:
+    if state == "recording" and killed[VERSION_FILE] == b"":
+        assert_empty_record_keeps_the_game_but_no_update(made)
+        killed = whole_tree(made.scene.folder)
+    finish_game_update(made, killed, state)
+
+
+@pytest.mark.parametrize(
+    "row",
+    rows(
+        moments(
+            GAME_REQUESTS, GAME_REQUESTS[-1], [UPDATE_AVAILABLE, UPDATE_SUCCESSFUL], delays=50, seed=5
+        )
+    ),
+)
+def test_an_update_that_completes_goes_on_after_many_kills(scene, row, record_property):
+    made = GameUpdate(scene, scene.build.walk_on, walks_on=True, more=MORE)
+    finish = finish_game_update_of_any_record
+    kill_in_a_row(made, row, finish, record_property, "an update that completes")
+
+
+@pytest.mark.parametrize(
+    "row", rows(moments(GAME_REQUESTS, GAME_REQUESTS[-1], [UPDATE_AVAILABLE], delays=50, seed=6))
+)
+def test_an_update_that_ends_at_bin_goes_on_after_many_kills(scene, row, record_property):
+    made = GameUpdate(scene, scene.build.launcher, walks_on=False, more=MORE)
+    kill_in_a_row(made, row, finish_game_update, record_property, "an update that ends at bin")
+
+
+@pytest.mark.parametrize(
+    "row",
+    rows(moments(REPLACE_REQUESTS, REPLACE_REQUESTS[-1], [RESTART_REQUIRED], delays=40, seed=7)),
+)
+def test_a_self_update_goes_on_after_many_kills(scene, row, record_property):
+    made = SelfUpdate(scene, scene.build.launcher)
+    kill_in_a_row(made, row, finish_self_update, record_property, "a self-update")

@@ -325,6 +325,8 @@ bool AddDialog(Report& report, HWND window, DWORD process) {
       buttons[place.left] = button.Text();
     }
   }
+  // Every message box has buttons: without one it is still being made.
+  if (buttons.empty()) return false;
   std::vector<std::string> list;
   list.reserve(buttons.size());
   for (const auto& [left, button] : buttons) list.push_back(button);
