@@ -278,7 +278,7 @@ class Run:
         self._open_dialogs[event["window"]] = event["process"]
         expected = self._answers.popleft() if self._answers else None
         assert expected is not None, f"unexpected dialog {shown}"
-        assert shown == expected.dialog
+        assert shown == expected.dialog, f"{shown} in place of {expected.dialog}"
         assert event["owner"] == 0, "a dialog has an owner window"
         self._pending = (expected, event)
 

@@ -176,20 +176,22 @@ class ScriptedServer:
             if answer.reset:
                 self._set_reset(connection)
             return
-        connection.sendall(answer.head())
+        head = answer.head()
         body = answer.body if answer.cut_after is None else answer.body[: answer.cut_after]
         if answer.gate and answer.gate_after is not None:
-            connection.sendall(body[: answer.gate_after])
-            body = body[answer.gate_after :]
+            connection.sendall(head + body[: answer.gate_after])
+            head, body = b"", body[answer.gate_after :]
             answer.gate.hold()
         if answer.chunked:
-            connection.sendall(b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body))
-        elif answer.pause:
+            body = b"%x\r\n%s\r\n0\r\n\r\n" % (len(body), body)
+        # Head and body at once: what does not fit the announced length arrives together with it.
+        if answer.pause:
+            connection.sendall(head)
             for byte in body:
                 connection.sendall(bytes([byte]))
                 threading.Event().wait(answer.pause)
         else:
-            connection.sendall(body)
+            connection.sendall(head + body)
         if answer.reset:
             self._set_reset(connection)
             return

@@ -1,5 +1,6 @@
-// Counts the operations by which the Launcher changes the disk, asks the server or starts a program,
-// and ends the process at one of them, as a power cut would: nothing is unwound, closed or flushed.
+// Counts the operations by which the Launcher changes the disk, asks the server or starts a
+// program, and ends the process at one of them, as a power cut would: nothing is unwound, closed or
+// flushed.
 //
 //   LAUNCHER_FAULT_AT      the number of the operation to end at, from 1; none: never
 //   LAUNCHER_FAULT_HALF    set: half of what is to be written or copied is on disk by then;
@@ -101,9 +102,10 @@ void ReachedWhole(const char* operation, std::wstring_view subject) {
 
 /// The first half of the source is all that there is of the target.
 void CopyHalf(const wchar_t* source, const wchar_t* target) {
-  const HANDLE from =
-      original.createFile(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-  const HANDLE to = original.createFile(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  const HANDLE from = original.createFile(source, GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                          OPEN_EXISTING, 0, nullptr);
+  const HANDLE to =
+      original.createFile(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
   std::string content(GetFileSize(from, nullptr) / 2, '\0');
   DWORD size = 0;
   ReadFile(from, content.data(), static_cast<DWORD>(content.size()), &size, nullptr);
@@ -132,9 +134,11 @@ BOOL WINAPI MakeDirectory(const wchar_t* path, SECURITY_ATTRIBUTES* security) {
   return original.createDirectory(path, security);
 }
 
-HANDLE WINAPI OpenFile(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
-                       DWORD disposition, DWORD flags, HANDLE pattern) {
-  constexpr DWORD kWriting = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA | DELETE;
+HANDLE WINAPI OpenFile(const wchar_t* path, DWORD access, DWORD share,
+                       SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                       HANDLE pattern) {
+  constexpr DWORD kWriting =
+      GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA | DELETE;
   if ((access & kWriting) != 0 || disposition != OPEN_EXISTING) ReachedWhole("CreateFileW", path);
   return original.createFile(path, access, share, security, disposition, flags, pattern);
 }
@@ -153,8 +157,8 @@ BOOL WINAPI Delete(const wchar_t* path) {
   return original.deleteFile(path);
 }
 
-HINTERNET WINAPI OpenUrl(HINTERNET session, const wchar_t* url, const wchar_t* headers, DWORD length,
-                         DWORD flags, DWORD_PTR context) {
+HINTERNET WINAPI OpenUrl(HINTERNET session, const wchar_t* url, const wchar_t* headers,
+                         DWORD length, DWORD flags, DWORD_PTR context) {
   // The port is another one in every run.
   const wchar_t* const host = std::wcsstr(url, L"//");
   const wchar_t* const path = host != nullptr ? std::wcschr(host + 2, L'/') : nullptr;
@@ -239,8 +243,8 @@ const bool kArmed = [] {
   killHalfWay = !TakeVariable(L"LAUNCHER_FAULT_HALF").empty();
   const std::wstring record = TakeVariable(L"LAUNCHER_FAULT_RECORD");
   if (!record.empty()) {
-    recordFile = CreateFileW(record.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                             FILE_ATTRIBUTE_NORMAL, nullptr);
+    recordFile = CreateFileW(record.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
+                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   }
   Replace(VE_IMPORTED(CopyFileW), original.copyFile, &Copy);
   Replace(VE_IMPORTED(CreateDirectoryW), original.createDirectory, &MakeDirectory);

@@ -354,6 +354,184 @@ TEST_P(HostileArchives, EveryKindOfValueIsReadOrRejected) {
   outcomes.ExpectBothKinds(kCases);
 }
 
+// ---- Every damage of one byte ----
+//
+// What comes of each is foretold from the layout of the file alone.
+
+/// Calls `check` with the file cut at every length and with every byte changed to every other
+/// value.
+template <class Check>
+int ForEveryDamage(std::string_view file, const Check& check) {
+  int cases = 0;
+  for (std::size_t length = 0; length < file.size(); ++length, ++cases) {
+    check(std::string(file.substr(0, length)));
+  }
+  std::string changed(file);
+  for (char& byte : changed) {
+    const char good = byte;
+    for (int other = 0; other < 256; ++other) {
+      byte = static_cast<char>(other);
+      if (byte == good) continue;
+      check(changed);
+      ++cases;
+    }
+    byte = good;
+  }
+  std::cout << cases << " cases\n";
+  return cases;
+}
+
+/// What a reader says: its value as a text, or its message.
+template <class Read>
+std::string Said(const Read& read) {
+  try {
+    return read();
+  } catch (const file::FileException& error) {
+    return error.what();
+  } catch (const sdk::UpdaterException& error) {
+    return error.what();
+  }
+}
+
+/// An archive as its layout has it. The first thing that is wrong is what there is to say of it.
+class Foretold {
+ public:
+  explicit Foretold(std::string_view bytes) : bytes_(bytes) {
+    const std::uint64_t magic = Number(4);
+    if (magic != 0x6126FCA1) {
+      Wrong("Invalid header " + std::to_string(magic) + " for binary file.");
+      return;
+    }
+    const std::uint64_t version = Number(4);
+    if (version != 1) {
+      Wrong("Invalid version " + std::to_string(version) + " for binary file (supported: 1).");
+      return;
+    }
+    checked_ = Number(1) != 0;
+  }
+
+  /// The bytes of a text whose characters have this size.
+  std::string_view Text(std::uint64_t identifier, const char* kind, std::size_t characterSize) {
+    if (checked_) {
+      const std::uint64_t found = Number(4);
+      if (found != identifier) {
+        Wrong("Invalid " + std::string(kind) + "-identifier " + std::to_string(found) +
+              " (was expecting " + std::to_string(identifier) + ").");
+      }
+    }
+    const std::size_t size = static_cast<std::uint32_t>(Scalar() * characterSize);
+    if (size > bytes_.size() - at_) return {};
+    at_ += size;
+    return bytes_.substr(at_ - size, size);
+  }
+  std::string_view Narrow() { return Text(0x2F4C20B8, "string", 1); }
+  std::string_view Wide() { return Text(0x2F467C32, "wstring", 2); }
+  std::uint64_t Scalar() {
+    ExpectWidth(4);
+    return Number(4);
+  }
+  std::string_view Block() {
+    ExpectWidth(16);
+    static constexpr std::string_view kNoughts("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+    if (bytes_.size() - at_ < 16) return kNoughts;
+    return bytes_.substr(at_, 16);
+  }
+
+  void Wrong(const std::string& message) {
+    if (message_.empty()) message_ = message;
+  }
+  [[nodiscard]] std::string Or(const std::string& value) const {
+    return message_.empty() ? value : message_;
+  }
+
+ private:
+  void ExpectWidth(std::uint64_t width) {
+    if (!checked_) return;
+    const std::uint64_t found = Number(4);
+    if (found != width) {
+      Wrong("Invalid debug-size for type. Was " + std::to_string(found) + ", expected " +
+            std::to_string(width) + ".");
+    }
+  }
+  std::uint64_t Number(std::size_t size) {
+    if (size > bytes_.size() - at_) {
+      at_ = bytes_.size();
+      return 0;
+    }
+    std::uint64_t number = 0;
+    std::memcpy(&number, bytes_.data() + at_, size);
+    at_ += size;
+    return number;
+  }
+
+  std::string_view bytes_;
+  std::size_t at_ = 0;
+  bool checked_ = false;
+  std::string message_;
+};
+
+std::string ForetoldSettings(std::string_view bytes) {
+  Foretold archive(bytes);
+  const std::string header(archive.Narrow());
+  if (header != "UpdaterData") {
+    archive.Wrong("Invalid header '" + header +
+                  "' in UpdaterData.vpak (was expecting 'UpdaterData').");
+  }
+  const std::uint64_t version = archive.Scalar();
+  if (version != 1) {
+    archive.Wrong("Invalid file-version " + header + " in UpdaterData.vpak (supported: 1).");
+  }
+  const std::string_view url = archive.Wide();
+  if (url.empty()) archive.Wrong("Empty URL in UpdaterData.vpak.");
+  const std::string_view channel = archive.Wide();
+  if (channel != std::string_view("d\0e\0m\0o\0", 8)) {
+    archive.Wrong("Invalid release-channel '1' in UpdaterData.vpak (with file-version {INVALID}).");
+  }
+  return archive.Or(Hex(url));
+}
+
+TEST_P(HostileArchives, SettingsWithAnyOneDamageAreWhatTheirLayoutSays) {
+  GuardedMemory memory;
+  const int cases =
+      ForEveryDamage(Settings(GetParam(), L"http://a/", L"demo"), [&](const std::string& bytes) {
+        const std::string_view input = memory.Lay(bytes);
+        EXPECT_EQ(Said([&] {
+                    const auto* url = sdk::ReadUpdaterSettings(input).url.data();
+                    const std::size_t size = sdk::ReadUpdaterSettings(input).url.size();
+                    return Hex({reinterpret_cast<const char*>(url), 2 * size});
+                  }),
+                  ForetoldSettings(input))
+            << Hex(bytes);
+      });
+  EXPECT_GT(cases, 10'000);
+}
+
+std::string ForetoldVersion(std::string_view bytes) {
+  Foretold archive(bytes);
+  if (archive.Narrow() != "GameVersion") archive.Wrong("no version record");
+  if (archive.Scalar() != 1) archive.Wrong("no version record");
+  return archive.Or(Hex(archive.Block()));
+}
+
+TEST_P(HostileArchives, AVersionWithAnyOneDamageIsWhatItsLayoutSays) {
+  GuardedMemory memory;
+  const int cases = ForEveryDamage(Version(GetParam(), 0x7F), [&](const std::string& bytes) {
+    const std::string_view input = memory.Lay(bytes);
+    std::string foretold = ForetoldVersion(input);
+    EXPECT_EQ(Said([&] {
+                if (!ReadVersionRecord(input)) return std::string("outside the input");
+                file::ArchiveReader reader(input);
+                (void)reader.ReadString();
+                (void)reader.ReadU32();
+                const auto block = reader.ReadBlock16();
+                return Hex({reinterpret_cast<const char*>(block.data()), block.size()});
+              }),
+              foretold)
+        << Hex(bytes);
+  });
+  EXPECT_GT(cases, 10'000);
+}
+
 class HostileFiles : public test::TempFolder {};
 
 // The whole check, on a local file. Its download cannot succeed, as there is no URL: that it was
@@ -453,6 +631,84 @@ TEST(HostileManifests, GameManifestsAreReadOrRejected) {
     });
   }
   outcomes.ExpectBothKinds(kCases);
+}
+
+/// Whether a text is the format with something in place of each "{}".
+bool IsFormatted(std::string_view text, std::string_view format) {
+  const std::size_t gap = format.find("{}");
+  if (gap == std::string_view::npos) return text == format;
+  if (!text.starts_with(format.substr(0, gap))) return false;
+  format.remove_prefix(gap + 2);
+  for (std::size_t end = gap; end <= text.size(); ++end) {
+    if (IsFormatted(text.substr(end), format)) return true;
+  }
+  return false;
+}
+
+bool IsOneOf(std::string_view message, std::span<const std::string_view> formats) {
+  return std::any_of(formats.begin(), formats.end(),
+                     [&](std::string_view format) { return IsFormatted(message, format); });
+}
+
+TEST(HostileManifests, AnUpdaterManifestWithAnyOneDamageIsReadOrRefusedInItsWords) {
+  static constexpr std::string_view kMessages[] = {
+      "Invalid number of lines in updater-manifest file. Expecting at least 3, was only {}.",
+      "Unknown header in received updater-manifest file (was '{}', expected 'Velmorant Updater').",
+      "Unknown file version name '{}' (should have been 'FileVersion')",
+      "Unsupported file version '0' (must be at least 1).",
+      "Unknown updater version name '{}' (should have been 'Version')",
+      "Trying to downgrade updater to version '{}' (from '6'). Downgrade is not supported"};
+  GuardedMemory memory;
+  int accepted = 0;
+  const int cases = ForEveryDamage(UpdaterManifests()[1], [&](const std::string& bytes) {
+    std::string text = GuardedString(memory, bytes);
+    const std::string said = Said([&] { return std::to_string(sdk::ReadUpdaterManifest(text)); });
+    const bool isNumber = said.find_first_not_of("0123456789") == std::string::npos;
+    accepted += isNumber ? 1 : 0;
+    EXPECT_TRUE(isNumber ? std::stoull(said) >= 6 : IsOneOf(said, kMessages))
+        << said << " for " << Hex(bytes);
+  });
+  EXPECT_GT(accepted, 0);
+  EXPECT_LT(accepted, cases);
+}
+
+TEST(HostileManifests, AGameManifestWithAnyOneDamageIsReadOrRefusedInItsWords) {
+  static constexpr std::string_view kMessages[] = {
+      "Invalid amount of lines ({}, at least 4 expected).",
+      "Invalid header '{}'. (is expecting 'GameUpdate')",
+      "Invalid file-version name '{}'. (is expecting 'FileVersion')",
+      "Invalid file-version FileVersion. (supported: 1)",
+      "Invalid directory-name '{}'. (expected: 'Directories')",
+      "No directories. Abort update to prevent corruption.",
+      "Less assumed directory-entries than lines ({}, can be a maximum of {}).",
+      "No lines after directory-entries.",
+      "Invalid file-header '{}' (is expecting 'Files:')",
+      "No files present. Aborting update to prevent corruption.",
+      "Invalid file-name at line {}: '{}'",
+      "Invalid empty file size at line {}, for file '{}'",
+      "Invalid hash '{}' with length {} at line {} for file '{}'."};
+  GuardedMemory memory;
+  int accepted = 0;
+  int cases = 0;
+  for (const std::string& file : GameManifests()) {
+    cases += ForEveryDamage(file, [&](const std::string& bytes) {
+      std::string text = GuardedString(memory, bytes);
+      const std::string said = Said([&] {
+        const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+        const bool whole =
+            !manifest.directories.empty() &&
+            std::all_of(
+                manifest.files.begin(), manifest.files.end(), [](const sdk::FileEntry& entry) {
+                  return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
+                });
+        return std::string(whole ? "accepted" : "accepted, but not whole");
+      });
+      accepted += said == "accepted" ? 1 : 0;
+      EXPECT_TRUE(said == "accepted" || IsOneOf(said, kMessages)) << said << " for " << Hex(bytes);
+    });
+  }
+  EXPECT_GT(accepted, 0);
+  EXPECT_LT(accepted, cases);
 }
 
 // The stages below the readers take views, so that nothing at all stands behind their input.
