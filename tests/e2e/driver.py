@@ -146,6 +146,7 @@ class Run:
         answers: list[Press],
         environment: dict[str, str],
         windows_allowed: tuple[str, ...],
+        deadline: float = DEADLINE,
     ) -> None:
         self.dialogs: list[Dialog] = []
         self.windows: list[dict] = []
@@ -162,7 +163,7 @@ class Run:
         self._pending: tuple[Press, dict] | None = None
         self._answers = collections.deque(answers)
         self._windows_allowed = windows_allowed
-        self._deadline = time.monotonic() + DEADLINE
+        self._deadline = time.monotonic() + deadline
         self._watcher = Watcher(
             build,
             ["run", windows_path(directory), windows_path(program), *arguments],
@@ -337,6 +338,7 @@ class LauncherRun(Run):
         expected_exits: tuple[int, ...] = (0,),
         game_seconds: int = 0,
         environment: dict[str, str] | None = None,
+        deadline: float = DEADLINE,
     ) -> None:
         """`expected_exits` are the exit codes of all Launchers of the run, one after the other."""
         self.folder = folder
@@ -364,6 +366,7 @@ class LauncherRun(Run):
                 **(environment or {}),
             },
             windows,
+            deadline,
         )
 
     def finish(self) -> None:

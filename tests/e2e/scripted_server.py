@@ -191,7 +191,8 @@ class ScriptedServer:
                 connection.sendall(bytes([byte]))
                 threading.Event().wait(answer.pause)
         else:
-            connection.sendall(head + body)
+            connection.sendall(head + body[:4096])
+            connection.sendall(memoryview(body)[4096:])
         if answer.reset:
             self._set_reset(connection)
             return

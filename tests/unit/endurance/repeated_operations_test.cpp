@@ -1,0 +1,306 @@
+// Every operation of the libraries, two hundred times in one process, must leave the counts of
+// handles, GDI objects and USER objects and the memory in use where they were.
+//
+// (Wine does not count GDI and USER objects: there both are always 0.)
+
+#include "core/windows.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "archive/archive_file.h"
+#include "archive/archive_writer.h"
+#include "archive/updater_settings.h"
+#include "core/directory_walk.h"
+#include "core/errors.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/log.h"
+#include "core/mapped_file.h"
+#include "core/md5.h"
+#include "core/process.h"
+#include "core/registry.h"
+#include "core/unicode.h"
+#include "net/download.h"
+#include "support/game_version_bytes.h"
+#include "support/loopback_server.h"
+#include "support/private_registry.h"
+#include "support/temp_folder.h"
+#include "ui/progress_window.h"
+#include "updater/game_apply.h"
+#include "updater/game_download.h"
+#include "updater/game_manifest.h"
+#include "updater/game_version.h"
+#include "updater/updater_manifest.h"
+
+namespace ve {
+namespace {
+
+constexpr int kWarmUp = 10;
+constexpr int kRuns = 200;
+
+/// Of what starts programs, waits for a server or shows windows there are fewer runs, unless long
+/// tests are asked for.
+int SlowRuns() {
+  constexpr int kFew = 30;
+  return GetEnvironmentVariableW(L"LAUNCHER_LONG_TESTS", nullptr, 0) != 0 ? kRuns : kFew;
+}
+
+/// What all blocks in use on all heaps of the process hold.
+std::size_t HeapBytes() {
+  std::array<HANDLE, 64> heaps{};
+  const DWORD count = GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
+  std::size_t bytes = 0;
+  for (DWORD i = 0; i < count; ++i) {
+    HeapLock(heaps[i]);
+    PROCESS_HEAP_ENTRY entry{};
+    while (HeapWalk(heaps[i], &entry) != FALSE) {
+      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
+    }
+    HeapUnlock(heaps[i]);
+  }
+  return bytes;
+}
+
+/// The handles of the process. Each possible value is tried: GetProcessHandleCount is not
+/// implemented everywhere.
+int Handles() {
+  constexpr std::uintptr_t kMost = 4 * 4096;
+  int count = 0;
+  for (std::uintptr_t value = 4; value < kMost; value += 4) {
+    DWORD flags = 0;
+    if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) != FALSE) ++count;
+  }
+  return count;
+}
+
+struct Usage {
+  int handles = Handles();
+  DWORD gdi = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS);
+  DWORD user = GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS);
+  std::size_t heap = HeapBytes();
+};
+
+struct Tolerance {
+  int handles = 0;
+  /// Less than a hundred bytes a run: what the system caches, but no string that is lost each time.
+  std::size_t heap = 16 << 10;
+};
+
+class RepeatedOperations : public test::TempFolder {
+ protected:
+  static void Repeat(const std::function<void()>& operation, int runs = kRuns,
+                     Tolerance tolerance = {}) {
+    for (int i = 0; i < kWarmUp; ++i) operation();
+    const Usage before;
+    for (int i = 0; i < runs; ++i) operation();
+    const Usage after;
+    std::cout << runs << " runs: handles " << before.handles << " to " << after.handles << ", GDI "
+              << before.gdi << " to " << after.gdi << ", USER " << before.user << " to "
+              << after.user << ", heap " << before.heap << " to " << after.heap << " bytes\n";
+    EXPECT_LE(after.handles, before.handles + tolerance.handles);
+    EXPECT_LE(after.gdi, before.gdi);
+    EXPECT_LE(after.user, before.user);
+    EXPECT_LE(after.heap, before.heap + tolerance.heap);
+  }
+
+  template <class Exception>
+  static void RepeatFailing(const std::function<void()>& operation) {
+    Repeat([&] { EXPECT_THROW(operation(), Exception); });
+  }
+};
+
+const std::string kContent(10'000, 'x');
+
+// What the measuring itself must be able to see.
+TEST_F(RepeatedOperations, ALostHandleAndALostStringAreNoticed) {
+  const Usage before;
+  std::vector<HANDLE> events;
+  std::vector<std::string> strings;
+  for (int i = 0; i < kRuns; ++i) {
+    events.push_back(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    strings.emplace_back(100, 'x');
+  }
+  const Usage after;
+  EXPECT_EQ(after.handles, before.handles + kRuns);
+  EXPECT_GT(after.heap, before.heap + Tolerance().heap);
+  for (const HANDLE event : events) CloseHandle(event);
+}
+
+TEST_F(RepeatedOperations, FilesAreSavedLoadedCopiedRenamedAndRemoved) {
+  Repeat([] {
+    file::SaveFile(L"file", kContent);
+    EXPECT_EQ(file::LoadFile(L"file"), kContent);
+    EXPECT_EQ(file::LoadFile("file"), kContent);
+    file::CopyFileOverwrite(L"file", L"copy");
+    file::Rename(L"copy", L"renamed");
+    EXPECT_EQ(file::FileSize(L"renamed"), kContent.size());
+    EXPECT_GT(file::FileCreationTimeSeconds(L"renamed"), 0);
+    file::Remove(L"renamed");
+    EXPECT_TRUE(FileMatchesEntry(L"file", kContent.size(), Md5Hex(kContent)));
+  });
+}
+
+TEST_F(RepeatedOperations, FilesThatAreNotThere) {
+  RepeatFailing<file::FileException>([] { (void)file::LoadFile(L"missing"); });
+  RepeatFailing<file::FileException>([] { file::SaveFile(L"missing\\file", kContent); });
+  RepeatFailing<file::FileException>([] { file::CopyFileOverwrite(L"missing", L"copy"); });
+  RepeatFailing<std::exception>([] { file::Rename(L"missing", L"renamed"); });
+}
+
+TEST_F(RepeatedOperations, DirectoriesAreMadeWalkedAndRemoved) {
+  Repeat([] {
+    file::EnsureDirectories(L"a\\b\\c");
+    file::MakeDirectory(L"a\\d");
+    file::SaveFile(L"a\\b\\file", kContent);
+    int entries = 0;
+    file::WalkDirectory(L"a", [&](const file::DirectoryEntry&) {
+      ++entries;
+      return file::Descend::kYes;
+    });
+    EXPECT_EQ(entries, 4);
+    file::RemoveTree(L"a");
+  });
+  RepeatFailing<std::exception>([] { file::MakeDirectory(L"missing\\directory"); });
+  RepeatFailing<std::exception>([] {
+    file::WalkDirectory(L"missing",
+                        [](const file::DirectoryEntry&) { return file::Descend::kYes; });
+  });
+}
+
+TEST_F(RepeatedOperations, MappedFilesAndArchives) {
+  file::SaveFile(L"archive", test::VersionBytes({1, 2, 3, 4}));
+  file::SaveFile(L"bad", "no archive at all");
+  file::SaveFile(L"empty", "");
+  Repeat([] {
+    EXPECT_TRUE(file::MappedFile::Open(L"archive").IsOpen());
+    EXPECT_EQ(file::OpenArchiveFile(L"archive").ReadString(), "GameVersion");
+  });
+  RepeatFailing<file::FileException>([] { (void)file::OpenArchiveFile(L"bad"); });
+  RepeatFailing<file::MappedFileException>([] { (void)file::MappedFile::Open(L"empty"); });
+  Repeat([] {
+    file::ArchiveWriter writer(file::ArchiveMode::kChecked);
+    writer.WriteString("text");
+    EXPECT_FALSE(writer.Bytes().empty());
+  });
+}
+
+TEST_F(RepeatedOperations, LogEntries) {
+  Repeat([] { WriteLogEntry([](std::ostream& log) { log << "an entry"; }); });
+}
+
+TEST_F(RepeatedOperations, Texts) {
+  Repeat([] {
+    EXPECT_EQ(Format("{} {} {}", 1, std::string_view("two"), L"three"), "1 two three");
+    EXPECT_EQ(ToWide(ToUtf8(L"\x20AC uro")), L"\x20AC uro");
+  });
+}
+
+TEST_F(RepeatedOperations, TheRegistry) {
+  const test::PrivateRegistry registry;
+  Repeat([] {
+    WriteProductString(L"Player", L"LastBuild", L"C:\\Games");
+    EXPECT_EQ(ReadProductString(L"Player", L"LastBuild"), L"C:\\Games");
+    EXPECT_EQ(ReadProductString(L"Player", L"Missing"), L"");
+  });
+}
+
+TEST_F(RepeatedOperations, Commands) {
+  Repeat(
+      [] {
+        std::string said;
+        EXPECT_TRUE(
+            SystemCall("cmd.exe /c echo text", [&](std::string_view text) { said += text; }));
+        EXPECT_TRUE(said.starts_with("text")) << said;
+      },
+      SlowRuns());
+}
+
+TEST_F(RepeatedOperations, ProgramsThatAreNotThere) {
+  Repeat([] { EXPECT_FALSE(StartProcess(L"missing.exe", L"", L"", false)); });
+}
+
+TEST_F(RepeatedOperations, Downloads) {
+  test::LoopbackServer server;
+  server.Script("/file", test::Ok(kContent));
+  // The server of this test remembers each request, and WinINet lets go of a connection when it
+  // likes.
+  const Tolerance tolerance{8, 256 << 10};
+  Repeat([&] { EXPECT_TRUE(Download(server.Url("/file")).Succeeded()); }, SlowRuns(), tolerance);
+  Repeat([&] { EXPECT_FALSE(Download(server.Url("/missing")).Succeeded()); }, SlowRuns(),
+         tolerance);
+  Repeat([] { EXPECT_FALSE(Download(L"no URL at all").Succeeded()); });
+}
+
+TEST_F(RepeatedOperations, TheProgressThread) {
+  const std::vector<int> entries(3);
+  Repeat(
+      [&] {
+        std::atomic<bool> finished = false;
+        std::atomic<std::uint32_t> counter = 2;
+        std::thread thread([&] { ProgressThread(entries, finished, counter); });
+        while (counter != 0) Sleep(1);
+        finished = true;
+        thread.join();
+      },
+      SlowRuns());
+}
+
+TEST_F(RepeatedOperations, SettingsAndManifests) {
+  file::ArchiveWriter writer(file::ArchiveMode::kPlain);
+  writer.WriteString("UpdaterData");
+  writer.WriteU32(1);
+  writer.WriteWideString(L"http://127.0.0.1/");
+  writer.WriteWideString(L"release");
+  const std::string settings = writer.Bytes();
+  const std::string digest = Md5Hex(kContent);
+  Repeat([&] {
+    EXPECT_EQ(sdk::ReadUpdaterSettings(settings).channel, L"release");
+    std::string updater = "Velmorant Updater\nFileVersion: 1\nVersion: 7";
+    EXPECT_EQ(sdk::ReadUpdaterManifest(updater), 7U);
+    std::string game =
+        "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n'bin/a' 10000 " + digest + "\n";
+    EXPECT_EQ(sdk::ReadGameUpdateManifest(game).files.size(), 1U);
+  });
+  RepeatFailing<sdk::UpdaterException>([] {
+    std::string game = "GameUpdate\n";
+    (void)sdk::ReadGameUpdateManifest(game);
+  });
+}
+
+TEST_F(RepeatedOperations, AnUpdateIsStagedAndApplied) {
+  test::LoopbackServer server;
+  server.Script("/GameVersion.vpak", test::Ok(test::VersionBytes({0, 0, 0, 2})));
+  server.Script("/a", test::Ok(kContent));
+  file::EnsureDirectories(L"Updater");
+  const auto update = [&] {
+    file::SaveFile(sdk::kGameVersionFile, test::VersionBytes({0, 0, 0, 1}));
+    file::SaveFile(L"unlisted", kContent);
+    std::optional<std::string> pending;
+    EXPECT_TRUE(sdk::CheckGameVersion(server.Url("/GameVersion.vpak"), pending));
+    std::string text =
+        "GameUpdate\nFileVersion: 1\nDirectories: 1\nSaved\nFiles:\n'a' 10000 " + Md5Hex(kContent);
+    const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+    sdk::MakeStagingFolders(manifest);
+    std::atomic<std::uint32_t> processed = 0;
+    sdk::ApplyUpdate(manifest, sdk::StageFiles(server.Url("/"), manifest, processed), *pending);
+    EXPECT_TRUE(file::Exists(L"a"));
+    EXPECT_FALSE(file::Exists(L"unlisted"));
+    file::Remove(L"a");
+  };
+  Repeat(update, SlowRuns(), {8, 256 << 10});
+}
+
+}  // namespace
+}  // namespace ve
