@@ -76,7 +76,7 @@ std::size_t HeapBytes() {
 /// The handles of the process. Each possible value is tried: GetProcessHandleCount is not
 /// implemented everywhere.
 int Handles() {
-  constexpr std::uintptr_t kMost = 4 * 4096;
+  constexpr std::uintptr_t kMost = 4 * 1024;
   int count = 0;
   for (std::uintptr_t value = 4; value < kMost; value += 4) {
     DWORD flags = 0;
