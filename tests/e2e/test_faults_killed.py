@@ -328,10 +328,11 @@ REPLACE_REQUESTS = [
 KILLS_IN_A_ROW = 5
 # So many more files to remove, and a tenth as many to install, make the last stages long enough.
 MORE = 200
+LAST_GAME_REQUEST = f"updates/release/data/new-{MORE // 10 - 1}.dat"
 
 
 def moments(requests: list[str], last: str, dialogs: list, delays: int, seed: int) -> list[Moment]:
-    """All of them in a seeded order."""
+    """All of them in a seeded order; the delays begin with the last request."""
     seeded = random.Random(seed)
     made = [Moment("request", path) for path in requests]
     # As a part of the body, whose length is not known here, in thousandths.
@@ -398,7 +399,7 @@ def finish_game_update_of_any_record(made: GameUpdate, killed: dict, state: str)
     "row",
     rows(
         moments(
-            GAME_REQUESTS, GAME_REQUESTS[-1], [UPDATE_AVAILABLE, UPDATE_SUCCESSFUL], delays=50, seed=5
+            GAME_REQUESTS, LAST_GAME_REQUEST, [UPDATE_AVAILABLE, UPDATE_SUCCESSFUL], delays=50, seed=5
         )
     ),
 )
@@ -409,7 +410,7 @@ def test_an_update_that_completes_goes_on_after_many_kills(scene, row, record_pr
 
 
 @pytest.mark.parametrize(
-    "row", rows(moments(GAME_REQUESTS, GAME_REQUESTS[-1], [UPDATE_AVAILABLE], delays=50, seed=6))
+    "row", rows(moments(GAME_REQUESTS, LAST_GAME_REQUEST, [UPDATE_AVAILABLE], delays=50, seed=6))
 )
 def test_an_update_that_ends_at_bin_goes_on_after_many_kills(scene, row, record_property):
     made = GameUpdate(scene, scene.build.launcher, walks_on=False, more=MORE)
