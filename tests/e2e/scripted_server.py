@@ -192,7 +192,9 @@ class ScriptedServer:
                 threading.Event().wait(answer.pause)
         else:
             connection.sendall(head + body[:4096])
-            connection.sendall(memoryview(body)[4096:])
+            # In pieces: the time-out is for each call.
+            for start in range(4096, len(body), 1 << 20):
+                connection.sendall(memoryview(body)[start : start + (1 << 20)])
         if answer.reset:
             self._set_reset(connection)
             return
