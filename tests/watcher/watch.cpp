@@ -21,7 +21,6 @@
 
 #include <commctrl.h>
 #include <shellapi.h>
-#include <tlhelp32.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -36,6 +35,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "icon_question.h"
 
 namespace {
 
@@ -207,98 +208,38 @@ HWND WindowOf(unsigned long number) {
 
 // --- Which icon a message box shows -----------------------------------------------------------
 
-// Icon handles mean something only in the process that owns them, so the question "which handle is
-// the system's error icon?" is put to the box's own process: LoadIconW(NULL, id) runs there on a
-// thread of its own, and its result, a handle of 32 significant bits, is the thread's exit code.
-class IconsOfProcess {
- public:
-  explicit IconsOfProcess(DWORD process) {
-    process_ = OpenProcess(PROCESS_ALL_ACCESS, FALSE, process);
-    if (process_ == nullptr) return;
-    const uintptr_t loadIcon = AddressOfLoadIcon(process);
-    if (loadIcon == 0) return;
-    handles_[Handle(loadIcon, 32513)] = L"error";
-    handles_[Handle(loadIcon, 32514)] = L"question";
-    handles_[Handle(loadIcon, 32515)] = L"warning";
-    handles_[Handle(loadIcon, 32516)] = L"information";
+// Icon handles mean something only in the process that owns them, so the question "which of the
+// system's icons is this?" is put to the box's own thread, by a hook that answers in a property of
+// the control. (A thread started in that process would not do: Wine starts it inside whatever the
+// box's thread is doing, and where that is an allocation, both hang.)
+std::optional<std::wstring> IconOf(HWND dialog, HWND control) {
+  static const HMODULE library = LoadLibraryW(L"icon_hook.dll");
+  static const auto answer = reinterpret_cast<HOOKPROC>(
+      reinterpret_cast<void*>(GetProcAddress(library, "AnswerIconQuestion")));
+  const HHOOK hook =
+      SetWindowsHookExW(WH_CALLWNDPROC, answer, library, GetWindowThreadProcessId(dialog, nullptr));
+  if (hook == nullptr) return std::nullopt;
+  const auto asked = Ask(control, RegisterWindowMessageW(kIconQuestion), 0, 0);
+  UnhookWindowsHookEx(hook);
+  if (!asked) return std::nullopt;
+  switch (reinterpret_cast<uintptr_t>(GetPropW(control, kIconAnswer))) {
+    case 32513:
+      return L"error";
+    case 32514:
+      return L"question";
+    case 32515:
+      return L"warning";
+    case 32516:
+      return L"information";
+    default:
+      return L"unknown";
   }
-  ~IconsOfProcess() {
-    if (process_ != nullptr) CloseHandle(process_);
-  }
-  IconsOfProcess(const IconsOfProcess&) = delete;
-  IconsOfProcess& operator=(const IconsOfProcess&) = delete;
-
-  [[nodiscard]] std::wstring NameOf(DWORD handle) const {
-    const auto found = handles_.find(handle);
-    return handle == 0 || found == handles_.end() ? L"unknown" : found->second;
-  }
-
- private:
-  // user32.dll need not be loaded at the same address in both processes, but it is the same file.
-  static uintptr_t AddressOfLoadIcon(DWORD process) {
-    const HMODULE own = GetModuleHandleW(L"user32.dll");
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(GetProcAddress(own, "LoadIconW")) -
-                             reinterpret_cast<uintptr_t>(own);
-    uintptr_t result = 0;
-    const HANDLE modules = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
-    if (modules == INVALID_HANDLE_VALUE) return 0;
-    MODULEENTRY32W module = {};
-    module.dwSize = sizeof module;
-    for (BOOL more = Module32FirstW(modules, &module); more;
-         more = Module32NextW(modules, &module)) {
-      if (_wcsicmp(module.szModule, L"user32.dll") == 0) {
-        result = reinterpret_cast<uintptr_t>(module.modBaseAddr) + offset;
-        break;
-      }
-    }
-    CloseHandle(modules);
-    return result;
-  }
-
-  DWORD Handle(uintptr_t loadIcon, DWORD identifier) {
-    unsigned char code[] = {
-        0x48, 0x83, 0xEC, 0x28,        // sub rsp, 40
-        0x31, 0xC9,                    // xor ecx, ecx
-        0xBA, 0,    0,    0,    0,     // mov edx, identifier
-        0x48, 0xB8, 0,    0,    0, 0,  // mov rax, loadIcon
-        0,    0,    0,    0,           //
-        0xFF, 0xD0,                    // call rax
-        0x48, 0x83, 0xC4, 0x28,        // add rsp, 40
-        0xC3,                          // ret
-    };
-    std::memcpy(code + 7, &identifier, sizeof identifier);
-    std::memcpy(code + 13, &loadIcon, sizeof loadIcon);
-    void* const place = VirtualAllocEx(process_, nullptr, sizeof code, MEM_COMMIT | MEM_RESERVE,
-                                       PAGE_EXECUTE_READWRITE);
-    if (place == nullptr) return 0;
-    DWORD handle = 0;
-    HANDLE thread = nullptr;
-    if (WriteProcessMemory(process_, place, code, sizeof code, nullptr)) {
-      thread =
-          CreateRemoteThread(process_, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(place),
-                             nullptr, 0, nullptr);
-    }
-    if (thread == nullptr) {
-      VirtualFreeEx(process_, place, 0, MEM_RELEASE);
-      return 0;
-    }
-    // A thread that does not end keeps its code: freeing it would crash the watched process.
-    if (WaitForSingleObject(thread, kAnswerMilliseconds) == WAIT_OBJECT_0) {
-      GetExitCodeThread(thread, &handle);
-      VirtualFreeEx(process_, place, 0, MEM_RELEASE);
-    }
-    CloseHandle(thread);
-    return handle;
-  }
-
-  HANDLE process_ = nullptr;
-  std::map<DWORD, std::wstring> handles_;
-};
+}
 
 // --- What is reported of a window -------------------------------------------------------------
 
 // A message box: its whole text, its buttons from left to right, its icon.
-bool AddDialog(Report& report, HWND window, DWORD process) {
+bool AddDialog(Report& report, HWND window) {
   std::wstring text;
   std::wstring icon = L"none";
   std::map<LONG, std::string> buttons;
@@ -309,7 +250,11 @@ bool AddDialog(Report& report, HWND window, DWORD process) {
       if ((StyleOf(child) & SS_TYPEMASK) == SS_ICON) {
         const auto handle = Ask(child, STM_GETICON, 0, 0);
         if (!handle) return false;
-        if (*handle != 0) icon = IconsOfProcess(process).NameOf(static_cast<DWORD>(*handle));
+        if (*handle != 0) {
+          const auto shown = IconOf(window, child);
+          if (!shown) return false;
+          icon = *shown;
+        }
       } else {
         const auto part = TextOf(child);
         if (!part) return false;
@@ -515,7 +460,7 @@ class Watch {
       report.Add("screenHeight", GetSystemMetrics(SM_CYSCREEN));
       report.Add("arrowHeight", GetSystemMetrics(SM_CYVSCROLL));
       // A box that does not answer yet is looked at again in the next round.
-      if (isDialog && !AddDialog(report, window, process)) return;
+      if (isDialog && !AddDialog(report, window)) return;
       controls_[window] = "";
       report.Send();
     }
