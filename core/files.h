@@ -31,6 +31,8 @@ class FileBytes {
   explicit FileBytes(std::size_t size);
   FileBytes(FileBytes&&) noexcept = default;
   FileBytes& operator=(FileBytes&&) = delete;
+  FileBytes(const FileBytes&) = delete;
+  FileBytes& operator=(const FileBytes&) = delete;
   ~FileBytes();
 
   [[nodiscard]] std::span<std::byte> Get() const noexcept { return {block_.data.get(), size_}; }

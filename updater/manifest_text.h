@@ -18,15 +18,15 @@ namespace ve::sdk {
 
 /// The first of the wanted bytes, or `end`. Looks at sixteen bytes at a time, which every x86-64
 /// processor can: the C runtime's searches take one by one.
-template <char... kWanted>
+template <char... Wanted>
 [[nodiscard]] const char* FindByte(const char* at, const char* end) noexcept {
   constexpr std::ptrdiff_t kStep = sizeof(__m128i);
   for (; end - at >= kStep; at += kStep) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-    const int found = (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted))) | ...);
+    const int found = (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(Wanted))) | ...);
     if (found != 0) return at + std::countr_zero(static_cast<unsigned>(found));
   }
-  while (at != end && ((*at != kWanted) && ...)) ++at;
+  while (at != end && ((*at != Wanted) && ...)) ++at;
   return at;
 }
 
