@@ -115,8 +115,8 @@ TEST_F(CheckGameVersionTest, AMissingNumberReadsAsZero) {
 }
 
 TEST_F(CheckGameVersionTest, AFileThatIsNoArchiveIsAnError) {
-  Install("XXXXXXXXXXXX");
-  EXPECT_EQ(CheckError<file::FileException>(), "Invalid header 1482184792 for binary file.");
+  Install("twelve bytes");
+  EXPECT_EQ(CheckError<file::FileException>(), "Invalid header 1818589044 for binary file.");
   EXPECT_THAT(server_.RequestedPaths(), IsEmpty());
 }
 
