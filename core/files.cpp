@@ -96,7 +96,8 @@ void Save(Path path, const void* content, std::size_t size) {
   const UniqueStream stream = OpenStream(path, kWrite);
   const int openError = errno;
   if (!stream) ThrowOpenError(kSaveFailure, path, openError);
-  static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
+  // Nothing may be given as a null pointer, which fwrite must not get.
+  if (size != 0) static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
 }
 
 bool IsDirectory(const std::wstring& path) {

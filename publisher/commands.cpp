@@ -15,6 +15,7 @@ CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name
 
 std::vector<std::string> ChannelNames() {
   std::vector<std::string> names;
+  names.reserve(sdk::kReleaseChannels.size());
   for (const std::wstring_view channel : sdk::kReleaseChannels) names.push_back(ToUtf8(channel));
   return names;
 }

@@ -9,14 +9,13 @@
 #include "publisher/commands.h"
 #include <CLI/CLI.hpp>
 
+namespace ve::publish {
 namespace {
-
-using namespace ve::publish;
 
 /// The command line's arguments in UTF-8, without the program, last first as CLI11 takes them.
 std::vector<std::string> Arguments(int count, wchar_t** arguments) {
   std::vector<std::string> texts;
-  for (int index = count - 1; index > 0; --index) texts.push_back(ve::ToUtf8(arguments[index]));
+  for (int index = count - 1; index > 0; --index) texts.push_back(ToUtf8(arguments[index]));
   return texts;
 }
 
@@ -31,10 +30,7 @@ int RunCommand(const Command& command) {
   }
 }
 
-}  // namespace
-
-int wmain(int count, wchar_t** arguments) {
-  SetConsoleOutputCP(CP_UTF8);
+int Run(int count, wchar_t** arguments) {
   CLI::App program("Makes, checks and previews the updates that the Launcher reads.", "publish");
   program.require_subcommand(1);
   Command chosen;
@@ -50,4 +46,12 @@ int wmain(int count, wchar_t** arguments) {
     return program.exit(error) == 0 ? kDone : kWrongUsage;
   }
   return RunCommand(chosen);
+}
+
+}  // namespace
+}  // namespace ve::publish
+
+int wmain(int count, wchar_t** arguments) {
+  SetConsoleOutputCP(CP_UTF8);
+  return ve::publish::Run(count, arguments);
 }

@@ -3,6 +3,7 @@
 
 #include "archive/archive_writer.h"
 #include "archive/updater_settings.h"
+#include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/commands.h"
@@ -53,6 +54,7 @@ int Run(const Options& options, Console& console) {
   CheckUrl(options.url, findings);
   const std::wstring output = AbsolutePath(options.output);
   if (!findings.Refused()) {
+    file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
     WriteWholeFile(output, SettingsArchive(options));
     console.Say(Format("{}: URL {}, channel {}", PathText(output), options.url, options.channel));
   }
@@ -72,7 +74,9 @@ void AddSettingsCommand(CLI::App& program, Command& chosen) {
   command->add_option("--url", options->url, "The server's base URL, with its last slash.")
       ->required();
   AddChannel(*command, options->channel)->required();
-  command->add_option("--output", options->output, "The file to write.")->required();
+  command
+      ->add_option("--output", options->output, "The file to write; its folder is made if missing.")
+      ->required();
   command->callback([options, &chosen] {
     chosen.run = [options](Console& console) { return Run(*options, console); };
   });
