@@ -150,7 +150,7 @@ class StageFilesTest : public test::TempFolder {
   std::atomic<std::uint32_t> processed_ = 0;
 };
 
-TEST_F(StageFilesTest, WithCurrentFilesThereIsNothingToDo) {
+TEST_F(StageFilesTest, WithCurrentFilesNothingIsStaged) {
   WriteWhole(L"bin\\a", "hello");
   WriteWhole(L"b", "hello");
   manifest_.files = {Hello(L"bin/a"), Hello(L"b")};

@@ -49,7 +49,7 @@ class SelfUpdate : public test::TempFolder {
   test::LoopbackServer server_;
 };
 
-TEST_F(SelfUpdate, ACurrentLauncherWithTheServersSettingsHasNothingToDo) {
+TEST_F(SelfUpdate, ACurrentLauncherWithTheServersSettingsIsLeftAlone) {
   Offer("6");
   ServeSettings(std::string_view("same\0settings", 13));
   Run(std::string_view("same\0settings", 13));
