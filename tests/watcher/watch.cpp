@@ -461,6 +461,8 @@ class Watch {
       report.Add("arrowHeight", GetSystemMetrics(SM_CYVSCROLL));
       // A box that does not answer yet is looked at again in the next round.
       if (isDialog && !AddDialog(report, window)) return;
+      // One that was destroyed while it was looked at answered with nothing: it was not seen.
+      if (!IsWindow(window)) return;
       controls_[window] = "";
       report.Send();
     }
