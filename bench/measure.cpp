@@ -133,7 +133,7 @@ std::size_t IterateBare() {
 
 void CleanUpPairs(int pairs) {
   const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
+  const std::unordered_set<std::wstring> listed(names.begin(), names.end());
   const Case one{"cleanup/" + std::to_string(names.size()), static_cast<double>(names.size()),
                  [&] { return MeasurePassing([&] { sdk::CleanUp(listed); }); },
                  [] { return MeasurePassing([] { Keep(IterateBare()); }); }};
@@ -166,8 +166,8 @@ double Update(const std::wstring& url) {
     sdk::MakeStagingFolders(manifest);
     std::atomic<std::uint32_t> processed = 0;
     std::atomic<bool> finished = false;
-    std::thread progress(&ProgressThread<std::vector<sdk::FileEntry>>, std::cref(manifest.files),
-                         std::cref(finished), std::ref(processed));
+    std::thread progress(&ProgressThread<std::vector<std::string_view>>,
+                         std::cref(manifest.fileLines), std::cref(finished), std::ref(processed));
     const sdk::StagedUpdate staged = sdk::StageFiles(url, manifest, processed);
     finished = true;
     sdk::ApplyUpdate(manifest, staged, "version");
@@ -197,8 +197,9 @@ double UpdateBare(const std::wstring& url, const std::vector<std::wstring>& name
 void UpdatePairs(int pairs, const std::wstring& url, int files) {
   std::vector<std::wstring> names;
   std::string text = std::move(Download(url + L"game_update.manifest").Body());
-  for (const sdk::FileEntry& entry : sdk::ReadGameUpdateManifest(text).files) {
-    names.emplace_back(entry.name);
+  const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+  for (sdk::FileEntry entry : manifest.Files()) {
+    names.push_back(std::move(entry.name));
   }
   const Case one{"update/" + std::to_string(files), static_cast<double>(names.size()),
                  [&] { return Update(url); }, [&] { return UpdateBare(url, names); }};
@@ -215,7 +216,7 @@ int Check() {
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   bool current = true;
   const double nanoseconds = Measure([&] {
-    for (const sdk::FileEntry& entry : manifest.files) {
+    for (const sdk::FileEntry& entry : manifest.Files()) {
       const sdk::FileSource source = sdk::FindSource(entry, sdk::StagingPath(entry.name));
       current = current && source == sdk::FileSource::kInstalled;
     }
@@ -234,10 +235,10 @@ void CountAllocations() {
                });
   std::string manifest = ManifestText(100'000);
   std::cout << "\na manifest of 100,000 lines\t"
-            << AllocationsOf([&] { Keep(sdk::ReadGameUpdateManifest(manifest).files.size()); });
+            << AllocationsOf([&] { Keep(sdk::ReadGameUpdateManifest(manifest).fileLines.size()); });
 
   const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
+  const std::unordered_set<std::wstring> listed(names.begin(), names.end());
   std::cout << "\nthe clean-up of " << names.size() << " files\t"
             << AllocationsOf([&] { sdk::CleanUp(listed); }) << "\nthe bare iteration over them\t"
             << AllocationsOf([] { Keep(IterateBare()); }) << std::endl;

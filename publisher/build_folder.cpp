@@ -198,7 +198,7 @@ void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Findin
 }
 
 void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Findings& findings) {
-  std::unordered_set<std::wstring_view> listed;
+  std::unordered_set<std::wstring> listed;
   for (const BuildFile& file : build.files) listed.insert(file.name);
   sdk::CleanupRules rules(listed, launcher);
 

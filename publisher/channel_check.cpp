@@ -144,11 +144,11 @@ class ChannelCheck {
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
+    for (const sdk::FileEntry& entry : manifest.Files()) bytes += entry.size;
     report_["directories"] = manifest.directories.size();
-    report_["files"] = manifest.files.size();
+    report_["files"] = manifest.fileLines.size();
     report_["bytes"] = bytes;
-    console_.Say(Format("  {} files in {} directories, {}", manifest.files.size(),
+    console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
                         manifest.directories.size(), BytesInWords(bytes)));
     CheckManifest(manifest, tree_.PlaceOf(kManifestName), findings_);
     CheckPayload(tree_, manifest, console_, findings_);
@@ -157,7 +157,7 @@ class ChannelCheck {
 
   /// Nothing lies in the folder but what is listed, and that in the listed spelling.
   void CheckUnlisted(const sdk::GameUpdateManifest& manifest) {
-    std::unordered_map<std::wstring, std::wstring_view> files;
+    std::unordered_map<std::wstring, std::wstring> files;
     std::unordered_set<std::wstring> directories;
     for (const std::wstring_view name : {kVersionName, kManifestName}) {
       files.emplace(FoldedName(name), name);
@@ -165,7 +165,7 @@ class ChannelCheck {
     for (const std::string_view directory : manifest.directories) {
       directories.insert(FoldedName(sdk::WidenName(directory)));
     }
-    for (const sdk::FileEntry& entry : manifest.files) {
+    for (const sdk::FileEntry& entry : manifest.Files()) {
       files.emplace(FoldedName(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {
@@ -181,13 +181,13 @@ class ChannelCheck {
   }
 
   void CheckEntry(const std::wstring& name, bool isDirectory,
-                  const std::unordered_map<std::wstring, std::wstring_view>& files) {
+                  const std::unordered_map<std::wstring, std::wstring>& files) {
     const auto listed = files.find(FoldedName(name));
     if (isDirectory || listed == files.end()) {
       return Refuse(name, "lies in the tree, but is not listed",
                     "No player gets it. Remove it, or publish again.");
     }
-    std::wstring spelling(listed->second);
+    std::wstring spelling = listed->second;
     std::replace(spelling.begin(), spelling.end(), L'\\', L'/');
     if (spelling == name) return;
     Refuse(name, Format("is listed as '{}'", ToUtf8(listed->second)),

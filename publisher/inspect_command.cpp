@@ -195,20 +195,20 @@ class Inspection {
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
-    const sdk::FileEntry* largest = &manifest.files.front();
-    for (const sdk::FileEntry& entry : manifest.files) {
+    sdk::FileEntry largest = manifest.Files().front();
+    for (sdk::FileEntry entry : manifest.Files()) {
       const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - bytes;
       bytes += std::min(entry.size, room);
-      if (entry.size > largest->size) largest = &entry;
+      if (entry.size > largest.size) largest = std::move(entry);
     }
     Tell("header", "header", std::string("GameUpdate"));
     Tell("file version", "fileVersion", 1);
     Tell("directories", "directories", manifest.directories.size());
-    Tell("files", "files", manifest.files.size());
+    Tell("files", "files", manifest.fileLines.size());
     console_.Say(Format("  bytes: {} ({})", bytes, BytesInWords(bytes)));
     console_.Report()["bytes"] = bytes;
-    console_.Say(Format("  largest: {} ({})", ToUtf8(largest->name), BytesInWords(largest->size)));
-    console_.Report()["largest"] = ToUtf8(largest->name);
+    console_.Say(Format("  largest: {} ({})", ToUtf8(largest.name), BytesInWords(largest.size)));
+    console_.Report()["largest"] = ToUtf8(largest.name);
     if (options_.files) options_.json ? ReportFiles(manifest) : SayFiles(manifest);
   }
 
@@ -217,7 +217,7 @@ class Inspection {
     for (const std::string_view directory : manifest.directories) {
       console_.Say(Format("  directory {}", directory));
     }
-    for (const sdk::FileEntry& entry : manifest.files) {
+    for (const sdk::FileEntry& entry : manifest.Files()) {
       console_.Say(Format("  file {} {} {}", ToUtf8(entry.name), entry.size, entry.digest));
     }
   }
@@ -225,7 +225,7 @@ class Inspection {
   void ReportFiles(const sdk::GameUpdateManifest& manifest) {
     console_.Report()["directoryNames"] = manifest.directories;
     Json& entries = console_.Report()["entries"] = Json::array();
-    for (const sdk::FileEntry& entry : manifest.files) {
+    for (const sdk::FileEntry& entry : manifest.Files()) {
       entries.push_back(
           {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
     }

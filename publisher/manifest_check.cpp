@@ -49,7 +49,7 @@ class ManifestCheck {
     for (const std::string_view directory : manifest_.directories) {
       CheckDirectory(sdk::WidenName(directory));
     }
-    for (const sdk::FileEntry& entry : manifest_.files) CheckFile(entry);
+    for (const sdk::FileEntry& entry : manifest_.Files()) CheckFile(entry);
     TellUnlistedDirectories();
   }
 
@@ -173,9 +173,9 @@ class ManifestCheck {
   Findings& findings_;
   std::unordered_set<std::wstring> listed_;                // Folded.
   std::unordered_map<std::wstring, std::wstring> onDisk_;  // Folded; as the player's disk has it.
-  std::unordered_map<std::wstring, std::wstring_view> files_;  // Folded; as listed first.
+  std::unordered_map<std::wstring, std::wstring> files_;   // Folded; as listed first.
   // Folded; the first file in it, and how many there are.
-  std::map<std::wstring, std::pair<std::wstring_view, std::size_t>> unlistedDirectories_;
+  std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlistedDirectories_;
 };
 
 }  // namespace

@@ -21,8 +21,9 @@ bool SameDirectories(const sdk::GameUpdateManifest& manifest, const BuildFolder&
 }
 
 bool SameFiles(const sdk::GameUpdateManifest& manifest, const BuildFolder& build) {
-  return std::equal(manifest.files.begin(), manifest.files.end(), build.files.begin(),
-                    build.files.end(), [](const sdk::FileEntry& read, const BuildFile& meant) {
+  const auto files = manifest.Files();
+  return std::equal(files.begin(), files.end(), build.files.begin(), build.files.end(),
+                    [](const sdk::FileEntry& read, const BuildFile& meant) {
                       return read.name == meant.name && read.size == meant.size &&
                              read.digest == meant.digest;
                     });

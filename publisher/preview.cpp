@@ -237,10 +237,10 @@ class Foretelling {
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
     sdk::StagedUpdate staged;
     std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
+    for (const sdk::FileEntry& entry : manifest.Files()) bytes += entry.size;
     std::uint64_t bytesDone = 0;
-    for (const sdk::FileEntry& entry : manifest.files) {
-      progress_(staged.names.size(), manifest.files.size(), bytesDone, bytes);
+    for (const sdk::FileEntry& entry : manifest.Files()) {
+      progress_(staged.names.size(), manifest.fileLines.size(), bytesDone, bytes);
       std::wstring stagingPath = sdk::StagingPath(entry.name);
       const sdk::FileSource source = Source(entry, stagingPath);
       if (source == sdk::FileSource::kServer) FetchFile(entry, stagingPath);
@@ -274,11 +274,11 @@ class Foretelling {
       findings_.Warn(ToUtf8(entry.name), "the server's file has another size than the listed one",
                      "Players would get it, and get it again with each update: publish again.");
     }
-    forecast_.downloaded.push_back({std::wstring(entry.name), payload.size});
+    forecast_.downloaded.push_back({entry.name, payload.size});
     disk_.SaveFile(stagingPath, std::move(payload.content));
   }
 
-  void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
+  void CleanUp(const std::unordered_set<std::wstring>& listedNames) {
     sdk::CleanupRules rules(listedNames, executable_);
     disk_.WalkDirectory(sdk::kCleanupRoot, [&](const file::DirectoryEntry& entry) {
       return sdk::CleanUpEntry(rules, entry.path,

@@ -13,8 +13,7 @@ namespace ve::sdk {
 class CleanupRules {
  public:
   /// `listedNames` (with "/") and `ownExecutable` must outlive the rules.
-  CleanupRules(const std::unordered_set<std::wstring_view>& listedNames,
-               std::wstring_view ownExecutable)
+  CleanupRules(const std::unordered_set<std::wstring>& listedNames, std::wstring_view ownExecutable)
       : listedNames_(listedNames), ownExecutable_(ownExecutable) {}
 
   /// Whether the file or directory at this path stays. `relativePath` is below the game root, with
@@ -23,7 +22,7 @@ class CleanupRules {
   [[nodiscard]] bool Keeps(std::wstring_view relativePath);
 
  private:
-  const std::unordered_set<std::wstring_view>& listedNames_;
+  const std::unordered_set<std::wstring>& listedNames_;
   std::wstring_view ownExecutable_;
   std::wstring key_;  // Scratch, to compare without an allocation for every entry.
 };

@@ -51,7 +51,7 @@ file::Descend CleanUpEntry(CleanupRules& rules, std::wstring_view path, const Re
   return RemoveEntry(path, remove) ? file::Descend::kNo : file::Descend::kYes;
 }
 
-void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
+void CleanUp(const std::unordered_set<std::wstring>& listedNames) {
   CleanupRules rules(listedNames, OwnExecutableName());
   file::WalkDirectory(kCleanupRoot, [&rules](const file::DirectoryEntry& entry) {
     return CleanUpEntry(rules, entry.path, file::TryRemove);

@@ -37,6 +37,6 @@ using RemoveCall = std::function<DWORD(std::wstring_view path)>;
 /// Removes every entry of the current directory that is neither listed nor preserved. Removing a
 /// directory that still holds entries fails, and that throws, on purpose, also where all that it
 /// holds is listed; only a build whose clean-up walks on keeps it and goes on into it.
-void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
+void CleanUp(const std::unordered_set<std::wstring>& listedNames);
 
 }  // namespace ve::sdk

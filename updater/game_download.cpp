@@ -41,8 +41,8 @@ void MakeStagingFolders(const GameUpdateManifest& manifest) {
 StagedUpdate StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
                         std::atomic<std::uint32_t>& processed) {
   StagedUpdate staged;
-  staged.names.reserve(manifest.files.size());
-  for (const FileEntry& entry : manifest.files) {
+  staged.names.reserve(manifest.fileLines.size());
+  for (FileEntry entry : manifest.Files()) {
     std::wstring stagingPath = StagingPath(entry.name);
     const FileSource source = FindSource(entry, stagingPath);
     if (source == FileSource::kServer) {
@@ -52,7 +52,7 @@ StagedUpdate StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& 
       staged.copies.push_back({entry.name, std::move(stagingPath)});
     }
     ++processed;
-    staged.names.insert(entry.name);
+    staged.names.insert(std::move(entry.name));
   }
   return staged;
 }

@@ -45,16 +45,16 @@ using FileMatch =
 [[nodiscard]] std::string DownloadGameFile(const std::wstring& fileUrl,
                                            const Downloader& download = Download);
 
-/// A staged file and the listed name that it is to be installed as (a view into the entry).
+/// A staged file and the listed name that it is to be installed as.
 struct StagedFile {
-  std::wstring_view name;
+  std::wstring name;
   std::wstring stagingPath;
 };
 
-/// What the download stage hands to the applying stage. The names are views into the manifest.
+/// What the download stage hands to the applying stage.
 struct StagedUpdate {
   std::vector<StagedFile> copies;
-  std::unordered_set<std::wstring_view> names;  ///< Of all listed files.
+  std::unordered_set<std::wstring> names;  ///< Of all listed files.
 };
 
 /// Makes the staging folder and the listed directories in it, each of which must come after its

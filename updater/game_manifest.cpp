@@ -16,8 +16,14 @@ constexpr std::size_t kLeastLines = 4;
 constexpr std::size_t kHeaderLines = 3;
 constexpr std::size_t kDigestLength = 32;
 
+struct FileLine {
+  std::string_view name;
+  std::uint64_t size;
+  std::string_view digest;
+};
+
 /// Reads "'name' size digest". `index` counts the file lines from 0, as the messages do.
-FileEntry ReadFileLine(std::string_view line, std::size_t index, NameStore& names) {
+FileLine ReadFileLine(std::string_view line, std::size_t index) {
   const char* const end = line.data() + line.size();
   const char* const open = FindByte<'\''>(line.data(), end);
   const char* const close = open == end ? end : FindByte<'\''>(open + 1, end);
@@ -27,8 +33,9 @@ FileEntry ReadFileLine(std::string_view line, std::size_t index, NameStore& name
   const std::string_view name(open + 1, close);
 
   const char* const sizeText = close + 1 != end && close[1] == ' ' ? close + 2 : close + 1;
-  const char* const sizeEnd = FindByte<' '>(sizeText, end);
-  const auto size = ReadDecimal<std::uint64_t>({sizeText, sizeEnd});
+  std::size_t length = 0;
+  const auto size = ReadDecimal<std::uint64_t>({sizeText, end}, &length);
+  const char* const sizeEnd = FindByte<' '>(sizeText + length, end);
   if (size == 0) {
     ThrowUpdaterException("Invalid empty file size at line {}, for file '{}'", index, name);
   }
@@ -37,22 +44,14 @@ FileEntry ReadFileLine(std::string_view line, std::size_t index, NameStore& name
     ThrowUpdaterException("Invalid hash '{}' with length {} at line {} for file '{}'.", digest,
                           digest.size(), index, name);
   }
-  return {names.Add(name), size, digest};
+  return {name, size, digest};
 }
 
 }  // namespace
 
-std::wstring_view NameStore::Add(std::string_view name) {
-  constexpr std::size_t kBlockLength = 65536;
-  if (name.size() > freeLength_) {
-    freeLength_ = std::max(kBlockLength, name.size());
-    free_ = blocks_.emplace_back(std::make_unique_for_overwrite<wchar_t[]>(freeLength_)).get();
-  }
-  std::transform(name.begin(), name.end(), free_, WidenByte);
-  const std::wstring_view kept(free_, name.size());
-  free_ += name.size();
-  freeLength_ -= name.size();
-  return kept;
+FileEntry EntryOf(std::string_view fileLine) {
+  const FileLine read = ReadFileLine(fileLine, 0);
+  return {WidenName(read.name), read.size, read.digest};
 }
 
 // The text is gone over twice: once to remove its carriage returns and to count its lines, once to
@@ -115,10 +114,11 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
     throw UpdaterException("No files present. Aborting update to prevent corruption.");
   }
 
-  manifest.files.reserve(linesLeft);
+  manifest.fileLines.reserve(linesLeft);
   for (std::size_t index = 0; index < linesLeft; ++index) {
     line = lines.Next();
-    manifest.files.push_back(ReadFileLine(line, index, manifest.names));
+    (void)ReadFileLine(line, index);
+    manifest.fileLines.push_back(line);
   }
   return manifest;
 }

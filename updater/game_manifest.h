@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,32 +12,25 @@
 namespace ve::sdk {
 
 struct FileEntry {
-  std::wstring_view name;   ///< Below the game root, with "/"; each byte widened by its sign.
+  std::wstring name;        ///< Below the game root, with "/"; each byte widened by its sign.
   std::uint64_t size;       ///< In bytes, never 0.
   std::string_view digest;  ///< MD5, 32 characters, compared as they stand.
 };
 
-/// The memory that the names of a manifest stand in, one behind the other in few large blocks: an
-/// allocation for each name would take longer than all else that is done to read it. Views of the
-/// names stay valid while this lives, also when it is moved; what it was moved from is used no
-/// more.
-class NameStore {
- public:
-  /// Keeps the name, each byte widened by its sign.
-  [[nodiscard]] std::wstring_view Add(std::string_view name);
+/// The entry of a file line that was found right. The digest is a view into the line.
+[[nodiscard]] FileEntry EntryOf(std::string_view fileLine);
 
- private:
-  std::vector<std::unique_ptr<wchar_t[]>> blocks_;
-  wchar_t* free_ = nullptr;
-  std::size_t freeLength_ = 0;
-};
-
-/// Directories and digests are views into the text that the manifest was read from; it must stay
-/// alive and unchanged while they are used. The names are views into the manifest's own memory.
+/// Directories, file lines and digests are views into the text that the manifest was read from; it
+/// must stay alive and unchanged while they are used.
 struct GameUpdateManifest {
   std::vector<std::string_view> directories;
-  std::vector<FileEntry> files;
-  NameStore names = {};
+  /// All of them found right. An entry is made of its line when it is asked for: to keep one of
+  /// each, with its name twice as wide as it came, would take longer than all else that is done to
+  /// read a manifest.
+  std::vector<std::string_view> fileLines;
+
+  /// The entries (`FileEntry`), in the order of their lines: a sized, random-access range.
+  [[nodiscard]] auto Files() const { return fileLines | std::views::transform(EntryOf); }
 };
 
 /// Reads the manifest, whose carriage returns are removed in place. Strict, because what the

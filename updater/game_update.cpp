@@ -85,8 +85,8 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
   // made after the guard and joined nowhere but at the end, for that reason.
   std::atomic<std::uint32_t> processed = 0;
   std::atomic<bool> finished = false;
-  std::thread progress(&ProgressThread<std::vector<FileEntry>>, std::cref(manifest.files),
-                       std::cref(finished), std::ref(processed));
+  std::thread progress(&ProgressThread<std::vector<std::string_view>>,
+                       std::cref(manifest.fileLines), std::cref(finished), std::ref(processed));
 
   const StagedUpdate staged = StageFiles(updatesUrl, manifest, processed);
   finished = true;

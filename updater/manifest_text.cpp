@@ -3,6 +3,25 @@
 #include <cstring>
 
 namespace ve::sdk {
+namespace {
+
+/// Moves what stands before the next carriage return or line feed down to `out`, which must not be
+/// above it, and advances both behind it.
+void MoveUpToBreak(const char*& at, const char* end, char*& out) noexcept {
+  // Whole steps are stored from the register that was looked at. The last one is not whole: storing
+  // it would overwrite what comes next.
+  for (; end - at >= kStep; at += kStep, out += kStep) {
+    const __m128i bytes = LoadStep(at);
+    if (Matches<'\r', '\n'>(bytes) != 0) break;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+  }
+  const char* const found = FindByte<'\r', '\n'>(at, end);
+  std::memmove(out, at, static_cast<std::size_t>(found - at));
+  out += found - at;
+  at = found;
+}
+
+}  // namespace
 
 std::size_t StripCarriageReturns(std::string& text) {
   std::size_t lines = 0;
@@ -11,13 +30,9 @@ std::size_t StripCarriageReturns(std::string& text) {
   char* out = text.data();
   const char* line = out;
   for (;;) {
-    // What stands before the next byte of interest moves down in one piece.
-    const char* const found = FindByte<'\r', '\n'>(at, end);
-    if (out != at) std::memmove(out, at, static_cast<std::size_t>(found - at));
-    out += found - at;
-    if (found == end) break;
-    at = found + 1;
-    if (*found == '\r') {
+    MoveUpToBreak(at, end, out);
+    if (at == end) break;
+    if (*at++ == '\r') {
       // Nearly always its line feed is next, and need not be searched for.
       if (at == end || *at != '\n') continue;
       ++at;

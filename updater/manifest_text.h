@@ -16,15 +16,27 @@
 
 namespace ve::sdk {
 
-/// The first of the wanted bytes, or `end`. Looks at sixteen bytes at a time, which every x86-64
-/// processor can: the C runtime's searches take one by one.
+/// How many bytes are looked at in one step, which every x86-64 processor can: the C runtime's
+/// searches take one by one.
+inline constexpr std::ptrdiff_t kStep = sizeof(__m128i);
+
+[[nodiscard]] inline __m128i LoadStep(const char* at) noexcept {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+}
+
+/// A bit for each byte of a step: whether it is one of the wanted.
+template <char... Wanted>
+[[nodiscard]] unsigned Matches(__m128i bytes) noexcept {
+  return static_cast<unsigned>(
+      (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(Wanted))) | ...));
+}
+
+/// The first of the wanted bytes, or `end`.
 template <char... Wanted>
 [[nodiscard]] const char* FindByte(const char* at, const char* end) noexcept {
-  constexpr std::ptrdiff_t kStep = sizeof(__m128i);
   for (; end - at >= kStep; at += kStep) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-    const int found = (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(Wanted))) | ...);
-    if (found != 0) return at + std::countr_zero(static_cast<unsigned>(found));
+    const unsigned found = Matches<Wanted...>(LoadStep(at));
+    if (found != 0) return at + std::countr_zero(found);
   }
   while (at != end && ((*at != Wanted) && ...)) ++at;
   return at;
@@ -70,17 +82,18 @@ struct KeyValue {
 
 /// The decimal number that the text begins with: an optional "-", then digits up to the first other
 /// byte. Overflow wraps in the width of `Integer`, silently; a text without a number reads as 0.
+/// `length`, if given, is set to how many bytes were read.
 template <std::integral Integer>
-[[nodiscard]] Integer ReadDecimal(std::string_view text) noexcept {
+[[nodiscard]] Integer ReadDecimal(std::string_view text, std::size_t* length = nullptr) noexcept {
   // In unsigned arithmetic, where wrapping is defined.
   using Unsigned = std::make_unsigned_t<Integer>;
   const bool negative = !text.empty() && text.front() == '-';
-  if (negative) text.remove_prefix(1);
+  std::size_t at = negative ? 1 : 0;
   Unsigned number = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') break;
-    number = static_cast<Unsigned>(number * 10U + static_cast<Unsigned>(c - '0'));
+  for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+    number = static_cast<Unsigned>(number * 10U + static_cast<Unsigned>(text[at] - '0'));
   }
+  if (length != nullptr) *length = at;
   return static_cast<Integer>(negative ? static_cast<Unsigned>(0U - number) : number);
 }
 

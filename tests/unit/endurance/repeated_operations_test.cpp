@@ -271,7 +271,7 @@ TEST_F(RepeatedOperations, SettingsAndManifests) {
     EXPECT_EQ(sdk::ReadUpdaterManifest(updater), 7U);
     std::string game =
         "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n'bin/a' 10000 " + digest + "\n";
-    EXPECT_EQ(sdk::ReadGameUpdateManifest(game).files.size(), 1U);
+    EXPECT_EQ(sdk::ReadGameUpdateManifest(game).fileLines.size(), 1U);
   });
   RepeatFailing<sdk::UpdaterException>([] {
     std::string game = "GameUpdate\n";

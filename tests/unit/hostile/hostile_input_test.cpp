@@ -620,15 +620,13 @@ TEST(HostileManifests, GameManifestsAreReadOrRejected) {
     std::string text = GuardedString(memory, input);
     Count(outcomes, input, [&] {
       const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-      return !manifest.directories.empty() && !manifest.files.empty() &&
+      return !manifest.directories.empty() && !manifest.fileLines.empty() &&
              std::all_of(manifest.directories.begin(), manifest.directories.end(),
                          [&](std::string_view line) { return IsLine(line, text); }) &&
-             std::all_of(manifest.files.begin(), manifest.files.end(),
-                         [&](const sdk::FileEntry& entry) {
-                           return !entry.name.empty() &&
-                                  entry.name.find(L'\'') == entry.name.npos && entry.size != 0 &&
-                                  entry.digest.size() == 32 && IsLine(entry.digest, text);
-                         });
+             std::ranges::all_of(manifest.Files(), [&](const sdk::FileEntry& entry) {
+               return !entry.name.empty() && entry.name.find(L'\'') == entry.name.npos &&
+                      entry.size != 0 && entry.digest.size() == 32 && IsLine(entry.digest, text);
+             });
     });
   }
   outcomes.ExpectBothKinds(kCases);
@@ -702,10 +700,9 @@ TEST(HostileManifests, AGameManifestWithAnyOneDamageIsReadOrRefusedInItsWords) {
         const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
         const bool whole =
             !manifest.directories.empty() &&
-            std::all_of(
-                manifest.files.begin(), manifest.files.end(), [](const sdk::FileEntry& entry) {
-                  return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
-                });
+            std::ranges::all_of(manifest.Files(), [](const sdk::FileEntry& entry) {
+              return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
+            });
         return std::string(whole ? "accepted" : "accepted, but not whole");
       });
       accepted += said == "accepted" ? 1 : 0;

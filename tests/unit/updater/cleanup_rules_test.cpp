@@ -7,8 +7,8 @@
 namespace ve::sdk {
 namespace {
 
-const std::unordered_set<std::wstring_view> kListed{L"bin/Game.dll", L"readme.txt", L"data/a b.pak",
-                                                    L"backslash\\named.txt", L"plain"};
+const std::unordered_set<std::wstring> kListed{L"bin/Game.dll", L"readme.txt", L"data/a b.pak",
+                                               L"backslash\\named.txt", L"plain"};
 
 bool Keeps(std::wstring_view relativePath) {
   return CleanupRules(kListed, L"Launcher.exe").Keeps(relativePath);

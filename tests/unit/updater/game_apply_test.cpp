@@ -25,7 +25,7 @@ using test::ThrownMessage;
 using test::WriteWhole;
 using testing::HasSubstr;
 
-using Names = std::unordered_set<std::wstring_view>;
+using Names = std::unordered_set<std::wstring>;
 
 class GameFolder : public test::TempFolder {
  protected:
@@ -177,9 +177,8 @@ class ApplyUpdateTest : public GameFolder {
     MakeFile(L"Updater\\GameVersion.vpak", "old version");
     MakeFile(L"Intermediate\\Update\\data.pak", "new");
     MakeFile(L"data.pak", "old");
-    manifest_.files = {{L"data.pak", 3, "-"}};
-    staged_.copies = {{manifest_.files[0].name, L"Intermediate\\Update\\data.pak"}};
-    staged_.names = {manifest_.files[0].name};
+    staged_.copies = {{L"data.pak", L"Intermediate\\Update\\data.pak"}};
+    staged_.names = {L"data.pak"};
   }
 
   void Apply() { ApplyUpdate(manifest_, staged_, std::string_view("new\0version", 11)); }
@@ -201,16 +200,14 @@ TEST_F(ApplyUpdateTest, TheFolderMatchesTheManifestAfterwards) {
 
 TEST_F(ApplyUpdateTest, ListedDirectoriesAreMadeWithTheirParentsBeforeTheFilesAreCopied) {
   manifest_.directories = {"Saved/a/b", "Saved"};
-  manifest_.files = {{L"Saved/a/b/data.pak", 3, "-"}};
-  staged_.copies[0].name = manifest_.files[0].name;
+  staged_.copies[0].name = L"Saved/a/b/data.pak";
   Apply();
   EXPECT_EQ(ReadWhole(L"Saved\\a\\b\\data.pak"), "new");
 }
 
 TEST_F(ApplyUpdateTest, AFailedCopyEndsItBeforeAnythingIsRemoved) {
   MakeFile(L"unlisted.dll");
-  manifest_.files = {{L"missing/data.pak", 3, "-"}};
-  staged_.copies[0].name = manifest_.files[0].name;
+  staged_.copies[0].name = L"missing/data.pak";
   EXPECT_EQ(ThrownMessage<file::FileException>([this] { Apply(); }),
             "Failed to copy file from 'Intermediate\\Update\\data.pak' to 'missing/data.pak': " +
                 std::system_category().message(ERROR_PATH_NOT_FOUND));
@@ -253,9 +250,8 @@ TEST_F(ApplyUpdateTest, TheVersionIsRecordedLast) {
 }
 
 TEST_F(ApplyUpdateTest, AFileListedWithABackslashIsInstalledAndThenRemoved) {
-  manifest_.files = {{L"pack.rar\\data", 3, "-"}};
-  staged_.copies[0].name = manifest_.files[0].name;
-  staged_.names = {manifest_.files[0].name};
+  staged_.copies[0].name = L"pack.rar\\data";
+  staged_.names = {L"pack.rar\\data"};
   MakeFolder(L"pack.rar");
   Apply();
   EXPECT_FALSE(file::Exists(L"pack.rar\\data"));

@@ -2,6 +2,7 @@
 
 #include "core/windows.h"
 
+#include <deque>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,27 +33,33 @@ constexpr std::string_view kHelloDigest = "5d41402abc4b2a76b9719d911017c592";
 constexpr std::string_view kWorldDigest = "7d793037a0760186574b0282f2f435e7";
 constexpr std::string_view kUppercaseHelloDigest = "5D41402ABC4B2A76B9719D911017C592";
 
-FileEntry Hello(std::wstring_view name) { return {name, 5, kHelloDigest}; }
+/// A file line, which stays until the program ends.
+std::string_view Line(std::string_view name, std::string_view digest = kHelloDigest) {
+  static std::deque<std::string> lines;
+  return lines.emplace_back(Format("'{}' 5 {}", name, digest));
+}
+
+FileEntry Hello(std::string_view name) { return EntryOf(Line(name)); }
 
 using FindSourceTest = test::TempFolder;
 
 TEST_F(FindSourceTest, ACurrentFileIsInstalled) {
   WriteWhole(L"a", "hello");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Hello(L"a"), L"staged"), FileSource::kInstalled);
+  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kInstalled);
 }
 
 TEST_F(FindSourceTest, ACompleteStagedFileIsStaged) {
-  EXPECT_EQ(FindSource(Hello(L"a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kServer);
   WriteWhole(L"a", "world");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Hello(L"a"), L"staged"), FileSource::kStaged);
+  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kStaged);
 }
 
 TEST_F(FindSourceTest, AnotherSizeOrDigestIsNoSource) {
   WriteWhole(L"a", "hell");
   WriteWhole(L"staged", "world");
-  EXPECT_EQ(FindSource(Hello(L"a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kServer);
 }
 
 TEST_F(FindSourceTest, AnUppercaseDigestNeverMatches) {
@@ -153,7 +160,7 @@ class StageFilesTest : public test::TempFolder {
 TEST_F(StageFilesTest, WithCurrentFilesNothingIsStaged) {
   WriteWhole(L"bin\\a", "hello");
   WriteWhole(L"b", "hello");
-  manifest_.files = {Hello(L"bin/a"), Hello(L"b")};
+  manifest_.fileLines = {Line("bin/a"), Line("b")};
   const StagedUpdate staged = Stage();
   EXPECT_THAT(staged.copies, IsEmpty());
   EXPECT_THAT(staged.names, UnorderedElementsAre(L"bin/a", L"b"));
@@ -167,8 +174,8 @@ TEST_F(StageFilesTest, EachFileIsTakenFromWhereItIs) {
   WriteWhole(L"Intermediate\\Update\\bin\\broken", "world");
   server_.Script("/updates/bin/new", test::Ok("hello"));
   server_.Script("/updates/bin/broken", test::Ok("hello"));
-  manifest_.files = {Hello(L"bin/new"), Hello(L"bin/current"), Hello(L"bin/staged"),
-                     Hello(L"bin/broken")};
+  manifest_.fileLines = {Line("bin/new"), Line("bin/current"), Line("bin/staged"),
+                         Line("bin/broken")};
   const StagedUpdate staged = Stage();
   EXPECT_THAT(Copies(staged), ElementsAre(L"Intermediate\\Update\\bin/new > bin/new",
                                           L"Intermediate\\Update\\bin/staged > bin/staged",
@@ -183,7 +190,7 @@ TEST_F(StageFilesTest, EachFileIsTakenFromWhereItIs) {
 
 TEST_F(StageFilesTest, WhatIsDownloadedIsNotChecked) {
   server_.Script("/updates/a", test::Ok("something else"));
-  manifest_.files = {Hello(L"a")};
+  manifest_.fileLines = {Line("a")};
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(ReadWhole(L"Intermediate\\Update\\a"), "something else");
   EXPECT_EQ(server_.Requests().size(), 1U);
@@ -192,7 +199,7 @@ TEST_F(StageFilesTest, WhatIsDownloadedIsNotChecked) {
 TEST_F(StageFilesTest, ABadDownloadIsFetchedAgainByTheNextRun) {
   server_.Script("/updates/a", test::Ok("w0rld"));
   server_.Script("/updates/a", test::Ok("hello"));
-  manifest_.files = {Hello(L"a")};
+  manifest_.fileLines = {Line("a")};
   static_cast<void>(Stage());
   static_cast<void>(Stage());
   static_cast<void>(Stage());  // Now it matches.
@@ -203,7 +210,7 @@ TEST_F(StageFilesTest, ABadDownloadIsFetchedAgainByTheNextRun) {
 TEST_F(StageFilesTest, AFileWithAnUppercaseDigestIsAlwaysDownloaded) {
   WriteWhole(L"a", "hello");
   server_.Script("/updates/a", test::Ok("hello"));
-  manifest_.files = {{L"a", 5, kUppercaseHelloDigest}};
+  manifest_.fileLines = {Line("a", kUppercaseHelloDigest)};
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(server_.Requests().size(), 2U);
@@ -213,7 +220,7 @@ TEST_F(StageFilesTest, TheFirstFailedDownloadEndsIt) {
   server_.Script("/updates/one", test::Ok("hello"));
   server_.Script("/updates/two", test::Ok("world"));
   server_.Script("/updates/four", test::Ok("hello"));
-  manifest_.files = {Hello(L"one"), {L"two", 5, kWorldDigest}, Hello(L"three"), Hello(L"four")};
+  manifest_.fileLines = {Line("one"), Line("two", kWorldDigest), Line("three"), Line("four")};
   EXPECT_EQ(ThrownMessage<UpdaterException>([this] { static_cast<void>(Stage()); }),
             Format("Failed to download game-file '{}' with error: '404 - no such file.'",
                    server_.Url("/updates/three")));
@@ -226,7 +233,7 @@ TEST_F(StageFilesTest, TheFirstFailedDownloadEndsIt) {
 
 TEST_F(StageFilesTest, AFileThatCannotBeSavedEndsIt) {
   server_.Script("/updates/missing/a", test::Ok("hello"));
-  manifest_.files = {Hello(L"missing/a")};
+  manifest_.fileLines = {Line("missing/a")};
   EXPECT_EQ(
       ThrownMessage<file::FileException>([this] { static_cast<void>(Stage()); }),
       "Failed to open file for saving. File 'Intermediate\\Update\\missing/a'. Error: No such "

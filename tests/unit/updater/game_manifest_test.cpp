@@ -27,23 +27,21 @@ std::string FileLineError(const std::string& lines) {
 }
 
 /// The entry of a manifest with this one file line.
-FileEntry EntryOf(const std::string& line) {
-  // What the entry's digest and name view.
-  static std::string text;
-  static GameUpdateManifest manifest;
+FileEntry OnlyEntry(const std::string& line) {
+  static std::string text;  // What the entry's digest views.
   text = "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n" + line;
-  manifest = ReadGameUpdateManifest(text);
-  EXPECT_EQ(manifest.files.size(), 1U);
-  return manifest.files.at(0);
+  const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
+  EXPECT_EQ(manifest.Files().size(), 1U);
+  return manifest.Files()[0];
 }
 
 void ExpectSmallest(std::string text) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, std::vector<std::string_view>{"bin"});
-  ASSERT_EQ(manifest.files.size(), 1U);
-  EXPECT_TRUE(manifest.files[0].name == L"bin/Game.dll");
-  EXPECT_EQ(manifest.files[0].size, 1048576U);
-  EXPECT_EQ(manifest.files[0].digest, kDigest);
+  ASSERT_EQ(manifest.Files().size(), 1U);
+  EXPECT_TRUE(manifest.Files()[0].name == L"bin/Game.dll");
+  EXPECT_EQ(manifest.Files()[0].size, 1048576U);
+  EXPECT_EQ(manifest.Files()[0].digest, kDigest);
 }
 
 TEST(GameManifest, TheSmallestHasSixLines) { ExpectSmallest(kSmallest); }
@@ -54,12 +52,12 @@ TEST(GameManifest, DirectoriesAndFilesKeepTheirOrder) {
       "\n'a' 1 " + kDigest + "\n";
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, (std::vector<std::string_view>{"bin", " data dir ", "bin"}));
-  ASSERT_EQ(manifest.files.size(), 2U);
-  EXPECT_EQ(manifest.files.capacity(), 2U);
-  EXPECT_TRUE(manifest.files[0].name == L"b");
-  EXPECT_EQ(manifest.files[0].size, 2U);
-  EXPECT_TRUE(manifest.files[1].name == L"a");
-  EXPECT_EQ(manifest.files[1].size, 1U);
+  ASSERT_EQ(manifest.Files().size(), 2U);
+  EXPECT_EQ(manifest.fileLines.capacity(), 2U);
+  EXPECT_TRUE(manifest.Files()[0].name == L"b");
+  EXPECT_EQ(manifest.Files()[0].size, 2U);
+  EXPECT_TRUE(manifest.Files()[1].name == L"a");
+  EXPECT_EQ(manifest.Files()[1].size, 1U);
 }
 
 TEST(GameManifest, LineEndsAndBlankLinesChangeNothing) {
@@ -76,7 +74,7 @@ TEST(GameManifest, TheTextLosesItsCarriageReturnsAndIsViewed) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(text, kSmallest);
   EXPECT_EQ(manifest.directories[0].data(), text.data() + text.find("bin"));
-  EXPECT_EQ(manifest.files[0].digest.data(), text.data() + text.size() - 32);
+  EXPECT_EQ(manifest.Files()[0].digest.data(), text.data() + text.size() - 32);
 }
 
 TEST(GameManifest, ADirectoryLineIsNotChecked) {
@@ -194,20 +192,20 @@ TEST(GameManifest, AFileNameStandsBetweenTwoQuotes) {
 }
 
 TEST(GameManifest, WhatStandsBeforeTheNameIsIgnored) {
-  EXPECT_TRUE(EntryOf("5 files: " + kFileLine).name == L"bin/Game.dll");
+  EXPECT_TRUE(OnlyEntry("5 files: " + kFileLine).name == L"bin/Game.dll");
 }
 
 TEST(GameManifest, ANameMayHoldBlanksAndBackslashes) {
-  EXPECT_TRUE(EntryOf("' a b\\c ' 5 " + kDigest).name == L" a b\\c ");
+  EXPECT_TRUE(OnlyEntry("' a b\\c ' 5 " + kDigest).name == L" a b\\c ");
 }
 
 TEST(GameManifest, NamesAreWidenedBySignAndNotDecoded) {
-  EXPECT_TRUE(EntryOf("'a\xC3\xA9\x7F' 5 " + kDigest).name == L"a\xFFC3\xFFA9\x7F");
+  EXPECT_TRUE(OnlyEntry("'a\xC3\xA9\x7F' 5 " + kDigest).name == L"a\xFFC3\xFFA9\x7F");
   EXPECT_TRUE(WidenName("\x80\xFF") == L"\xFF80\xFFFF");
 }
 
 TEST(GameManifest, TheBlankAfterTheNameIsOptional) {
-  EXPECT_EQ(EntryOf("'a'5 " + kDigest).size, 5U);
+  EXPECT_EQ(OnlyEntry("'a'5 " + kDigest).size, 5U);
 }
 
 TEST(GameManifest, AnEmptyFileIsRefused) {
@@ -226,13 +224,13 @@ TEST(GameManifest, TwoBlanksBeforeTheSizeLeaveItEmpty) {
 }
 
 TEST(GameManifest, ANegativeSizeIsAVeryLargeOne) {
-  EXPECT_EQ(EntryOf("'a' -5 " + kDigest).size, 18446744073709551611ULL);
+  EXPECT_EQ(OnlyEntry("'a' -5 " + kDigest).size, 18446744073709551611ULL);
 }
 
 TEST(GameManifest, ASizeHasSixtyFourBitsAndIsReadLeniently) {
-  EXPECT_EQ(EntryOf("'a' 5000000000 " + kDigest).size, 5000000000ULL);
-  EXPECT_EQ(EntryOf("'a' 18446744073709551617 " + kDigest).size, 1U);
-  EXPECT_EQ(EntryOf("'a' 12kB " + kDigest).size, 12U);
+  EXPECT_EQ(OnlyEntry("'a' 5000000000 " + kDigest).size, 5000000000ULL);
+  EXPECT_EQ(OnlyEntry("'a' 18446744073709551617 " + kDigest).size, 1U);
+  EXPECT_EQ(OnlyEntry("'a' 12kB " + kDigest).size, 12U);
 }
 
 TEST(GameManifest, ADigestHasThirtyTwoCharacters) {
@@ -251,7 +249,7 @@ TEST(GameManifest, ADigestHasThirtyTwoCharacters) {
 TEST(GameManifest, TheCharactersOfADigestAreNotChecked) {
   const std::string odd = "UPPER CASE and ' quotes, 32 long";
   ASSERT_EQ(odd.size(), 32U);
-  EXPECT_EQ(EntryOf("'a' 5 " + odd).digest, odd);
+  EXPECT_EQ(OnlyEntry("'a' 5 " + odd).digest, odd);
 }
 
 TEST(GameManifest, FileLinesAreCountedFromZero) {

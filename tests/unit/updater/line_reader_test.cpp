@@ -3,7 +3,6 @@
 #include <string_view>
 #include <vector>
 
-#include "updater/game_manifest.h"
 #include "updater/manifest_text.h"
 
 namespace ve::sdk {
@@ -61,21 +60,6 @@ TEST(StripCarriageReturns, CountsTheLinesThatAreLeft) {
     EXPECT_EQ(stripped, expected);
     EXPECT_EQ(count, SplitLines(expected, '\n', EmptyPieces::kDrop).size()) << expected;
   }
-}
-
-TEST(NameStore, NamesStayWhereTheyAre) {
-  NameStore names;
-  std::vector<std::wstring_view> kept;
-  for (int i = 0; i < 30'000; ++i) kept.push_back(names.Add("name " + std::to_string(i)));
-  const std::string longer(200'000, 'x');
-  const std::wstring_view large = names.Add(longer);
-  const std::wstring_view last = names.Add("last\xE9");
-  const NameStore moved = std::move(names);
-  for (int i = 0; i < 30'000; ++i) {
-    EXPECT_TRUE(kept[static_cast<std::size_t>(i)] == L"name " + std::to_wstring(i)) << i;
-  }
-  EXPECT_TRUE(large == std::wstring(200'000, L'x'));
-  EXPECT_TRUE(last == L"last\xFFE9");
 }
 
 }  // namespace
