@@ -116,9 +116,10 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
 
   manifest.fileLines.reserve(linesLeft);
   for (std::size_t index = 0; index < linesLeft; ++index) {
-    line = lines.Next();
-    (void)ReadFileLine(line, index);
-    manifest.fileLines.push_back(line);
+    const std::string_view fileLine = lines.Next();
+    line = fileLine;
+    (void)ReadFileLine(fileLine, index);
+    manifest.fileLines.push_back(fileLine);
   }
   return manifest;
 }

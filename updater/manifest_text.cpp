@@ -8,17 +8,21 @@ namespace {
 /// Moves what stands before the next carriage return or line feed down to `out`, which must not be
 /// above it, and advances both behind it.
 void MoveUpToBreak(const char*& at, const char* end, char*& out) noexcept {
-  // Whole steps are stored from the register that was looked at. The last one is not whole: storing
-  // it would overwrite what comes next.
-  for (; end - at >= kStep; at += kStep, out += kStep) {
+  while (end - at >= kStep) {
     const __m128i bytes = LoadStep(at);
-    if (Matches<'\r', '\n'>(bytes) != 0) break;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+    const unsigned found = Matches<'\r', '\n'>(bytes);
+    const std::ptrdiff_t count = found != 0 ? std::countr_zero(found) : kStep;
+    // A whole step may be stored where that overwrites nothing that is still to be read.
+    if (count == kStep || at - out >= kStep) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+    } else {
+      std::memmove(out, at, static_cast<std::size_t>(count));
+    }
+    at += count;
+    out += count;
+    if (found != 0) return;
   }
-  const char* const found = FindByte<'\r', '\n'>(at, end);
-  std::memmove(out, at, static_cast<std::size_t>(found - at));
-  out += found - at;
-  at = found;
+  while (at != end && *at != '\r' && *at != '\n') *out++ = *at++;
 }
 
 }  // namespace

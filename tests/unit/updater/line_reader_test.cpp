@@ -62,5 +62,18 @@ TEST(StripCarriageReturns, CountsTheLinesThatAreLeft) {
   }
 }
 
+// The first lines move down by less than is looked at in one step, the later ones by more.
+TEST(StripCarriageReturns, LinesOfEveryLengthKeepTheirBytes) {
+  std::string text;
+  for (std::size_t length = 0; length < 100; ++length) {
+    for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('0' + (length + i) % 64);
+    text += "\r\n";
+  }
+  std::string expected = text;
+  std::erase(expected, '\r');
+  EXPECT_EQ(StripCarriageReturns(text), 99U);
+  EXPECT_EQ(text, expected);
+}
+
 }  // namespace
 }  // namespace ve::sdk
