@@ -37,6 +37,7 @@
 #include "core/format.h"
 #include "core/md5.h"
 #include "core/unicode.h"
+#include "net/com_scope.h"
 #include "net/download.h"
 #include "ui/progress_window.h"
 #include "updater/game_apply.h"
@@ -161,6 +162,7 @@ class Folder {
 double Update(const std::wstring& url) {
   const Folder folder(L"ours");
   return MeasurePassing([&] {
+    const ComScope com;  // As in the Launcher's run.
     std::string text = std::move(Download(url + L"game_update.manifest").Body());
     const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
     sdk::MakeStagingFolders(manifest);
@@ -198,8 +200,8 @@ void UpdatePairs(int pairs, const std::wstring& url, int files) {
   std::vector<std::wstring> names;
   std::string text = std::move(Download(url + L"game_update.manifest").Body());
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-  for (sdk::FileEntry entry : manifest.Files()) {
-    names.push_back(std::move(entry.name));
+  for (const std::string_view line : manifest.fileLines) {
+    names.push_back(sdk::EntryOf(line).name);
   }
   const Case one{"update/" + std::to_string(files), static_cast<double>(names.size()),
                  [&] { return Update(url); }, [&] { return UpdateBare(url, names); }};
@@ -216,7 +218,8 @@ int Check() {
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   bool current = true;
   const double nanoseconds = Measure([&] {
-    for (const sdk::FileEntry& entry : manifest.Files()) {
+    for (const std::string_view line : manifest.fileLines) {
+      const sdk::FileEntry entry = sdk::EntryOf(line);
       const sdk::FileSource source = sdk::FindSource(entry, sdk::StagingPath(entry.name));
       current = current && source == sdk::FileSource::kInstalled;
     }

@@ -7,6 +7,7 @@
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
+#include "net/com_scope.h"
 #include "net/download.h"
 #include "updater/failure_log.h"
 #include "updater/game_update.h"
@@ -21,6 +22,8 @@ std::string FindBaseUrl(std::wstring_view configuredUrl) {
 }
 
 void RunUpdates() {
+  // For all downloads at once: initialising COM for each would take longer than most of them do.
+  const ComScope com;
   const std::string settingsBytes = file::LoadFile(sdk::kSettingsFile);
   const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes);
   const std::wstring updatesUrl = FindUpdatesUrl(settings.url, settings.channel);

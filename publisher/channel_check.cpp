@@ -144,7 +144,7 @@ class ChannelCheck {
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.Files()) bytes += entry.size;
+    for (const std::string_view line : manifest.fileLines) bytes += sdk::EntryOf(line).size;
     report_["directories"] = manifest.directories.size();
     report_["files"] = manifest.fileLines.size();
     report_["bytes"] = bytes;
@@ -165,7 +165,8 @@ class ChannelCheck {
     for (const std::string_view directory : manifest.directories) {
       directories.insert(FoldedName(sdk::WidenName(directory)));
     }
-    for (const sdk::FileEntry& entry : manifest.Files()) {
+    for (const std::string_view line : manifest.fileLines) {
+      const sdk::FileEntry entry = sdk::EntryOf(line);
       files.emplace(FoldedName(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {

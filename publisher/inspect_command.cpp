@@ -195,8 +195,9 @@ class Inspection {
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
-    sdk::FileEntry largest = manifest.Files().front();
-    for (sdk::FileEntry entry : manifest.Files()) {
+    sdk::FileEntry largest = sdk::EntryOf(manifest.fileLines.front());
+    for (const std::string_view line : manifest.fileLines) {
+      sdk::FileEntry entry = sdk::EntryOf(line);
       const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - bytes;
       bytes += std::min(entry.size, room);
       if (entry.size > largest.size) largest = std::move(entry);
@@ -217,7 +218,8 @@ class Inspection {
     for (const std::string_view directory : manifest.directories) {
       console_.Say(Format("  directory {}", directory));
     }
-    for (const sdk::FileEntry& entry : manifest.Files()) {
+    for (const std::string_view line : manifest.fileLines) {
+      const sdk::FileEntry entry = sdk::EntryOf(line);
       console_.Say(Format("  file {} {} {}", ToUtf8(entry.name), entry.size, entry.digest));
     }
   }
@@ -225,7 +227,8 @@ class Inspection {
   void ReportFiles(const sdk::GameUpdateManifest& manifest) {
     console_.Report()["directoryNames"] = manifest.directories;
     Json& entries = console_.Report()["entries"] = Json::array();
-    for (const sdk::FileEntry& entry : manifest.Files()) {
+    for (const std::string_view line : manifest.fileLines) {
+      const sdk::FileEntry entry = sdk::EntryOf(line);
       entries.push_back(
           {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
     }

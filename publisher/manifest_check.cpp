@@ -49,7 +49,7 @@ class ManifestCheck {
     for (const std::string_view directory : manifest_.directories) {
       CheckDirectory(sdk::WidenName(directory));
     }
-    for (const sdk::FileEntry& entry : manifest_.Files()) CheckFile(entry);
+    for (const std::string_view line : manifest_.fileLines) CheckFile(sdk::EntryOf(line));
     TellUnlistedDirectories();
   }
 

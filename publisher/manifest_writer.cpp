@@ -21,9 +21,9 @@ bool SameDirectories(const sdk::GameUpdateManifest& manifest, const BuildFolder&
 }
 
 bool SameFiles(const sdk::GameUpdateManifest& manifest, const BuildFolder& build) {
-  const auto files = manifest.Files();
-  return std::equal(files.begin(), files.end(), build.files.begin(), build.files.end(),
-                    [](const sdk::FileEntry& read, const BuildFile& meant) {
+  return std::equal(manifest.fileLines.begin(), manifest.fileLines.end(), build.files.begin(),
+                    build.files.end(), [](std::string_view line, const BuildFile& meant) {
+                      const sdk::FileEntry read = sdk::EntryOf(line);
                       return read.name == meant.name && read.size == meant.size &&
                              read.digest == meant.digest;
                     });

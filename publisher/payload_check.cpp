@@ -51,7 +51,7 @@ class PayloadCheck {
  public:
   PayloadCheck(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest)
       : tree_(tree), manifest_(manifest) {
-    for (const sdk::FileEntry& entry : manifest.Files()) bytes_ += entry.size;
+    for (const std::string_view line : manifest.fileLines) bytes_ += sdk::EntryOf(line).size;
   }
 
   /// Takes file after file until none is left. `console` is for the one thread that may use it.

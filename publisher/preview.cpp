@@ -237,9 +237,10 @@ class Foretelling {
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
     sdk::StagedUpdate staged;
     std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.Files()) bytes += entry.size;
+    for (const std::string_view line : manifest.fileLines) bytes += sdk::EntryOf(line).size;
     std::uint64_t bytesDone = 0;
-    for (const sdk::FileEntry& entry : manifest.Files()) {
+    for (const std::string_view line : manifest.fileLines) {
+      const sdk::FileEntry entry = sdk::EntryOf(line);
       progress_(staged.names.size(), manifest.fileLines.size(), bytesDone, bytes);
       std::wstring stagingPath = sdk::StagingPath(entry.name);
       const sdk::FileSource source = Source(entry, stagingPath);

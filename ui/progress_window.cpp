@@ -24,12 +24,18 @@ void RegisterWindowClassOnce() {
   RegisterClassW(&windowClass);
 }
 
+/// The library is loaded here and stays: as an import it would be loaded, and its classes
+/// registered, in every run, and most runs show no progress bar.
 void InitializeProgressBarClassOnce() {
   static bool initialized = false;
   if (initialized) return;
   initialized = true;
+  const HMODULE library = LoadLibraryW(L"comctl32.dll");
+  if (library == nullptr) return;
+  const auto initialize = reinterpret_cast<decltype(&InitCommonControlsEx)>(
+      reinterpret_cast<void*>(GetProcAddress(library, "InitCommonControlsEx")));
   INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_PROGRESS_CLASS};
-  InitCommonControlsEx(&controls);
+  if (initialize != nullptr) initialize(&controls);
 }
 
 RECT Adjusted(int width, int height) {

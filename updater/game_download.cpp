@@ -42,7 +42,8 @@ StagedUpdate StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& 
                         std::atomic<std::uint32_t>& processed) {
   StagedUpdate staged;
   staged.names.reserve(manifest.fileLines.size());
-  for (FileEntry entry : manifest.Files()) {
+  for (const std::string_view line : manifest.fileLines) {
+    FileEntry entry = EntryOf(line);
     std::wstring stagingPath = StagingPath(entry.name);
     const FileSource source = FindSource(entry, stagingPath);
     if (source == FileSource::kServer) {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,9 +27,6 @@ struct GameUpdateManifest {
   /// each, with its name twice as wide as it came, would take longer than all else that is done to
   /// read a manifest.
   std::vector<std::string_view> fileLines;
-
-  /// The entries (`FileEntry`), in the order of their lines: a sized, random-access range.
-  [[nodiscard]] auto Files() const { return fileLines | std::views::transform(EntryOf); }
 };
 
 /// Reads the manifest, whose carriage returns are removed in place. Strict, because what the

@@ -623,10 +623,13 @@ TEST(HostileManifests, GameManifestsAreReadOrRejected) {
       return !manifest.directories.empty() && !manifest.fileLines.empty() &&
              std::all_of(manifest.directories.begin(), manifest.directories.end(),
                          [&](std::string_view line) { return IsLine(line, text); }) &&
-             std::ranges::all_of(manifest.Files(), [&](const sdk::FileEntry& entry) {
-               return !entry.name.empty() && entry.name.find(L'\'') == entry.name.npos &&
-                      entry.size != 0 && entry.digest.size() == 32 && IsLine(entry.digest, text);
-             });
+             std::all_of(manifest.fileLines.begin(), manifest.fileLines.end(),
+                         [&](std::string_view line) {
+                           const sdk::FileEntry entry = sdk::EntryOf(line);
+                           return !entry.name.empty() &&
+                                  entry.name.find(L'\'') == entry.name.npos && entry.size != 0 &&
+                                  entry.digest.size() == 32 && IsLine(entry.digest, text);
+                         });
     });
   }
   outcomes.ExpectBothKinds(kCases);
@@ -700,9 +703,11 @@ TEST(HostileManifests, AGameManifestWithAnyOneDamageIsReadOrRefusedInItsWords) {
         const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
         const bool whole =
             !manifest.directories.empty() &&
-            std::ranges::all_of(manifest.Files(), [](const sdk::FileEntry& entry) {
-              return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
-            });
+            std::all_of(
+                manifest.fileLines.begin(), manifest.fileLines.end(), [](std::string_view line) {
+                  const sdk::FileEntry entry = sdk::EntryOf(line);
+                  return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
+                });
         return std::string(whole ? "accepted" : "accepted, but not whole");
       });
       accepted += said == "accepted" ? 1 : 0;

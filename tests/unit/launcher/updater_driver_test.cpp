@@ -4,8 +4,16 @@
 #include <string>
 
 #include "support/archive_bytes.h"
+#include "support/game_version_bytes.h"
 #include "support/log_entries.h"
+#include "support/loopback_server.h"
+#include "support/replaced_call.h"
 #include "support/temp_folder.h"
+
+extern "C" {
+extern void* VE_IMPORTED(CoInitialize);
+extern void* VE_IMPORTED(CoUninitialize);
+}
 
 namespace ve {
 namespace {
@@ -49,6 +57,28 @@ TEST_F(UpdaterDriver, EveryRunAddsItsEntry) {
   const std::string both = test::ReadWhole(L"Logs\\updater.log");
   EXPECT_EQ(both.substr(0, first.size()), first);
   EXPECT_EQ(both.size(), 2 * first.size());
+}
+
+TEST_F(UpdaterDriver, ComIsInitializedOnceForAllDownloads) {
+  static std::string calls;
+  calls.clear();
+  test::LoopbackServer server;
+  WriteSettings(test::kPlainHeader + test::PlainString("UpdaterData") + test::U32(1) +
+                test::PlainWide(server.Url("/")) + test::PlainWide(L"release"));
+  test::WriteWhole(L"Updater\\GameVersion.vpak", test::VersionBytes({0, 0, 0, 1}));
+  server.Script("/updates/release/GameVersion.vpak", test::Ok(test::VersionBytes({0, 0, 0, 1})));
+  {
+    const test::ReplacedCall initialize(
+        VE_IMPORTED(CoInitialize), +[](void*) -> HRESULT {
+          calls += "initialize ";
+          return S_OK;
+        });
+    const test::ReplacedCall uninitialize(
+        VE_IMPORTED(CoUninitialize), +[] { calls += "uninitialize"; });
+    RunUpdater();
+  }
+  EXPECT_GT(server.Requests().size(), 2U);
+  EXPECT_EQ(calls, "initialize uninitialize");
 }
 
 }  // namespace

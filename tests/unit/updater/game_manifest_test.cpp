@@ -31,17 +31,17 @@ FileEntry OnlyEntry(const std::string& line) {
   static std::string text;  // What the entry's digest views.
   text = "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n" + line;
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
-  EXPECT_EQ(manifest.Files().size(), 1U);
-  return manifest.Files()[0];
+  EXPECT_EQ(manifest.fileLines.size(), 1U);
+  return EntryOf(manifest.fileLines[0]);
 }
 
 void ExpectSmallest(std::string text) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, std::vector<std::string_view>{"bin"});
-  ASSERT_EQ(manifest.Files().size(), 1U);
-  EXPECT_TRUE(manifest.Files()[0].name == L"bin/Game.dll");
-  EXPECT_EQ(manifest.Files()[0].size, 1048576U);
-  EXPECT_EQ(manifest.Files()[0].digest, kDigest);
+  ASSERT_EQ(manifest.fileLines.size(), 1U);
+  EXPECT_TRUE(EntryOf(manifest.fileLines[0]).name == L"bin/Game.dll");
+  EXPECT_EQ(EntryOf(manifest.fileLines[0]).size, 1048576U);
+  EXPECT_EQ(EntryOf(manifest.fileLines[0]).digest, kDigest);
 }
 
 TEST(GameManifest, TheSmallestHasSixLines) { ExpectSmallest(kSmallest); }
@@ -52,12 +52,12 @@ TEST(GameManifest, DirectoriesAndFilesKeepTheirOrder) {
       "\n'a' 1 " + kDigest + "\n";
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, (std::vector<std::string_view>{"bin", " data dir ", "bin"}));
-  ASSERT_EQ(manifest.Files().size(), 2U);
+  ASSERT_EQ(manifest.fileLines.size(), 2U);
   EXPECT_EQ(manifest.fileLines.capacity(), 2U);
-  EXPECT_TRUE(manifest.Files()[0].name == L"b");
-  EXPECT_EQ(manifest.Files()[0].size, 2U);
-  EXPECT_TRUE(manifest.Files()[1].name == L"a");
-  EXPECT_EQ(manifest.Files()[1].size, 1U);
+  EXPECT_TRUE(EntryOf(manifest.fileLines[0]).name == L"b");
+  EXPECT_EQ(EntryOf(manifest.fileLines[0]).size, 2U);
+  EXPECT_TRUE(EntryOf(manifest.fileLines[1]).name == L"a");
+  EXPECT_EQ(EntryOf(manifest.fileLines[1]).size, 1U);
 }
 
 TEST(GameManifest, LineEndsAndBlankLinesChangeNothing) {
@@ -74,7 +74,7 @@ TEST(GameManifest, TheTextLosesItsCarriageReturnsAndIsViewed) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(text, kSmallest);
   EXPECT_EQ(manifest.directories[0].data(), text.data() + text.find("bin"));
-  EXPECT_EQ(manifest.Files()[0].digest.data(), text.data() + text.size() - 32);
+  EXPECT_EQ(EntryOf(manifest.fileLines[0]).digest.data(), text.data() + text.size() - 32);
 }
 
 TEST(GameManifest, ADirectoryLineIsNotChecked) {
