@@ -46,7 +46,8 @@ std::wstring FolderOf(const std::wstring& path) {
 }
 
 // One write for one start, so that two games that start together do not mix their lines.
-void RecordStart(const std::wstring& program) {
+// Returns a Windows error code.
+DWORD RecordStart(const std::wstring& program) {
   std::wstring file = Environment(L"VELMORANT_PLAYER_RECORD");
   if (file.empty()) file = FolderOf(FolderOf(program)) + L"\\PlayerStarts.txt";
   const std::string record = "directory=" + ToUtf8(CurrentDirectory()) +
@@ -55,10 +56,13 @@ void RecordStart(const std::wstring& program) {
                              "\nprocess=" + std::to_string(GetCurrentProcessId()) + "\n\n";
   const HANDLE out = CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (out == INVALID_HANDLE_VALUE) return;
+  if (out == INVALID_HANDLE_VALUE) return GetLastError();
   DWORD written = 0;
-  WriteFile(out, record.data(), static_cast<DWORD>(record.size()), &written, nullptr);
+  const BOOL done =
+      WriteFile(out, record.data(), static_cast<DWORD>(record.size()), &written, nullptr);
+  const DWORD error = done != FALSE ? DWORD{ERROR_SUCCESS} : GetLastError();
   CloseHandle(out);
+  return error;
 }
 
 // The game's data: what stands in version.txt in the working directory is shown in the window.
@@ -106,7 +110,8 @@ void ShowGame(HINSTANCE instance, unsigned seconds) {
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
-  RecordStart(ProgramPath());
+  // A game that could not say that it was started must not look like one that was not.
+  if (const DWORD error = RecordStart(ProgramPath())) return static_cast<int>(error);
   const std::wstring setting = Environment(L"VELMORANT_PLAYER_SECONDS");
   const unsigned seconds = setting.empty() ? 4u : std::wcstoul(setting.c_str(), nullptr, 10);
   if (seconds > 0) ShowGame(instance, seconds);
