@@ -21,6 +21,7 @@
 #include "publisher/executable_version.h"
 #include "publisher/judged_files.h"
 #include "publisher/manifest_check.h"
+#include "publisher/name_rules.h"
 #include "publisher/paths.h"
 #include "publisher/payload_check.h"
 #include "publisher/server_layout.h"
@@ -150,7 +151,7 @@ class ChannelCheck {
     report_["bytes"] = bytes;
     console_.Say(Format("  {} files in {} directories, {}", manifest.files.size(),
                         manifest.directories.size(), BytesInWords(bytes)));
-    CheckManifest(manifest, tree_.PlaceOf(kManifestName), findings_);
+    CheckManifest(manifest, tree_.PlaceOf(kManifestName), ToWide(options_.launcher), findings_);
     CheckPayload(tree_, manifest, console_, findings_);
     if (!tree_.IsServed()) CheckUnlisted(manifest);
   }
@@ -160,21 +161,21 @@ class ChannelCheck {
     std::unordered_map<std::wstring, std::wstring_view> files;
     std::unordered_set<std::wstring> directories;
     for (const std::wstring_view name : {kVersionName, kManifestName}) {
-      files.emplace(FoldedName(name), name);
+      files.emplace(CaseKey(name), name);
     }
     for (const std::string_view directory : manifest.directories) {
-      directories.insert(FoldedName(sdk::WidenName(directory)));
+      directories.insert(CaseKey(sdk::WidenName(directory)));
     }
     for (const sdk::FileEntry& entry : manifest.files) {
-      files.emplace(FoldedName(entry.name), entry.name);
+      files.emplace(CaseKey(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {
-        directories.insert(FoldedName(std::wstring_view(entry.name).substr(0, end)));
+        directories.insert(CaseKey(std::wstring_view(entry.name).substr(0, end)));
       }
     }
     WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
-      if (FoldedName(name) == FoldedName(kUpdaterFolder)) return file::Descend::kNo;
-      if (isDirectory && directories.contains(FoldedName(name))) return file::Descend::kYes;
+      if (CaseKey(name) == CaseKey(kUpdaterFolder)) return file::Descend::kNo;
+      if (isDirectory && directories.contains(CaseKey(name))) return file::Descend::kYes;
       CheckEntry(name, isDirectory, files);
       return file::Descend::kNo;
     });
@@ -182,7 +183,7 @@ class ChannelCheck {
 
   void CheckEntry(const std::wstring& name, bool isDirectory,
                   const std::unordered_map<std::wstring, std::wstring_view>& files) {
-    const auto listed = files.find(FoldedName(name));
+    const auto listed = files.find(CaseKey(name));
     if (isDirectory || listed == files.end()) {
       return Refuse(name, "lies in the tree, but is not listed",
                     "No player gets it. Remove it, or publish again.");

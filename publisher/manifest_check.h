@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "publisher/findings.h"
 #include "updater/game_manifest.h"
@@ -9,11 +10,10 @@
 namespace ve::publish {
 
 /// Refuses every entry that the Launcher would fail on, that it would install and delete again, or
-/// that would never count as current. `place` is the manifest's, for the findings.
+/// that would never count as current, and every name that no build may have (name_rules.h): a
+/// manifest may have been made by other means. `place` is the manifest's, for the findings;
+/// `launcher` is the name of the Launcher's own file.
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                   Findings& findings);
-
-/// A name as Windows compares names: "/" and "\" are one, and so are the cases.
-[[nodiscard]] std::wstring FoldedName(std::wstring_view name);
+                   std::wstring_view launcher, Findings& findings);
 
 }  // namespace ve::publish
