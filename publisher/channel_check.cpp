@@ -105,7 +105,7 @@ class ChannelCheck {
   /// The file; or none, and then the message that a player's log has.
   std::optional<std::string> Fetch(std::wstring_view name, std::string_view failure,
                                    const char* effect) {
-    DownloadResult download = tree_.Fetch(name);
+    DownloadResult download = tree_.Fetch(name, findings_);
     if (download.Succeeded()) return std::move(download.Body());
     Refuse(name, Format(failure, ToUtf8(download.Error())), effect);
     return {};
@@ -248,7 +248,7 @@ class ChannelCheck {
 
   void CheckServedExecutable(std::optional<std::uint32_t> offered) {
     const std::wstring name = Format(L"{}/{}", kUpdaterFolder, ToWide(options_.launcher));
-    DownloadResult download = tree_.Fetch(name);
+    DownloadResult download = tree_.Fetch(name, findings_);
     if (!download.Succeeded()) {
       return Refuse(
           name, Format(sdk::kExecutableDownloadFailed, options_.launcher, ToUtf8(download.Error())),

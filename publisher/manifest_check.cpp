@@ -32,8 +32,8 @@ bool IsLowercaseHexadecimal(std::string_view digest) {
 class ManifestCheck {
  public:
   ManifestCheck(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                std::wstring_view launcher, Findings& findings)
-      : manifest_(manifest), place_(place), launcher_(launcher), findings_(findings) {}
+                Findings& findings)
+      : manifest_(manifest), place_(place), findings_(findings) {}
 
   void Run() {
     for (const std::string_view directory : manifest_.directories) {
@@ -52,7 +52,6 @@ class ManifestCheck {
   }
 
   void CheckDirectory(const std::wstring& name) {
-    CheckByNameRules(name, NameKind::kDirectory);
     const std::wstring_view parent = ParentOf(name);
     if (!parent.empty() && !onDisk_.contains(CaseKey(parent))) {
       Refuse(listed_.contains(CaseKey(parent))
@@ -82,7 +81,6 @@ class ManifestCheck {
   }
 
   void CheckFile(const sdk::FileEntry& entry) {
-    CheckByNameRules(entry.name, NameKind::kFile);
     CheckSpelling(entry);
     CheckFolder(entry);
     if (!IsLowercaseHexadecimal(entry.digest)) {
@@ -141,22 +139,6 @@ class ManifestCheck {
     }
   }
 
-  /// By the rules for a build, which a manifest need not come from.
-  void CheckByNameRules(std::wstring_view name, NameKind kind) {
-    std::wstring slashed(name);
-    std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
-    Findings found;
-    CheckName(slashed, kind, launcher_, found);
-    for (const Finding& finding : found.refusals) Refuse(InManifest(finding), finding.remedy);
-    for (const Finding& finding : found.warnings) {
-      findings_.Warn(place_, InManifest(finding), finding.remedy);
-    }
-  }
-
-  static std::string InManifest(const Finding& finding) {
-    return Format("'{}': {}", finding.subject, finding.rule);
-  }
-
   void TellUnlistedDirectories() {
     for (const auto& [folded, use] : unlistedDirectories_) {
       const auto& [first, count] = use;
@@ -168,7 +150,6 @@ class ManifestCheck {
 
   const sdk::GameUpdateManifest& manifest_;
   const std::string& place_;
-  std::wstring_view launcher_;
   Findings& findings_;
   std::unordered_set<std::wstring> listed_;                // Folded.
   std::unordered_map<std::wstring, std::wstring> onDisk_;  // Folded; as the player's disk has it.
@@ -177,11 +158,40 @@ class ManifestCheck {
   std::map<std::wstring, std::pair<std::wstring_view, std::size_t>> unlistedDirectories_;
 };
 
+void CheckListedName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
+                     Findings& findings) {
+  std::wstring slashed(name);  // A backslash is told apart, with what it leads to.
+  std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
+  CheckName(slashed, kind, launcher, findings);
+}
+
+std::string InManifest(const Finding& finding) {
+  return Format("'{}': {}", finding.subject, finding.rule);
+}
+
 }  // namespace
+
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                      std::wstring_view launcher, Findings& findings) {
+  Findings found;
+  for (const std::string_view directory : manifest.directories) {
+    CheckListedName(sdk::WidenName(directory), NameKind::kDirectory, launcher, found);
+  }
+  for (const sdk::FileEntry& entry : manifest.files) {
+    CheckListedName(entry.name, NameKind::kFile, launcher, found);
+  }
+  for (const Finding& finding : found.refusals) {
+    findings.Refuse(place, InManifest(finding), finding.remedy);
+  }
+  for (const Finding& finding : found.warnings) {
+    findings.Warn(place, InManifest(finding), finding.remedy);
+  }
+}
 
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
                    std::wstring_view launcher, Findings& findings) {
-  ManifestCheck(manifest, place, launcher, findings).Run();
+  CheckListedNames(manifest, place, launcher, findings);
+  ManifestCheck(manifest, place, findings).Run();
 }
 
 }  // namespace ve::publish

@@ -9,10 +9,14 @@
 
 namespace ve::publish {
 
-/// Refuses every entry that the Launcher would fail on, that it would install and delete again, or
-/// that would never count as current, and every name that no build may have (name_rules.h): a
-/// manifest may have been made by other means. `place` is the manifest's, for the findings;
-/// `launcher` is the name of the Launcher's own file.
+/// Refuses every name that no build may have (name_rules.h): a manifest may have been made by other
+/// means. `place` is the manifest's, for the findings; `launcher` is the name of the Launcher's own
+/// file.
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                      std::wstring_view launcher, Findings& findings);
+
+/// Refuses these names, and every entry that the Launcher would fail on, that it would install and
+/// delete again, or that would never count as current.
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
                    std::wstring_view launcher, Findings& findings);
 

@@ -118,9 +118,10 @@ std::string ReadToEnd(HANDLE pipe) {
   return text;
 }
 
-BOOL WriteText(HANDLE pipe, std::string_view text) {
+/// That nobody may be there any more to read it is no failure.
+void WriteText(HANDLE pipe, std::string_view text) {
   DWORD written = 0;
-  return WriteFile(pipe, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  WriteFile(pipe, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 /// What became of the swap, in the form in which it is handed over.
@@ -138,7 +139,7 @@ Json Swap(const std::wstring& server, std::wstring_view channel) {
 bool ResultOf(const std::string& report) {
   const Json result = Json::parse(report, nullptr, false);
   if (result.is_discarded()) {
-    throw ChannelError({"publish", "the process that swaps the folders was ended from outside",
+    throw ChannelError({"publish", "the process that swaps the folders did not come to its end",
                         "See with publish verify what is served, and publish again."});
   }
   if (result.contains("removed")) return result["removed"].get<bool>();
@@ -157,9 +158,10 @@ bool SwapInApart(const std::wstring& server, std::wstring_view channel, const Ch
   // The lock is not inherited: if this process ends while it starts the other one, that may stay
   // for ever before its first step, and would keep the channel locked.
   HANDLE ofTheOther = nullptr;
-  Require(DuplicateHandle(GetCurrentProcess(), lock.Get(), process.Get(), &ofTheOther, 0, FALSE,
-                          DUPLICATE_SAME_ACCESS));
-  Require(WriteText(order.writeEnd.Get(), kGo));
+  if (DuplicateHandle(GetCurrentProcess(), lock.Get(), process.Get(), &ofTheOther, 0, FALSE,
+                      DUPLICATE_SAME_ACCESS) != FALSE) {
+    WriteText(order.writeEnd.Get(), kGo);
+  }
   order.writeEnd.Reset();
   const std::string text = ReadToEnd(report.readEnd.Get());
   WaitForSingleObject(process.Get(), INFINITE);  // Until it has let go of the lock.
@@ -171,7 +173,6 @@ std::optional<int> RunAsSwapProcess(int count, const wchar_t* const* arguments) 
   // Without its order the first process has ended, and nothing may be changed without the lock.
   if (ReadToEnd(GetStdHandle(STD_INPUT_HANDLE)) != kGo) return kRefused;
   const Json result = Swap(arguments[2], arguments[3]);
-  // That nobody may be there any more to read it is no failure.
   WriteText(GetStdHandle(STD_OUTPUT_HANDLE),
             result.dump(-1, ' ', false, Json::error_handler_t::replace));
   return kDone;
