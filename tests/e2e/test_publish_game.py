@@ -107,6 +107,8 @@ def test_read_only_and_hidden_files_are_published_like_others(publish_game, buil
     assert "readme.txt: it is hidden or a system file; players get it like any other" in done.warnings
     files = {**FILES, "readme.txt": b"changed"}
     assert_published(server, files, "1.0.0.1")
+    published = server / "updates/release/readme.txt"
+    assert published.stat().st_mode & 0o200 and "user.DOSATTRIB" not in os.listxattr(published)
     # Nothing of that stands in the way of the next version.
     done = publish_game(FILES, "1.0.0.2")
     assert done.code == 0
@@ -667,6 +669,39 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
     assert interrupted.refusals == ["z.txt: it was changed while the build was published"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
+
+
+def test_a_run_that_another_overtook_is_refused(build, place, server):
+    """The first of all runs has nothing to lock while it judges its build. The other's result comes
+    into its place just then, after some attempts."""
+    source = make_build(place / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
+    other = make_build(place / "other", FILES)
+    assert publish_build(build, other, place / "elsewhere", "1.0.0.0").code == 0
+    too_early, too_late = 0.0, 4.0
+    for _ in range(40):
+        shutil.rmtree(server)
+        server.mkdir()
+        shutil.copytree(place / "elsewhere/updates", place / "ready")
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            run = pool.submit(publish_build, build, source, server, "1.0.0.1")
+            seconds = (too_early + too_late) / 2
+            time.sleep(seconds)
+            try:
+                (place / "ready").rename(server / "updates")
+            except OSError:
+                shutil.rmtree(place / "ready")  # The run has made the folder itself.
+            done = run.result()
+        if done.code == 1:
+            break
+        assert done.refusals == []
+        if "previousVersion" in done.report:
+            too_early = seconds
+        else:
+            too_late = seconds
+        if too_late - too_early < 0.01:
+            too_early, too_late = max(0.0, too_early - 0.5), too_late + 0.5  # It was quicker or slower.
+    assert done.refusals == ["release: another run has published to this channel meanwhile"]
+    assert_published(server, FILES, "1.0.0.0")
 
 
 def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build, place, server):
