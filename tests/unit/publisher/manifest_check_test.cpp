@@ -155,9 +155,9 @@ TEST(ManifestCheck, NamesThatTheLauncherOrTheServerUsesAreTold) {
                           "Intermediate\\Update",
                           "'Updater': the folder is the Launcher's own, on the server and on a "
                           "player's disk",
-                          "'intermediate/update/a' lies in the staging folder",
                           "'gameversion.vpak': the server has a file of its own by this name",
                           "'GAME_UPDATE.manifest': the server has a file of its own by this name",
+                          "'intermediate/update/a' lies in the staging folder",
                           "'Updater/x' stands where the server has files of its own"));
 }
 
