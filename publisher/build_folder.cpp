@@ -13,6 +13,7 @@
 #include "core/directory_walk.h"
 #include "core/format.h"
 #include "core/unicode.h"
+#include "launcher/updater_driver.h"
 #include "publisher/name_rules.h"
 #include "publisher/paths.h"
 #include "updater/cleanup_rules.h"
@@ -128,6 +129,16 @@ void CheckContents(const std::wstring& source, const BuildFolder& build, Finding
   }
 }
 
+void WarnOfMissingGame(const BuildFolder& build, Findings& findings) {
+  const std::wstring game = CaseKey(kGameProgram);
+  const bool isThere = std::any_of(build.files.begin(), build.files.end(),
+                                   [&](const BuildFile& f) { return CaseKey(f.name) == game; });
+  if (isThere || build.files.empty()) return;
+  findings.Warn(ToUtf8(WithSlashes(kGameProgram)),
+                "the build has no such file, which is the game that the Launcher starts",
+                "Name the folder that holds bin, or publish the game's program in there too.");
+}
+
 void WarnOfLongestPath(const BuildFolder& build, Findings& findings) {
   const auto longest = std::max_element(
       build.files.begin(), build.files.end(),
@@ -184,6 +195,7 @@ BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launch
                       [&reader](const file::DirectoryEntry& entry) { return reader.Take(entry); });
   BuildFolder build = reader.Build();
   CheckContents(source, build, findings);
+  WarnOfMissingGame(build, findings);
   WarnOfLongestPath(build, findings);
   return build;
 }

@@ -21,6 +21,7 @@
 #include "publisher/executable_version.h"
 #include "publisher/judged_files.h"
 #include "publisher/manifest_check.h"
+#include "publisher/name_rules.h"
 #include "publisher/paths.h"
 #include "publisher/payload_check.h"
 #include "publisher/server_layout.h"
@@ -104,7 +105,7 @@ class ChannelCheck {
   /// The file; or none, and then the message that a player's log has.
   std::optional<std::string> Fetch(std::wstring_view name, std::string_view failure,
                                    const char* effect) {
-    DownloadResult download = tree_.Fetch(name);
+    DownloadResult download = tree_.Fetch(name, findings_);
     if (download.Succeeded()) return std::move(download.Body());
     Refuse(name, Format(failure, ToUtf8(download.Error())), effect);
     return {};
@@ -150,7 +151,7 @@ class ChannelCheck {
     report_["bytes"] = bytes;
     console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
                         manifest.directories.size(), BytesInWords(bytes)));
-    CheckManifest(manifest, tree_.PlaceOf(kManifestName), findings_);
+    CheckManifest(manifest, tree_.PlaceOf(kManifestName), ToWide(options_.launcher), findings_);
     CheckPayload(tree_, manifest, console_, findings_);
     if (!tree_.IsServed()) CheckUnlisted(manifest);
   }
@@ -160,22 +161,22 @@ class ChannelCheck {
     std::unordered_map<std::wstring, std::wstring> files;
     std::unordered_set<std::wstring> directories;
     for (const std::wstring_view name : {kVersionName, kManifestName}) {
-      files.emplace(FoldedName(name), name);
+      files.emplace(CaseKey(name), name);
     }
     for (const std::string_view directory : manifest.directories) {
-      directories.insert(FoldedName(sdk::WidenName(directory)));
+      directories.insert(CaseKey(sdk::WidenName(directory)));
     }
     for (const std::string_view line : manifest.fileLines) {
       const sdk::FileEntry entry = sdk::EntryOf(line);
-      files.emplace(FoldedName(entry.name), entry.name);
+      files.emplace(CaseKey(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {
-        directories.insert(FoldedName(std::wstring_view(entry.name).substr(0, end)));
+        directories.insert(CaseKey(std::wstring_view(entry.name).substr(0, end)));
       }
     }
     WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
-      if (FoldedName(name) == FoldedName(kUpdaterFolder)) return file::Descend::kNo;
-      if (isDirectory && directories.contains(FoldedName(name))) return file::Descend::kYes;
+      if (CaseKey(name) == CaseKey(kUpdaterFolder)) return file::Descend::kNo;
+      if (isDirectory && directories.contains(CaseKey(name))) return file::Descend::kYes;
       CheckEntry(name, isDirectory, files);
       return file::Descend::kNo;
     });
@@ -183,7 +184,7 @@ class ChannelCheck {
 
   void CheckEntry(const std::wstring& name, bool isDirectory,
                   const std::unordered_map<std::wstring, std::wstring>& files) {
-    const auto listed = files.find(FoldedName(name));
+    const auto listed = files.find(CaseKey(name));
     if (isDirectory || listed == files.end()) {
       return Refuse(name, "lies in the tree, but is not listed",
                     "No player gets it. Remove it, or publish again.");
@@ -248,7 +249,7 @@ class ChannelCheck {
 
   void CheckServedExecutable(std::optional<std::uint32_t> offered) {
     const std::wstring name = Format(L"{}/{}", kUpdaterFolder, ToWide(options_.launcher));
-    DownloadResult download = tree_.Fetch(name);
+    DownloadResult download = tree_.Fetch(name, findings_);
     if (!download.Succeeded()) {
       return Refuse(
           name, Format(sdk::kExecutableDownloadFailed, options_.launcher, ToUtf8(download.Error())),

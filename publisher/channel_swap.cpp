@@ -18,8 +18,8 @@
 namespace ve::publish {
 namespace {
 
-constexpr std::uint64_t kPatience = 5000;  // milliseconds
-constexpr DWORD kRetryPause = 100;         // milliseconds
+constexpr int kRetries = 50;
+constexpr DWORD kRetryPause = 100;  // milliseconds
 
 /// Whether trying again may help: somebody has a file open, such as a virus scanner or the server.
 bool MayPass(DWORD code) {
@@ -31,9 +31,8 @@ bool MayPass(DWORD code) {
 /// patience ends. Returns the last code.
 template <class Attempt>
 DWORD Retry(Attempt attempt) {
-  const std::uint64_t start = GetTickCount64();
   DWORD code = attempt();
-  while (MayPass(code) && GetTickCount64() - start < kPatience) {
+  for (int retry = 0; retry < kRetries && MayPass(code); ++retry) {
     Sleep(kRetryPause);
     code = attempt();
   }
@@ -98,17 +97,6 @@ void Discard(const ChannelFolders& folders) {
   RemoveFolder(folders.discarded);
 }
 
-/// Any combination of folders may be there, since every step of a swap can be a run's last.
-void Repair(const ChannelFolders& folders) {
-  RemoveFolder(folders.discarded);
-  if (!file::Exists(folders.live) && file::Exists(folders.previous)) {
-    RenameFolder(folders.previous, folders.live);
-  }
-  Discard(folders);
-  RemoveFolder(folders.next);
-  RemoveHalfWrittenFiles(Below(folders.live, kUpdaterFolder));
-}
-
 /// One attempt, which leaves the live folder in its place if it fails.
 DWORD TrySwap(const ChannelFolders& folders, std::wstring& refusing) {
   const bool isFirst = !file::Exists(folders.live);
@@ -166,6 +154,17 @@ ChannelLock::ChannelLock(const ChannelFolders& folders) {
                         Format("what an interrupted run left cannot be removed: {}", error.what()),
                         "Close what has it open, then publish again."});
   }
+}
+
+/// Any combination of folders may be there, since every step of a swap can be a run's last.
+void Repair(const ChannelFolders& folders) {
+  RemoveFolder(folders.discarded);
+  if (!file::Exists(folders.live) && file::Exists(folders.previous)) {
+    RenameFolder(folders.previous, folders.live);
+  }
+  Discard(folders);
+  RemoveFolder(folders.next);
+  RemoveHalfWrittenFiles(Below(folders.live, kUpdaterFolder));
 }
 
 bool SwapIn(const ChannelFolders& folders) {

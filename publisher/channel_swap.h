@@ -17,9 +17,10 @@
 //
 // Between the two renames, for the time of one system call, the channel is absent. A Launcher that
 // asks just then gets no answer to its first questions, writes a log entry and starts the game as
-// it is; one in the middle of an update ends like after any other failed download. A run that is
-// interrupted there leaves the gap open until the next run that writes to the channel, which puts
-// the previous state back first.
+// it is; one in the middle of an update ends like after any other failed download. So that an end
+// of the tool does not leave it so, a second process makes the renames (swap_process.h). Where that
+// is ended as well, with the machine or with the whole tree of processes, the gap stays open until
+// the next run that writes to the channel, which puts the previous state back first.
 #pragma once
 
 #include <stdexcept>
@@ -66,9 +67,16 @@ class ChannelLock {
   /// repair fails, throws `ChannelError`.
   explicit ChannelLock(const ChannelFolders& folders);
 
+  /// For another process that goes on under the same lock.
+  [[nodiscard]] HANDLE Get() const noexcept { return lock_.Get(); }
+
  private:
   UniqueFileHandle lock_;
 };
+
+/// Makes one whole state of whatever an interrupted swap left, and removes the rest. Only under the
+/// lock. Throws `ChannelError` or a filesystem error.
+void Repair(const ChannelFolders& folders);
 
 /// Puts the complete next folder in the place of the live one and removes that. If a folder cannot
 /// be renamed, mostly because something in it is open, that is tried again for some seconds; then

@@ -15,6 +15,7 @@
 #include "publisher/paths.h"
 #include "publisher/payload.h"
 #include "publisher/server_layout.h"
+#include "publisher/swap_process.h"
 #include "publisher/version_text.h"
 #include "publisher/whole_file.h"
 
@@ -40,7 +41,7 @@ struct Plan {
 };
 
 bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
-  return (CaseKey(path) + L'\\').starts_with(CaseKey(folder) + L'\\');
+  return (CaseKey(path) + L'/').starts_with(CaseKey(folder) + L'/');
 }
 
 void CheckPlaces(const Plan& plan, Findings& findings) {
@@ -113,7 +114,7 @@ Placed MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildF
 /// Best effort: the next run does it otherwise.
 void RemoveUnfinished(const ChannelFolders& folders) noexcept {
   try {
-    RemoveFolder(folders.next);
+    Repair(folders);
   } catch (const std::exception&) {
     // What failed before is what matters.
   }
@@ -138,7 +139,7 @@ void Tell(const Options& options, const BuildFolder& build, const Placed& placed
 
 void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
              const std::optional<std::string>& publishedVersion, BuildFolder& build,
-             Console& console, Findings& findings) {
+             const ChannelLock& lock, Console& console, Findings& findings) {
   if (PublishedVersionFile(plan.folders) != publishedVersion) {
     findings.Refuse(options.channel, "another run has published to this channel meanwhile",
                     "Look at what it has published, then publish again.");
@@ -151,7 +152,7 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
     RemoveUnfinished(plan.folders);
     return;
   }
-  if (!SwapIn(plan.folders)) {
+  if (!SwapInApart(plan.server, ToWide(options.channel), lock)) {
     findings.Warn(
         PathText(plan.folders.updates),
         "the new version is served, but the folder of the one before could not be removed",
@@ -175,7 +176,7 @@ void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
   if (findings.Refused()) return;
 
   if (!lock) lock.emplace(plan.folders);
-  Publish(options, plan, *version, publishedVersion, build, console, findings);
+  Publish(options, plan, *version, publishedVersion, build, *lock, console, findings);
 }
 
 int Run(const Options& options, Console& console) {

@@ -7,6 +7,7 @@
 
 #include "core/unicode.h"
 #include "publisher/commands.h"
+#include "publisher/swap_process.h"
 #include <CLI/CLI.hpp>
 
 namespace ve::publish {
@@ -52,6 +53,7 @@ int Run(int count, wchar_t** arguments) {
 }  // namespace ve::publish
 
 int wmain(int count, wchar_t** arguments) {
+  if (const auto exitCode = ve::publish::RunAsSwapProcess(count, arguments)) return *exitCode;
   SetConsoleOutputCP(CP_UTF8);
   return ve::publish::Run(count, arguments);
 }

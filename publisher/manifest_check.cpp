@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cwctype>
 #include <limits>
 #include <map>
 #include <string_view>
@@ -12,22 +11,16 @@
 
 #include "core/format.h"
 #include "core/unicode.h"
+#include "publisher/name_rules.h"
 #include "publisher/server_layout.h"
 #include "updater/game_download.h"
 
 namespace ve::publish {
 namespace {
 
-constexpr std::size_t kLongestPath = 255;  // What the Launcher uses of a path.
-
 std::wstring_view ParentOf(std::wstring_view name) {
   const std::size_t end = name.find_last_of(L"/\\");
   return end == std::wstring_view::npos ? std::wstring_view() : name.substr(0, end);
-}
-
-bool IsOwnName(const std::wstring& folded) {
-  return folded == FoldedName(kVersionName) || folded == FoldedName(kManifestName) ||
-         folded.starts_with(FoldedName(Format(L"{}/", kUpdaterFolder)));
 }
 
 bool IsLowercaseHexadecimal(std::string_view digest) {
@@ -44,7 +37,7 @@ class ManifestCheck {
 
   void Run() {
     for (const std::string_view directory : manifest_.directories) {
-      listed_.insert(FoldedName(sdk::WidenName(directory)));
+      listed_.insert(CaseKey(sdk::WidenName(directory)));
     }
     for (const std::string_view directory : manifest_.directories) {
       CheckDirectory(sdk::WidenName(directory));
@@ -59,17 +52,16 @@ class ManifestCheck {
   }
 
   void CheckDirectory(const std::wstring& name) {
-    CheckPath(name);
     const std::wstring_view parent = ParentOf(name);
-    if (!parent.empty() && !onDisk_.contains(FoldedName(parent))) {
-      Refuse(listed_.contains(FoldedName(parent))
+    if (!parent.empty() && !onDisk_.contains(CaseKey(parent))) {
+      Refuse(listed_.contains(CaseKey(parent))
                  ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
                           ToUtf8(parent))
                  : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
                           ToUtf8(parent)),
              "Every update fails before a file is fetched. List parents before their children.");
     }
-    const auto [known, isNew] = onDisk_.try_emplace(FoldedName(name), SpellingOnDisk(name));
+    const auto [known, isNew] = onDisk_.try_emplace(CaseKey(name), SpellingOnDisk(name));
     if (!isNew) {
       findings_.Warn(place_,
                      known->second == SpellingOnDisk(name)
@@ -83,15 +75,14 @@ class ManifestCheck {
   /// A directory is created in the spelling of its own line, below its parent as that is there.
   [[nodiscard]] std::wstring SpellingOnDisk(const std::wstring& name) const {
     const std::wstring_view parent = ParentOf(name);
-    const auto known = onDisk_.find(FoldedName(parent));
+    const auto known = onDisk_.find(CaseKey(parent));
     if (known == onDisk_.end()) return name;
     return Format(L"{}/{}", known->second, std::wstring_view(name).substr(parent.size() + 1));
   }
 
   void CheckFile(const sdk::FileEntry& entry) {
-    CheckPath(entry.name);
     CheckSpelling(entry);
-    CheckName(entry);
+    CheckFolder(entry);
     if (!IsLowercaseHexadecimal(entry.digest)) {
       Refuse(Format("'{}' has the digest '{}', which is not in lowercase hexadecimal digits",
                     ToUtf8(entry.name), entry.digest),
@@ -104,7 +95,7 @@ class ManifestCheck {
   }
 
   void CheckSpelling(const sdk::FileEntry& entry) {
-    const std::wstring folded = FoldedName(entry.name);
+    const std::wstring folded = CaseKey(entry.name);
     const auto [known, isNew] = files_.try_emplace(folded, entry.name);
     if (!isNew) {
       Refuse(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
@@ -118,9 +109,9 @@ class ManifestCheck {
     }
     const std::wstring_view directory = ParentOf(entry.name);
     if (directory.empty()) return;
-    const auto onDisk = onDisk_.find(FoldedName(directory));
+    const auto onDisk = onDisk_.find(CaseKey(directory));
     if (onDisk == onDisk_.end()) {
-      auto& [first, count] = unlistedDirectories_[FoldedName(directory)];
+      auto& [first, count] = unlistedDirectories_[CaseKey(directory)];
       if (count++ == 0) first = entry.name;
     } else if (!std::equal(directory.begin(), directory.end(), onDisk->second.begin(),
                            onDisk->second.end(), [](wchar_t left, wchar_t right) {
@@ -132,30 +123,19 @@ class ManifestCheck {
     }
   }
 
-  void CheckName(const sdk::FileEntry& entry) {
+  void CheckFolder(const sdk::FileEntry& entry) {
     if (entry.name.find(L'\\') != std::wstring::npos) {
       Refuse(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
              "The clean-up deletes it right after it was installed. Write '/'.");
     }
-    if (FoldedName(entry.name).starts_with(FoldedName(sdk::kStagingFolder))) {
+    const std::wstring key = CaseKey(entry.name);
+    if (key.starts_with(CaseKey(sdk::kStagingFolder))) {
       Refuse(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
              "It is deleted at the end of every update. Move it elsewhere.");
     }
-    if (IsOwnName(FoldedName(entry.name))) {
+    if (key.starts_with(CaseKey(Format(L"{}/", kUpdaterFolder)))) {
       Refuse(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
              "One of them hides the other. Rename it.");
-    }
-  }
-
-  void CheckPath(std::wstring_view name) {
-    if (!std::all_of(name.begin(), name.end(), [](wchar_t unit) { return unit < 0x80; })) {
-      Refuse(Format("'{}' holds characters beyond ASCII", ToUtf8(name)),
-             "The Launcher does not decode them, and asks for another name. Rename it.");
-    }
-    if (sdk::StagingPath(name).size() > kLongestPath) {
-      Refuse(Format("'{}' is longer than {} characters", ToUtf8(name),
-                    kLongestPath - sdk::kStagingFolder.size()),
-             "With the staging folder in front the Launcher cannot write it. Shorten it.");
     }
   }
 
@@ -178,19 +158,40 @@ class ManifestCheck {
   std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlistedDirectories_;
 };
 
-}  // namespace
-
-void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                   Findings& findings) {
-  ManifestCheck(manifest, place, findings).Run();
+void CheckListedName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
+                     Findings& findings) {
+  std::wstring slashed(name);  // A backslash is told apart, with what it leads to.
+  std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
+  CheckName(slashed, kind, launcher, findings);
 }
 
-std::wstring FoldedName(std::wstring_view name) {
-  std::wstring folded(name);
-  std::transform(folded.begin(), folded.end(), folded.begin(), [](wchar_t unit) {
-    return unit == L'\\' ? L'/' : static_cast<wchar_t>(std::towupper(unit));
-  });
-  return folded;
+std::string InManifest(const Finding& finding) {
+  return Format("'{}': {}", finding.subject, finding.rule);
+}
+
+}  // namespace
+
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                      std::wstring_view launcher, Findings& findings) {
+  Findings found;
+  for (const std::string_view directory : manifest.directories) {
+    CheckListedName(sdk::WidenName(directory), NameKind::kDirectory, launcher, found);
+  }
+  for (const std::string_view line : manifest.fileLines) {
+    CheckListedName(sdk::EntryOf(line).name, NameKind::kFile, launcher, found);
+  }
+  for (const Finding& finding : found.refusals) {
+    findings.Refuse(place, InManifest(finding), finding.remedy);
+  }
+  for (const Finding& finding : found.warnings) {
+    findings.Warn(place, InManifest(finding), finding.remedy);
+  }
+}
+
+void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                   std::wstring_view launcher, Findings& findings) {
+  CheckListedNames(manifest, place, launcher, findings);
+  ManifestCheck(manifest, place, findings).Run();
 }
 
 }  // namespace ve::publish

@@ -2,18 +2,22 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "publisher/findings.h"
 #include "updater/game_manifest.h"
 
 namespace ve::publish {
 
-/// Refuses every entry that the Launcher would fail on, that it would install and delete again, or
-/// that would never count as current. `place` is the manifest's, for the findings.
-void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                   Findings& findings);
+/// Refuses every name that no build may have (name_rules.h): a manifest may have been made by other
+/// means. `place` is the manifest's, for the findings; `launcher` is the name of the Launcher's own
+/// file.
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                      std::wstring_view launcher, Findings& findings);
 
-/// A name as Windows compares names: "/" and "\" are one, and so are the cases.
-[[nodiscard]] std::wstring FoldedName(std::wstring_view name);
+/// Refuses these names, and every entry that the Launcher would fail on, that it would install and
+/// delete again, or that would never count as current.
+void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
+                   std::wstring_view launcher, Findings& findings);
 
 }  // namespace ve::publish

@@ -10,6 +10,7 @@
 #include "publisher/server_layout.h"
 #include "publisher/whole_file.h"
 #include "updater/game_download.h"
+#include "updater/self_update.h"
 
 namespace ve::publish {
 namespace {
@@ -26,8 +27,6 @@ constexpr std::wstring_view kAddressCharacters = L"%#?";
 constexpr std::wstring_view kForbiddenOnWindows = L"\"*:<>|\\";
 // Reach nginx unharmed, but not every server and CDN.
 constexpr std::wstring_view kDoubtfulCharacters = L"+[]{}^`";
-
-constexpr std::wstring_view kParkedLauncher = L"_old.exe";
 
 bool IsPrintableAscii(wchar_t c) { return c >= L' ' && c <= L'~'; }
 
@@ -77,7 +76,6 @@ void CheckLength(std::wstring_view name, NameKind kind, const std::string& subje
 /// "INTERMEDIATE/UPDATE".
 std::wstring StagingKey() {
   std::wstring key = CaseKey(sdk::kStagingFolder);
-  std::replace(key.begin(), key.end(), L'\\', L'/');
   key.pop_back();
   return key;
 }
@@ -104,7 +102,7 @@ void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launche
     findings.Refuse(subject, "the Launcher cannot replace itself while it runs",
                     "Leave it out of the build; it is published by publish launcher.");
   }
-  if (key == CaseKey(kParkedLauncher)) {
+  if (key == CaseKey(sdk::kParkedExecutable)) {
     findings.Refuse(subject, "the Launcher deletes this file at every start",
                     "Leave it out of the build, or rename it.");
   }
@@ -162,6 +160,7 @@ std::wstring CaseKey(std::wstring_view name) {
   std::wstring key(name);
   // As the file system compares, of which this thread's locale knows nothing.
   CharUpperBuffW(key.data(), static_cast<DWORD>(key.size()));
+  std::replace(key.begin(), key.end(), L'\\', L'/');
   return key;
 }
 

@@ -25,7 +25,8 @@ void CheckCharacters(std::wstring_view name, const std::string& subject, Finding
 /// A folder that no build may have: nothing below it needs to be looked at.
 [[nodiscard]] bool IsForbiddenFolder(std::wstring_view name);
 
-/// Two names that Windows takes for one have the same key. (Names that are not refused are ASCII.)
+/// Two names or paths that Windows takes for one have the same key, in upper case and with "/".
+/// (Names that are not refused are ASCII.)
 [[nodiscard]] std::wstring CaseKey(std::wstring_view name);
 
 /// Windows opens no path of more than 259 characters, the game folder's own included. With a name

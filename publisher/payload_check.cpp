@@ -85,14 +85,17 @@ class PayloadCheck {
 
   [[nodiscard]] std::optional<Finding> CheckServed(const sdk::FileEntry& entry) const {
     const std::string place = tree_.PlaceOf(entry.name);
-    DownloadResult download = tree_.Fetch(entry.name);
+    Findings length;
+    DownloadResult download = tree_.Fetch(entry.name, length);
     if (!download.Succeeded()) {
       return Finding{place, Format(sdk::kFileDownloadFailed, place, ToUtf8(download.Error())),
                      "Every update that needs the file ends abnormally, without a log entry."};
     }
     FileFacts facts{download.Body().size(), {}};
     if (facts.size == entry.size) facts.digest = Md5Hex(download.Body());
-    return Judge(entry, facts);
+    if (auto finding = Judge(entry, facts)) return finding;
+    // The listed size tells more than the announced one.
+    return length.Refused() ? std::optional(length.refusals.front()) : std::nullopt;
   }
 
   [[nodiscard]] std::optional<Finding> CheckInFolder(const sdk::FileEntry& entry) const {

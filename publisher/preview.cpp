@@ -1,10 +1,13 @@
 #include "publisher/preview.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "archive/updater_settings.h"
 #include "core/errors.h"
@@ -13,7 +16,9 @@
 #include "core/log.h"
 #include "core/unicode.h"
 #include "launcher/updater_driver.h"
+#include "publisher/manifest_check.h"
 #include "publisher/preview_server.h"
+#include "publisher/server_layout.h"
 #include "updater/cleanup_rules.h"
 #include "updater/failure_log.h"
 #include "updater/game_apply.h"
@@ -163,12 +168,22 @@ class Foretelling {
       if (!pendingVersion_) NoteOfferedVersion(sdk::FetchVersionFile(updatesUrl, download_));
       manifestText = sdk::FetchGameManifest(updatesUrl, download_);
       manifest = sdk::ReadGameUpdateManifest(manifestText);
+      WarnOfNames(manifest);
       MakeStagingFolders(manifest);
     } catch (...) {
       Show(sdk::kUpdateFailedCaption);
       throw;
     }
     forecast_.gameUpdate = AppliesUpdate(manifest) ? GameUpdate::kUpdated : GameUpdate::kEnded;
+  }
+
+  /// A run with such a name may go otherwise: it depends on the server what comes for it.
+  void WarnOfNames(const sdk::GameUpdateManifest& manifest) {
+    Findings found;
+    CheckListedNames(manifest, ToUtf8(kManifestName), executable_, found);
+    for (std::vector<Finding>* list : {&found.refusals, &found.warnings}) {
+      std::move(list->begin(), list->end(), std::back_inserter(findings_.warnings));
+    }
   }
 
   bool Offers() {

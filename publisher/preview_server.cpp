@@ -15,9 +15,6 @@
 namespace ve::publish {
 namespace {
 
-constexpr std::wstring_view kRedirect = L"redirect.txt";
-constexpr const wchar_t* kNotFound = L"404 - no such file.";
-
 Payload Missing(std::wstring_view error) {
   return {DownloadResult::Failure(std::wstring(error)), 0, {}};
 }
@@ -45,7 +42,7 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
                              Findings& findings)
     : tree_(options, channel), fetch_(fetch) {
   const std::wstring baseUrl = tree_.IsServed() ? ToWide(options.url) : std::wstring(configuredUrl);
-  requests_.push_back(ToUtf8(Format(L"{}{}", baseUrl, kRedirect)));
+  requests_.push_back(ToUtf8(Format(L"{}{}", baseUrl, kRedirectName)));
   if (tree_.IsServed()) {
     updatesUrl_ = tree_.UpdatesUrl();
     if (baseUrl != configuredUrl) {
@@ -55,7 +52,7 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
     return;
   }
   updatesUrl_ = Format(L"{}{}/", configuredUrl, ChannelName(channel));
-  const std::wstring redirect = Below(AbsolutePath(options.server), kRedirect);
+  const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
   if (IsFile(redirect)) {
     findings.Warn(PathText(redirect), "players are sent to the server that this file names",
                   "The run was foretold as if the folder were that server; see it with --url.");
@@ -74,7 +71,8 @@ DownloadResult PreviewServer::Fetch(std::wstring_view url) {
   requests_.push_back(ToUtf8(url));
   if (tree_.IsServed()) return Download(url);
   // A server gives no folders.
-  if (!IsFile(Below(tree_.Folder(), NameOf(url)))) return DownloadResult::Failure(kNotFound);
+  if (!IsFile(Below(tree_.Folder(), NameOf(url))))
+    return DownloadResult::Failure(std::wstring(kNotFound));
   return tree_.Fetch(NameOf(url));
 }
 

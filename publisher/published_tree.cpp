@@ -1,14 +1,35 @@
 #include "publisher/published_tree.h"
 
+#include <cstdint>
+#include <optional>
+
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
 #include "launcher/updater_driver.h"
+#include "publisher/announced_length.h"
 #include "publisher/paths.h"
 #include "publisher/server_layout.h"
 #include "publisher/whole_file.h"
 
 namespace ve::publish {
+
+DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
+                               Findings& findings) {
+  DownloadResult download = Download(url);
+  if (!download.Succeeded()) return download;
+  const std::optional<std::uint64_t> announced = AnnouncedLength(url);
+  const std::size_t length = download.Body().size();
+  if (!announced) {
+    findings.Refuse(place, "came once, but not when it was asked for again", "Verify again.");
+  } else if (*announced != length) {
+    findings.Refuse(
+        place, Format("came with {} bytes, but its Content-Length is {}", length, *announced),
+        "Launchers take what came for the whole. See to the server, and to what stands in front of "
+        "it.");
+  }
+  return download;
+}
 
 PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view channel) {
   if (options.url.empty()) {
@@ -21,8 +42,13 @@ PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view chann
 DownloadResult PublishedTree::Fetch(std::wstring_view name) const {
   if (IsServed()) return Download(Format(L"{}{}", updatesUrl_, name));
   const std::wstring path = Below(folder_, name);
-  if (!file::Exists(path)) return DownloadResult::Failure(L"404 - no such file.");
+  if (!file::Exists(path)) return DownloadResult::Failure(std::wstring(kNotFound));
   return DownloadResult::Success(ReadWholeFile(path));
+}
+
+DownloadResult PublishedTree::Fetch(std::wstring_view name, Findings& findings) const {
+  if (!IsServed()) return Fetch(name);
+  return DownloadChecked(Format(L"{}{}", updatesUrl_, name), PlaceOf(name), findings);
 }
 
 std::string PublishedTree::PlaceOf(std::wstring_view name) const {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "net/download.h"
+#include "publisher/findings.h"
 
 namespace ve::publish {
 
@@ -13,6 +14,14 @@ struct TreeOptions {
   std::string server;  ///< The folder that is served.
   std::string url;     ///< The base URL, with its last slash.
 };
+
+/// What the Launcher says of a file that is not there.
+inline constexpr std::wstring_view kNotFound = L"404 - no such file.";
+
+/// `Download`; refuses a body of another length than the response announces, which
+/// Launchers take as it is. `place` is the URL for the findings.
+[[nodiscard]] DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
+                                             Findings& findings);
 
 /// Fetches the files of one channel by their names, as the Launcher does.
 class PublishedTree {
@@ -23,6 +32,8 @@ class PublishedTree {
   /// The file's content, or the text of the download's failure. A file missing in a folder reads
   /// like a server's status 404.
   [[nodiscard]] DownloadResult Fetch(std::wstring_view name) const;
+  /// The same, and checks the response's length.
+  [[nodiscard]] DownloadResult Fetch(std::wstring_view name, Findings& findings) const;
 
   /// The file's URL, or its path, for people.
   [[nodiscard]] std::string PlaceOf(std::wstring_view name) const;

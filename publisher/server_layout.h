@@ -15,6 +15,7 @@
 
 namespace ve::publish {
 
+inline constexpr std::wstring_view kRedirectName = L"redirect.txt";
 inline constexpr std::wstring_view kVersionName = L"GameVersion.vpak";
 inline constexpr std::wstring_view kManifestName = L"game_update.manifest";
 inline constexpr std::wstring_view kUpdaterFolder = L"updater";

@@ -51,6 +51,12 @@ std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Findings&
   return channels;
 }
 
+std::string Reason(const DownloadResult& download) {
+  std::string reason = ToUtf8(download.Error());
+  while (reason.ends_with('\n') || reason.ends_with('\r')) reason.pop_back();
+  return reason;
+}
+
 /// Why the channel does not answer; none if it does.
 std::optional<std::string> Silence(const TreeOptions& options, std::wstring_view channel) {
   const PublishedTree tree(options, channel);
@@ -58,9 +64,7 @@ std::optional<std::string> Silence(const TreeOptions& options, std::wstring_view
   for (const std::wstring_view name : {kVersionName, kUpdaterManifestName}) {
     const DownloadResult download = tree.Fetch(name);
     if (download.Succeeded()) return {};
-    std::string reason = ToUtf8(download.Error());
-    while (reason.ends_with('\n') || reason.ends_with('\r')) reason.pop_back();
-    reasons += Format("{}{}: {}", reasons.empty() ? "" : ", ", ToUtf8(name), reason);
+    reasons += Format("{}{}: {}", reasons.empty() ? "" : ", ", ToUtf8(name), Reason(download));
   }
   return reasons;
 }
@@ -80,16 +84,28 @@ std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Findings
   return channels;
 }
 
+/// Most servers have none. Where it is followed to is checked with each channel.
+void CheckServedRedirect(const std::string& url, Findings& findings) {
+  const std::wstring place = Format(L"{}{}", ToWide(url), kRedirectName);
+  const DownloadResult download = DownloadChecked(place, ToUtf8(place), findings);
+  if (download.Succeeded() || download.Error() == kNotFound) return;
+  findings.Warn(ToUtf8(place), Format("cannot be fetched: {}", Reason(download)),
+                "Launchers go on as if there were no redirection.");
+}
+
 void CheckBase(const TreeOptions& options, Findings& findings) {
   if (options.url.empty()) {
-    const std::wstring redirect = Below(AbsolutePath(options.server), L"redirect.txt");
+    const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
     if (!file::Exists(redirect)) return;
     findings.Warn(PathText(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
                   "This folder is not what they get; verify that URL too.");
-  } else if (!options.url.ends_with('/')) {
+    return;
+  }
+  if (!options.url.ends_with('/')) {
     findings.Warn(options.url, "has no slash at its end, as Launchers need it",
                   Format("Write {}/ unless that is meant.", options.url));
   }
+  CheckServedRedirect(options.url, findings);
 }
 
 int Run(const Options& options, Console& console) {

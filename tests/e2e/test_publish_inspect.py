@@ -134,6 +134,12 @@ def test_a_game_manifest_is_summed_up(inspect, content):
     assert run.report == SUMMARY
 
 
+def test_a_sum_beyond_what_can_be_counted_is_the_largest_number(inspect):
+    lines = [f"'huge' -5 {DIGEST}", f"'small' 7 {DIGEST}", f"'more' 7 {DIGEST}"]
+    run = inspect(formats.game_manifest(["bin"], lines))
+    assert (run.code, run.report["bytes"], run.report["largest"]) == (0, 2**64 - 1, "huge")
+
+
 def test_a_game_manifest_is_listed_when_asked_for(inspect):
     run = inspect(MANIFEST, "--files")
     assert (run.code, run.refused, run.warned) == (0, [], [])

@@ -7,9 +7,9 @@ import pytest
 
 import formats
 from dialogs import RESTART_REQUIRED
-from driver import ok, run_launcher
-from game_folder import GAME, GameFolder
-from nginx_server import NginxServer
+from driver import Watcher, ok, run_launcher
+from game_folder import GAME, GameFolder, windows_path
+from nginx_server import PATIENCE, NginxServer
 from published import make_build, tree_of
 from publishing import Published, publish
 
@@ -90,6 +90,47 @@ def test_a_long_server_path_is_no_hindrance(build, place):
     arguments = ["--exe", build.launcher, "--settings", settings, "--channel", "release"]
     assert publish(build, "launcher", *arguments, "--server", server).code == 0
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
+
+
+# --- Who comes in the way ---------------------------------------------------------------------
+
+
+@pytest.fixture
+def keep_open(build):
+    """Makes another process keep a file open, which others may only read then."""
+    holders = []
+
+    def keep(path) -> None:
+        holders.append(Watcher(build, ["hold", windows_path(path), "read"], {}))
+        assert holders[-1].events.get(timeout=PATIENCE) == {"event": "held"}
+
+    yield keep
+    for holder in holders:
+        holder.close()
+
+
+def test_while_another_run_writes_to_the_channel_it_is_refused(publish_launcher, server, keep_open):
+    make_build(server / "updates", {".release.lock": b""})
+    lock = server / "updates/.release.lock"
+    keep_open(lock)
+    done = publish_launcher()
+    assert (done.code, done.report["published"]) == (1, False)
+    assert done.refusals == [f"{windows_path(lock)}: another run is writing to this channel"]
+    assert tree_of(server / "updates") == {".release.lock": b""}
+
+
+@pytest.mark.parametrize("name", ["Launcher.exe", "UpdaterData.vpak"])
+def test_nothing_is_offered_that_could_not_be_replaced(publish_launcher, build, server, keep_open, name):
+    publish_launcher()
+    before = tree_of(server)
+    updater = "updates/release/updater/"
+    keep_open(server / updater / name)
+    done = publish_launcher(build.next, formats.updater_data(URL + "new/"), program=build.publish_next)
+    assert (done.code, len(done.refusals), done.report["published"]) == (1, 1, False)
+    assert ".publishing" in done.refusals[0] or name in done.refusals[0]
+    after = tree_of(server)
+    assert after[updater + name] == before[updater + name]
+    assert after[updater + "updater.manifest"] == before[updater + "updater.manifest"]
 
 
 # --- What is refused --------------------------------------------------------------------------

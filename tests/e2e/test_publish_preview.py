@@ -716,6 +716,18 @@ def test_without_fetch_payloads_are_taken_as_listed_and_that_is_said(walk_on):
     assert any("not checked" in warning for warning in done.warnings)
 
 
+def test_names_that_no_build_may_have_are_warned_of(walk_on):
+    offer(walk_on, {"bin/100%.dat": b"x", "bin/a+b": b"x"}, ["bin"])
+    done = walk_on.preview("--url", walk_on.scene.server.url)
+    begin = "game_update.manifest: '"
+    assert [warning for warning in done.warnings if warning.startswith(begin)] == [
+        begin + "bin/100%.dat': the Launcher appends names to addresses as they stand, where %, # and ? "
+        "have meanings of their own",
+        begin + "bin/a+b': the Launcher appends names to addresses as they stand, and not every server "
+        "takes + [ ] { } ^ ` there",
+    ]
+
+
 def test_another_url_than_the_installed_one_is_warned_of(scene):
     oracle = Oracle(scene)
     scene.folder.put(SETTINGS, formats.updater_data("http://old.example.com/"))

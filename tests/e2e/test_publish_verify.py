@@ -180,6 +180,16 @@ def long_name(tree: Tree) -> None:
     tree.write_manifest(None, [*tree.lines(), tree.add("bin/" + "x" * 232)])
 
 
+ADDRESS = (
+    "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own"
+)
+
+
+def listed(name: str):
+    """One file more, listed as it lies there."""
+    return lambda tree: tree.write_manifest(None, [*tree.lines(), tree.add(name)])
+
+
 def twice(tree: Tree) -> None:
     tree.write_manifest(None, [*tree.lines(), tree.lines()[0]])
 
@@ -299,11 +309,29 @@ HASH = formats.md5(FILES["read me.txt"])
             id="backslash",
         ),
         pytest.param(
-            staging, [(MANIFEST, "'Intermediate/Update/x' lies in the staging folder")], id="staging"
+            staging,
+            [
+                (MANIFEST, "'Intermediate/Update': the Launcher stages updates in Intermediate\\Update"),
+                (MANIFEST, "'Intermediate/Update/x' lies in the staging folder"),
+            ],
+            id="staging",
+        ),
+        pytest.param(listed("bin/100%.dat"), [(MANIFEST, f"'bin/100%.dat': {ADDRESS}")], id="percent"),
+        pytest.param(listed("bin/a#b"), [(MANIFEST, f"'bin/a#b': {ADDRESS}")], id="number sign"),
+        pytest.param(
+            listed("launcher.exe"),
+            [(MANIFEST, "'launcher.exe': the Launcher cannot replace itself while it runs")],
+            id="the Launcher",
+        ),
+        pytest.param(
+            listed_so(["bin", "bin/data", "con"]),
+            [(MANIFEST, "'con': Windows takes 'con' for a device")],
+            id="device",
         ),
         pytest.param(
             long_name,
-            [(MANIFEST, f"'bin/{'x' * 232}' is longer than 235 characters")],
+            [(MANIFEST, f"'bin/{'x' * 232}': in the staging folder its path has 256 characters, "
+              "and the Launcher opens none of more than 255")],
             id="long name",
         ),
         pytest.param(
@@ -418,7 +446,7 @@ def test_characters_beyond_ascii_are_refused(tree):
     tree.put(MANIFEST, (tree.channel / MANIFEST).read_bytes().replace(b"level 1", b"l\xe9vel 1"))
     run = tree.verify()
     assert run.code == 1
-    beyond = [text for text in run.refusals if text.endswith("holds characters beyond ASCII")]
+    beyond = [text for text in run.refusals if "names are printable ASCII" in text]
     assert len(beyond) == 1
     assert beyond[0].startswith(tree.place(MANIFEST))
 
@@ -585,10 +613,48 @@ def test_a_truncated_payload_is_refused(tree, scripted):
 
 def test_a_truncated_manifest_is_refused(tree, scripted):
     manifest = (tree.channel / MANIFEST).read_bytes()
-    spoiled(scripted, MANIFEST, cut_after=manifest.index(b"level"))
+    cut = manifest.index(b"level")
+    spoiled(scripted, MANIFEST, cut_after=cut)
     run = verify_url(tree, scripted.url)
     place = f"{scripted.url}updates/release/{MANIFEST}"
-    assert (run.code, run.refusals) == (1, [f"{place}: Invalid file-name at line 2: ''"])
+    assert run.code == 1
+    assert run.refusals == [
+        f"{place}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
+        f"{place}: Invalid file-name at line 2: ''",
+    ]
+
+
+@pytest.mark.parametrize("name", [VERSION, MANIFEST, LEVEL, UPDATER_MANIFEST, SETTINGS, LAUNCHER])
+def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripted, name):
+    """What came is whole here: only the announced length tells that something is wrong."""
+    body = scripted.answers["/updates/release/" + name.replace(" ", "%20")].body
+    spoiled(scripted, name, length=str(len(body) + 1))
+    run = verify_url(tree, scripted.url)
+    place = f"{scripted.url}updates/release/{name}"
+    rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 1}"
+    assert (run.code, run.refusals, run.warnings) == (1, [f"{place}: {rule}"], [])
+
+
+def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripted):
+    body = scripted.url.encode()
+    scripted.serve("redirect.txt", Answer(body, length=str(len(body) + 2)))
+    run = verify_url(tree, scripted.url, "--channel", "release")
+    rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 2}"
+    assert (run.code, run.refusals) == (1, [f"{scripted.url}redirect.txt: {rule}"])
+
+
+@pytest.mark.parametrize(
+    ("options", "reason"),
+    [({"status": 403}, "403 - unknown error code."), ({"length": None}, None)],
+    ids=["403", "no Content-Length"],
+)
+def test_a_redirect_that_launchers_do_not_get_is_warned_of(tree, scripted, options, reason):
+    scripted.serve("redirect.txt", Answer(b"http://elsewhere.example/", **options))
+    run = verify_url(tree, scripted.url, "--channel", "release")
+    (warning,) = run.warnings
+    begin = f"{scripted.url}redirect.txt: cannot be fetched: "
+    assert warning.startswith(begin) and (not reason or warning == begin + reason)
+    assert (run.code, run.refusals) == (0, [])
 
 
 def test_a_compressed_payload_is_refused(tree, scripted):
@@ -638,7 +704,8 @@ def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
         assert run.warnings == [
             f"{scripted.url}updates/release/{SETTINGS}: names the URL {scripted.url}"
         ]
-        assert first.requests == ["/redirect.txt"]
+        # To check that answer, and as the Launcher does.
+        assert set(first.requests) == {"/redirect.txt"}
     finally:
         first.close()
 

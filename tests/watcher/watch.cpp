@@ -1,7 +1,9 @@
 // Watches a program and everything that it starts, as a user sees it, and answers its windows.
 //
 //   watch.exe run DIRECTORY PROGRAM [ARGUMENTS]   start PROGRAM in DIRECTORY and watch it
-//   watch.exe hold FILE none|read                 keep FILE open, others may do nothing or read
+//   watch.exe hold FILE none|read                 keep FILE (or a folder) open, others may do
+//   nothing or
+//                                                 read
 //   watch.exe desktop                             keep the desktop alive, so that the next start is
 //                                                 quick
 //
@@ -540,7 +542,8 @@ int RunAndWatch(const wchar_t* directory, int count, wchar_t** arguments) {
 }
 
 int Hold(const wchar_t* path, DWORD share) {
-  const HANDLE file = CreateFileW(path, GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr);
+  const HANDLE file = CreateFileW(path, GENERIC_READ, share, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (file == INVALID_HANDLE_VALUE) return Fail(L"CreateFile");
   Report(L"held").Send();
   WaitForEndOfInput();

@@ -16,6 +16,7 @@
 #include "support/temp_folder.h"
 
 extern "C" void* moveFileExSlot __asm__("__imp_MoveFileExW");
+extern "C" void* VE_IMPORTED(CreateFileW);
 
 namespace ve::publish {
 namespace {
@@ -163,6 +164,55 @@ TEST_F(ChannelSwap, OneRunAtATimeWritesToAChannel) {
   } catch (const ChannelError& error) {
     EXPECT_EQ(error.Words().rule, "another run is writing to this channel");
   }
+}
+
+int refusalsLeft = 0;
+decltype(&CreateFileW) createFile = nullptr;
+HANDLE WINAPI RefuseAFewTimes(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES rights,
+                              DWORD disposition, DWORD flags, HANDLE templateFile) {
+  if (refusalsLeft-- <= 0) {
+    return createFile(path, access, share, rights, disposition, flags, templateFile);
+  }
+  SetLastError(ERROR_SHARING_VIOLATION);
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST_F(ChannelSwap, ARunWaitsForTheOtherToEnd) {
+  Write(folders_.live, "1");
+  Write(folders_.next, "2");
+  createFile = reinterpret_cast<decltype(createFile)>(VE_IMPORTED(CreateFileW));
+  refusalsLeft = 3;
+  {
+    const test::ReplacedCall call(VE_IMPORTED(CreateFileW), RefuseAFewTimes);
+    const ChannelLock lock(folders_);
+    EXPECT_TRUE(file::Exists(folders_.lock));
+  }
+  EXPECT_EQ(refusalsLeft, -1);
+  EXPECT_EQ(Found(), Complete("1"));
+}
+
+TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsToldAsThat) {
+  file::MakeDirectories(folders_.updates);
+  createFile = reinterpret_cast<decltype(createFile)>(VE_IMPORTED(CreateFileW));
+  const test::ReplacedCall call(
+      VE_IMPORTED(CreateFileW),
+      +[](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
+        SetLastError(ERROR_DISK_FULL);
+        return INVALID_HANDLE_VALUE;
+      });
+  try {
+    const ChannelLock lock(folders_);
+    FAIL();
+  } catch (const ChannelError& error) {
+    EXPECT_EQ(error.Words().subject, PathText(folders_.lock));
+    EXPECT_EQ(error.Words().rule.find("it cannot be written: "), 0U);
+  }
+}
+
+TEST_F(ChannelSwap, AChannelIsLockedApartFromTheOthers) {
+  const ChannelLock lock(folders_);
+  const ChannelLock other(FoldersOf(AbsolutePath(ToUtf8(Folder())), L"beta"));
+  EXPECT_NE(lock.Get(), other.Get());
 }
 
 TEST_F(ChannelSwap, TheLockLeavesNothingBehind) {

@@ -44,7 +44,7 @@ std::vector<std::string> Rules(const std::vector<Finding>& findings) {
 
 std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
   Findings findings;
-  CheckManifest(manifest, "place", findings);
+  CheckManifest(manifest, "place", L"Launcher.exe", findings);
   EXPECT_THAT(Rules(findings.warnings), IsEmpty());
   return Rules(findings.refusals);
 }
@@ -86,7 +86,7 @@ TEST(ManifestCheck, DuplicatesAreTold) {
 
 TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
   Findings findings;
-  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", findings);
+  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", L"Launcher.exe", findings);
   EXPECT_THAT(Rules(findings.refusals), IsEmpty());
   EXPECT_THAT(Rules(findings.warnings),
               ElementsAre("the directory 'bin' is listed twice",
@@ -111,20 +111,58 @@ TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
   EXPECT_THAT(Refusals(manifest), ElementsAre("'b' has 4294967296 bytes"));
 }
 
-TEST(ManifestCheck, ThePathWithTheStagingFolderHasAtMost255Characters) {
+TEST(ManifestCheck, NamesAreJudgedAsThoseOfABuild) {
   const std::wstring longest(235, L'x');
-  EXPECT_THAT(Refusals(Manifest({"bin"}, {longest})), IsEmpty());
-  EXPECT_THAT(Refusals(Manifest({"bin"}, {longest + L"x"})),
-              ElementsAre("'" + std::string(236, 'x') + "' is longer than 235 characters"));
+  const std::string address =
+      ": the Launcher appends names to addresses as they stand, where %, # and ? have meanings of "
+      "their own";
+  EXPECT_THAT(
+      Refusals(Manifest({"bin", "bin/50%", "aux"},
+                        {longest, longest + L"x", L"bin/100%.txt", L"a#b", L"bin/nul.txt",
+                         L"launcher.exe", L"_OLD.exe", L"bin/x.publishing", L"bin\\a:b"})),
+      ElementsAre(
+          "'bin/50%'" + address, "'aux': Windows takes 'aux' for a device",
+          "'" + std::string(236, 'x') +
+              "': in the staging folder its path has 256 characters, and the Launcher opens none "
+              "of more than 255",
+          "'bin/100%.txt'" + address, "'a#b'" + address,
+          "'bin/nul.txt': Windows takes 'nul.txt' for a device",
+          "'launcher.exe': the Launcher cannot replace itself while it runs",
+          "'_OLD.exe': the Launcher deletes this file at every start",
+          "'bin/x.publishing': names ending in .publishing are this tool's own, for files that it "
+          "is writing",
+          "'bin/a:b': Windows allows none of \" * : < > | \\ in a name",
+          "'bin\\a:b' is written with a backslash"));
+}
+
+TEST(ManifestCheck, TheLaunchersFileIsTheOneOfThatName) {
+  Findings findings;
+  CheckManifest(Manifest({"bin"}, {L"Launcher.exe", L"Start.exe"}), "place", L"start.exe",
+                findings);
+  EXPECT_THAT(Rules(findings.refusals),
+              ElementsAre("'Start.exe': the Launcher cannot replace itself while it runs"));
+}
+
+TEST(ManifestCheck, NamesThatNotEveryServerTakesAreWarnedOf) {
+  Findings findings;
+  CheckManifest(Manifest({"bin"}, {L"bin/a+b"}), "place", L"Launcher.exe", findings);
+  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
+  EXPECT_THAT(Rules(findings.warnings),
+              ElementsAre("'bin/a+b': the Launcher appends names to addresses as they stand, and "
+                          "not every server takes + [ ] { } ^ ` there"));
 }
 
 TEST(ManifestCheck, NamesThatTheLauncherOrTheServerUsesAreTold) {
   EXPECT_THAT(Refusals(Manifest({"intermediate", "intermediate/update", "Updater"},
                                 {L"intermediate/update/a", L"gameversion.vpak",
                                  L"GAME_UPDATE.manifest", L"Updater/x", L"UpdaterX"})),
-              ElementsAre("'intermediate/update/a' lies in the staging folder",
-                          "'gameversion.vpak' stands where the server has files of its own",
-                          "'GAME_UPDATE.manifest' stands where the server has files of its own",
+              ElementsAre("'intermediate/update': the Launcher stages updates in "
+                          "Intermediate\\Update",
+                          "'Updater': the folder is the Launcher's own, on the server and on a "
+                          "player's disk",
+                          "'gameversion.vpak': the server has a file of its own by this name",
+                          "'GAME_UPDATE.manifest': the server has a file of its own by this name",
+                          "'intermediate/update/a' lies in the staging folder",
                           "'Updater/x' stands where the server has files of its own"));
 }
 
@@ -133,7 +171,7 @@ TEST(ManifestCheck, NamesAreWrittenWithSlashesAndInAscii) {
               ElementsAre("'bin\\a' is written with a backslash"));
   const std::vector<std::string> beyond = Refusals(Manifest({"bin"}, {L"bin/\xFFE9"}));
   ASSERT_EQ(beyond.size(), 1U);
-  EXPECT_TRUE(beyond[0].ends_with("holds characters beyond ASCII"));
+  EXPECT_TRUE(beyond[0].ends_with("printable ASCII: the Launcher decodes no others"));
 }
 
 }  // namespace

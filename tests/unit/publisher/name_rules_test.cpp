@@ -157,6 +157,8 @@ TEST(NameRules, SeveralThingsWrongAreAllTold) {
 
 TEST(NameRules, CaseKeysAreThoseOfTheFileSystem) {
   EXPECT_EQ(CaseKey(L"Bin/a.DLL"), CaseKey(L"bIN/A.dll"));
+  EXPECT_EQ(CaseKey(L"Bin\\a"), L"BIN/A");
+  EXPECT_EQ(CaseKey(L"\u00e4/\u0436"), L"\u00c4/\u0416");
   EXPECT_NE(CaseKey(L"a"), CaseKey(L"b"));
 }
 

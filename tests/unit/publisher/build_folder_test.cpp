@@ -1,0 +1,116 @@
+#include "publisher/build_folder.h"
+
+#include "core/windows.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "core/files.h"
+#include "core/unicode.h"
+#include "support/temp_folder.h"
+
+namespace ve::publish {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kNoGame =
+    "the build has no such file, which is the game that the Launcher starts";
+
+std::vector<std::string> Told(const std::vector<Finding>& findings) {
+  std::vector<std::string> told;
+  for (const Finding& finding : findings) told.push_back(finding.subject + ": " + finding.rule);
+  return told;
+}
+
+class BuildFolderTest : public test::TempFolder {
+ protected:
+  BuildFolderTest() { file::MakeDirectory(L"bin"); }
+
+  Findings Read() {
+    Findings findings;
+    build_ = ReadBuildFolder(Folder(), L"Launcher.exe", findings);
+    return findings;
+  }
+
+  BuildFolder build_;
+};
+
+TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
+  test::WriteWhole(L"bin\\Velmorant Player.exe", "game");
+  test::WriteWhole(L"a.txt", "a");
+  const Findings findings = Read();
+  EXPECT_THAT(Told(findings.refusals), IsEmpty());
+  EXPECT_THAT(Told(findings.warnings), IsEmpty());
+  EXPECT_THAT(build_.directories, ElementsAre(L"bin"));
+  ASSERT_EQ(build_.files.size(), 2U);
+  EXPECT_EQ(build_.files[0].name, L"a.txt");
+  EXPECT_EQ(build_.files[1].name, L"bin/Velmorant Player.exe");
+  EXPECT_EQ(build_.files[1].size, 4U);
+  EXPECT_EQ(build_.Bytes(), 5U);
+}
+
+TEST_F(BuildFolderTest, ABuildWithoutTheGameIsWarnedOf) {
+  test::WriteWhole(L"Velmorant Player.exe", "game");
+  const Findings findings = Read();
+  EXPECT_THAT(Told(findings.refusals), IsEmpty());
+  EXPECT_THAT(Told(findings.warnings),
+              ElementsAre(std::string("bin/Velmorant Player.exe: ") + kNoGame));
+}
+
+TEST_F(BuildFolderTest, TheGamesNameMayBeInAnotherCase) {
+  test::WriteWhole(L"bin\\velmorant player.EXE", "game");
+  EXPECT_THAT(Told(Read().warnings), IsEmpty());
+}
+
+class ChangedBuild : public BuildFolderTest {
+ protected:
+  ChangedBuild() {
+    test::WriteWhole(L"bin\\a.dat", "first");
+    test::WriteWhole(L"bin\\b.dat", "second");
+    EXPECT_THAT(Told(Read().refusals), IsEmpty());
+  }
+
+  std::vector<std::string> Changes() {
+    Findings findings;
+    CheckUnchanged(Folder(), build_, findings);
+    return Told(findings.refusals);
+  }
+
+  static void SetTime(const wchar_t* path, std::int64_t ticks) {
+    const HANDLE file =
+        CreateFileW(path, FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &time));
+    CloseHandle(file);
+  }
+};
+
+constexpr const char* kChanged = "bin/b.dat: it was changed while the build was published";
+
+TEST_F(ChangedBuild, WithoutAChangeNothingIsTold) { EXPECT_THAT(Changes(), IsEmpty()); }
+
+TEST_F(ChangedBuild, AnotherSizeIsTold) {
+  test::WriteWhole(L"bin\\b.dat", "another");
+  SetTime(L"bin\\b.dat", build_.files[1].written);
+  EXPECT_THAT(Changes(), ElementsAre(kChanged));
+}
+
+TEST_F(ChangedBuild, AnotherTimeIsToldBothWays) {
+  const std::int64_t second = 10'000'000;
+  SetTime(L"bin\\b.dat", build_.files[1].written + second);
+  EXPECT_THAT(Changes(), ElementsAre(kChanged));
+  SetTime(L"bin\\b.dat", build_.files[1].written - second);
+  EXPECT_THAT(Changes(), ElementsAre(kChanged));
+}
+
+TEST_F(ChangedBuild, AMissingFileIsTold) {
+  file::Remove(L"bin\\b.dat");
+  EXPECT_THAT(Changes(), ElementsAre(kChanged));
+}
+
+}  // namespace
+}  // namespace ve::publish
