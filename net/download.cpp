@@ -1,36 +1,17 @@
 #include "net/download.h"
 
-#include "core/windows.h"
-
-#include <wininet.h>
-
 #include <array>
+#include <optional>
 
 #include "core/format.h"
-#include "core/handle.h"
 #include "net/com_scope.h"
+#include "net/internet_request.h"
 #include "net/wininet_error.h"
 
 namespace ve {
 namespace {
 
-struct InternetHandlePolicy {
-  using Value = HINTERNET;
-  static Value Empty() noexcept { return nullptr; }
-  static bool Close(Value handle) noexcept { return InternetCloseHandle(handle) != FALSE; }
-};
-using UniqueInternetHandle = Unique<InternetHandlePolicy>;
-
-constexpr DWORD kRequestFlags =
-    INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_AUTH;
-
 DownloadResult LastErrorFailure() { return DownloadResult::Failure(WinINetErrorText().text); }
-
-/// A number from the response's header. False, with the last error set, if it has no such number.
-bool QueryNumber(HINTERNET request, DWORD what, DWORD& number) {
-  DWORD size = sizeof(number);
-  return HttpQueryInfoW(request, what | HTTP_QUERY_FLAG_NUMBER, &number, &size, nullptr) != FALSE;
-}
 
 DownloadResult StatusFailure(DWORD status) {
   switch (status) {
@@ -57,16 +38,14 @@ DownloadResult Download(std::wstring_view url) {
       InternetOpenUrlW(root.Get(), std::wstring(url).c_str(), nullptr, 0, kRequestFlags, 0));
   if (!request) return LastErrorFailure();
 
-  DWORD status = 0;
-  if (!QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE, status)) return LastErrorFailure();
-  if (status != HTTP_STATUS_OK) return StatusFailure(status);
+  const std::optional<DWORD> status = QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE);
+  if (!status) return LastErrorFailure();
+  if (*status != HTTP_STATUS_OK) return StatusFailure(*status);
 
-  DWORD contentLength = 0;
-  if (!QueryNumber(request.Get(), HTTP_QUERY_CONTENT_LENGTH, contentLength)) {
-    return LastErrorFailure();
-  }
+  const std::optional<DWORD> contentLength = QueryNumber(request.Get(), HTTP_QUERY_CONTENT_LENGTH);
+  if (!contentLength) return LastErrorFailure();
   std::string body;
-  body.reserve(contentLength);
+  body.reserve(*contentLength);
   for (;;) {
     std::array<char, 1024> piece;
     DWORD size = 0;

@@ -1,38 +1,11 @@
 #include "publisher/announced_length.h"
 
-#include "core/windows.h"
-
-#include <wininet.h>
-
 #include <string>
 
-#include "core/handle.h"
 #include "net/com_scope.h"
+#include "net/internet_request.h"
 
 namespace ve::publish {
-namespace {
-
-struct InternetHandlePolicy {
-  using Value = HINTERNET;
-  static Value Empty() noexcept { return nullptr; }
-  static bool Close(Value handle) noexcept { return InternetCloseHandle(handle) != FALSE; }
-};
-using UniqueInternetHandle = Unique<InternetHandlePolicy>;
-
-// As the Launcher asks.
-constexpr DWORD kRequestFlags =
-    INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_AUTH;
-
-std::optional<DWORD> QueryNumber(HINTERNET request, DWORD what) {
-  DWORD number = 0;
-  DWORD size = sizeof(number);
-  if (HttpQueryInfoW(request, what | HTTP_QUERY_FLAG_NUMBER, &number, &size, nullptr) == FALSE) {
-    return {};
-  }
-  return number;
-}
-
-}  // namespace
 
 std::optional<std::uint64_t> AnnouncedLength(std::wstring_view url) {
   const ComScope com;

@@ -103,7 +103,7 @@ UniqueHandle StartSwapProcess(const std::wstring& server, std::wstring_view chan
   Require(CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
                          CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
                          &startup.StartupInfo, &started));
-  CloseHandle(started.hThread);
+  const UniqueHandle thread(started.hThread);
   return UniqueHandle(started.hProcess);
 }
 
