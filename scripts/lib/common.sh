@@ -230,9 +230,23 @@ start_desktop() {
   # services, which nobody could reach any more, would stay.
   setsid "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 &
   wineserver_pid=$!
+  await_wineserver
   # The first program starts Wine's services, which keep its output open: it must not be one whose
   # output somebody reads to the end.
-  "$wine_dir/wine64" cmd /c exit </dev/null >/dev/null 2>&1
+  "$wine_dir/wine64" cmd /c exit </dev/null >/dev/null 2>&1 || fail "Wine does not start a program."
+}
+
+# Until the wineserver can be asked: a program that comes earlier would start a second one, in another
+# directory, and one of the two would end with code 1 and without a word.
+await_wineserver() {
+  local tries
+  for ((tries = 0; tries < 500; ++tries)); do
+    if compgen -G "${TMPDIR:-/tmp}/$(cat "$WINEPREFIX/wineserver" 2>/dev/null)/server-*/socket" >/dev/null; then
+      return
+    fi
+    sleep 0.02
+  done
+  fail "the wineserver does not start."
 }
 
 # keep_desktop PRESET: the same for Wine's desktop, which comes with the first window and goes some
