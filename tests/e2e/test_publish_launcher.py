@@ -249,7 +249,7 @@ def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(bu
     nginx.start()
     try:
         old = formats.updater_data(f"http://127.0.0.1:{nginx.port}/")
-        new = formats.updater_data(f"http://localhost:{nginx.port}/")
+        new = formats.updater_data(f"http://127.0.0.1:{nginx.port}/./")
         folder = GameFolder(place / "game")
         folder.put_copy("Launcher.exe", build.launcher)
         folder.put_copy(GAME, build.player)
