@@ -101,8 +101,8 @@ def test_read_only_and_hidden_files_are_published_like_others(publish_game, buil
     publish_game(FILES, "1.0.0.0")
     source = place / "build"
     (source / "readme.txt").write_bytes(b"changed")
-    (source / "readme.txt").chmod(0o444)
     os.setxattr(source / "readme.txt", "user.DOSATTRIB", b"0x3")
+    (source / "readme.txt").chmod(0o444)
     done = publish_build(build, source, server, "1.0.0.1")
     assert "readme.txt: it is hidden or a system file; players get it like any other" in done.warnings
     files = {**FILES, "readme.txt": b"changed"}

@@ -135,7 +135,8 @@ class Oracle:
         foretold = set(as_names(told["changes"]["written"]))
         assert written <= foretold
         copies = {name.replace("\\", "/").lower() for name in game["copied"]}
-        staged = {f"{STAGING}/{name}".lower() for name in copies}
+        fetched = {file["name"].lower() for file in game["downloaded"]}
+        staged = {f"{STAGING}/{name}".lower() for name in copies | fetched}
         same = {name.lower() for name in foretold - written}
         assert same <= copies | staged, "only a copy of the same content is no change"
 
