@@ -181,13 +181,16 @@ class Run:
         """Goes on until the program waits for the answer that the gate holds back."""
         self.wait_until(lambda _: gate.reached, "the request that is held back")
 
-    def finish(self) -> None:
-        """Goes on to the end, and fails unless a whole run with all expected dialogs was seen."""
+    def _watch_to_the_end(self) -> None:
         while not self.ended:
             self._take_event("the end of the run")
         self.close()
         assert self.failure is None, f"the start failed; {self.describe()}"
         assert self.completed, f"the watch broke off; {self.describe()}"
+
+    def finish(self) -> None:
+        """Goes on to the end, and fails unless a whole run with all expected dialogs was seen."""
+        self._watch_to_the_end()
         assert len(self.exits) == self.starts > 0, f"{self.starts} starts; {self.describe()}"
         assert self._pending is None, f"a dialog was never answered; {self.describe()}"
         missing = [answer.dialog.caption for answer in self._answers]

@@ -45,11 +45,7 @@ class KilledRun(LauncherRun):
     """A run that may end anywhere: no dialog has to come, but those that come have to be these."""
 
     def finish(self) -> None:
-        while not self.ended:
-            self._take_event("the end of the run")
-        self.close()
-        assert self.failure is None, f"the start failed; {self.describe()}"
-        assert self.completed, f"the watch broke off; {self.describe()}"
+        self._watch_to_the_end()
         codes = self.exit_codes(self.launcher)
         assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
 
