@@ -5,6 +5,15 @@
 # Sourced, never run.
 # shellcheck disable=SC2034 # The lists of packages are used by those who source this.
 
+# Debian's wine64 is linked at a fixed address, and since Linux 6.9 its heap may begin up to a gigabyte
+# above it, which now and then is where Windows programs have the system's shared data (0x7ffe0000).
+# Then Wine cannot start the program and ends with code 1 and without a word: here about one start in
+# ten thousand. Everything therefore runs without randomised addresses where the system lets it (a
+# container may not).
+if [[ -z ${FIXED_ADDRESSES:-} ]] && setarch -R true 2>/dev/null; then
+  FIXED_ADDRESSES=yes exec setarch -R "$0" "$@"
+fi
+
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 jobs=$(nproc)
 wine_dir=/usr/lib/wine

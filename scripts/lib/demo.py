@@ -242,7 +242,7 @@ class Demo:
         self.runs += 1
         run = self._watch(folder, answers or {})
         if run.did_not_start():
-            # Under load Wine fails to start a process at all, about once in a thousand times.
+            # Where addresses are randomised Wine now and then starts no process (lib/common.sh).
             self.tell("again", "Wine did not start the Launcher, and nothing has happened yet.")
             run = self._watch(folder, answers or {})
         return run

@@ -383,8 +383,8 @@ class LauncherRun(Run):
 
     @property
     def was_not_started(self) -> bool:
-        """Whether Wine, not the Launcher, failed, as it does under load about once in a thousand
-        starts: the watch ended without having set the Launcher going."""
+        """Whether Wine, not the Launcher, failed, as it now and then does where addresses are
+        randomised (scripts/lib/common.sh): the watch ended without having set the Launcher going."""
         return self.ended and not self.started
 
     @property
