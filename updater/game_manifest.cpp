@@ -47,6 +47,23 @@ FileLine ReadFileLine(std::string_view line, std::size_t index) {
   return {name, size, digest};
 }
 
+/// Whether the line is seen to be right without reading its number: it begins with the name, and
+/// the size has at most fourteen digits, the first of them not 0. Nearly all lines are of this
+/// kind.
+bool IsPlainFileLine(std::string_view line) noexcept {
+  if (line.size() < kDigestLength + 1 || line.front() != '\'') return false;
+  const char* const end = line.data() + line.size();
+  const char* const name = line.data() + 1;
+  const char* const close = FindByte<'\''>(name, end);
+  const char* const sizeEnd = end - kDigestLength - 1;
+  if (close == name || sizeEnd - close < 3 || sizeEnd - close > kStep || close[1] != ' ')
+    return false;
+  const char* const size = close + 2;
+  // What is looked at here ends before the digest does.
+  const unsigned blanks = Matches<' '>(LoadStep(size));
+  return *size >= '1' && *size <= '9' && size + std::countr_zero(blanks) == sizeEnd;
+}
+
 }  // namespace
 
 FileEntry EntryOf(std::string_view fileLine) {
@@ -118,7 +135,7 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
   for (std::size_t index = 0; index < linesLeft; ++index) {
     const std::string_view fileLine = lines.Next();
     line = fileLine;
-    (void)ReadFileLine(fileLine, index);
+    if (!IsPlainFileLine(fileLine)) (void)ReadFileLine(fileLine, index);
     manifest.fileLines.push_back(fileLine);
   }
   return manifest;

@@ -266,6 +266,72 @@ TEST(GameManifest, TheFirstFaultyFileLineIsReported) {
             "Invalid empty file size at line 1, for file 'a'");
 }
 
+/// The error of a manifest with this one file line, by the rules in their plainest form.
+std::string ErrorByTheRules(const std::string& line) {
+  const std::size_t open = line.find('\'');
+  const std::size_t close = open == std::string::npos ? open : line.find('\'', open + 1);
+  if (close == std::string::npos || close == open + 1) return "Invalid file-name at line 0: ''";
+  const std::string name = line.substr(open + 1, close - open - 1);
+  std::string rest = line.substr(close + 1);
+  if (!rest.empty() && rest[0] == ' ') rest.erase(0, 1);
+  const std::size_t blank = rest.find(' ');
+  const std::string digest = blank == std::string::npos ? "" : rest.substr(blank + 1);
+  std::string sizeText = rest.substr(0, blank);
+  if (!sizeText.empty() && sizeText[0] == '-') sizeText.erase(0, 1);
+  std::uint64_t size = 0;
+  for (std::size_t i = 0; i < sizeText.size() && sizeText[i] >= '0' && sizeText[i] <= '9'; ++i) {
+    size = size * 10 + static_cast<std::uint64_t>(sizeText[i] - '0');
+  }
+  if (size == 0) return "Invalid empty file size at line 0, for file '" + name + "'";
+  if (digest.size() == 32) return "";
+  return "Invalid hash '" + digest + "' with length " + std::to_string(digest.size()) +
+         " at line 0 for file '" + name + "'.";
+}
+
+// Lines that are right at first sight are not read byte by byte: nothing wrong may pass for one.
+TEST(GameManifest, EveryMixtureOfRightAndWrongPartsIsJudgedByTheRules) {
+  const std::string twenty = "18446744073709551616";  // 2^64, which wraps to 0.
+  std::vector<std::string> sizes = {"",  "0",  "00", "01",  "-1",  "-0",
+                                    "x", "7x", "x7", "7 7", twenty};
+  sizes.push_back(std::string(17, '7') + " " + std::string(14, '7'));
+  for (std::size_t digits = 1; digits < 20; ++digits) {
+    sizes.push_back(twenty.substr(0, digits));
+    sizes.push_back(std::string(digits, '0') + "5");
+  }
+  std::size_t right = 0;
+  std::size_t wrong = 0;
+  for (const std::string before : {"", "x", "xx", " ", "'", "''"}) {
+    for (const std::string name :
+         {"", "a", "a b", "bin/fifteen.dll", "bin/a name of more steps.dll",
+          " 7 0123456789abcdef0123456789abcdef"}) {
+      for (const std::string between : {"", "'", "' ", "'  ", " ", "''", "'x"}) {
+        for (const std::string& size : sizes) {
+          for (const std::string digest :
+               {"", " ", "  ", "0123456789abcdef0123456789abcde",
+                " 0123456789abcdef0123456789abcde", " 0123456789abcdef0123456789abcdef",
+                " 0123456789abcdef0123456789abcdef0", "  0123456789abcdef0123456789abcde",
+                " 0123456789abcdef 123456789abcde ", " '123456789abcdef0123456789abcdef",
+                "0123456789abcdef0123456789abcdef"}) {
+            const std::string line = before + "'" + name + between + size + digest;
+            const std::string expected = ErrorByTheRules(line);
+            ++(expected.empty() ? right : wrong);
+            const std::string text =
+                "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n" + line;
+            if (expected.empty()) {
+              std::string read = text;
+              EXPECT_NO_THROW((void)ReadGameUpdateManifest(read)) << line;
+            } else {
+              EXPECT_EQ(ErrorOf(text), expected) << line;
+            }
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(right, 3000U);
+  EXPECT_GT(wrong, 30000U);
+}
+
 TEST(GameManifest, BracesInTheTextAreNoPlaceholders) {
   EXPECT_EQ(FileLineError("'{}{1}' 0 x"), "Invalid empty file size at line 0, for file '{}{1}'");
 }
