@@ -11,7 +11,7 @@
 # ten thousand. Everything therefore runs without randomised addresses where the system lets it (a
 # container may not).
 if [[ -z ${FIXED_ADDRESSES:-} ]] && setarch -R true 2>/dev/null; then
-  FIXED_ADDRESSES=yes exec setarch -R "$0" "$@"
+  FIXED_ADDRESSES=yes exec setarch -R "$BASH" "$0" "$@"
 fi
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
