@@ -47,17 +47,17 @@ FileLine ReadFileLine(std::string_view line, std::size_t index) {
   return {name, size, digest};
 }
 
-/// Whether the line is seen to be right without reading its number: it begins with the name, and
-/// the size has at most fourteen digits, the first of them not 0. Nearly all lines are of this
-/// kind.
+/// Whether the line is seen to be right without reading its number: the name comes first, then
+/// after a blank a size of at most fourteen characters, the first a digit above 0, then a digest of
+/// the right length. Nearly all lines are of this kind.
 bool IsPlainFileLine(std::string_view line) noexcept {
   if (line.size() < kDigestLength + 1 || line.front() != '\'') return false;
   const char* const end = line.data() + line.size();
   const char* const name = line.data() + 1;
   const char* const close = FindByte<'\''>(name, end);
   const char* const sizeEnd = end - kDigestLength - 1;
-  if (close == name || sizeEnd - close < 3 || sizeEnd - close > kStep || close[1] != ' ')
-    return false;
+  if (close == name || sizeEnd - close < 3 || sizeEnd - close > kStep) return false;
+  if (close[1] != ' ') return false;
   const char* const size = close + 2;
   // What is looked at here ends before the digest does.
   const unsigned blanks = Matches<' '>(LoadStep(size));
