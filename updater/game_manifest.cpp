@@ -1,6 +1,7 @@
 #include "updater/game_manifest.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "core/errors.h"
 #include "core/format.h"

@@ -2,8 +2,7 @@
 // measurements: the case, its units, our nanoseconds and theirs.
 //
 // usage: native_bench PAIRS SECONDS
-//        native_bench check FILE...   the nanoseconds that one read and the digest of each file
-//        take
+//        native_bench check FILE...   nanoseconds of one read and the digest of each file
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <fcntl.h>
@@ -58,7 +57,7 @@ void OpenSslMd5(const void* bytes, std::size_t size) {
 
 /// What checking an installed game consists of, and nothing else.
 int Check(const std::vector<std::string>& paths) {
-  // As where Windows' heap has large blocks: the system copies a file to any other place at a third
+  // Where Wine's heap has large blocks, too: the system copies a file to any other place at a third
   // of the speed.
   struct alignas(64) CacheLine {
     std::byte bytes[64];
