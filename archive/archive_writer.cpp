@@ -2,14 +2,14 @@
 
 #include <filesystem>
 
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 
 namespace ve::file {
 
 ArchiveWriter::ArchiveWriter(std::wstring_view path, ArchiveMode mode)
     : mode_(mode),
       toFile_(true),
-      file_(std::filesystem::path(WidePathText(path).Get()), std::ios::out | std::ios::binary) {
+      file_(std::filesystem::path(WidePath(path).Get()), std::ios::out | std::ios::binary) {
   WriteHeader();
 }
 

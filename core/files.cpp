@@ -15,7 +15,7 @@
 
 #include "core/errors.h"
 #include "core/file_errors.h"
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
 #include "core/unicode.h"
@@ -38,19 +38,19 @@ constexpr OpenMode kWrite{"wb", L"wb"};
 /// Opening a longer path fails: cut to size it would name another file.
 template <class Char>
 bool IsTooLong(std::basic_string_view<Char> path) {
-  if (path.size() <= FixedText<Char, 256>::kMostCharacters) return false;
+  if (path.size() <= TruncatedString<Char, 256>::kMaxCharacters) return false;
   errno = ENAMETOOLONG;
   return true;
 }
 
 UniqueStream OpenStream(std::string_view path, OpenMode mode) {
   if (IsTooLong(path)) return {};
-  return UniqueStream(std::fopen(NarrowPathText(path).Get(), mode.narrow));
+  return UniqueStream(std::fopen(NarrowPath(path).Get(), mode.narrow));
 }
 
 UniqueStream OpenStream(std::wstring_view path, OpenMode mode) {
   if (IsTooLong(path)) return {};
-  return UniqueStream(_wfopen(WidePathText(path).Get(), mode.wide));
+  return UniqueStream(_wfopen(WidePath(path).Get(), mode.wide));
 }
 
 std::wstring AsWidePath(std::string_view path) { return AnsiToWide(path); }

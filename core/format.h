@@ -52,7 +52,7 @@ class IntegerText {
   template <FormattableInteger Integer>
   explicit IntegerText(Integer number) noexcept {
     using Widest = std::conditional_t<std::is_signed_v<Integer>, std::int64_t, std::uint64_t>;
-    std::array<char, kMostCharacters> digits;
+    std::array<char, kMaxCharacters> digits;
     const auto end =
         std::to_chars(digits.data(), digits.data() + digits.size(), static_cast<Widest>(number));
     while (digits.data() + length_ != end.ptr) {
@@ -66,8 +66,8 @@ class IntegerText {
   }
 
  private:
-  static constexpr std::size_t kMostCharacters = 20;  // of a signed 64-bit number
-  std::array<Char, kMostCharacters> text_;
+  static constexpr std::size_t kMaxCharacters = 20;  // of a signed 64-bit number
+  std::array<Char, kMaxCharacters> text_;
   std::size_t length_ = 0;
 };
 

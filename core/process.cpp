@@ -7,7 +7,7 @@
 #include <array>
 #include <string>
 
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
 #include "core/unicode.h"
@@ -40,8 +40,8 @@ void ForwardOutput(HANDLE readEnd, const OutputReceiver& receiver) {
 
 bool StartProcess(std::wstring_view application, std::wstring_view commandLine,
                   std::wstring_view workingDirectory, bool debug) {
-  const WidePathText applicationText(application);
-  WidePathText commandLineText(commandLine);
+  const WidePath applicationText(application);
+  WidePath commandLineText(commandLine);
 
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
@@ -81,7 +81,7 @@ bool SystemCall(std::string_view command, const OutputReceiver& receiver) {
     }
   }
 
-  FixedText<char, 513> commandText(command);
+  TruncatedString<char, 513> commandText(command);
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
   if (receiver) {

@@ -2,7 +2,7 @@
 
 #include "core/windows.h"
 
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 #include "core/format.h"
 #include "core/message_sink.h"
 #include "core/unicode.h"
@@ -21,13 +21,13 @@ std::wstring ProductSubkey(std::wstring_view subkey) {
 }  // namespace
 
 bool RegistryValueExists(Hive hive, std::wstring_view subkey, std::wstring_view name) {
-  return RegGetValueW(KeyOf(hive), WidePathText(subkey).Get(), WidePathText(name).Get(), RRF_RT_ANY,
+  return RegGetValueW(KeyOf(hive), WidePath(subkey).Get(), WidePath(name).Get(), RRF_RT_ANY,
                       nullptr, nullptr, nullptr) == ERROR_SUCCESS;
 }
 
 std::wstring ReadRegistryString(Hive hive, std::wstring_view subkey, std::wstring_view name) {
-  const WidePathText subkeyText(subkey);
-  const WidePathText nameText(name);
+  const WidePath subkeyText(subkey);
+  const WidePath nameText(name);
   DWORD bytes = 0;
   const LSTATUS status = RegGetValueW(KeyOf(hive), subkeyText.Get(), nameText.Get(), RRF_RT_REG_SZ,
                                       nullptr, nullptr, &bytes);
@@ -52,15 +52,15 @@ std::wstring ReadProductString(std::wstring_view subkey, std::wstring_view name)
 
 bool WriteRegistryNumber(Hive hive, std::wstring_view subkey, std::wstring_view name,
                          std::uint32_t number) {
-  return RegSetKeyValueW(KeyOf(hive), WidePathText(subkey).Get(), WidePathText(name).Get(),
+  return RegSetKeyValueW(KeyOf(hive), WidePath(subkey).Get(), WidePath(name).Get(),
                          REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
 }
 
 void WriteProductString(std::wstring_view subkey, std::wstring_view name, std::wstring_view text) {
   // Terminated, because Windows looks at the character behind the stated size.
   const std::wstring value(text);
-  RegSetKeyValueW(HKEY_CURRENT_USER, WidePathText(ProductSubkey(subkey)).Get(),
-                  WidePathText(name).Get(), REG_SZ, value.c_str(),
+  RegSetKeyValueW(HKEY_CURRENT_USER, WidePath(ProductSubkey(subkey)).Get(),
+                  WidePath(name).Get(), REG_SZ, value.c_str(),
                   static_cast<DWORD>(value.size() * sizeof(wchar_t)));
 }
 

@@ -10,7 +10,7 @@
 #include "core/errors.h"
 #include "core/file_errors.h"
 #include "core/files.h"
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/md5.h"
@@ -218,7 +218,7 @@ DWORD ImaginedDisk::WhyNotRemoved(const Entry& entry) const {
 }
 
 void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
-  if (path.size() > WidePathText::kMostCharacters) file::ThrowSaveError(path, ENAMETOOLONG);
+  if (path.size() > WidePath::kMaxCharacters) file::ThrowSaveError(path, ENAMETOOLONG);
   const Place place = Find(path);
   if (!place.inside) return;
   if (place.entry != nullptr) {

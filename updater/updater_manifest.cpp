@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/errors.h"
-#include "core/fixed_text.h"
+#include "core/truncated_string.h"
 #include "updater/manifest_text.h"
 
 namespace ve::sdk {
@@ -66,7 +66,7 @@ std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
 
 void WriteUpdaterManifest(std::wstring_view path) {
   // In text mode: every line feed is stored as carriage return and line feed.
-  std::ofstream manifest(std::filesystem::path(WidePathText(path).Get()),
+  std::ofstream manifest(std::filesystem::path(WidePath(path).Get()),
                          std::ios::out | std::ios::trunc);
   manifest << kHeader << '\n'
            << Format("{}: {}\n", kFileVersionKey, kMinimumFileVersion)

@@ -12,12 +12,12 @@ namespace ve {
 /// Holds at most `Capacity` - 1 characters of the text it is made from, and a terminator. Longer
 /// text is cut, never written past the end.
 template <class Char, std::size_t Capacity>
-class FixedText {
+class TruncatedString {
  public:
-  static constexpr std::size_t kMostCharacters = Capacity - 1;
+  static constexpr std::size_t kMaxCharacters = Capacity - 1;
 
-  explicit FixedText(std::basic_string_view<Char> text) noexcept {
-    const std::size_t length = std::min(text.size(), kMostCharacters);
+  explicit TruncatedString(std::basic_string_view<Char> text) noexcept {
+    const std::size_t length = std::min(text.size(), kMaxCharacters);
     std::copy_n(text.data(), length, buffer_.data());
     buffer_[length] = Char{};
   }
@@ -30,7 +30,7 @@ class FixedText {
   std::array<Char, Capacity> buffer_;
 };
 
-using NarrowPathText = FixedText<char, 256>;   ///< At most 255 bytes.
-using WidePathText = FixedText<wchar_t, 256>;  ///< At most 255 UTF-16 units.
+using NarrowPath = TruncatedString<char, 256>;   ///< At most 255 bytes.
+using WidePath = TruncatedString<wchar_t, 256>;  ///< At most 255 UTF-16 units.
 
 }  // namespace ve
