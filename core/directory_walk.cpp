@@ -18,7 +18,7 @@ bool IsDots(const wchar_t* name) {
 }
 
 /// Walks the directory that `path` names. The path of each entry is made in place, behind it.
-void WalkInto(std::wstring& path, const std::function<Descend(const DirectoryEntry&)>& visit) {
+void WalkInto(std::wstring& path, const std::function<WalkAction(const DirectoryEntry&)>& visit) {
   const std::size_t directoryLength = path.size();
   if (path.find_last_of(L"\\/:") != directoryLength - 1) path += L'\\';
   const std::size_t prefixLength = path.size();
@@ -38,7 +38,7 @@ void WalkInto(std::wstring& path, const std::function<Descend(const DirectoryEnt
     path.resize(prefixLength);
     path += found.cFileName;
     const DirectoryEntry entry{path, found.dwFileAttributes, found.dwReserved0};
-    if (visit(entry) == Descend::kYes && entry.IsEnterable()) WalkInto(path, visit);
+    if (visit(entry) == WalkAction::kRecurse && entry.ShouldRecurse()) WalkInto(path, visit);
   } while (FindNextFileW(search.Get(), &found) != FALSE);
   const DWORD endError = GetLastError();
   path.resize(directoryLength);
@@ -48,7 +48,7 @@ void WalkInto(std::wstring& path, const std::function<Descend(const DirectoryEnt
 }  // namespace
 
 void WalkDirectory(std::wstring_view root,
-                   const std::function<Descend(const DirectoryEntry&)>& visit) {
+                   const std::function<WalkAction(const DirectoryEntry&)>& visit) {
   // An empty root would otherwise mean the root of the current drive.
   if (root.empty()) ThrowWalkError(root, ERROR_PATH_NOT_FOUND);
   std::wstring path(root);
@@ -65,7 +65,7 @@ void RemoveTree(std::wstring_view path) {
   std::vector<Entry> entries;
   WalkDirectory(path, [&entries](const DirectoryEntry& entry) {
     entries.push_back({std::wstring(entry.path), entry.IsDirectory()});
-    return Descend::kYes;
+    return WalkAction::kRecurse;
   });
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     const DWORD code = TryRemoveKnown(entry->path, entry->isDirectory);

@@ -29,16 +29,16 @@ struct DirectoryEntry {
            (reparseTag == IO_REPARSE_TAG_RESERVED_ZERO || IsReparseTagNameSurrogate(reparseTag));
   }
   /// A directory that is part of the tree.
-  [[nodiscard]] bool IsEnterable() const noexcept { return IsDirectory() && !IsLink(); }
+  [[nodiscard]] bool ShouldRecurse() const noexcept { return IsDirectory() && !IsLink(); }
 };
 
-enum class Descend { kYes, kNo };
+enum class WalkAction { kRecurse, kSkip };
 
 /// Visits every entry below `root`, a directory before its contents, in the file system's order.
 /// What a visit returns for a directory says whether its contents are visited. Throws a filesystem
 /// error ("directory_entry::status") if a directory cannot be read.
 void WalkDirectory(std::wstring_view root,
-                   const std::function<Descend(const DirectoryEntry&)>& visit);
+                   const std::function<WalkAction(const DirectoryEntry&)>& visit);
 
 /// Removes a directory with everything in it. Nothing at the path is no error. Throws filesystem
 /// errors; what was removed until then stays removed.

@@ -33,7 +33,7 @@ std::wstring FindNewestProject(std::wstring_view directory) {
         newest = entry.path;
       }
     }
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   return newest;
 }

@@ -53,15 +53,15 @@ class Reader {
   Reader(const std::wstring& source, std::wstring_view launcher, Findings& findings)
       : source_(source), launcher_(launcher), findings_(findings) {}
 
-  file::Descend Take(const file::DirectoryEntry& entry) {
+  file::WalkAction Take(const file::DirectoryEntry& entry) {
     const std::wstring name = WithSlashes(entry.path.substr(source_.size() + 1));
     CheckEntry(name, entry);
     if (entry.IsDirectory()) {
       build_.directories.push_back(name);
-      return IsForbiddenFolder(name) ? file::Descend::kNo : file::Descend::kYes;
+      return IsForbiddenFolder(name) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
     }
     TakeFile(name, std::wstring(entry.path));
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   }
 
   [[nodiscard]] BuildFolder Build() {

@@ -63,7 +63,7 @@ class TemporaryFile {
 /// Calls `visit` with every entry of a folder: its path below the folder, with "/".
 void WalkFolder(
     const std::wstring& folder,
-    const std::function<file::Descend(const std::wstring& name, bool isDirectory)>& visit) {
+    const std::function<file::WalkAction(const std::wstring& name, bool isDirectory)>& visit) {
   if (!file::Exists(folder)) return;
   file::WalkDirectory(folder, [&](const file::DirectoryEntry& entry) {
     std::wstring name(entry.path.substr(folder.size() + 1));
@@ -175,10 +175,10 @@ class ChannelCheck {
       }
     }
     WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
-      if (CaseKey(name) == CaseKey(kUpdaterFolder)) return file::Descend::kNo;
-      if (isDirectory && directories.contains(CaseKey(name))) return file::Descend::kYes;
+      if (CaseKey(name) == CaseKey(kUpdaterFolder)) return file::WalkAction::kSkip;
+      if (isDirectory && directories.contains(CaseKey(name))) return file::WalkAction::kRecurse;
       CheckEntry(name, isDirectory, files);
-      return file::Descend::kNo;
+      return file::WalkAction::kSkip;
     });
   }
 
@@ -266,7 +266,7 @@ class ChannelCheck {
     WalkFolder(folder, [&](const std::wstring& entry, bool /*isDirectory*/) {
       const std::wstring name = Format(L"{}/{}", kUpdaterFolder, entry);
       if (name != kUpdaterManifestName && name != kUpdaterSettingsName) others.push_back(name);
-      return file::Descend::kNo;
+      return file::WalkAction::kSkip;
     });
     if (others.empty()) {
       return Refuse(kUpdaterFolder, "holds no executable",

@@ -85,7 +85,7 @@ void RemoveHalfWrittenFiles(const std::wstring& folder) {
   std::vector<std::wstring> left;
   file::WalkDirectory(folder, [&left](const file::DirectoryEntry& entry) {
     if (!entry.IsDirectory() && entry.path.ends_with(kBesideSuffix)) left.emplace_back(entry.path);
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   for (const std::wstring& path : left) file::Remove(path);
 }
@@ -180,7 +180,7 @@ void RemoveFolder(const std::wstring& folder) {
     if ((entry.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
       SetFileAttributesW(std::wstring(entry.path).c_str(), FILE_ATTRIBUTE_NORMAL);
     }
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   file::RemoveTree(folder);
 }

@@ -85,7 +85,7 @@ ImaginedDisk::ImaginedDisk(std::wstring_view runningProgram)
   tree_->attributes = FILE_ATTRIBUTE_DIRECTORY;
   file::WalkDirectory(kWalkRoot, [this](const file::DirectoryEntry& entry) {
     Add(entry);
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   running_ = Find(runningProgram).entry;
 }
@@ -105,7 +105,7 @@ void ImaginedDisk::Add(const file::DirectoryEntry& entry) {
   added->reparseTag = entry.reparseTag;
   added->diskPath = path;
   parent->entries.emplace(path.substr(nameAt), std::move(added));
-  if (entry.IsDirectory() && !entry.IsEnterable()) links_.push_back(path);
+  if (entry.IsDirectory() && !entry.ShouldRecurse()) links_.push_back(path);
   before_.insert(std::move(path));
 }
 
@@ -292,7 +292,7 @@ void ImaginedDisk::Rename(std::wstring_view from, std::wstring_view to) {
 
 void ImaginedDisk::WalkInto(
     const Entry& directory, const std::wstring& path,
-    const std::function<file::Descend(const file::DirectoryEntry&)>& visit) const {
+    const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const {
   // The names first: a visit may remove what it is shown.
   std::vector<std::wstring> names;
   for (const auto& [name, entry] : directory.entries) names.push_back(name);
@@ -300,13 +300,13 @@ void ImaginedDisk::WalkInto(
     const std::wstring entryPath = Format(path.ends_with(L'\\') ? L"{}{}" : L"{}\\{}", path, name);
     const Entry& entry = *directory.entries.find(name)->second;
     const file::DirectoryEntry met{entryPath, entry.attributes, entry.reparseTag};
-    if (visit(met) == file::Descend::kYes && met.IsEnterable()) WalkInto(entry, entryPath, visit);
+    if (visit(met) == file::WalkAction::kRecurse && met.ShouldRecurse()) WalkInto(entry, entryPath, visit);
   }
 }
 
 void ImaginedDisk::WalkDirectory(
     std::wstring_view root,
-    const std::function<file::Descend(const file::DirectoryEntry&)>& visit) const {
+    const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const {
   const Place place = Find(root);
   if (place.entry != nullptr) WalkInto(*place.entry, std::wstring(root), visit);
 }
@@ -316,7 +316,7 @@ void ImaginedDisk::RemoveTree(std::wstring_view path) {
   std::vector<std::wstring> entries{std::wstring(path)};
   WalkDirectory(path, [&entries](const file::DirectoryEntry& entry) {
     entries.emplace_back(entry.path);
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) Remove(*entry);
 }
@@ -335,7 +335,7 @@ DiskChanges ImaginedDisk::Changes() const {
     } else if (Find(path).entry->content || Find(path).entry->diskPath != path) {
       changes.written.push_back(std::move(path));
     }
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   changes.removed.assign(gone.begin(), gone.end());
   return changes;

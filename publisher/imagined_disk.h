@@ -54,7 +54,7 @@ class ImaginedDisk {
   void Remove(std::wstring_view path);
   void Rename(std::wstring_view from, std::wstring_view to);
   void WalkDirectory(std::wstring_view root,
-                     const std::function<file::Descend(const file::DirectoryEntry&)>& visit) const;
+                     const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const;
   void RemoveTree(std::wstring_view path);
 
   /// The directories made, and the entries removed, since the last call, in their order.
@@ -98,7 +98,7 @@ class ImaginedDisk {
   [[nodiscard]] DWORD WhyNotReplaced(const Entry& file) const;
   [[nodiscard]] DWORD WhyNotRemoved(const Entry& entry) const;
   void WalkInto(const Entry& directory, const std::wstring& path,
-                const std::function<file::Descend(const file::DirectoryEntry&)>& visit) const;
+                const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const;
 
   std::wstring root_;  // The current directory, with its last backslash.
   std::unique_ptr<Entry> tree_;

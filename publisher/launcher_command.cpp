@@ -159,7 +159,7 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Findings& 
                     "it is not replaced: a Launcher of this name still gets it as its update",
                     "Remove it if no player's Launcher has this name.");
     }
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
 }
 

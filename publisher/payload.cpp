@@ -114,7 +114,7 @@ void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
     } else {
       LinkOrCopy(std::wstring(entry.path), target);
     }
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
 }
 

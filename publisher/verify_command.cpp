@@ -41,7 +41,7 @@ std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Findings&
       } else {
         findings.Warn(PathText(entry.path), "is no channel", "No Launcher ever asks for it.");
       }
-      return file::Descend::kNo;
+      return file::WalkAction::kSkip;
     });
   }
   if (channels.empty()) {

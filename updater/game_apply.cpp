@@ -44,11 +44,11 @@ void RemoveStagingFolder() {
 // The one difference between the strict program and the one for games that live in "bin\".
 bool CleanupWalksOn() noexcept { return LAUNCHER_CLEANUP_WALKS_ON; }
 
-file::Descend CleanUpEntry(CleanupRules& rules, std::wstring_view path, const RemoveCall& remove) {
+file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path, const RemoveCall& remove) {
   // Entries are met as ".\bin\x"; the rules know them as "bin\x".
   const std::wstring_view relativePath = path.substr(kCleanupRoot.size() + 1);
-  if (rules.Keeps(relativePath)) return file::Descend::kYes;
-  return RemoveEntry(path, remove) ? file::Descend::kNo : file::Descend::kYes;
+  if (rules.Keeps(relativePath)) return file::WalkAction::kRecurse;
+  return RemoveEntry(path, remove) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
 }
 
 void CleanUp(const std::unordered_set<std::wstring>& listedNames) {

@@ -26,7 +26,7 @@ std::vector<std::wstring> Met(std::wstring_view root) {
   std::vector<std::wstring> paths;
   WalkDirectory(root, [&paths](const DirectoryEntry& entry) {
     paths.emplace_back(entry.path);
-    return entry.path.ends_with(L"closed") ? Descend::kNo : Descend::kYes;
+    return entry.path.ends_with(L"closed") ? WalkAction::kSkip : WalkAction::kRecurse;
   });
   return paths;
 }
@@ -99,8 +99,8 @@ TEST_F(Walk, TellsDirectoriesFromFiles) {
   WalkDirectory(L"root", [](const DirectoryEntry& entry) {
     const bool isFile = entry.path == L"root\\file";
     EXPECT_EQ(entry.IsDirectory(), !isFile);
-    EXPECT_EQ(entry.IsEnterable(), !isFile);
-    return Descend::kNo;
+    EXPECT_EQ(entry.ShouldRecurse(), !isFile);
+    return WalkAction::kSkip;
   });
 }
 
@@ -108,9 +108,9 @@ TEST_F(Walk, GoesOnWhereTheVisitRemovesADirectory) {
   std::vector<std::wstring> met;
   WalkDirectory(L"root", [&met](const DirectoryEntry& entry) {
     met.emplace_back(entry.path);
-    if (entry.path != L"root\\empty") return Descend::kYes;
+    if (entry.path != L"root\\empty") return WalkAction::kRecurse;
     Remove(entry.path);
-    return Descend::kNo;
+    return WalkAction::kSkip;
   });
   EXPECT_EQ(met.size(), 7U);
   EXPECT_FALSE(Exists(L"root\\empty"));
@@ -143,14 +143,14 @@ TEST(DirectoryEntry, IsALinkByItsTag) {
   for (const DWORD tag : {DWORD{IO_REPARSE_TAG_SYMLINK}, DWORD{IO_REPARSE_TAG_MOUNT_POINT},
                           DWORD{IO_REPARSE_TAG_RESERVED_ZERO}}) {
     EXPECT_TRUE(entry(kReparse, tag).IsLink()) << tag;
-    EXPECT_FALSE(entry(kReparse, tag).IsEnterable()) << tag;
+    EXPECT_FALSE(entry(kReparse, tag).ShouldRecurse()) << tag;
     // Without the attribute the tag means nothing.
     EXPECT_FALSE(entry(kPlain, tag).IsLink()) << tag;
-    EXPECT_TRUE(entry(kPlain, tag).IsEnterable()) << tag;
+    EXPECT_TRUE(entry(kPlain, tag).ShouldRecurse()) << tag;
   }
   EXPECT_FALSE(entry(kReparse, kCloudTag).IsLink());
-  EXPECT_TRUE(entry(kReparse, kCloudTag).IsEnterable());
-  EXPECT_FALSE(entry(FILE_ATTRIBUTE_REPARSE_POINT, kCloudTag).IsEnterable());
+  EXPECT_TRUE(entry(kReparse, kCloudTag).ShouldRecurse());
+  EXPECT_FALSE(entry(FILE_ATTRIBUTE_REPARSE_POINT, kCloudTag).ShouldRecurse());
 }
 
 TEST_F(Walk, MeetsALinkToADirectoryAndDoesNotEnterIt) {
@@ -164,9 +164,9 @@ TEST_F(Walk, MeetsALinkToADirectoryAndDoesNotEnterIt) {
     if (entry.path == kLink) {
       met = true;
       EXPECT_TRUE(entry.IsDirectory());
-      EXPECT_FALSE(entry.IsEnterable());
+      EXPECT_FALSE(entry.ShouldRecurse());
     }
-    return Descend::kYes;
+    return WalkAction::kRecurse;
   });
   EXPECT_TRUE(met);
   EXPECT_TRUE(Exists(L"target\\file"));

@@ -167,7 +167,7 @@ TEST_F(RepeatedOperations, DirectoriesAreMadeWalkedAndRemoved) {
     int entries = 0;
     file::WalkDirectory(L"a", [&](const file::DirectoryEntry&) {
       ++entries;
-      return file::Descend::kYes;
+      return file::WalkAction::kRecurse;
     });
     EXPECT_EQ(entries, 4);
     file::RemoveTree(L"a");
@@ -175,7 +175,7 @@ TEST_F(RepeatedOperations, DirectoriesAreMadeWalkedAndRemoved) {
   RepeatFailing<std::exception>([] { file::MakeDirectory(L"missing\\directory"); });
   RepeatFailing<std::exception>([] {
     file::WalkDirectory(L"missing",
-                        [](const file::DirectoryEntry&) { return file::Descend::kYes; });
+                        [](const file::DirectoryEntry&) { return file::WalkAction::kRecurse; });
   });
 }
 

@@ -41,7 +41,7 @@ class ChannelSwap : public test::TempFolder {
         tree[ToUtf8(entry.path.substr(folders_.updates.size() + 1))] =
             test::ReadWhole(std::wstring(entry.path));
       }
-      return file::Descend::kYes;
+      return file::WalkAction::kRecurse;
     });
     return tree;
   }

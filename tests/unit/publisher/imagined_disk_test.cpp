@@ -26,14 +26,14 @@ using testing::IsEmpty;
 
 const ContentMatch kUnknown = [](std::uint64_t, std::string_view) { return false; };
 
-using Walk = std::function<void(const std::function<file::Descend(const file::DirectoryEntry&)>&)>;
+using Walk = std::function<void(const std::function<file::WalkAction(const file::DirectoryEntry&)>&)>;
 
 /// The paths met on a walk, a slash behind those of directories.
 std::vector<std::wstring> Met(const Walk& walk) {
   std::vector<std::wstring> paths;
   walk([&paths](const file::DirectoryEntry& entry) {
     paths.push_back(Format(entry.IsDirectory() ? L"{}/" : L"{}", entry.path));
-    return file::Descend::kYes;
+    return file::WalkAction::kRecurse;
   });
   return paths;
 }
