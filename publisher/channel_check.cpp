@@ -27,7 +27,7 @@
 #include "publisher/server_layout.h"
 #include "publisher/version_text.h"
 #include "publisher/whole_file.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 
 namespace ve::publish {
 namespace {

@@ -19,7 +19,7 @@
 #include "core/unicode.h"
 #include "publisher/digests.h"
 #include "publisher/paths.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 
 namespace ve::publish {
 namespace {

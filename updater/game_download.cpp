@@ -5,7 +5,7 @@
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 
 namespace ve::sdk {
 

@@ -18,7 +18,7 @@
 #include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "ui/progress_window.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 #include "updater/failure_log.h"
 #include "updater/game_apply.h"
 #include "updater/game_download.h"

@@ -5,7 +5,7 @@
 #include "archive/archive_file.h"
 #include "core/errors.h"
 #include "core/files.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 
 namespace ve::sdk {
 

@@ -16,7 +16,7 @@
 #include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "core/working_directory.h"
-#include "updater/download_failures.h"
+#include "updater/download_messages.h"
 #include "updater/failure_log.h"
 #include "updater/own_executable.h"
 #include "updater/updater_manifest.h"
