@@ -12,7 +12,7 @@
 #include "launcher/updater_driver.h"
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
-  ve::SilenceRuntimeErrorBox();
+  ve::SuppressCrtErrorDialog();
   if (const std::optional<std::wstring> root = ve::ResolveGameRoot()) {
     ve::SetWorkingDirectory(*root, false);
   }

@@ -4,7 +4,7 @@
 
 namespace ve {
 
-void SilenceRuntimeErrorBox() noexcept {
+void SuppressCrtErrorDialog() noexcept {
   _set_error_mode(_OUT_TO_STDERR);
 #ifdef _MSC_VER
   // Without the second flag abort() would hand over to Windows' error reporting.

@@ -8,7 +8,7 @@ namespace {
 
 TEST(RuntimeErrors, AreReportedWithoutABox) {
   const int before = _set_error_mode(_OUT_TO_MSGBOX);
-  SilenceRuntimeErrorBox();
+  SuppressCrtErrorDialog();
   EXPECT_EQ(_set_error_mode(_REPORT_ERRMODE), _OUT_TO_STDERR);
   _set_error_mode(before);
 }
