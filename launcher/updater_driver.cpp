@@ -43,7 +43,7 @@ void RunUpdater() {
   try {
     RunUpdates();
   } catch (const std::exception& error) {
-    sdk::LogUpdaterFailure(kSettingsStage, error.what());
+    sdk::LogUpdaterFailure(kSettingsLogPrefix, error.what());
   }
 }
 

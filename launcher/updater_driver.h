@@ -17,7 +17,7 @@ inline constexpr std::wstring_view kGameDirectory = L"bin\\";
                                           std::wstring_view channel);
 
 /// The stage of a failure to read the settings, as its log entry names it.
-inline constexpr std::string_view kSettingsStage = "While trying to access updater-data.";
+inline constexpr std::string_view kSettingsLogPrefix = "While trying to access updater-data.";
 
 /// Reads the settings, finds the server, updates the Launcher, then the game. Returns when the game
 /// may be started; failures are logged. The self-update's restart and a failed game update that the

@@ -80,7 +80,7 @@ class Foretelling {
       forecast_.updatesUrl = ToUtf8(server_->UpdatesUrl());
       return true;
     } catch (const std::exception& error) {
-      Log(kSettingsStage, error.what());
+      Log(kSettingsLogPrefix, error.what());
       return false;
     }
   }
@@ -94,7 +94,7 @@ class Foretelling {
       forecast_.selfUpdate = UpdateSelf(updaterUrl);
     } catch (const std::exception& error) {
       forecast_.selfUpdate = SelfUpdate::kFailed;
-      Log(sdk::SelfUpdateStage(updaterUrl), error.what());
+      Log(sdk::SelfUpdateLogPrefix(updaterUrl), error.what());
     }
     if (!Restarts(forecast_.selfUpdate)) return false;
     Show(sdk::kRestartCaption);
@@ -148,7 +148,7 @@ class Foretelling {
       forecast_.gameUpdate = forecast_.gameUpdate == GameUpdate::kNotReached
                                  ? GameUpdate::kCheckFailed
                                  : GameUpdate::kUpdateRefused;
-      Log(sdk::GameUpdateStage(server_->UpdatesUrl()), error.what());
+      Log(sdk::GameUpdateLogPrefix(server_->UpdatesUrl()), error.what());
     }
     return forecast_.gameUpdate != GameUpdate::kEnded;
   }

@@ -99,7 +99,7 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
 
 }  // namespace
 
-std::string GameUpdateStage(std::wstring_view updatesUrl) {
+std::string GameUpdateLogPrefix(std::wstring_view updatesUrl) {
   return Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl));
 }
 
@@ -122,7 +122,7 @@ void RunGameUpdate(std::wstring_view updatesUrl) {
   try {
     UpdateGame(updatesUrl, exitRequested);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(GameUpdateStage(updatesUrl), error.what());
+    LogUpdaterFailure(GameUpdateLogPrefix(updatesUrl), error.what());
     if (exitRequested) std::exit(-1);
   }
 }

@@ -25,7 +25,7 @@ inline constexpr const wchar_t* kUpdateFailedCaption = L"Update failed.";
 inline constexpr const wchar_t* kUpdateSuccessfulCaption = L"Update successfull.";
 
 /// The stage as the log entry of a failure names it.
-[[nodiscard]] std::string GameUpdateStage(std::wstring_view updatesUrl);
+[[nodiscard]] std::string GameUpdateLogPrefix(std::wstring_view updatesUrl);
 
 /// The URL of the server's version file.
 [[nodiscard]] std::wstring VersionUrl(std::wstring_view updatesUrl);

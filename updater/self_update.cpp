@@ -105,7 +105,7 @@ std::uint32_t OwnLauncherVersion() noexcept { return kOwnUpdaterVersion; }
 
 std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
 
-std::string SelfUpdateStage(std::wstring_view updaterUrl) {
+std::string SelfUpdateLogPrefix(std::wstring_view updaterUrl) {
   return Format("While trying to check for self-update from URL '{}':\n\n", ToUtf8(updaterUrl));
 }
 
@@ -141,7 +141,7 @@ void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings) {
   try {
     UpdateSelf(updaterUrl, settings);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(SelfUpdateStage(updaterUrl), error.what());
+    LogUpdaterFailure(SelfUpdateLogPrefix(updaterUrl), error.what());
   }
 }
 

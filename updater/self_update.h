@@ -35,7 +35,7 @@ inline constexpr const wchar_t* kSelfUpdateFailedCaption =
 [[nodiscard]] std::wstring UpdaterUrl(std::wstring_view updatesUrl);
 
 /// The stage as the log entry of a failure names it.
-[[nodiscard]] std::string SelfUpdateStage(std::wstring_view updaterUrl);
+[[nodiscard]] std::string SelfUpdateLogPrefix(std::wstring_view updaterUrl);
 
 /// The version of the Launcher that the server offers to one of version `ownVersion`. Throws
 /// `UpdaterException`.
