@@ -69,7 +69,7 @@ struct UpdaterException : public VERuntimeError {
 /// Composes the message from one to four values and throws it. Composing cannot fail, so the
 /// intended exception is always the one thrown.
 template <class... Values>
-requires(sizeof...(Values) >= 1 && sizeof...(Values) <= kMostFormatArguments)
+requires(sizeof...(Values) >= 1 && sizeof...(Values) <= kMaxFormatArguments)
     [[noreturn]] void ThrowUpdaterException(std::string_view format, const Values&... values) {
   throw UpdaterException(Format(format, ve::detail::ForMessage(values)...));
 }

@@ -195,7 +195,7 @@ FileBytes::FileBytes(std::size_t size) : size_(size) {
 }
 
 FileBytes::~FileBytes() {
-  if (block_.data && block_.capacity <= kMostKept) Kept() = std::move(block_);
+  if (block_.data && block_.capacity <= kMaxKept) Kept() = std::move(block_);
 }
 
 FileBytes::Block& FileBytes::Kept() noexcept {

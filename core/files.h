@@ -22,11 +22,11 @@ namespace ve::file {
 [[nodiscard]] std::string LoadFile(std::wstring_view path);
 
 /// Bytes in one allocation of their size, not cleared at first. The memory of one that goes is kept
-/// for the next of this thread, up to `kMostKept`: the system's heap would take a large block back
+/// for the next of this thread, up to `kMaxKept`: the system's heap would take a large block back
 /// at once and clear every page of the next one, which takes as long as reading them.
 class FileBytes {
  public:
-  static constexpr std::size_t kMostKept = std::size_t{8} << 20;
+  static constexpr std::size_t kMaxKept = std::size_t{8} << 20;
 
   explicit FileBytes(std::size_t size);
   FileBytes(FileBytes&&) noexcept = default;

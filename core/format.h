@@ -103,18 +103,18 @@ auto ToText(const Argument& argument) {
 
 }  // namespace detail
 
-inline constexpr std::size_t kMostFormatArguments = 4;
+inline constexpr std::size_t kMaxFormatArguments = 4;
 
 /// Composes narrow text. Arguments: narrow text (as is), wide text and paths (low bytes), integers.
 template <class... Arguments>
-requires(sizeof...(Arguments) <= kMostFormatArguments) [[nodiscard]] std::string
+requires(sizeof...(Arguments) <= kMaxFormatArguments) [[nodiscard]] std::string
     Format(std::string_view format, const Arguments&... arguments) {
   return detail::Compose(format, {std::string_view(detail::ToText<char>(arguments))...});
 }
 
 /// Composes wide text. Arguments: wide text and paths (as is), narrow text (widened), integers.
 template <class... Arguments>
-requires(sizeof...(Arguments) <= kMostFormatArguments) [[nodiscard]] std::wstring
+requires(sizeof...(Arguments) <= kMaxFormatArguments) [[nodiscard]] std::wstring
     Format(std::wstring_view format, const Arguments&... arguments) {
   return detail::Compose(format, {std::wstring_view(detail::ToText<wchar_t>(arguments))...});
 }

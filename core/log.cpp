@@ -55,8 +55,8 @@ std::basic_string<Char> LocalTimeText(std::int64_t ticks, const Char* format) {
 }
 
 std::wstring TwoDigits(float value) {
-  constexpr float kMost = 1e9F;  // Ten digits fail as surely as more would.
-  const float shown = std::isfinite(value) ? std::clamp(std::floor(value), -kMost, kMost) : kMost;
+  constexpr float kMax = 1e9F;  // Ten digits fail as surely as more would.
+  const float shown = std::isfinite(value) ? std::clamp(std::floor(value), -kMax, kMax) : kMax;
   const std::wstring digits = Format(L"{}", static_cast<std::int32_t>(shown));
   // The subtraction is not checked: three digits ask for an impossible length, on purpose.
   return std::wstring(2 - digits.size(), L'0') + digits;

@@ -15,7 +15,7 @@
 namespace ve::publish {
 namespace {
 
-constexpr DWORD kMostAtOnce = 1U << 30;
+constexpr DWORD kMaxAtOnce = 1U << 30;
 
 [[noreturn]] void ThrowLastError(const char* operation, const std::wstring& path) {
   const auto code = static_cast<int>(GetLastError());
@@ -36,7 +36,7 @@ std::string ReadWholeFile(const std::wstring& path) {
   std::string content(static_cast<std::size_t>(size.QuadPart), '\0');
   for (std::size_t done = 0; done < content.size();) {
     const auto wanted =
-        static_cast<DWORD>(std::min<std::size_t>(content.size() - done, kMostAtOnce));
+        static_cast<DWORD>(std::min<std::size_t>(content.size() - done, kMaxAtOnce));
     DWORD read = 0;
     if (ReadFile(file.Get(), content.data() + done, wanted, &read, nullptr) == FALSE) {
       ThrowLastError("read", path);
@@ -52,7 +52,7 @@ void WriteWholeFile(const std::wstring& path, std::string_view content) {
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) ThrowLastError("write", Beside(path));
   while (!content.empty()) {
-    const auto wanted = static_cast<DWORD>(std::min<std::size_t>(content.size(), kMostAtOnce));
+    const auto wanted = static_cast<DWORD>(std::min<std::size_t>(content.size(), kMaxAtOnce));
     DWORD written = 0;
     if (WriteFile(file.Get(), content.data(), wanted, &written, nullptr) == FALSE) {
       ThrowLastError("write", Beside(path));

@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kHeader = "GameUpdate";
 constexpr std::string_view kFilesHeader = "Files:";
 constexpr std::int32_t kFileVersion = 1;
-constexpr std::size_t kLeastLines = 4;
+constexpr std::size_t kMinLines = 4;
 constexpr std::size_t kHeaderLines = 3;
 constexpr std::size_t kDigestLength = 32;
 
@@ -81,7 +81,7 @@ GameUpdateManifest ReadGameUpdateManifest(std::string& text, std::string_view* j
   LineReader lines(text);
   const std::string_view textEnd = std::string_view(text).substr(text.size());
   line = textEnd;
-  if (lineCount < kLeastLines) {
+  if (lineCount < kMinLines) {
     ThrowUpdaterException("Invalid amount of lines ({}, at least 4 expected).", lineCount);
   }
   line = lines.Next();

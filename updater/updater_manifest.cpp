@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view kHeader = "Velmorant Updater";
 constexpr std::string_view kFileVersionKey = "FileVersion";
 constexpr std::string_view kVersionKey = "Version";
-constexpr std::size_t kLeastLines = 3;
+constexpr std::size_t kMinLines = 3;
 
 }  // namespace
 
@@ -25,7 +25,7 @@ std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
   StripCarriageReturns(text);
   const std::vector<std::string_view> lines = SplitLines(text, '\n', EmptyPieces::kDrop);
   line = std::string_view(text).substr(text.size());
-  if (lines.size() < kLeastLines) {
+  if (lines.size() < kMinLines) {
     ThrowUpdaterException(
         "Invalid number of lines in updater-manifest file. Expecting at least 3, was only {}.",
         lines.size());

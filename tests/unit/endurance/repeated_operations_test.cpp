@@ -76,9 +76,9 @@ std::size_t HeapBytes() {
 /// The handles of the process. Each possible value is tried: GetProcessHandleCount is not
 /// implemented everywhere.
 int Handles() {
-  constexpr std::uintptr_t kMost = 4 * 1024;
+  constexpr std::uintptr_t kMax = 4 * 1024;
   int count = 0;
-  for (std::uintptr_t value = 4; value < kMost; value += 4) {
+  for (std::uintptr_t value = 4; value < kMax; value += 4) {
     DWORD flags = 0;
     if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) != FALSE) ++count;
   }

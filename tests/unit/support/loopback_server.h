@@ -98,7 +98,7 @@ class LoopbackServer {
   }
 
  private:
-  static constexpr DWORD kMostMillisecondsOfSilence = 5'000;
+  static constexpr DWORD kMaxMillisecondsOfSilence = 5'000;
 
   void Serve() {
     while (!stopped_) {
@@ -116,9 +116,9 @@ class LoopbackServer {
 
   void ServeConnection(SOCKET connection) {
     setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO,
-               reinterpret_cast<const char*>(&kMostMillisecondsOfSilence), sizeof(DWORD));
+               reinterpret_cast<const char*>(&kMaxMillisecondsOfSilence), sizeof(DWORD));
     setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO,
-               reinterpret_cast<const char*>(&kMostMillisecondsOfSilence), sizeof(DWORD));
+               reinterpret_cast<const char*>(&kMaxMillisecondsOfSilence), sizeof(DWORD));
     std::string head;
     while (!head.ends_with("\r\n\r\n")) {
       char byte = 0;
