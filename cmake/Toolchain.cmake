@@ -12,18 +12,18 @@ add_compile_definitions(
   UNICODE _UNICODE STRICT NOMINMAX WIN32_LEAN_AND_MEAN
   WINVER=0x0601 _WIN32_WINNT=0x0601)
 
-# ve_strict: the warnings, for our own code only.
-add_library(ve_strict INTERFACE)
+# ve_warnings: the warnings, for our own code only.
+add_library(ve_warnings INTERFACE)
 
 if(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
   # The standard functions that Microsoft's library would rather see replaced by its own.
-  target_compile_definitions(ve_strict INTERFACE _CRT_SECURE_NO_WARNINGS)
-  target_compile_options(ve_strict INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+  target_compile_definitions(ve_warnings INTERFACE _CRT_SECURE_NO_WARNINGS)
+  target_compile_options(ve_warnings INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
   add_link_options(/SUBSYSTEM:CONSOLE,6.00)
 else()
   target_compile_options(
-    ve_strict
+    ve_warnings
     INTERFACE -Werror
               -Wall
               -Wextra
