@@ -229,7 +229,7 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Finding
                     "the folder is the players' own: what a later version no longer has stays on "
                     "their disks, and each update replaces what they changed in its files",
                     "Publish there only what is meant to behave so.");
-    } else if (inRoot && !isKept && !sdk::CleanupWalksOn()) {
+    } else if (inRoot && !isKept && !sdk::KeepsNonEmptyDirectories()) {
       findings.Warn(subject,
                     "the clean-up of this build of the Launcher cannot remove the folder, which "
                     "ends every update abnormally, before its version is recorded",

@@ -101,7 +101,7 @@ void SayFiles(const Forecast& forecast, Console& console) {
   SayAll(console, "makes the directory", forecast.directories);
   console.Say(Format("  installs {} files", forecast.copied.size()));
   console.Say(Format("  clean-up{}: {} entries",
-                     sdk::CleanupWalksOn() ? ", which goes on into filled folders" : "",
+                     sdk::KeepsNonEmptyDirectories() ? ", which goes on into filled folders" : "",
                      forecast.removed.size()));
   SayAll(console, "removes", forecast.removed);
 }
@@ -235,7 +235,7 @@ Json AsJson(const Forecast& forecast, std::uint32_t ownVersion) {
         {"downloaded", AsJson(forecast.downloaded)},
         {"directories", List(forecast.directories)},
         {"copied", List(forecast.copied)},
-        {"cleanUpWalksOn", sdk::CleanupWalksOn()},
+        {"keepsNonEmptyDirectories", sdk::KeepsNonEmptyDirectories()},
         {"removed", List(forecast.removed)},
         {"stagingRemoved", forecast.stagingRemoved},
         {"versionWritten", forecast.versionWritten},

@@ -26,7 +26,7 @@ void InstallStagedFiles(const StagedUpdate& staged) {
 /// True if the entry is gone, false if it is a directory to go on into.
 bool RemoveEntry(std::wstring_view path, const RemoveCall& remove) {
   const DWORD code = remove(path);
-  if (code == ERROR_DIR_NOT_EMPTY && CleanupWalksOn()) return false;
+  if (code == ERROR_DIR_NOT_EMPTY && KeepsNonEmptyDirectories()) return false;
   if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
   return true;
 }
@@ -42,7 +42,7 @@ void RemoveStagingFolder() {
 }  // namespace
 
 // The one difference between the strict program and the one for games that live in "bin\".
-bool CleanupWalksOn() noexcept { return LAUNCHER_CLEANUP_WALKS_ON; }
+bool KeepsNonEmptyDirectories() noexcept { return LAUNCHER_KEEP_NONEMPTY_DIRS; }
 
 file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path, const RemoveCall& remove) {
   // Entries are met as ".\bin\x"; the rules know them as "bin\x".

@@ -21,7 +21,7 @@ void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
 
 /// Whether this build keeps a directory that the clean-up cannot remove because it still holds
 /// entries, and goes on into it; if not, that ends the update.
-[[nodiscard]] bool CleanupWalksOn() noexcept;
+[[nodiscard]] bool KeepsNonEmptyDirectories() noexcept;
 
 /// Where the clean-up's walk begins.
 inline constexpr std::wstring_view kCleanupRoot = L".";

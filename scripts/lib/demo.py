@@ -489,11 +489,11 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
 
 
-def walk_on_update(demo: Demo, game: GameFolder, base: str) -> None:
+def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.scene(
         "5. The update to its end, with the Launcher built to walk on",
         "Another installation, whose studio ships the Launcher that was built with "
-        "LAUNCHER_CLEANUP_WALKS_ON: its clean-up keeps a directory that still holds entries and "
+        "LAUNCHER_KEEP_NONEMPTY_DIRS: its clean-up keeps a directory that still holds entries and "
         "goes on into it.",
     )
     run = demo.run(game, OK_TO_UPDATE | {dialogs.UPDATE_SUCCESSFUL.caption: "OK"})
@@ -549,21 +549,21 @@ def server_down(demo: Demo, game: GameFolder, url: str) -> None:
 def walk(demo: Demo, server: NginxServer) -> None:
     # Two studios on one server: the second ships the Launcher that walks on.
     strict = Studio(demo, "velmorant", BUILD.launcher, BUILD.publish)
-    walk_on = Studio(demo, "studio", BUILD.walk_on, BUILD.publish_walk_on)
-    for studio in (strict, walk_on):
+    keep_dirs = Studio(demo, "studio", BUILD.keep_dirs, BUILD.publish_keep_dirs)
+    for studio in (strict, keep_dirs):
         studio.publish_launcher(studio.launcher, studio.publish_program)
         studio.publish_game("1.0")
     game = strict.install(DEMO / "games/velmorant")
-    studio_game = walk_on.install(DEMO / "games/studio")
+    studio_game = keep_dirs.install(DEMO / "games/studio")
     server.start()
     demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {strict.url}")
     current_game(demo, game)
     new_launcher(demo, game, strict)
     declined_update(demo, game, strict)
     strict_update(demo, game, strict.base)
-    walk_on.publish_game("1.1")
-    walk_on_update(demo, studio_game, walk_on.base)
-    server_down(demo, studio_game, walk_on.url)
+    keep_dirs.publish_game("1.1")
+    keep_dirs_update(demo, studio_game, keep_dirs.base)
+    server_down(demo, studio_game, keep_dirs.url)
 
 
 def main() -> int:

@@ -40,12 +40,12 @@ class Build:
     def __init__(self, path: pathlib.Path) -> None:
         self.path = path
         self.launcher = path / "Launcher.exe"
-        self.walk_on = path / "walk-on" / "Launcher.exe"
+        self.keep_dirs = path / "walk-on" / "Launcher.exe"
         self.next = path / "next" / "Launcher.exe"
         self.faults = path / "faults" / "Launcher.exe"
-        self.faults_walk_on = path / "faults" / "walk-on" / "Launcher.exe"
+        self.faults_keep_dirs = path / "faults" / "walk-on" / "Launcher.exe"
         self.publish = path / "publish.exe"
-        self.publish_walk_on = path / "walk-on" / "publish.exe"
+        self.publish_keep_dirs = path / "walk-on" / "publish.exe"
         self.publish_next = path / "next" / "publish.exe"
         self.player = path / "player" / "Velmorant Player.exe"
         self.watch = path / "watcher" / "watch.exe"

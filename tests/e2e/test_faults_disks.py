@@ -25,7 +25,7 @@ UPDATED = [ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)]
 @pytest.fixture
 def studio(scene):
     """A game in "bin", with the Launcher whose clean-up completes."""
-    scene.install_launcher(scene.build.walk_on)
+    scene.install_launcher(scene.build.keep_dirs)
     return scene
 
 
@@ -246,7 +246,7 @@ def strange_place(build, place):
 
 
 def test_a_game_folder_with_blanks_and_other_letters_is_updated(strange_place):
-    strange_place.install_launcher(strange_place.build.walk_on)
+    strange_place.install_launcher(strange_place.build.keep_dirs)
     offer(strange_place, {"bin/game.dll": b"new content"}, ["bin"])
     run = strange_place.run(UPDATED)
     assert strange_place.folder.read("bin/game.dll") == b"new content"

@@ -171,7 +171,7 @@ def kill(scene, made, expected: list[Operation], number: int, half: bool, record
 
 
 def test_a_game_update_that_completes_has_these_operations(scene):
-    made = GameUpdate(scene, scene.build.faults_walk_on, walks_on=True)
+    made = GameUpdate(scene, scene.build.faults_keep_dirs, walks_on=True)
     run, done = run_recorded(scene, made.answers, (0,))
     assert done == [operation.text for operation in WALK_ON]
     assert whole_tree(scene.folder) == made.final
@@ -223,7 +223,7 @@ def finish_game_update(made: GameUpdate, killed: dict, state: str) -> None:
 
 @pytest.mark.parametrize(("number", "half"), kills(WALK_ON, 9, 1))
 def test_an_update_that_completes_goes_on_after_a_kill(scene, number, half, record_property):
-    made = GameUpdate(scene, scene.build.faults_walk_on, walks_on=True)
+    made = GameUpdate(scene, scene.build.faults_keep_dirs, walks_on=True)
     killed, state = kill(
         scene, made, WALK_ON, number, half, record_property, "an update that completes"
     )
@@ -404,7 +404,7 @@ def finish_game_update_of_any_record(made: GameUpdate, killed: dict, state: str)
     ),
 )
 def test_an_update_that_completes_goes_on_after_many_kills(scene, row, record_property):
-    made = GameUpdate(scene, scene.build.walk_on, walks_on=True, more=MORE)
+    made = GameUpdate(scene, scene.build.keep_dirs, walks_on=True, more=MORE)
     finish = finish_game_update_of_any_record
     kill_in_a_row(made, row, finish, record_property, "an update that completes")
 

@@ -22,7 +22,7 @@ VERSION_FILE = "Updater/GameVersion.vpak"
 
 @pytest.fixture
 def studio(scene):
-    scene.install_launcher(scene.build.walk_on)
+    scene.install_launcher(scene.build.keep_dirs)
     return scene
 
 

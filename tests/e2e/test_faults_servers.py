@@ -104,7 +104,7 @@ class Case:
         self.scene = scene
         self.fault = fault
         self.delivery = Delivery()
-        scene.install_launcher(scene.build.walk_on)
+        scene.install_launcher(scene.build.keep_dirs)
 
     def spoil(self, path: str, before: str) -> None:
         """Spoils the answer to a path; `before` is what is asked for just before it."""
@@ -301,7 +301,7 @@ def spoilt_launcher(case: Case) -> str:
         run.assert_game_started()
         return "used as it is"
     assert set(run.changes()) == {"Launcher.exe", PARKED}
-    assert scene.folder.read(PARKED) == scene.build.walk_on.read_bytes()
+    assert scene.folder.read(PARKED) == scene.build.keep_dirs.read_bytes()
     run.assert_game_not_started()
     return "installed; restart fails; nothing starts"
 

@@ -62,7 +62,7 @@ def test_a_current_game_is_started(scene):
 
 
 def test_a_game_is_updated_and_started(scene):
-    scene.install_launcher(scene.build.walk_on)
+    scene.install_launcher(scene.build.keep_dirs)
     scene.folder.put("bin/game.dll", b"old")
     scene.folder.put("bin/unlisted.dll", b"goes")
     large = bytes(range(256)) * 8192

@@ -136,7 +136,7 @@ def test_other_channels_and_the_launchers_update_stay(publish_game, server):
 def test_in_words_it_says_what_was_done(build, place, server):
     source = make_build(place / "build", {GAME: b"12345"})
     done = subprocess.run(
-        command_line(build.publish_walk_on, "game", "--source", source, "--version", "1.0.0.0",
+        command_line(build.publish_keep_dirs, "game", "--source", source, "--version", "1.0.0.0",
                      "--channel", "beta", "--server", server),
         stdout=subprocess.PIPE, stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, check=True,
     )
@@ -314,8 +314,8 @@ def test_the_clean_ups_doings_are_foretold(publish_game, build, server):
     assert strict.code == 0
     assert sorted(strict.warnings) == sorted([*kept, *empty, f"bin: {STRICT}", f"nested: {STRICT}"])
     assert_published(server, files, "1.0.0.0", directories)
-    walk_on = publish_game(files, "1.0.0.1", directories=directories, program=build.publish_walk_on)
-    assert sorted(walk_on.warnings) == sorted([*kept, *empty])
+    keep_dirs = publish_game(files, "1.0.0.1", directories=directories, program=build.publish_keep_dirs)
+    assert sorted(keep_dirs.warnings) == sorted([*kept, *empty])
 
 
 def test_a_build_with_the_game_that_the_launcher_starts_is_not_warned_of(publish_game):
@@ -394,7 +394,7 @@ class Interrupted:
         # Not through a pipe: a process that it has left behind may keep the other end open.
         with self.output.open("wb") as output:
             return subprocess.Popen(
-                command_line(self.build.publish_walk_on, *arguments, "--server", self.server, "--json"),
+                command_line(self.build.publish_keep_dirs, *arguments, "--server", self.server, "--json"),
                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.DEVNULL,
             )
 
@@ -452,7 +452,7 @@ class Interrupted:
         self.run_again(1 if state == "new" else 0)
 
     def run_again(self, code: int) -> None:
-        done = publish_build(self.build, self.new, self.server, "1.0.0.1", program=self.build.publish_walk_on)
+        done = publish_build(self.build, self.new, self.server, "1.0.0.1", program=self.build.publish_keep_dirs)
         assert done.code == code, done
         assert os.listdir(self.updates) == ["release"]
         assert tree_of(self.updates / "release") == NEW_CHANNEL
@@ -836,7 +836,7 @@ def player(build, place, server):
 
 
 def test_the_launcher_for_games_in_bin_takes_what_was_published(build, player):
-    made = player(build.walk_on, build.publish_walk_on)
+    made = player(build.keep_dirs, build.publish_keep_dirs)
     game = build.player.read_bytes()
     first = {GAME: game, "bin/old.dll": b"old", "bin/level.dat": b"1", "Saved/x": b"x"}
     second = {GAME: game, "bin/new.dll": b"new", "bin/level.dat": b"2", "Saved/x": b"x"}
@@ -857,7 +857,7 @@ def test_the_strict_launcher_takes_a_flat_game(build, player):
 
 
 def test_every_character_that_a_name_may_have_reaches_the_player(build, player):
-    made = player(build.walk_on, build.publish_walk_on)
+    made = player(build.keep_dirs, build.publish_keep_dirs)
     first = {GAME: build.player.read_bytes()}
     special = [c for c in map(chr, range(0x20, 0x7F)) if not c.isalnum() and c not in "%#?'\"*:<>|\\/"]
     assert len(special) == 33 - 12
@@ -881,7 +881,7 @@ def generated(seed: int, count: int) -> dict[str, bytes]:
 
 
 def test_a_build_of_5000_files_and_its_successor(build, player, server):
-    made = player(build.walk_on, build.publish_walk_on)
+    made = player(build.keep_dirs, build.publish_keep_dirs)
     first = {GAME: build.player.read_bytes(), **generated(1, 5000)}
     made.publish("first", first, "1.0.0.0")
     made.install(first, "1.0.0.0")

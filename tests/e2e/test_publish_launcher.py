@@ -215,7 +215,7 @@ def test_a_step_back_is_warned_of(publish_launcher, build):
 
 def test_another_file_with_the_same_version_is_warned_of(publish_launcher, build):
     publish_launcher()
-    done = publish_launcher(build.walk_on)
+    done = publish_launcher(build.keep_dirs)
     assert done.code == 0
     assert done.warnings == [
         "Launcher.exe: the server had another file with the same version 6: players who have that "

@@ -173,9 +173,9 @@ def strict(scene) -> Oracle:
 
 
 @pytest.fixture
-def walk_on(scene) -> Oracle:
+def keep_dirs(scene) -> Oracle:
     oracle = Oracle(scene)
-    oracle.use(scene.build.walk_on, scene.build.publish_walk_on)
+    oracle.use(scene.build.keep_dirs, scene.build.publish_keep_dirs)
     return oracle
 
 
@@ -191,8 +191,8 @@ def offer(oracle: Oracle, files: dict[str, bytes], directories: list[str], extra
 # --- The files ----------------------------------------------------------------------------------
 
 
-def test_a_whole_update(walk_on):
-    folder = walk_on.scene.folder
+def test_a_whole_update(keep_dirs):
+    folder = keep_dirs.scene.folder
     folder.put("bin/game.dll", b"old dll")
     folder.put("bin/level.dat", b"current")
     folder.put(f"{STAGING}/bin/staged.dat", b"staged")
@@ -205,8 +205,8 @@ def test_a_whole_update(walk_on):
         "bin/broken.dat": b"broken",
         "readme.txt": b"read me",
     }
-    offer(walk_on, files, ["bin", "data", "data/deep"])
-    told = walk_on.check()
+    offer(keep_dirs, files, ["bin", "data", "data/deep"])
+    told = keep_dirs.check()
     game = told["game"]
     assert game["outcome"] == "done"
     assert (game["installedVersion"], game["offeredVersion"]) == ("1.0.0.0", "2.0.0.0")
@@ -220,7 +220,7 @@ def test_a_whole_update(walk_on):
     assert game["directories"] == ["data", "data\\deep"]
     # "data" still holds "deep" when the clean-up comes to it.
     assert game["removed"] == ["bin\\sub\\old.dll", "data\\deep"]
-    assert game["cleanUpWalksOn"] and game["stagingRemoved"] and game["versionWritten"]
+    assert game["keepsNonEmptyDirectories"] and game["stagingRemoved"] and game["versionWritten"]
     assert told["gameStarted"]
 
 
@@ -243,7 +243,7 @@ def test_a_strict_run_that_passes(strict):
     assert not told["gameStarted"]
 
 
-def test_every_rule_of_the_clean_up(walk_on):
+def test_every_rule_of_the_clean_up(keep_dirs):
     kept = [
         *["Output.txt", "Backup.RAR", "bin/backup.tar.rAr", "Saved/profile.sav", "Logs/old.log"],
         *["Updater/anything", "updates/file", "CrashLogs/dump", "Screenshots/a/b.png", "Symbols/x"],
@@ -254,13 +254,13 @@ def test_every_rule_of_the_clean_up(walk_on):
         *["a.rar/notes.txt", "_old.txt", "Other launcher.exe", "bin/Launcher.exe", "OUTPUT2.TXT"],
     ]
     for name in kept + removed:
-        walk_on.scene.folder.put(name, b"content")
-    walk_on.scene.folder.directory("bin/empty")
-    walk_on.scene.folder.directory("empty/empty")
-    walk_on.scene.folder.directory("empty.rar")
-    walk_on.scene.folder.directory("Saved/empty")
-    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
-    game = walk_on.check()["game"]
+        keep_dirs.scene.folder.put(name, b"content")
+    keep_dirs.scene.folder.directory("bin/empty")
+    keep_dirs.scene.folder.directory("empty/empty")
+    keep_dirs.scene.folder.directory("empty.rar")
+    keep_dirs.scene.folder.directory("Saved/empty")
+    offer(keep_dirs, {"bin/new.dll": b"new"}, ["bin"])
+    game = keep_dirs.check()["game"]
     cleaned = as_names(game["removed"])
     assert sorted(cleaned) == sorted([*removed, "bin/empty", "empty/empty"])
 
@@ -281,49 +281,49 @@ def test_the_clean_up_goes_by_names_in_upper_case(strict):
 
 
 @pytest.mark.parametrize("installed", [b"text", b"an older text"], ids=["current", "replaced"])
-def test_a_file_listed_in_another_case_keeps_its_name_and_is_removed(walk_on, installed):
-    walk_on.scene.folder.put("bin/README.TXT", installed)
-    offer(walk_on, {"bin/readme.txt": b"text"}, ["bin"])
-    game = walk_on.check()["game"]
+def test_a_file_listed_in_another_case_keeps_its_name_and_is_removed(keep_dirs, installed):
+    keep_dirs.scene.folder.put("bin/README.TXT", installed)
+    offer(keep_dirs, {"bin/readme.txt": b"text"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert (game["outcome"], game["removed"]) == ("done", ["bin\\README.TXT"])
     assert bool(game["copied"]) == (installed != b"text")
 
 
-def test_a_directory_listed_in_another_case(walk_on):
-    walk_on.scene.folder.put("Data/old.pak", b"old")
-    offer(walk_on, {"data/new.pak": b"new"}, ["bin", "data"])
-    game = walk_on.check()["game"]
+def test_a_directory_listed_in_another_case(keep_dirs):
+    keep_dirs.scene.folder.put("Data/old.pak", b"old")
+    offer(keep_dirs, {"data/new.pak": b"new"}, ["bin", "data"])
+    game = keep_dirs.check()["game"]
     assert game["removed"] == ["Data\\new.pak", "Data\\old.pak"]
     assert game["directories"] == []
 
 
-def test_a_preserved_name_in_another_case_is_cleaned(walk_on):
-    walk_on.scene.folder.put("saved/profile.sav", b"lost")
-    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
-    assert walk_on.check()["game"]["removed"] == ["saved\\profile.sav"]
+def test_a_preserved_name_in_another_case_is_cleaned(keep_dirs):
+    keep_dirs.scene.folder.put("saved/profile.sav", b"lost")
+    offer(keep_dirs, {"bin/new.dll": b"new"}, ["bin"])
+    assert keep_dirs.check()["game"]["removed"] == ["saved\\profile.sav"]
 
 
-def test_two_listed_spellings_of_one_file(walk_on):
-    offer(walk_on, {"bin/x.txt": b"same", "bin/X.TXT": b"same"}, ["bin"])
-    game = walk_on.check()["game"]
+def test_two_listed_spellings_of_one_file(keep_dirs):
+    offer(keep_dirs, {"bin/x.txt": b"same", "bin/X.TXT": b"same"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert (game["reused"], game["removed"]) == (["bin/X.TXT"], [])
 
 
-def test_a_file_listed_twice_is_downloaded_once(walk_on):
+def test_a_file_listed_twice_is_downloaded_once(keep_dirs):
     line = formats.file_line("bin/x.txt", b"same")
-    offer(walk_on, {"bin/x.txt": b"same"}, ["bin"], (line,))
-    game = walk_on.check()["game"]
+    offer(keep_dirs, {"bin/x.txt": b"same"}, ["bin"], (line,))
+    game = keep_dirs.check()["game"]
     assert (len(game["downloaded"]), game["reused"]) == (1, ["bin/x.txt"])
 
 
-def test_a_name_with_a_backslash_is_removed_right_after_its_installation(walk_on):
+def test_a_name_with_a_backslash_is_removed_right_after_its_installation(keep_dirs):
     for name in ("bin\\new.dll", "bin/new.dll"):
-        walk_on.scene.serve(name, b"new")
-    offer(walk_on, {"bin\\new.dll": b"new"}, ["bin"])
-    told = walk_on.foretell()
+        keep_dirs.scene.serve(name, b"new")
+    offer(keep_dirs, {"bin\\new.dll": b"new"}, ["bin"])
+    told = keep_dirs.foretell()
     assert told["game"]["removed"] == ["bin\\new.dll"]
-    run = walk_on.run(told)
-    assert not walk_on.scene.folder.has("bin/new.dll")
+    run = keep_dirs.run(told)
+    assert not keep_dirs.scene.folder.has("bin/new.dll")
     assert run.exit_code == told["exitCode"] == 0
 
 
@@ -342,77 +342,77 @@ def test_a_renamed_launcher_keeps_itself_only(strict):
     assert strict.check(launcher="Start.exe")["game"]["removed"] == ["Launcher.exe"]
 
 
-def test_a_launcher_outside_of_the_root(walk_on):
-    scene = walk_on.scene
-    scene.folder.put_copy("tools/Launcher.exe", scene.build.walk_on)
-    offer(walk_on, {"bin/new.dll": b"new"}, ["bin"])
-    game = walk_on.check(launcher="tools/Launcher.exe", directory=scene.folder.root)["game"]
+def test_a_launcher_outside_of_the_root(keep_dirs):
+    scene = keep_dirs.scene
+    scene.folder.put_copy("tools/Launcher.exe", scene.build.keep_dirs)
+    offer(keep_dirs, {"bin/new.dll": b"new"}, ["bin"])
+    game = keep_dirs.check(launcher="tools/Launcher.exe", directory=scene.folder.root)["game"]
     assert "tools\\Launcher.exe" in game["stop"]
 
 
 # --- Digests, sizes, staging --------------------------------------------------------------------
 
 
-def test_an_uppercase_digest_never_matches(walk_on):
-    walk_on.scene.folder.put("bin/x", b"content")
+def test_an_uppercase_digest_never_matches(keep_dirs):
+    keep_dirs.scene.folder.put("bin/x", b"content")
     line = formats.file_line("bin/x", b"content", formats.md5(b"content").upper())
-    walk_on.scene.serve("bin/x", b"content")
-    lines = [line, formats.file_line(GAME, walk_on.scene.folder.read(GAME))]
-    walk_on.scene.offer_game({"bin/x": b"content"}, ["bin"], lines)
-    assert [file["name"] for file in walk_on.check()["game"]["downloaded"]] == ["bin/x"]
+    keep_dirs.scene.serve("bin/x", b"content")
+    lines = [line, formats.file_line(GAME, keep_dirs.scene.folder.read(GAME))]
+    keep_dirs.scene.offer_game({"bin/x": b"content"}, ["bin"], lines)
+    assert [file["name"] for file in keep_dirs.check()["game"]["downloaded"]] == ["bin/x"]
 
 
-def test_a_payload_that_is_not_what_is_listed(walk_on):
-    offer(walk_on, {"bin/x": b"as listed"}, ["bin"])
-    walk_on.scene.serve("bin/x", b"something else")
-    told = walk_on.check()
+def test_a_payload_that_is_not_what_is_listed(keep_dirs):
+    offer(keep_dirs, {"bin/x": b"as listed"}, ["bin"])
+    keep_dirs.scene.serve("bin/x", b"something else")
+    told = keep_dirs.check()
     assert told["game"]["downloaded"] == [{"name": "bin/x", "size": 14}]
     assert any("another size" in warning["rule"] for warning in told["warnings"])
 
 
-def test_staging_leftovers_go_with_the_folder(walk_on):
-    walk_on.scene.folder.put(f"{STAGING}/left/over/file", b"from an older update")
-    walk_on.scene.folder.put("Intermediate/kept", b"kept")
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    assert walk_on.check()["game"]["stagingRemoved"]
+def test_staging_leftovers_go_with_the_folder(keep_dirs):
+    keep_dirs.scene.folder.put(f"{STAGING}/left/over/file", b"from an older update")
+    keep_dirs.scene.folder.put("Intermediate/kept", b"kept")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    assert keep_dirs.check()["game"]["stagingRemoved"]
 
 
-def test_a_read_only_leftover_keeps_the_staging_folder(walk_on):
+def test_a_read_only_leftover_keeps_the_staging_folder(keep_dirs):
     for name in ("a", "m", "z"):
-        walk_on.scene.folder.put(f"{STAGING}/left/{name}", b"over")
-    walk_on.scene.folder.path(f"{STAGING}/left/m").chmod(READ_ONLY)
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    game = walk_on.check()["game"]
+        keep_dirs.scene.folder.put(f"{STAGING}/left/{name}", b"over")
+    keep_dirs.scene.folder.path(f"{STAGING}/left/m").chmod(READ_ONLY)
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert (game["outcome"], game["stagingRemoved"]) == ("done", False)
 
 
 @pytest.mark.parametrize("directories", [["data/sub", "data"], ["data/sub"]])
-def test_a_directory_before_its_parent(walk_on, directories):
-    offer(walk_on, {"data/sub/x": b"x"}, directories)
-    told = walk_on.check()
+def test_a_directory_before_its_parent(keep_dirs, directories):
+    offer(keep_dirs, {"data/sub/x": b"x"}, directories)
+    told = keep_dirs.check()
     assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
     assert "create_directory" in told["log"][0]
 
 
 @pytest.mark.parametrize("name", [f"{STAGING}/data", "Intermediate", "Intermediate/Update"])
-def test_a_file_in_the_place_of_a_staging_folder(walk_on, name):
-    walk_on.scene.folder.put(name, b"a file")
-    offer(walk_on, {"data/x": b"x"}, ["bin", "data"])
-    told = walk_on.check()
+def test_a_file_in_the_place_of_a_staging_folder(keep_dirs, name):
+    keep_dirs.scene.folder.put(name, b"a file")
+    offer(keep_dirs, {"data/x": b"x"}, ["bin", "data"])
+    told = keep_dirs.check()
     assert told["game"]["outcome"] == "refused"
     assert "create_director" in told["log"][0]
 
 
-def test_a_directory_in_the_place_of_a_staged_file(walk_on):
-    walk_on.scene.folder.directory(f"{STAGING}/data")
-    offer(walk_on, {"data": b"a file"}, ["bin"])
-    game = walk_on.check()["game"]
+def test_a_directory_in_the_place_of_a_staged_file(keep_dirs):
+    keep_dirs.scene.folder.directory(f"{STAGING}/data")
+    offer(keep_dirs, {"data": b"a file"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert "file_size" in game["stop"]
 
 
-def test_a_directory_that_is_not_listed(walk_on):
-    offer(walk_on, {"unlisted/x": b"x", "bin/y": b"y"}, ["bin"])
-    game = walk_on.check()["game"]
+def test_a_directory_that_is_not_listed(keep_dirs):
+    offer(keep_dirs, {"unlisted/x": b"x", "bin/y": b"y"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert game["outcome"] == "abnormal end"
     assert [file["name"] for file in game["downloaded"]] == ["unlisted/x"]
 
@@ -426,15 +426,15 @@ def test_a_directory_that_is_not_listed(walk_on):
         pytest.param(redirect("/elsewhere", 302), id="moved to nowhere"),
     ],
 )
-def test_a_payload_that_cannot_be_had(walk_on, answer):
-    offer(walk_on, {"bin/a": b"a", "bin/b": b"b", "bin/c": b"c"}, ["bin"])
-    walk_on.scene.serve("bin/b", answer)
+def test_a_payload_that_cannot_be_had(keep_dirs, answer):
+    offer(keep_dirs, {"bin/a": b"a", "bin/b": b"b", "bin/c": b"c"}, ["bin"])
+    keep_dirs.scene.serve("bin/b", answer)
     if answer.headers:
-        told = walk_on.foretell()
-        run = walk_on.run(told)
+        told = keep_dirs.foretell()
+        run = keep_dirs.run(told)
         assert run.exit_code == told["exitCode"] == TERMINATED
         return
-    game = walk_on.check()["game"]
+    game = keep_dirs.check()["game"]
     assert game["outcome"] == "abnormal end"
     assert [file["name"] for file in game["downloaded"]] == ["bin/a"]
     assert "bin/b" in game["stop"]
@@ -443,71 +443,71 @@ def test_a_payload_that_cannot_be_had(walk_on, answer):
 # --- Applying -----------------------------------------------------------------------------------
 
 
-def test_a_directory_in_the_place_of_a_listed_file(walk_on):
-    walk_on.scene.folder.directory("bin/x")
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    assert walk_on.check()["game"]["outcome"] == "abnormal end"
+def test_a_directory_in_the_place_of_a_listed_file(keep_dirs):
+    keep_dirs.scene.folder.directory("bin/x")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    assert keep_dirs.check()["game"]["outcome"] == "abnormal end"
 
 
-def test_a_file_in_the_place_of_a_listed_directory(walk_on):
-    walk_on.scene.folder.put("data", b"a file")
-    offer(walk_on, {"bin/x": b"x"}, ["bin", "data", "data/sub"])
-    game = walk_on.check()["game"]
+def test_a_file_in_the_place_of_a_listed_directory(keep_dirs):
+    keep_dirs.scene.folder.put("data", b"a file")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin", "data", "data/sub"])
+    game = keep_dirs.check()["game"]
     assert "create_directories" in game["stop"]
     assert game["copied"] == []
 
 
-def test_a_file_in_the_place_of_an_only_directory_is_enough_and_goes(walk_on):
-    walk_on.scene.folder.put("data", b"a file")
-    offer(walk_on, {"bin/x": b"x"}, ["bin", "data"])
-    assert walk_on.check()["game"]["removed"] == ["data"]
+def test_a_file_in_the_place_of_an_only_directory_is_enough_and_goes(keep_dirs):
+    keep_dirs.scene.folder.put("data", b"a file")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin", "data"])
+    assert keep_dirs.check()["game"]["removed"] == ["data"]
 
 
-def test_a_file_in_the_place_of_the_directory_of_a_copy(walk_on):
-    walk_on.scene.folder.put("data", b"a file")
-    offer(walk_on, {"bin/x": b"x", "data/y": b"y", "z": b"z"}, ["bin", "data"])
-    game = walk_on.check()["game"]
+def test_a_file_in_the_place_of_the_directory_of_a_copy(keep_dirs):
+    keep_dirs.scene.folder.put("data", b"a file")
+    offer(keep_dirs, {"bin/x": b"x", "data/y": b"y", "z": b"z"}, ["bin", "data"])
+    game = keep_dirs.check()["game"]
     assert game["copied"] == ["bin/x"]
     assert game["stop"].startswith("while files are copied")
 
 
-def test_a_listed_launcher_of_another_content(walk_on):
-    offer(walk_on, {"bin/x": b"x", "Launcher.exe": b"another", "z": b"z"}, ["bin"])
-    game = walk_on.check()["game"]
+def test_a_listed_launcher_of_another_content(keep_dirs):
+    offer(keep_dirs, {"bin/x": b"x", "Launcher.exe": b"another", "z": b"z"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert game["copied"] == ["bin/x"]
     assert "Launcher.exe" in game["stop"]
 
 
-def test_a_read_only_file_that_is_not_listed(walk_on):
+def test_a_read_only_file_that_is_not_listed(keep_dirs):
     for name in ("bin/a.dll", "bin/m.dll", "bin/z.dll"):
-        walk_on.scene.folder.put(name, b"unlisted")
-    walk_on.scene.folder.path("bin/m.dll").chmod(READ_ONLY)
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    game = walk_on.check()["game"]
+        keep_dirs.scene.folder.put(name, b"unlisted")
+    keep_dirs.scene.folder.path("bin/m.dll").chmod(READ_ONLY)
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    game = keep_dirs.check()["game"]
     assert (game["outcome"], game["removed"]) == ("abnormal end", ["bin\\a.dll"])
     assert "bin\\m.dll" in game["stop"]
 
 
-def test_a_read_only_file_that_is_listed(walk_on):
+def test_a_read_only_file_that_is_listed(keep_dirs):
     """Whether it can be replaced is the system's business, which is asked."""
-    walk_on.scene.folder.put("bin/x", b"old").chmod(READ_ONLY)
-    offer(walk_on, {"bin/x": b"new", "bin/y": b"y"}, ["bin"])
-    game = walk_on.check()["game"]
-    assert (game["outcome"] == "done") == os.access(walk_on.scene.folder.path("bin/x"), os.W_OK)
+    keep_dirs.scene.folder.put("bin/x", b"old").chmod(READ_ONLY)
+    offer(keep_dirs, {"bin/x": b"new", "bin/y": b"y"}, ["bin"])
+    game = keep_dirs.check()["game"]
+    assert (game["outcome"] == "done") == os.access(keep_dirs.scene.folder.path("bin/x"), os.W_OK)
 
 
-def test_a_hidden_file_that_is_listed(walk_on):
+def test_a_hidden_file_that_is_listed(keep_dirs):
     """Wine hides names that begin with a dot."""
-    walk_on.scene.folder.put("bin/.hidden", b"old")
-    offer(walk_on, {"bin/.hidden": b"new"}, ["bin"])
-    assert walk_on.check()["game"]["copied"] == ["bin/.hidden"]
+    keep_dirs.scene.folder.put("bin/.hidden", b"old")
+    offer(keep_dirs, {"bin/.hidden": b"new"}, ["bin"])
+    assert keep_dirs.check()["game"]["copied"] == ["bin/.hidden"]
 
 
-def test_a_file_in_use(walk_on):
-    walk_on.scene.folder.put("bin/used.dll", b"in use")
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    walk_on.scene.lock("bin/used.dll", "read")
-    assert "bin\\used.dll" in walk_on.check()["game"]["stop"]
+def test_a_file_in_use(keep_dirs):
+    keep_dirs.scene.folder.put("bin/used.dll", b"in use")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    keep_dirs.scene.lock("bin/used.dll", "read")
+    assert "bin\\used.dll" in keep_dirs.check()["game"]["stop"]
 
 
 def test_a_version_file_that_cannot_be_written(strict):
@@ -533,12 +533,12 @@ def test_an_installed_version_above_the_servers(scene):
 
 
 @pytest.mark.parametrize("version", [None, b"", formats.game_version(*INSTALLED)[:11], b"nonsense" * 4])
-def test_an_installed_version_that_is_missing_or_broken(walk_on, version):
-    walk_on.scene.folder.remove(VERSION_FILE)
+def test_an_installed_version_that_is_missing_or_broken(keep_dirs, version):
+    keep_dirs.scene.folder.remove(VERSION_FILE)
     if version is not None:
-        walk_on.scene.folder.put(VERSION_FILE, version)
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    told = walk_on.check()
+        keep_dirs.scene.folder.put(VERSION_FILE, version)
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    told = keep_dirs.check()
     assert told["game"]["outcome"] in ("done", "check failed")
     assert told["game"]["installedVersion"] is None or version
 
@@ -620,21 +620,21 @@ def test_a_stale_executable(scene, name):
     assert told["launcher"]["staleExecutableRemoved"] == (name == PARKED)
 
 
-def test_a_launcher_of_the_server_that_is_older_is_logged_and_the_game_is_updated(walk_on):
-    walk_on.scene.offer_launcher(5)
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    told = walk_on.check()
+def test_a_launcher_of_the_server_that_is_older_is_logged_and_the_game_is_updated(keep_dirs):
+    keep_dirs.scene.offer_launcher(5)
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    told = keep_dirs.check()
     assert (told["launcher"]["outcome"], told["game"]["outcome"]) == ("failed", "done")
     assert told["launcher"]["ownVersion"] == 6
 
 
-def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(walk_on):
-    walk_on.scene.offer_launcher(5)
-    walk_on.scene.folder.put("Logs", b"a file in the place of the folder")
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    told = walk_on.foretell()
+def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(keep_dirs):
+    keep_dirs.scene.offer_launcher(5)
+    keep_dirs.scene.folder.put("Logs", b"a file in the place of the folder")
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    told = keep_dirs.foretell()
     assert told["game"]["removed"] == ["updater.log"]
-    run = walk_on.run(told)
+    run = keep_dirs.run(told)
     assert "updater.log" not in run.after
     assert (run.exit_code, told["game"]["outcome"]) == (0, "done")
 
@@ -707,19 +707,19 @@ def test_a_missing_game_is_not_started(scene):
 # --- The command --------------------------------------------------------------------------------
 
 
-def test_without_fetch_payloads_are_taken_as_listed_and_that_is_said(walk_on):
-    offer(walk_on, {"bin/x": b"x"}, ["bin"])
-    walk_on.scene.serve("bin/x", Answer(b"", status=404))
-    first = len(walk_on.scene.server.requests)
-    done = walk_on.preview("--url", walk_on.scene.server.url)
-    assert "/updates/release/bin/x" not in walk_on.scene.server.requests[first:]
+def test_without_fetch_payloads_are_taken_as_listed_and_that_is_said(keep_dirs):
+    offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
+    keep_dirs.scene.serve("bin/x", Answer(b"", status=404))
+    first = len(keep_dirs.scene.server.requests)
+    done = keep_dirs.preview("--url", keep_dirs.scene.server.url)
+    assert "/updates/release/bin/x" not in keep_dirs.scene.server.requests[first:]
     assert done.report["game"]["outcome"] == "done"
     assert any("not checked" in warning for warning in done.warnings)
 
 
-def test_names_that_no_build_may_have_are_warned_of(walk_on):
-    offer(walk_on, {"bin/100%.dat": b"x", "bin/a+b": b"x"}, ["bin"])
-    done = walk_on.preview("--url", walk_on.scene.server.url)
+def test_names_that_no_build_may_have_are_warned_of(keep_dirs):
+    offer(keep_dirs, {"bin/100%.dat": b"x", "bin/a+b": b"x"}, ["bin"])
+    done = keep_dirs.preview("--url", keep_dirs.scene.server.url)
     begin = "game_update.manifest: '"
     assert [warning for warning in done.warnings if warning.startswith(begin)] == [
         begin + "bin/100%.dat': the Launcher appends names to addresses as they stand, where %, # and ? "
@@ -853,9 +853,9 @@ class Generator:
 
 
 @pytest.mark.parametrize("seed", range(16))
-def test_generated_installations_of_the_walking_launcher(walk_on, seed):
-    Generator(walk_on, seed, ["bin", "bin/data", "Data", "Saved", "saved games", "a.rar", "Logs"]).make()
-    told = walk_on.check()
+def test_generated_installations_of_the_walking_launcher(keep_dirs, seed):
+    Generator(keep_dirs, seed, ["bin", "bin/data", "Data", "Saved", "saved games", "a.rar", "Logs"]).make()
+    told = keep_dirs.check()
     assert told["game"]["outcome"] not in ("not reached", "not offered")
 
 

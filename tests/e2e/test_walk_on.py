@@ -15,7 +15,7 @@ CHECK = ("GameVersion.vpak", "game_update.manifest")
 @pytest.fixture
 def studio(scene):
     """A game that lives in "bin", with the Launcher for such games."""
-    scene.install_launcher(scene.build.walk_on)
+    scene.install_launcher(scene.build.keep_dirs)
     return scene
 
 
