@@ -50,8 +50,8 @@ std::optional<SizeAndTime> QuerySizeAndTime(const std::wstring& path) {
 /// Takes the entries of a walk in, one after the other.
 class Reader {
  public:
-  Reader(const std::wstring& source, std::wstring_view launcher, Findings& findings)
-      : source_(source), launcher_(launcher), findings_(findings) {}
+  Reader(const std::wstring& source, std::wstring_view launcher, Diagnostics& diagnostics)
+      : source_(source), launcher_(launcher), diagnostics_(diagnostics) {}
 
   file::WalkAction Take(const file::DirectoryEntry& entry) {
     const std::wstring name = WithSlashes(entry.path.substr(source_.size() + 1));
@@ -75,19 +75,19 @@ class Reader {
   void CheckEntry(const std::wstring& name, const file::DirectoryEntry& entry) {
     const std::string subject = ToUtf8(name);
     CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, launcher_,
-              findings_);
+              diagnostics_);
     const auto [other, isNew] = namesByKey_.emplace(CaseKey(name), name);
     if (!isNew) {
-      findings_.Refuse(subject,
+      diagnostics_.AddError(subject,
                        Format("Windows takes it for the same as {}", ToUtf8(other->second)),
                        "Rename one of them.");
     }
     if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      findings_.Refuse(subject, "it is a link, and the Launcher installs files only",
+      diagnostics_.AddError(subject, "it is a link, and the Launcher installs files only",
                        "Put what it leads to in its place.");
     }
     if ((entry.attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
-      findings_.Warn(subject, "it is hidden or a system file; players get it like any other",
+      diagnostics_.AddWarning(subject, "it is hidden or a system file; players get it like any other",
                      "Leave it out of the build unless that is meant.");
     }
   }
@@ -95,15 +95,15 @@ class Reader {
   void TakeFile(const std::wstring& name, const std::wstring& path) {
     const std::optional<SizeAndTime> found = QuerySizeAndTime(path);
     if (!found) {
-      findings_.Refuse(ToUtf8(name), "it cannot be read", "Let nobody change the build meanwhile.");
+      diagnostics_.AddError(ToUtf8(name), "it cannot be read", "Let nobody change the build meanwhile.");
       return;
     }
     if (found->size == 0) {
-      findings_.Refuse(ToUtf8(name), "the Launcher takes no empty files",
+      diagnostics_.AddError(ToUtf8(name), "the Launcher takes no empty files",
                        "Put something into it, or leave it out of the build.");
     }
     if (found->size > kLargestFile) {
-      findings_.Refuse(ToUtf8(name), "the Launcher takes no files of 4 GiB and more",
+      diagnostics_.AddError(ToUtf8(name), "the Launcher takes no files of 4 GiB and more",
                        "Split it into smaller ones.");
     }
     build_.files.push_back({name, found->size, found->written, {}});
@@ -111,42 +111,42 @@ class Reader {
 
   const std::wstring& source_;
   std::wstring_view launcher_;
-  Findings& findings_;
+  Diagnostics& diagnostics_;
   BuildFolder build_;
   std::map<std::wstring, std::wstring> namesByKey_;
 };
 
-void CheckContents(const std::wstring& source, const BuildFolder& build, Findings& findings) {
+void CheckContents(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
   if (build.files.empty()) {
-    findings.Refuse(PathText(source),
+    diagnostics.AddError(PathText(source),
                     "there is no file in it, and the Launcher takes no update without",
                     "Name the folder of a build.");
   }
   if (build.directories.empty()) {
-    findings.Refuse(PathText(source),
+    diagnostics.AddError(PathText(source),
                     "there is no folder in it, and the Launcher takes no update without",
                     "Make one, for instance an empty folder Saved.");
   }
 }
 
-void WarnOfMissingGame(const BuildFolder& build, Findings& findings) {
+void WarnOfMissingGame(const BuildFolder& build, Diagnostics& diagnostics) {
   const std::wstring game = CaseKey(kGameProgram);
   const bool isThere = std::any_of(build.files.begin(), build.files.end(),
                                    [&](const BuildFile& f) { return CaseKey(f.name) == game; });
   if (isThere || build.files.empty()) return;
-  findings.Warn(ToUtf8(WithSlashes(kGameProgram)),
+  diagnostics.AddWarning(ToUtf8(WithSlashes(kGameProgram)),
                 "the build has no such file, which is the game that the Launcher starts",
                 "Name the folder that holds bin, or publish the game's program in there too.");
 }
 
-void WarnOfLongestPath(const BuildFolder& build, Findings& findings) {
+void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
   const auto longest = std::max_element(
       build.files.begin(), build.files.end(),
       [](const BuildFile& a, const BuildFile& b) { return a.name.size() < b.name.size(); });
   if (longest == build.files.end()) return;
   const std::size_t room = RoomForGameFolder(longest->name);
   if (room >= kOrdinaryGameFolder) return;
-  findings.Warn(
+  diagnostics.AddWarning(
       ToUtf8(longest->name),
       Format("with this name, the longest, the path of a player's game folder may have no "
              "more than {} characters",
@@ -184,32 +184,32 @@ std::uint64_t BuildFolder::Bytes() const {
 }
 
 BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launcher,
-                            Findings& findings) {
+                            Diagnostics& diagnostics) {
   const DWORD attributes = GetFileAttributesW(source.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    findings.Refuse(PathText(source), "there is no such folder", "Name the folder of a build.");
+    diagnostics.AddError(PathText(source), "there is no such folder", "Name the folder of a build.");
     return {};
   }
-  Reader reader(source, launcher, findings);
+  Reader reader(source, launcher, diagnostics);
   file::WalkDirectory(source,
                       [&reader](const file::DirectoryEntry& entry) { return reader.Take(entry); });
   BuildFolder build = reader.Build();
-  CheckContents(source, build, findings);
-  WarnOfMissingGame(build, findings);
-  WarnOfLongestPath(build, findings);
+  CheckContents(source, build, diagnostics);
+  WarnOfMissingGame(build, diagnostics);
+  WarnOfLongestPath(build, diagnostics);
   return build;
 }
 
-void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Findings& findings) {
+void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
   for (const BuildFile& file : build.files) {
     const std::optional<SizeAndTime> now = QuerySizeAndTime(Below(source, file.name));
     if (now && now->size == file.size && now->written == file.written) continue;
-    findings.Refuse(ToUtf8(file.name), "it was changed while the build was published",
+    diagnostics.AddError(ToUtf8(file.name), "it was changed while the build was published",
                     "Publish again when the build is complete.");
   }
 }
 
-void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Findings& findings) {
+void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnostics& diagnostics) {
   std::unordered_set<std::wstring> listed;
   for (const BuildFile& file : build.files) listed.insert(file.name);
   sdk::CleanupRules rules(listed, launcher);
@@ -222,15 +222,15 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Finding
     const std::string subject = ToUtf8(directory);
     if (!HoldsAnything(build, directory)) {
       if (isKept) continue;
-      findings.Warn(subject, "the folder is empty: every update makes it and removes it again",
+      diagnostics.AddWarning(subject, "the folder is empty: every update makes it and removes it again",
                     "Put a file into it if the game needs it.");
     } else if (inRoot && isKept && HoldsFiles(build, directory)) {
-      findings.Warn(subject,
+      diagnostics.AddWarning(subject,
                     "the folder is the players' own: what a later version no longer has stays on "
                     "their disks, and each update replaces what they changed in its files",
                     "Publish there only what is meant to behave so.");
     } else if (inRoot && !isKept && !sdk::KeepsNonEmptyDirectories()) {
-      findings.Warn(subject,
+      diagnostics.AddWarning(subject,
                     "the clean-up of this build of the Launcher cannot remove the folder, which "
                     "ends every update abnormally, before its version is recorded",
                     "Ship the Launcher whose clean-up walks on, which is made for such games, and "

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 
 namespace ve::publish {
 
@@ -29,12 +29,12 @@ struct BuildFolder {
 /// Reads the folder and refuses whatever the Launcher could not take. `launcher` is the name of the
 /// Launcher's own file.
 [[nodiscard]] BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launcher,
-                                          Findings& findings);
+                                          Diagnostics& diagnostics);
 
 /// Refuses the files that were changed or removed since the build was read.
-void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Findings& findings);
+void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics);
 
 /// Warns of what the Launcher's clean-up will do to this build on players' disks.
-void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Findings& findings);
+void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

@@ -75,12 +75,12 @@ void WalkFolder(
 class ChannelCheck {
  public:
   ChannelCheck(const ChannelOptions& options, std::wstring_view channel, Console& console,
-               Findings& findings)
+               Diagnostics& diagnostics)
       : options_(options),
         channel_(channel),
         tree_(options.tree, channel),
         console_(console),
-        findings_(findings) {}
+        diagnostics_(diagnostics) {}
 
   void Run() {
     report_ = {{"channel", ToUtf8(channel_)}, {"place", tree_.PlaceOf(L"")}};
@@ -92,22 +92,22 @@ class ChannelCheck {
   }
 
  private:
-  void Refuse(std::wstring_view name, std::string rule, std::string remedy) {
-    findings_.Refuse(tree_.PlaceOf(name), std::move(rule), std::move(remedy));
+  void AddError(std::wstring_view name, std::string message, std::string hint) {
+    diagnostics_.AddError(tree_.PlaceOf(name), std::move(message), std::move(hint));
   }
 
   /// The rejection's message, word for word as a player's log has it.
-  void Refuse(std::wstring_view name, const Rejection& rejection, const char* effect) {
-    Refuse(name, rejection.message,
+  void AddError(std::wstring_view name, const Rejection& rejection, const char* effect) {
+    AddError(name, rejection.message,
            Format("So says the Launcher's reader, {}. {}", PlaceInWords(rejection), effect));
   }
 
   /// The file; or none, and then the message that a player's log has.
   std::optional<std::string> Fetch(std::wstring_view name, std::string_view failure,
                                    const char* effect) {
-    DownloadResult download = tree_.Fetch(name, findings_);
+    DownloadResult download = tree_.Fetch(name, diagnostics_);
     if (download.Succeeded()) return std::move(download.Body());
-    Refuse(name, Format(failure, ToUtf8(download.Error())), effect);
+    AddError(name, Format(failure, ToUtf8(download.Error())), effect);
     return {};
   }
 
@@ -116,11 +116,11 @@ class ChannelCheck {
     if (!bytes) return;
     const auto judged = JudgeVersion(*bytes);
     if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Refuse(kVersionName, *rejection, kNoGameUpdate);
+      return AddError(kVersionName, *rejection, kNoGameUpdate);
     }
     const auto& version = std::get<VersionFile>(judged);
     if (!version.complete) {
-      Refuse(kVersionName, "the file ends before its version does",
+      AddError(kVersionName, "the file ends before its version does",
              "Launchers read what is missing as 0.0.0.0. Publish again.");
     }
     WarnOfRest(kVersionName, version.archive.end, bytes->size());
@@ -130,7 +130,7 @@ class ChannelCheck {
 
   void WarnOfRest(std::wstring_view name, std::size_t end, std::size_t size) {
     if (end == size) return;
-    findings_.Warn(tree_.PlaceOf(name),
+    diagnostics_.AddWarning(tree_.PlaceOf(name),
                    Format("{} bytes follow the record, from byte {} on", size - end, end),
                    "Launchers do not read them; the file may be damaged.");
   }
@@ -141,7 +141,7 @@ class ChannelCheck {
     std::string text;
     const auto judged = JudgeGameManifest(*content, text);
     if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Refuse(kManifestName, *rejection, kUpdateFails);
+      return AddError(kManifestName, *rejection, kUpdateFails);
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
@@ -151,8 +151,8 @@ class ChannelCheck {
     report_["bytes"] = bytes;
     console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
                         manifest.directories.size(), BytesInWords(bytes)));
-    CheckManifest(manifest, tree_.PlaceOf(kManifestName), ToWide(options_.launcher), findings_);
-    CheckPayload(tree_, manifest, console_, findings_);
+    CheckManifest(manifest, tree_.PlaceOf(kManifestName), ToWide(options_.launcher), diagnostics_);
+    CheckPayload(tree_, manifest, console_, diagnostics_);
     if (!tree_.IsServed()) CheckUnlisted(manifest);
   }
 
@@ -186,13 +186,13 @@ class ChannelCheck {
                   const std::unordered_map<std::wstring, std::wstring>& files) {
     const auto listed = files.find(CaseKey(name));
     if (isDirectory || listed == files.end()) {
-      return Refuse(name, "lies in the tree, but is not listed",
+      return AddError(name, "lies in the tree, but is not listed",
                     "No player gets it. Remove it, or publish again.");
     }
     std::wstring spelling = listed->second;
     std::replace(spelling.begin(), spelling.end(), L'\\', L'/');
     if (spelling == name) return;
-    Refuse(name, Format("is listed as '{}'", ToUtf8(listed->second)),
+    AddError(name, Format("is listed as '{}'", ToUtf8(listed->second)),
            "Servers that tell case apart do not find it. Spell both alike.");
   }
 
@@ -212,7 +212,7 @@ class ChannelCheck {
     if (!content) return {};
     const auto judged = JudgeUpdaterManifest(*content);
     if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      Refuse(kUpdaterManifestName, *rejection, kNoSelfUpdate);
+      AddError(kUpdaterManifestName, *rejection, kNoSelfUpdate);
       return {};
     }
     const std::uint32_t offered = std::get<std::uint32_t>(judged);
@@ -228,7 +228,7 @@ class ChannelCheck {
     if (!bytes) return;
     const auto judged = JudgeSettings(*bytes);
     if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Refuse(kUpdaterSettingsName, *rejection,
+      return AddError(kUpdaterSettingsName, *rejection,
                     "Launchers install the file, and can update nothing from then on.");
     }
     const auto& settings = std::get<SettingsFile>(judged);
@@ -237,21 +237,21 @@ class ChannelCheck {
     report_["launcher"]["channel"] = settings.channel;
     console_.Say(Format("  settings: URL {}, channel {}", settings.url, settings.channel));
     if (ToWide(settings.channel) != channel_) {
-      findings_.Warn(tree_.PlaceOf(kUpdaterSettingsName),
+      diagnostics_.AddWarning(tree_.PlaceOf(kUpdaterSettingsName),
                      Format("names the channel {}", settings.channel),
                      Format("It moves the players of {} there.", ToUtf8(channel_)));
     }
     if (tree_.IsServed() && settings.url != options_.tree.url) {
-      findings_.Warn(tree_.PlaceOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
+      diagnostics_.AddWarning(tree_.PlaceOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
                      Format("It moves the players of {} there.", options_.tree.url));
     }
   }
 
   void CheckServedExecutable(std::optional<std::uint32_t> offered) {
     const std::wstring name = Format(L"{}/{}", kUpdaterFolder, ToWide(options_.launcher));
-    DownloadResult download = tree_.Fetch(name, findings_);
+    DownloadResult download = tree_.Fetch(name, diagnostics_);
     if (!download.Succeeded()) {
-      return Refuse(
+      return AddError(
           name, Format(sdk::kExecutableDownloadFailed, options_.launcher, ToUtf8(download.Error())),
           kNoSelfUpdate);
     }
@@ -269,12 +269,12 @@ class ChannelCheck {
       return file::WalkAction::kSkip;
     });
     if (others.empty()) {
-      return Refuse(kUpdaterFolder, "holds no executable",
+      return AddError(kUpdaterFolder, "holds no executable",
                     "Launchers fetch their new version from here. Publish the Launcher again.");
     }
     if (others.size() > 1) {
       for (const std::wstring& name : others) {
-        Refuse(name,
+        AddError(name,
                Format("is one of {} files where only the executable is expected", others.size()),
                "Remove what is not the Launcher.");
       }
@@ -288,11 +288,11 @@ class ChannelCheck {
     report_["launcher"]["executable"] = ToUtf8(name.substr(kUpdaterFolder.size() + 1));
     const std::optional<std::uint32_t> version = ExecutableVersion(path);
     if (!version) {
-      return Refuse(name, "has no version resource",
+      return AddError(name, "has no version resource",
                     "It is no Launcher, or damaged. Publish the Launcher again.");
     }
     if (!offered || *version == *offered) return;
-    Refuse(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
+    AddError(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
            *version < *offered ? "Launchers would replace themselves at every start, for ever."
                                : "Launchers of the offered version never fetch it.");
   }
@@ -301,15 +301,15 @@ class ChannelCheck {
   std::wstring channel_;
   PublishedTree tree_;
   Console& console_;
-  Findings& findings_;
+  Diagnostics& diagnostics_;
   Json report_;
 };
 
 }  // namespace
 
 void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
-                  Findings& findings) {
-  ChannelCheck(options, channel, console, findings).Run();
+                  Diagnostics& diagnostics) {
+  ChannelCheck(options, channel, console, diagnostics).Run();
 }
 
 }  // namespace ve::publish

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "publisher/console.h"
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 #include "publisher/published_tree.h"
 
 namespace ve::publish {
@@ -16,9 +16,9 @@ struct ChannelOptions {
   std::string launcher = "Launcher.exe";
 };
 
-/// Reads a channel as players' Launchers do. Adds what is wrong with it to the findings, and what
+/// Reads a channel as players' Launchers do. Adds what is wrong with it to the diagnostics, and what
 /// it holds to the report.
 void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
-                  Findings& findings);
+                  Diagnostics& diagnostics);
 
 }  // namespace ve::publish

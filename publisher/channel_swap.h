@@ -28,7 +28,7 @@
 #include <string_view>
 
 #include "core/handle.h"
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 
 namespace ve::publish {
 
@@ -51,12 +51,12 @@ struct ChannelFolders {
 /// Why a channel cannot be written to, for people.
 class ChannelError : public std::runtime_error {
  public:
-  explicit ChannelError(Finding finding)
-      : std::runtime_error(finding.rule), finding_(std::move(finding)) {}
-  [[nodiscard]] const Finding& Words() const noexcept { return finding_; }
+  explicit ChannelError(Diagnostic diagnostic)
+      : std::runtime_error(diagnostic.message), diagnostic_(std::move(diagnostic)) {}
+  [[nodiscard]] const Diagnostic& GetDiagnostic() const noexcept { return diagnostic_; }
 
  private:
-  Finding finding_;
+  Diagnostic diagnostic_;
 };
 
 /// The right to write to a channel, held by one run at a time. Taking it repairs what an

@@ -21,16 +21,16 @@ bool IsTerminal(DWORD standardHandle) {
   return GetConsoleMode(GetStdHandle(standardHandle), &mode) != FALSE;
 }
 
-void WriteFinding(std::string_view kind, const Finding& finding) {
-  Write(stderr, Format("{}: {}: {}\n", kind, finding.subject, finding.rule));
-  if (!finding.remedy.empty()) Write(stderr, Format("  {}\n", finding.remedy));
+void WriteFinding(std::string_view kind, const Diagnostic& diagnostic) {
+  Write(stderr, Format("{}: {}: {}\n", kind, diagnostic.subject, diagnostic.message));
+  if (!diagnostic.hint.empty()) Write(stderr, Format("  {}\n", diagnostic.hint));
 }
 
-Json AsJson(const std::vector<Finding>& findings) {
+Json AsJson(const std::vector<Diagnostic>& diagnostics) {
   Json list = Json::array();
-  for (const Finding& finding : findings) {
+  for (const Diagnostic& diagnostic : diagnostics) {
     list.push_back(
-        {{"subject", finding.subject}, {"rule", finding.rule}, {"remedy", finding.remedy}});
+        {{"subject", diagnostic.subject}, {"message", diagnostic.message}, {"hint", diagnostic.hint}});
   }
   return list;
 }
@@ -57,19 +57,19 @@ void Console::EndProgress() {
   progressShown_ = false;
 }
 
-int Console::Finish(const Findings& findings) {
+int Console::Finish(const Diagnostics& diagnostics) {
   EndProgress();
   if (style_ == Style::kJson) {
-    report_["refusals"] = AsJson(findings.refusals);
-    report_["warnings"] = AsJson(findings.warnings);
+    report_["refusals"] = AsJson(diagnostics.refusals);
+    report_["warnings"] = AsJson(diagnostics.warnings);
     // Names of files need not be valid text.
     Write(stdout, report_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
   } else {
     std::fflush(stdout);
-    for (const Finding& warning : findings.warnings) WriteFinding("warning", warning);
-    for (const Finding& refusal : findings.refusals) WriteFinding("refused", refusal);
+    for (const Diagnostic& warning : diagnostics.warnings) WriteFinding("warning", warning);
+    for (const Diagnostic& refusal : diagnostics.refusals) WriteFinding("refused", refusal);
   }
-  return findings.Refused() ? kRefused : kDone;
+  return diagnostics.Refused() ? kRefused : kDone;
 }
 
 std::string BytesInWords(std::uint64_t bytes) {

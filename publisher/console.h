@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 #include <nlohmann/json.hpp>
 
 namespace ve::publish {
@@ -39,7 +39,7 @@ class Console {
 
   /// Prints the remarks (or the JSON object, which holds them as "refusals" and "warnings") and
   /// returns the exit code.
-  [[nodiscard]] int Finish(const Findings& findings);
+  [[nodiscard]] int Finish(const Diagnostics& diagnostics);
 
  private:
   Style style_;

@@ -1,15 +1,15 @@
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 
 #include <utility>
 
 namespace ve::publish {
 
-void Findings::Refuse(std::string subject, std::string rule, std::string remedy) {
-  refusals.push_back({std::move(subject), std::move(rule), std::move(remedy)});
+void Diagnostics::AddError(std::string subject, std::string message, std::string hint) {
+  refusals.push_back({std::move(subject), std::move(message), std::move(hint)});
 }
 
-void Findings::Warn(std::string subject, std::string rule, std::string remedy) {
-  warnings.push_back({std::move(subject), std::move(rule), std::move(remedy)});
+void Diagnostics::AddWarning(std::string subject, std::string message, std::string hint) {
+  warnings.push_back({std::move(subject), std::move(message), std::move(hint)});
 }
 
 }  // namespace ve::publish

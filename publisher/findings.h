@@ -7,18 +7,18 @@
 namespace ve::publish {
 
 /// One remark: what it is about (mostly a file's name), what is wrong, and the way out. UTF-8.
-struct Finding {
+struct Diagnostic {
   std::string subject;
-  std::string rule;
-  std::string remedy;
+  std::string message;
+  std::string hint;
 };
 
-struct Findings {
-  std::vector<Finding> refusals;  ///< With one of these, nothing is published.
-  std::vector<Finding> warnings;
+struct Diagnostics {
+  std::vector<Diagnostic> refusals;  ///< With one of these, nothing is published.
+  std::vector<Diagnostic> warnings;
 
-  void Refuse(std::string subject, std::string rule, std::string remedy);
-  void Warn(std::string subject, std::string rule, std::string remedy);
+  void AddError(std::string subject, std::string message, std::string hint);
+  void AddWarning(std::string subject, std::string message, std::string hint);
   [[nodiscard]] bool Refused() const noexcept { return !refusals.empty(); }
 };
 

@@ -44,17 +44,17 @@ bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
   return (CaseKey(path) + L'/').starts_with(CaseKey(folder) + L'/');
 }
 
-void CheckPlaces(const Plan& plan, Findings& findings) {
+void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
   if (IsSameOrBelow(plan.source, plan.server) || IsSameOrBelow(plan.server, plan.source)) {
-    findings.Refuse(PathText(plan.source), "the build and the server's folder lie in one another",
+    diagnostics.AddError(PathText(plan.source), "the build and the server's folder lie in one another",
                     "Publish from a folder apart from the server's.");
   }
 }
 
-std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text, Findings& findings) {
+std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text, Diagnostics& diagnostics) {
   const std::optional<sdk::VersionNumber> version = ParseVersion(text);
   if (!version) {
-    findings.Refuse(text, "it is no version", "Write four numbers, such as 1.4.0.2.");
+    diagnostics.AddError(text, "it is no version", "Write four numbers, such as 1.4.0.2.");
   }
   return version;
 }
@@ -68,24 +68,24 @@ std::optional<std::string> PublishedVersionFile(const ChannelFolders& folders) {
 
 void CheckAgainstPublished(const sdk::VersionNumber& version,
                            const std::optional<std::string>& published, const Plan& plan,
-                           Console& console, Findings& findings) {
+                           Console& console, Diagnostics& diagnostics) {
   if (!published) return;
   try {
     const sdk::VersionNumber present = sdk::ReadOfferedVersion(*published);
     console.Report()["previousVersion"] = VersionText(present);
     if (version > present) return;
-    const std::string rule = Format(
+    const std::string message = Format(
         "the server has {} already, and players who have that are "
         "not offered a lower one or the same again",
         VersionText(present));
     if (plan.force) {
-      findings.Warn(VersionText(version), rule, "Only players with an older version get it.");
+      diagnostics.AddWarning(VersionText(version), message, "Only players with an older version get it.");
     } else {
-      findings.Refuse(VersionText(version), rule, "Publish a higher version, or use --force.");
+      diagnostics.AddError(VersionText(version), message, "Publish a higher version, or use --force.");
     }
   } catch (const VERuntimeError& error) {
     if (plan.force) return;
-    findings.Refuse(PathText(Below(PublishedFolder(plan.folders), kVersionName)),
+    diagnostics.AddError(PathText(Below(PublishedFolder(plan.folders), kVersionName)),
                     Format("the version on the server cannot be read: {}", error.what()),
                     "Use --force to publish in its place.");
   }
@@ -139,21 +139,21 @@ void Tell(const Options& options, const BuildFolder& build, const Placed& placed
 
 void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
              const std::optional<std::string>& publishedVersion, BuildFolder& build,
-             const ChannelLock& lock, Console& console, Findings& findings) {
+             const ChannelLock& lock, Console& console, Diagnostics& diagnostics) {
   if (PublishedVersionFile(plan.folders) != publishedVersion) {
-    findings.Refuse(options.channel, "another run has published to this channel meanwhile",
+    diagnostics.AddError(options.channel, "another run has published to this channel meanwhile",
                     "Look at what it has published, then publish again.");
     return;
   }
   const ScopeFail cleanUp([&plan] { RemoveUnfinished(plan.folders); });
   const Placed placed = MakeNextState(plan, version, build, console);
-  CheckUnchanged(plan.source, build, findings);
-  if (findings.Refused()) {
+  CheckUnchanged(plan.source, build, diagnostics);
+  if (diagnostics.Refused()) {
     RemoveUnfinished(plan.folders);
     return;
   }
   if (!SwapInApart(plan.server, ToWide(options.channel), lock)) {
-    findings.Warn(
+    diagnostics.AddWarning(
         PathText(plan.folders.updates),
         "the new version is served, but the folder of the one before could not be removed",
         "The next run that publishes to this channel removes it.");
@@ -162,21 +162,21 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
 }
 
 void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
-                     Findings& findings) {
+                     Diagnostics& diagnostics) {
   // Whatever comes of this run: what an interrupted one has left is repaired.
   std::optional<ChannelLock> lock;
   if (file::Exists(plan.folders.updates)) lock.emplace(plan.folders);
 
-  CheckPlaces(plan, findings);
-  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, findings);
+  CheckPlaces(plan, diagnostics);
+  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, diagnostics);
   const std::optional<std::string> publishedVersion = PublishedVersionFile(plan.folders);
-  if (version) CheckAgainstPublished(*version, publishedVersion, plan, console, findings);
-  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, findings);
-  WarnOfCleanUp(build, plan.launcher, findings);
-  if (findings.Refused()) return;
+  if (version) CheckAgainstPublished(*version, publishedVersion, plan, console, diagnostics);
+  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, diagnostics);
+  WarnOfCleanUp(build, plan.launcher, diagnostics);
+  if (diagnostics.Refused()) return;
 
   if (!lock) lock.emplace(plan.folders);
-  Publish(options, plan, *version, publishedVersion, build, *lock, console, findings);
+  Publish(options, plan, *version, publishedVersion, build, *lock, console, diagnostics);
 }
 
 int Run(const Options& options, Console& console) {
@@ -187,14 +187,14 @@ int Run(const Options& options, Console& console) {
                       {"channel", options.channel},
                       {"server", PathText(plan.server)},
                       {"published", false}};
-  Findings findings;
+  Diagnostics diagnostics;
   try {
-    CheckAndPublish(options, plan, console, findings);
+    CheckAndPublish(options, plan, console, diagnostics);
   } catch (const ChannelError& error) {
-    const Finding& words = error.Words();
-    findings.Refuse(words.subject, words.rule, words.remedy);
+    const Diagnostic& words = error.GetDiagnostic();
+    diagnostics.AddError(words.subject, words.message, words.hint);
   }
-  return console.Finish(findings);
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

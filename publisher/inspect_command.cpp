@@ -59,7 +59,7 @@ class Inspection {
         ShowUnknown();
         break;
     }
-    return console_.Finish(findings_);
+    return console_.Finish(diagnostics_);
   }
 
  private:
@@ -76,7 +76,7 @@ class Inspection {
     Json json = {{"reader", reader}, {"message", rejection.message}, {"offset", rejection.offset}};
     if (rejection.line != 0) json["line"] = rejection.line;
     console_.Report()["rejections"].push_back(json);
-    findings_.Refuse(
+    diagnostics_.AddError(
         PathText(path_), rejection.message,
         Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(rejection)));
   }
@@ -87,7 +87,7 @@ class Inspection {
     Tell("header", "header", std::string(header));
     Tell("file version", "fileVersion", fileVersion);
     if (archive.end == content_.size()) return;
-    findings_.Warn(PathText(path_),
+    diagnostics_.AddWarning(PathText(path_),
                    Format("{} bytes follow the record, from byte {} on",
                           content_.size() - archive.end, archive.end),
                    "The Launcher does not read them; the file may be damaged.");
@@ -116,7 +116,7 @@ class Inspection {
     TellArchive(version.archive, sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion);
     Tell("version", "version", VersionText(version.version));
     if (!version.complete) {
-      findings_.Warn(PathText(path_), "the file ends before its version does",
+      diagnostics_.AddWarning(PathText(path_), "the file ends before its version does",
                      "The Launcher reads what is missing as 0.0.0.0. Publish again.");
     }
   }
@@ -139,7 +139,7 @@ class Inspection {
   }
 
   void WarnOfReader(const Rejection& rejection, std::string_view reader) {
-    findings_.Warn(
+    diagnostics_.AddWarning(
         PathText(path_), rejection.message,
         Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(rejection)));
   }
@@ -260,7 +260,7 @@ class Inspection {
 
   Options options_;
   Console& console_;
-  Findings findings_;
+  Diagnostics diagnostics_;
   std::wstring path_;
   std::string content_;
 };

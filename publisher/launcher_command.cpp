@@ -39,55 +39,55 @@ struct Parts {
 
 /// The content, or none and a refusal.
 std::optional<std::string> ReadInput(const std::string& option, const std::string& path,
-                                     Findings& findings) {
+                                     Diagnostics& diagnostics) {
   const std::wstring absolute = AbsolutePath(path);
   const DWORD attributes = GetFileAttributesW(absolute.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    findings.Refuse(PathText(absolute), "there is no such file",
+    diagnostics.AddError(PathText(absolute), "there is no such file",
                     Format("Name an existing file with {}.", option));
     return {};
   }
   return ReadWholeFile(absolute);
 }
 
-void CheckExecutableName(const std::wstring& name, Findings& findings) {
+void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
-  CheckCharacters(name, subject, findings);
+  CheckCharacters(name, subject, diagnostics);
   const std::wstring key = CaseKey(name);
   for (const std::wstring_view taken : {kUpdaterManifestName, kUpdaterSettingsName}) {
     if (key == CaseKey(taken.substr(kUpdaterFolder.size() + 1))) {
-      findings.Refuse(subject, "the server has a file of its own by this name",
+      diagnostics.AddError(subject, "the server has a file of its own by this name",
                       "Give the executable the name that it has on players' disks.");
     }
   }
 }
 
-void CheckExecutable(const std::string& path, const std::string& content, Findings& findings) {
+void CheckExecutable(const std::string& path, const std::string& content, Diagnostics& diagnostics) {
   const std::wstring absolute = AbsolutePath(path);
   if (!IsExecutable(content)) {
-    findings.Refuse(PathText(absolute), "it is no Windows program", "Name the Launcher's file.");
+    diagnostics.AddError(PathText(absolute), "it is no Windows program", "Name the Launcher's file.");
     return;
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
   if (version == sdk::kOwnUpdaterVersion) return;
   const std::string found =
       version ? Format("its version is {}", *version) : std::string("it has no version resource");
-  findings.Refuse(PathText(absolute),
+  diagnostics.AddError(PathText(absolute),
                   Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
                   "Publish with the tool that was built together with this Launcher.");
 }
 
-void CheckSettings(const Options& options, const std::string& content, Findings& findings) {
+void CheckSettings(const Options& options, const std::string& content, Diagnostics& diagnostics) {
   const std::string subject = PathText(AbsolutePath(options.settings));
   try {
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
     if (settings.channel == ToWide(options.channel)) return;
-    findings.Refuse(subject,
+    diagnostics.AddError(subject,
                     Format("its channel is {}, and the Launcher would take its updates from there",
                            ToUtf8(settings.channel)),
                     Format("Make one for {} with publish settings.", options.channel));
   } catch (const VERuntimeError& error) {
-    findings.Refuse(subject, Format("the Launcher refuses it: {}", error.what()),
+    diagnostics.AddError(subject, Format("the Launcher refuses it: {}", error.what()),
                     "Make one with publish settings.");
   }
 }
@@ -113,11 +113,11 @@ std::wstring ExecutablePlace(const Parts& parts) {
   return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
 }
 
-void WarnOfVersion(const std::wstring& folder, const Parts& parts, Findings& findings) {
+void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
   const std::optional<std::uint32_t> version = PublishedVersion(folder);
   if (!version) return;
   if (*version > sdk::kOwnUpdaterVersion) {
-    findings.Warn(ToUtf8(parts.executableName),
+    diagnostics.AddWarning(ToUtf8(parts.executableName),
                   Format("the server had version {}: players who have that keep it, and their "
                          "Launcher logs an error at every start",
                          *version),
@@ -125,7 +125,7 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Findings& fin
   }
   const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
   if (*version == sdk::kOwnUpdaterVersion && executable && *executable != parts.executable) {
-    findings.Warn(ToUtf8(parts.executableName),
+    diagnostics.AddWarning(ToUtf8(parts.executableName),
                   Format("the server had another file with the same version {}: players who have "
                          "that version do not get this one",
                          *version),
@@ -134,17 +134,17 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Findings& fin
 }
 
 void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Options& options,
-                    Findings& findings) {
+                    Diagnostics& diagnostics) {
   const std::optional<std::string> before = Published(folder, kUpdaterSettingsName);
   if (!before || *before == parts.settings) return;
   const std::string url = ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url);
-  findings.Warn(options.settings,
+  diagnostics.AddWarning(options.settings,
                 "the server had other settings: every player's Launcher takes these over and "
                 "restarts once",
                 Format("From then on it asks {}", url));
 }
 
-void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Findings& findings) {
+void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
   const std::wstring updater = Below(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
   const std::wstring manifest = Below(folder, kUpdaterManifestName);
@@ -155,7 +155,7 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Findings& 
     const bool isKnown = key == CaseKey(manifest) || key == CaseKey(settings) ||
                          key == CaseKey(executable) || entry.path.ends_with(kBesideSuffix);
     if (!isKnown) {
-      findings.Warn(PathText(entry.path),
+      diagnostics.AddWarning(PathText(entry.path),
                     "it is not replaced: a Launcher of this name still gets it as its update",
                     "Remove it if no player's Launcher has this name.");
     }
@@ -164,10 +164,10 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Findings& 
 }
 
 void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
-                     Findings& findings) {
-  WarnOfVersion(folder, parts, findings);
-  WarnOfSettings(folder, parts, options, findings);
-  WarnOfOtherFiles(folder, parts, findings);
+                     Diagnostics& diagnostics) {
+  WarnOfVersion(folder, parts, diagnostics);
+  WarnOfSettings(folder, parts, options, diagnostics);
+  WarnOfOtherFiles(folder, parts, diagnostics);
 }
 
 /// A file with a short path, removed with its owner.
@@ -211,10 +211,10 @@ void Write(const std::wstring& folder, const Parts& parts) {
   WriteWholeFile(Below(folder, kUpdaterManifestName), manifest);
 }
 
-void Publish(const Options& options, const Parts& parts, Console& console, Findings& findings) {
+void Publish(const Options& options, const Parts& parts, Console& console, Diagnostics& diagnostics) {
   const ChannelFolders folders = FoldersOf(AbsolutePath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
-  WarnOfPublished(folders.live, parts, options, findings);
+  WarnOfPublished(folders.live, parts, options, diagnostics);
   Write(folders.live, parts);
   console.Say(Format("Published version {} of the Launcher, {}, to {} in {}",
                      sdk::kOwnUpdaterVersion, ToUtf8(parts.executableName), options.channel,
@@ -223,7 +223,7 @@ void Publish(const Options& options, const Parts& parts, Console& console, Findi
 }
 
 int Run(const Options& options, Console& console) {
-  Findings findings;
+  Diagnostics diagnostics;
   const std::wstring path = AbsolutePath(options.executable);
   Parts parts;
   parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
@@ -233,23 +233,23 @@ int Run(const Options& options, Console& console) {
                       {"server", PathText(AbsolutePath(options.server))}};
   console.Report()["published"] = false;
 
-  CheckExecutableName(parts.executableName, findings);
-  if (auto executable = ReadInput("--exe", options.executable, findings)) {
+  CheckExecutableName(parts.executableName, diagnostics);
+  if (auto executable = ReadInput("--exe", options.executable, diagnostics)) {
     parts.executable = std::move(*executable);
-    CheckExecutable(options.executable, parts.executable, findings);
+    CheckExecutable(options.executable, parts.executable, diagnostics);
   }
-  if (auto settings = ReadInput("--settings", options.settings, findings)) {
+  if (auto settings = ReadInput("--settings", options.settings, diagnostics)) {
     parts.settings = std::move(*settings);
-    CheckSettings(options, parts.settings, findings);
+    CheckSettings(options, parts.settings, diagnostics);
   }
-  if (findings.Refused()) return console.Finish(findings);
+  if (diagnostics.Refused()) return console.Finish(diagnostics);
   try {
-    Publish(options, parts, console, findings);
+    Publish(options, parts, console, diagnostics);
   } catch (const ChannelError& error) {
-    const Finding& words = error.Words();
-    findings.Refuse(words.subject, words.rule, words.remedy);
+    const Diagnostic& words = error.GetDiagnostic();
+    diagnostics.AddError(words.subject, words.message, words.hint);
   }
-  return console.Finish(findings);
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

@@ -25,9 +25,9 @@ int RunCommand(const Command& command) {
   try {
     return command.run(console);
   } catch (const std::exception& error) {
-    Findings findings;
-    findings.Refuse("publish", error.what(), "");
-    return console.Finish(findings);
+    Diagnostics diagnostics;
+    diagnostics.AddError("publish", error.what(), "");
+    return console.Finish(diagnostics);
   }
 }
 

@@ -32,8 +32,8 @@ bool IsLowercaseHexadecimal(std::string_view digest) {
 class ManifestCheck {
  public:
   ManifestCheck(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                Findings& findings)
-      : manifest_(manifest), place_(place), findings_(findings) {}
+                Diagnostics& diagnostics)
+      : manifest_(manifest), place_(place), diagnostics_(diagnostics) {}
 
   void Run() {
     for (const std::string_view directory : manifest_.directories) {
@@ -47,14 +47,14 @@ class ManifestCheck {
   }
 
  private:
-  void Refuse(std::string rule, std::string remedy) {
-    findings_.Refuse(place_, std::move(rule), std::move(remedy));
+  void AddError(std::string message, std::string hint) {
+    diagnostics_.AddError(place_, std::move(message), std::move(hint));
   }
 
   void CheckDirectory(const std::wstring& name) {
     const std::wstring_view parent = ParentOf(name);
     if (!parent.empty() && !onDisk_.contains(CaseKey(parent))) {
-      Refuse(listed_.contains(CaseKey(parent))
+      AddError(listed_.contains(CaseKey(parent))
                  ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
                           ToUtf8(parent))
                  : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
@@ -63,7 +63,7 @@ class ManifestCheck {
     }
     const auto [known, isNew] = onDisk_.try_emplace(CaseKey(name), SpellingOnDisk(name));
     if (!isNew) {
-      findings_.Warn(place_,
+      diagnostics_.AddWarning(place_,
                      known->second == SpellingOnDisk(name)
                          ? Format("the directory '{}' is listed twice", ToUtf8(name))
                          : Format("the directories '{}' and '{}' differ only in case",
@@ -84,12 +84,12 @@ class ManifestCheck {
     CheckSpelling(entry);
     CheckFolder(entry);
     if (!IsLowercaseHexadecimal(entry.digest)) {
-      Refuse(Format("'{}' has the digest '{}', which is not in lowercase hexadecimal digits",
+      AddError(Format("'{}' has the digest '{}', which is not in lowercase hexadecimal digits",
                     ToUtf8(entry.name), entry.digest),
              "It never counts as current and is downloaded by every update. Publish again.");
     }
     if (entry.size > std::numeric_limits<std::uint32_t>::max()) {
-      Refuse(Format("'{}' has {} bytes", ToUtf8(entry.name), entry.size),
+      AddError(Format("'{}' has {} bytes", ToUtf8(entry.name), entry.size),
              "The Launcher downloads files below 4 GiB only. Split it.");
     }
   }
@@ -98,13 +98,13 @@ class ManifestCheck {
     const std::wstring folded = CaseKey(entry.name);
     const auto [known, isNew] = files_.try_emplace(folded, entry.name);
     if (!isNew) {
-      Refuse(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
+      AddError(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
                                          : Format("'{}' and '{}' differ only in case",
                                                   ToUtf8(known->second), ToUtf8(entry.name)),
              "One replaces the other with every update. List it once.");
     }
     if (listed_.contains(folded)) {
-      Refuse(Format("'{}' is listed as a directory and as a file", ToUtf8(entry.name)),
+      AddError(Format("'{}' is listed as a directory and as a file", ToUtf8(entry.name)),
              "Every update ends abnormally there. Rename one of them.");
     }
     const std::wstring_view directory = ParentOf(entry.name);
@@ -117,7 +117,7 @@ class ManifestCheck {
                            onDisk->second.end(), [](wchar_t left, wchar_t right) {
                              return left == right || (left == L'\\' && right == L'/');
                            })) {
-      Refuse(Format("'{}' spells the directory '{}' differently", ToUtf8(entry.name),
+      AddError(Format("'{}' spells the directory '{}' differently", ToUtf8(entry.name),
                     ToUtf8(onDisk->second)),
              "The clean-up deletes it right after it was installed. Spell both alike.");
     }
@@ -125,16 +125,16 @@ class ManifestCheck {
 
   void CheckFolder(const sdk::FileEntry& entry) {
     if (entry.name.find(L'\\') != std::wstring::npos) {
-      Refuse(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
+      AddError(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
              "The clean-up deletes it right after it was installed. Write '/'.");
     }
     const std::wstring key = CaseKey(entry.name);
     if (key.starts_with(CaseKey(sdk::kStagingFolder))) {
-      Refuse(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
+      AddError(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
              "It is deleted at the end of every update. Move it elsewhere.");
     }
     if (key.starts_with(CaseKey(Format(L"{}/", kUpdaterFolder)))) {
-      Refuse(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
+      AddError(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
              "One of them hides the other. Rename it.");
     }
   }
@@ -142,7 +142,7 @@ class ManifestCheck {
   void TellUnlistedDirectories() {
     for (const auto& [folded, use] : unlistedDirectories_) {
       const auto& [first, count] = use;
-      Refuse(Format("the directory '{}' is not listed, but {} of the files are in it",
+      AddError(Format("the directory '{}' is not listed, but {} of the files are in it",
                     ToUtf8(ParentOf(first)), count),
              "Every update that fetches one of them ends abnormally. List the directory.");
     }
@@ -150,7 +150,7 @@ class ManifestCheck {
 
   const sdk::GameUpdateManifest& manifest_;
   const std::string& place_;
-  Findings& findings_;
+  Diagnostics& diagnostics_;
   std::unordered_set<std::wstring> listed_;                // Folded.
   std::unordered_map<std::wstring, std::wstring> onDisk_;  // Folded; as the player's disk has it.
   std::unordered_map<std::wstring, std::wstring> files_;   // Folded; as listed first.
@@ -159,39 +159,39 @@ class ManifestCheck {
 };
 
 void CheckListedName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-                     Findings& findings) {
+                     Diagnostics& diagnostics) {
   std::wstring slashed(name);  // A backslash is told apart, with what it leads to.
   std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
-  CheckName(slashed, kind, launcher, findings);
+  CheckName(slashed, kind, launcher, diagnostics);
 }
 
-std::string InManifest(const Finding& finding) {
-  return Format("'{}': {}", finding.subject, finding.rule);
+std::string InManifest(const Diagnostic& diagnostic) {
+  return Format("'{}': {}", diagnostic.subject, diagnostic.message);
 }
 
 }  // namespace
 
 void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                      std::wstring_view launcher, Findings& findings) {
-  Findings found;
+                      std::wstring_view launcher, Diagnostics& diagnostics) {
+  Diagnostics found;
   for (const std::string_view directory : manifest.directories) {
     CheckListedName(sdk::WidenName(directory), NameKind::kDirectory, launcher, found);
   }
   for (const std::string_view line : manifest.fileLines) {
     CheckListedName(sdk::EntryOf(line).name, NameKind::kFile, launcher, found);
   }
-  for (const Finding& finding : found.refusals) {
-    findings.Refuse(place, InManifest(finding), finding.remedy);
+  for (const Diagnostic& diagnostic : found.refusals) {
+    diagnostics.AddError(place, InManifest(diagnostic), diagnostic.hint);
   }
-  for (const Finding& finding : found.warnings) {
-    findings.Warn(place, InManifest(finding), finding.remedy);
+  for (const Diagnostic& diagnostic : found.warnings) {
+    diagnostics.AddWarning(place, InManifest(diagnostic), diagnostic.hint);
   }
 }
 
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
-                   std::wstring_view launcher, Findings& findings) {
-  CheckListedNames(manifest, place, launcher, findings);
-  ManifestCheck(manifest, place, findings).Run();
+                   std::wstring_view launcher, Diagnostics& diagnostics) {
+  CheckListedNames(manifest, place, launcher, diagnostics);
+  ManifestCheck(manifest, place, diagnostics).Run();
 }
 
 }  // namespace ve::publish

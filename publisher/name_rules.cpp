@@ -46,13 +46,13 @@ bool IsDevice(std::wstring_view part) {
          stem[3] >= L'0' && stem[3] <= L'9';
 }
 
-void CheckPart(std::wstring_view part, const std::string& subject, Findings& findings) {
+void CheckPart(std::wstring_view part, const std::string& subject, Diagnostics& diagnostics) {
   if (part.ends_with(L'.') || part.ends_with(L' ')) {
-    findings.Refuse(subject, "Windows drops dots and blanks at the end of a name",
+    diagnostics.AddError(subject, "Windows drops dots and blanks at the end of a name",
                     "Rename it without.");
   }
   if (IsDevice(part)) {
-    findings.Refuse(subject, Format("Windows takes '{}' for a device", ToUtf8(part)), "Rename it.");
+    diagnostics.AddError(subject, Format("Windows takes '{}' for a device", ToUtf8(part)), "Rename it.");
   }
 }
 
@@ -63,10 +63,10 @@ std::size_t StagedLength(std::wstring_view name, NameKind kind) {
 }
 
 void CheckLength(std::wstring_view name, NameKind kind, const std::string& subject,
-                 Findings& findings) {
+                 Diagnostics& diagnostics) {
   const std::size_t length = StagedLength(name, kind);
   if (length <= kLongestPath) return;
-  findings.Refuse(subject,
+  diagnostics.AddError(subject,
                   Format("in the staging folder its path has {} characters, and the Launcher opens "
                          "none of more than {}",
                          length, kLongestPath),
@@ -81,33 +81,33 @@ std::wstring StagingKey() {
 }
 
 void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-                const std::string& subject, Findings& findings) {
+                const std::string& subject, Diagnostics& diagnostics) {
   const std::wstring key = CaseKey(name);
   const std::wstring staging = StagingKey();
   // A file in the place of a folder above it is as bad.
   const bool blocksStaging = kind == NameKind::kFile && staging.starts_with(key + L'/');
   if (key == staging || blocksStaging) {
-    findings.Refuse(subject, "the Launcher stages updates in Intermediate\\Update",
+    diagnostics.AddError(subject, "the Launcher stages updates in Intermediate\\Update",
                     "Leave it out of the build.");
   }
   if (key == CaseKey(kVersionName) || key == CaseKey(kManifestName)) {
-    findings.Refuse(subject, "the server has a file of its own by this name", "Rename it.");
+    diagnostics.AddError(subject, "the server has a file of its own by this name", "Rename it.");
   }
   if (key == CaseKey(kUpdaterFolder)) {
-    findings.Refuse(subject,
+    diagnostics.AddError(subject,
                     "the folder is the Launcher's own, on the server and on a player's disk",
                     "Leave it out of the build; publish launcher fills it.");
   }
   if (key == CaseKey(launcher)) {
-    findings.Refuse(subject, "the Launcher cannot replace itself while it runs",
+    diagnostics.AddError(subject, "the Launcher cannot replace itself while it runs",
                     "Leave it out of the build; it is published by publish launcher.");
   }
   if (key == CaseKey(sdk::kParkedExecutable)) {
-    findings.Refuse(subject, "the Launcher deletes this file at every start",
+    diagnostics.AddError(subject, "the Launcher deletes this file at every start",
                     "Leave it out of the build, or rename it.");
   }
   if (key.ends_with(CaseKey(kBesideSuffix))) {
-    findings.Refuse(subject,
+    diagnostics.AddError(subject,
                     Format("names ending in {} are this tool's own, for files that it is writing",
                            ToUtf8(kBesideSuffix)),
                     "Rename it.");
@@ -116,25 +116,25 @@ void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launche
 
 }  // namespace
 
-void CheckCharacters(std::wstring_view name, const std::string& subject, Findings& findings) {
+void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics) {
   if (!std::all_of(name.begin(), name.end(), IsPrintableAscii)) {
-    findings.Refuse(subject, "names are printable ASCII: the Launcher decodes no others",
+    diagnostics.AddError(subject, "names are printable ASCII: the Launcher decodes no others",
                     "Rename it.");
   }
   if (HasAnyOf(name, L"'")) {
-    findings.Refuse(subject, "a single quote ends the name in the manifest", "Rename it.");
+    diagnostics.AddError(subject, "a single quote ends the name in the manifest", "Rename it.");
   }
   if (HasAnyOf(name, kAddressCharacters)) {
-    findings.Refuse(subject,
+    diagnostics.AddError(subject,
                     "the Launcher appends names to addresses as they stand, where %, # and ? have "
                     "meanings of their own",
                     "Rename it.");
   }
   if (HasAnyOf(name, kForbiddenOnWindows)) {
-    findings.Refuse(subject, "Windows allows none of \" * : < > | \\ in a name", "Rename it.");
+    diagnostics.AddError(subject, "Windows allows none of \" * : < > | \\ in a name", "Rename it.");
   }
   if (HasAnyOf(name, kDoubtfulCharacters)) {
-    findings.Warn(subject,
+    diagnostics.AddWarning(subject,
                   "the Launcher appends names to addresses as they stand, and not every server "
                   "takes + [ ] { } ^ ` there",
                   "Try it with your server, or rename it.");
@@ -142,13 +142,13 @@ void CheckCharacters(std::wstring_view name, const std::string& subject, Finding
 }
 
 void CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-               Findings& findings) {
+               Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
   const std::wstring_view part = name.substr(name.rfind(L'/') + 1);
-  CheckCharacters(part, subject, findings);
-  CheckPart(part, subject, findings);
-  CheckLength(name, kind, subject, findings);
-  CheckPlace(name, kind, launcher, subject, findings);
+  CheckCharacters(part, subject, diagnostics);
+  CheckPart(part, subject, diagnostics);
+  CheckLength(name, kind, subject, diagnostics);
+  CheckPlace(name, kind, launcher, subject, diagnostics);
 }
 
 bool IsForbiddenFolder(std::wstring_view name) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 
 namespace ve::publish {
 
@@ -16,11 +16,11 @@ enum class NameKind { kFile, kDirectory };
 /// with a folder above it is told for that folder alone. `launcher` is the name of the Launcher's
 /// own file.
 void CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-               Findings& findings);
+               Diagnostics& diagnostics);
 
 /// Refuses or warns of what cannot stand in an address of the server, or in a name on Windows.
-/// `subject` is what the findings are about.
-void CheckCharacters(std::wstring_view name, const std::string& subject, Findings& findings);
+/// `subject` is what the diagnostics are about.
+void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics);
 
 /// A folder that no build may have: nothing below it needs to be looked at.
 [[nodiscard]] bool IsForbiddenFolder(std::wstring_view name);

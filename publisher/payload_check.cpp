@@ -60,9 +60,9 @@ class PayloadCheck {
       const std::size_t index = next_++;
       if (index >= manifest_.fileLines.size()) return;
       const sdk::FileEntry entry = sdk::EntryOf(manifest_.fileLines[index]);
-      if (auto finding = Check(entry)) {
+      if (auto diagnostic = Check(entry)) {
         const std::lock_guard lock(mutex_);
-        findings_.emplace(index, std::move(*finding));
+        diagnostics_.emplace(index, std::move(*diagnostic));
       }
       bytesDone_ += entry.size;
       ++filesDone_;
@@ -74,52 +74,52 @@ class PayloadCheck {
   }
 
   /// In the order of the manifest.
-  void Tell(Findings& findings) {
-    for (auto& [index, finding] : findings_) findings.refusals.push_back(std::move(finding));
+  void Tell(Diagnostics& diagnostics) {
+    for (auto& [index, diagnostic] : diagnostics_) diagnostics.refusals.push_back(std::move(diagnostic));
   }
 
  private:
-  [[nodiscard]] std::optional<Finding> Check(const sdk::FileEntry& entry) const {
+  [[nodiscard]] std::optional<Diagnostic> Check(const sdk::FileEntry& entry) const {
     return tree_.IsServed() ? CheckServed(entry) : CheckInFolder(entry);
   }
 
-  [[nodiscard]] std::optional<Finding> CheckServed(const sdk::FileEntry& entry) const {
+  [[nodiscard]] std::optional<Diagnostic> CheckServed(const sdk::FileEntry& entry) const {
     const std::string place = tree_.PlaceOf(entry.name);
-    Findings length;
+    Diagnostics length;
     DownloadResult download = tree_.Fetch(entry.name, length);
     if (!download.Succeeded()) {
-      return Finding{place, Format(sdk::kFileDownloadFailed, place, ToUtf8(download.Error())),
+      return Diagnostic{place, Format(sdk::kFileDownloadFailed, place, ToUtf8(download.Error())),
                      "Every update that needs the file ends abnormally, without a log entry."};
     }
     FileFacts facts{download.Body().size(), {}};
     if (facts.size == entry.size) facts.digest = Md5Hex(download.Body());
-    if (auto finding = Judge(entry, facts)) return finding;
+    if (auto diagnostic = Judge(entry, facts)) return diagnostic;
     // The listed size tells more than the announced one.
     return length.Refused() ? std::optional(length.refusals.front()) : std::nullopt;
   }
 
-  [[nodiscard]] std::optional<Finding> CheckInFolder(const sdk::FileEntry& entry) const {
+  [[nodiscard]] std::optional<Diagnostic> CheckInFolder(const sdk::FileEntry& entry) const {
     const std::wstring path = Below(tree_.Folder(), entry.name);
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE ||
         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      return Finding{tree_.PlaceOf(entry.name), "is listed, but there is no such file",
+      return Diagnostic{tree_.PlaceOf(entry.name), "is listed, but there is no such file",
                      "Every update that needs the file ends abnormally. Publish again."};
     }
     FileFacts facts{(std::uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow, {}};
     try {
       if (facts.size == entry.size) facts.digest = DigestOf(path).md5;
     } catch (const std::system_error& error) {
-      return Finding{tree_.PlaceOf(entry.name), Format("cannot be read: {}", error.what()), ""};
+      return Diagnostic{tree_.PlaceOf(entry.name), Format("cannot be read: {}", error.what()), ""};
     }
     return Judge(entry, facts);
   }
 
-  [[nodiscard]] std::optional<Finding> Judge(const sdk::FileEntry& entry,
+  [[nodiscard]] std::optional<Diagnostic> Judge(const sdk::FileEntry& entry,
                                              const FileFacts& facts) const {
     std::string difference = Difference(entry, facts);
     if (difference.empty()) return {};
-    return Finding{tree_.PlaceOf(entry.name), std::move(difference), kBadFile};
+    return Diagnostic{tree_.PlaceOf(entry.name), std::move(difference), kBadFile};
   }
 
   const PublishedTree& tree_;
@@ -129,13 +129,13 @@ class PayloadCheck {
   std::atomic<std::uint64_t> filesDone_ = 0;
   std::atomic<std::uint64_t> bytesDone_ = 0;
   std::mutex mutex_;
-  std::map<std::size_t, Finding> findings_;  // Guarded by the mutex; by the file's index.
+  std::map<std::size_t, Diagnostic> diagnostics_;  // Guarded by the mutex; by the file's index.
 };
 
 }  // namespace
 
 void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
-                  Console& console, Findings& findings) {
+                  Console& console, Diagnostics& diagnostics) {
   PayloadCheck check(tree, manifest);
   // Downloads must not overlap.
   const unsigned helpers =
@@ -147,7 +147,7 @@ void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& mani
   check.Work(&console);
   for (std::future<void>& other : others) other.get();
   console.EndProgress();
-  check.Tell(findings);
+  check.Tell(diagnostics);
 }
 
 }  // namespace ve::publish

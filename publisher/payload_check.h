@@ -2,7 +2,7 @@
 #pragma once
 
 #include "publisher/console.h"
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 #include "publisher/published_tree.h"
 #include "updater/game_manifest.h"
 
@@ -11,6 +11,6 @@ namespace ve::publish {
 /// Compares every listed file's size and digest, and shows the progress. In a folder all cores read
 /// at once, piece by piece; from a server one file after the other is fetched into memory.
 void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
-                  Console& console, Findings& findings);
+                  Console& console, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

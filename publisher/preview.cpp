@@ -42,9 +42,9 @@ std::wstring_view NamePart(std::wstring_view path) {
 
 class Foretelling {
  public:
-  Foretelling(const PreviewOptions& options, Findings& findings, const PreviewProgress& progress)
+  Foretelling(const PreviewOptions& options, Diagnostics& diagnostics, const PreviewProgress& progress)
       : options_(options),
-        findings_(findings),
+        diagnostics_(diagnostics),
         progress_(progress),
         executable_(NamePart(options.launcher)),
         disk_(options.launcher),
@@ -52,7 +52,7 @@ class Foretelling {
 
   Forecast Tell() {
     for (const std::wstring& link : disk_.Links()) {
-      findings_.Warn(ToUtf8(link), "a link to a directory: what lies behind it was not looked at",
+      diagnostics_.AddWarning(ToUtf8(link), "a link to a directory: what lies behind it was not looked at",
                      "Preview an installation without links.");
     }
     if (RunsOnToTheGame()) StartGame();
@@ -76,7 +76,7 @@ class Foretelling {
       forecast_.url = ToUtf8(settings.url);
       forecast_.channel = ToUtf8(settings.channel);
       server_ = std::make_unique<PreviewServer>(options_.tree, options_.fetch, settings.url,
-                                                settings.channel, findings_);
+                                                settings.channel, diagnostics_);
       forecast_.updatesUrl = ToUtf8(server_->UpdatesUrl());
       return true;
     } catch (const std::exception& error) {
@@ -179,10 +179,10 @@ class Foretelling {
 
   /// A run with such a name may go otherwise: it depends on the server what comes for it.
   void WarnOfNames(const sdk::GameUpdateManifest& manifest) {
-    Findings found;
+    Diagnostics found;
     CheckListedNames(manifest, ToUtf8(kManifestName), executable_, found);
-    for (std::vector<Finding>* list : {&found.refusals, &found.warnings}) {
-      std::move(list->begin(), list->end(), std::back_inserter(findings_.warnings));
+    for (std::vector<Diagnostic>* list : {&found.refusals, &found.warnings}) {
+      std::move(list->begin(), list->end(), std::back_inserter(diagnostics_.warnings));
     }
   }
 
@@ -200,7 +200,7 @@ class Foretelling {
     try {
       forecast_.offeredVersion = sdk::ReadOfferedVersion(bytes);
     } catch (const std::exception& error) {
-      findings_.Warn("GameVersion.vpak", error.what(), "Publish the game again.");
+      diagnostics_.AddWarning("GameVersion.vpak", error.what(), "Publish the game again.");
     }
   }
 
@@ -287,7 +287,7 @@ class Foretelling {
     static_cast<void>(
         sdk::DownloadGameFile(url, [&payload](std::wstring_view) { return payload.result; }));
     if (payload.size != entry.size) {
-      findings_.Warn(ToUtf8(entry.name), "the server's file has another size than the listed one",
+      diagnostics_.AddWarning(ToUtf8(entry.name), "the server's file has another size than the listed one",
                      "Players would get it, and get it again with each update: publish again.");
     }
     forecast_.downloaded.push_back({entry.name, payload.size});
@@ -349,7 +349,7 @@ class Foretelling {
   }
 
   const PreviewOptions& options_;
-  Findings& findings_;
+  Diagnostics& diagnostics_;
   const PreviewProgress& progress_;
   std::wstring executable_;
   ImaginedDisk disk_;
@@ -362,9 +362,9 @@ class Foretelling {
 
 }  // namespace
 
-Forecast ForetellRun(const PreviewOptions& options, Findings& findings,
+Forecast ForetellRun(const PreviewOptions& options, Diagnostics& diagnostics,
                      const PreviewProgress& progress) {
-  return Foretelling(options, findings, progress).Tell();
+  return Foretelling(options, diagnostics, progress).Tell();
 }
 
 }  // namespace ve::publish

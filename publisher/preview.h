@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 #include "publisher/imagined_disk.h"
 #include "publisher/published_tree.h"
 #include "updater/game_version.h"
@@ -90,7 +90,7 @@ using PreviewProgress = std::function<void(std::uint64_t filesDone, std::uint64_
 
 /// Foretells a run in the current directory, and warns of what makes the forecast doubtful and of
 /// what players would not like.
-[[nodiscard]] Forecast ForetellRun(const PreviewOptions& options, Findings& findings,
+[[nodiscard]] Forecast ForetellRun(const PreviewOptions& options, Diagnostics& diagnostics,
                                    const PreviewProgress& progress);
 
 }  // namespace ve::publish

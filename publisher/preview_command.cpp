@@ -28,24 +28,24 @@ struct Options {
 // --- What is given ---
 
 /// The version that the installed Launcher takes itself for, which only its resource tells.
-std::uint32_t InstalledLauncherVersion(const std::wstring& path, Findings& findings) {
+std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& diagnostics) {
   if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
-  findings.Warn(PathText(path), "it has no version resource",
+  diagnostics.AddWarning(PathText(path), "it has no version resource",
                 Format("It was taken for version {}, as which this tool was built.",
                        sdk::OwnLauncherVersion()));
   return sdk::OwnLauncherVersion();
 }
 
-void CheckInput(const Options& options, const std::wstring& installed, Findings& findings) {
+void CheckInput(const Options& options, const std::wstring& installed, Diagnostics& diagnostics) {
   if (!file::Exists(installed)) {
-    findings.Refuse(PathText(installed), "there is no such folder",
+    diagnostics.AddError(PathText(installed), "there is no such folder",
                     "Name the game's root, which holds the Launcher, with --installed.");
   } else if (!file::Exists(Below(installed, ToWide(options.launcher)))) {
-    findings.Refuse(PathText(Below(installed, ToWide(options.launcher))),
+    diagnostics.AddError(PathText(Below(installed, ToWide(options.launcher))),
                     "there is no such Launcher", "Name it as it is started with --launcher.");
   }
   if (options.tree.url.empty() && !file::Exists(AbsolutePath(options.tree.server))) {
-    findings.Refuse(PathText(AbsolutePath(options.tree.server)), "there is no such folder",
+    diagnostics.AddError(PathText(AbsolutePath(options.tree.server)), "there is no such folder",
                     "Name the folder that is served with --server.");
   }
 }
@@ -253,22 +253,22 @@ Json AsJson(const Forecast& forecast, std::uint32_t ownVersion) {
 
 // --- The command ---
 
-void WarnOfTheOutcome(const Options& options, const Forecast& forecast, Findings& findings) {
+void WarnOfTheOutcome(const Options& options, const Forecast& forecast, Diagnostics& diagnostics) {
   if (!forecast.stop.empty()) {
-    findings.Warn("the run", "it would end abnormally " + forecast.stop,
+    diagnostics.AddWarning("the run", "it would end abnormally " + forecast.stop,
                   "The same update is offered again by the next run.");
   }
   if (!options.tree.url.empty() && !options.fetch && !forecast.downloaded.empty()) {
-    findings.Warn(options.tree.url, "it was not checked that the game's files can be had",
+    diagnostics.AddWarning(options.tree.url, "it was not checked that the game's files can be had",
                   "Add --fetch to download them, or name the served folder with --server.");
   }
 }
 
 int Run(const Options& options, Console& console) {
-  Findings findings;
+  Diagnostics diagnostics;
   const std::wstring installed = AbsolutePath(options.installed);
-  CheckInput(options, installed, findings);
-  if (findings.Refused()) return console.Finish(findings);
+  CheckInput(options, installed, diagnostics);
+  if (diagnostics.Refused()) return console.Finish(diagnostics);
 
   PreviewOptions preview;
   preview.tree = options.tree;
@@ -276,23 +276,23 @@ int Run(const Options& options, Console& console) {
   if (options.tree.url.empty()) preview.tree.server = PathText(AbsolutePath(options.tree.server));
   preview.fetch = options.fetch;
   preview.launcher = ToWide(options.launcher);
-  preview.ownVersion = InstalledLauncherVersion(Below(installed, preview.launcher), findings);
+  preview.ownVersion = InstalledLauncherVersion(Below(installed, preview.launcher), diagnostics);
   // The Launcher's decisions look at the current directory.
   if (!SetWorkingDirectory(ToWide(PathText(installed)), true)) {
-    findings.Refuse(PathText(installed), "the folder cannot be entered", "");
-    return console.Finish(findings);
+    diagnostics.AddError(PathText(installed), "the folder cannot be entered", "");
+    return console.Finish(diagnostics);
   }
   const Forecast forecast =
-      ForetellRun(preview, findings,
+      ForetellRun(preview, diagnostics,
                   [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
                              std::uint64_t bytes) {
                     console.ShowProgress("looked at", filesDone, files, bytesDone, bytes);
                   });
   console.EndProgress();
-  WarnOfTheOutcome(options, forecast, findings);
+  WarnOfTheOutcome(options, forecast, diagnostics);
   SayForecast(forecast, preview.ownVersion, console);
   console.Report() = AsJson(forecast, preview.ownVersion);
-  return console.Finish(findings);
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

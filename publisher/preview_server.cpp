@@ -39,14 +39,14 @@ bool IsFile(const std::wstring& path) {
 
 PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
                              std::wstring_view configuredUrl, std::wstring_view channel,
-                             Findings& findings)
+                             Diagnostics& diagnostics)
     : tree_(options, channel), fetch_(fetch) {
   const std::wstring baseUrl = tree_.IsServed() ? ToWide(options.url) : std::wstring(configuredUrl);
   requests_.push_back(ToUtf8(Format(L"{}{}", baseUrl, kRedirectName)));
   if (tree_.IsServed()) {
     updatesUrl_ = tree_.UpdatesUrl();
     if (baseUrl != configuredUrl) {
-      findings.Warn(ToUtf8(configuredUrl), "the installation's own settings name another server",
+      diagnostics.AddWarning(ToUtf8(configuredUrl), "the installation's own settings name another server",
                     Format("The run was foretold as if they named {}.", options.url));
     }
     return;
@@ -54,11 +54,11 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
   updatesUrl_ = Format(L"{}{}/", configuredUrl, ChannelName(channel));
   const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
   if (IsFile(redirect)) {
-    findings.Warn(PathText(redirect), "players are sent to the server that this file names",
+    diagnostics.AddWarning(PathText(redirect), "players are sent to the server that this file names",
                   "The run was foretold as if the folder were that server; see it with --url.");
   }
   if (!file::Exists(tree_.Folder())) {
-    findings.Warn(PathText(tree_.Folder()), "the folder has nothing for the installed channel",
+    diagnostics.AddWarning(PathText(tree_.Folder()), "the folder has nothing for the installed channel",
                   "Publish to it, or name the folder that holds \"updates\".");
   }
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "net/download.h"
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 #include "publisher/imagined_disk.h"
 #include "publisher/published_tree.h"
 #include "updater/game_manifest.h"
@@ -27,7 +27,7 @@ class PreviewServer {
   /// `configuredUrl` and `channel` are those of the installed settings. A tree that is served is
   /// asked for its redirection at once, as the run does.
   PreviewServer(const TreeOptions& options, bool fetch, std::wstring_view configuredUrl,
-                std::wstring_view channel, Findings& findings);
+                std::wstring_view channel, Diagnostics& diagnostics);
 
   /// What the Launcher puts in front of all names. For a folder it is made of the settings.
   [[nodiscard]] const std::wstring& UpdatesUrl() const noexcept { return updatesUrl_; }

@@ -15,15 +15,15 @@
 namespace ve::publish {
 
 DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
-                               Findings& findings) {
+                               Diagnostics& diagnostics) {
   DownloadResult download = Download(url);
   if (!download.Succeeded()) return download;
   const std::optional<std::uint64_t> announced = AnnouncedLength(url);
   const std::size_t length = download.Body().size();
   if (!announced) {
-    findings.Refuse(place, "came once, but not when it was asked for again", "Verify again.");
+    diagnostics.AddError(place, "came once, but not when it was asked for again", "Verify again.");
   } else if (*announced != length) {
-    findings.Refuse(
+    diagnostics.AddError(
         place, Format("came with {} bytes, but its Content-Length is {}", length, *announced),
         "Launchers take what came for the whole. See to the server, and to what stands in front of "
         "it.");
@@ -46,9 +46,9 @@ DownloadResult PublishedTree::Fetch(std::wstring_view name) const {
   return DownloadResult::Success(ReadWholeFile(path));
 }
 
-DownloadResult PublishedTree::Fetch(std::wstring_view name, Findings& findings) const {
+DownloadResult PublishedTree::Fetch(std::wstring_view name, Diagnostics& diagnostics) const {
   if (!IsServed()) return Fetch(name);
-  return DownloadChecked(Format(L"{}{}", updatesUrl_, name), PlaceOf(name), findings);
+  return DownloadChecked(Format(L"{}{}", updatesUrl_, name), PlaceOf(name), diagnostics);
 }
 
 std::string PublishedTree::PlaceOf(std::wstring_view name) const {

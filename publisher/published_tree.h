@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "net/download.h"
-#include "publisher/findings.h"
+#include "publisher/diagnostics.h"
 
 namespace ve::publish {
 
@@ -19,9 +19,9 @@ struct TreeOptions {
 inline constexpr std::wstring_view kNotFound = L"404 - no such file.";
 
 /// `Download`; refuses a body of another length than the response announces, which
-/// Launchers take as it is. `place` is the URL for the findings.
+/// Launchers take as it is. `place` is the URL for the diagnostics.
 [[nodiscard]] DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
-                                             Findings& findings);
+                                             Diagnostics& diagnostics);
 
 /// Fetches the files of one channel by their names, as the Launcher does.
 class PublishedTree {
@@ -33,7 +33,7 @@ class PublishedTree {
   /// like a server's status 404.
   [[nodiscard]] DownloadResult Fetch(std::wstring_view name) const;
   /// The same, and checks the response's length.
-  [[nodiscard]] DownloadResult Fetch(std::wstring_view name, Findings& findings) const;
+  [[nodiscard]] DownloadResult Fetch(std::wstring_view name, Diagnostics& diagnostics) const;
 
   /// The file's URL, or its path, for people.
   [[nodiscard]] std::string PlaceOf(std::wstring_view name) const;

@@ -21,21 +21,21 @@ struct Options {
 
 bool StandsInUrls(char c) { return c > ' ' && c <= '~'; }
 
-void CheckUrl(const std::string& url, Findings& findings) {
+void CheckUrl(const std::string& url, Diagnostics& diagnostics) {
   if (!url.starts_with("http://") && !url.starts_with("https://")) {
-    findings.Refuse(url, "the Launcher asks servers over http and https only",
+    diagnostics.AddError(url, "the Launcher asks servers over http and https only",
                     "Begin the URL with https://.");
   }
   if (!std::all_of(url.begin(), url.end(), StandsInUrls)) {
-    findings.Refuse(url, "a URL holds neither blanks nor characters beyond ASCII",
+    diagnostics.AddError(url, "a URL holds neither blanks nor characters beyond ASCII",
                     "Encode them, a blank as %20.");
   }
   if (!url.ends_with('/')) {
-    findings.Warn(url, "without a slash at its end, \"updates\" is glued to the URL's last word",
+    diagnostics.AddWarning(url, "without a slash at its end, \"updates\" is glued to the URL's last word",
                   Format("Write {}/ unless that is meant.", url));
   }
   if (!url.starts_with("https://")) {
-    findings.Warn(url, "without https anybody on the way can replace the game's files",
+    diagnostics.AddWarning(url, "without https anybody on the way can replace the game's files",
                   "Serve over https.");
   }
 }
@@ -50,17 +50,17 @@ std::string SettingsArchive(const Options& options) {
 }
 
 int Run(const Options& options, Console& console) {
-  Findings findings;
-  CheckUrl(options.url, findings);
+  Diagnostics diagnostics;
+  CheckUrl(options.url, diagnostics);
   const std::wstring output = AbsolutePath(options.output);
-  if (!findings.Refused()) {
+  if (!diagnostics.Refused()) {
     file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
     WriteWholeFile(output, SettingsArchive(options));
     console.Say(Format("{}: URL {}, channel {}", PathText(output), options.url, options.channel));
   }
   console.Report() = {
       {"file", PathText(output)}, {"url", options.url}, {"channel", options.channel}};
-  return console.Finish(findings);
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

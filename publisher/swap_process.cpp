@@ -129,10 +129,10 @@ Json Swap(const std::wstring& server, std::wstring_view channel) {
   try {
     return {{"removed", SwapIn(FoldersOf(server, channel))}};
   } catch (const ChannelError& error) {
-    const Finding& words = error.Words();
-    return {{"subject", words.subject}, {"rule", words.rule}, {"remedy", words.remedy}};
+    const Diagnostic& words = error.GetDiagnostic();
+    return {{"subject", words.subject}, {"message", words.message}, {"hint", words.hint}};
   } catch (const std::exception& error) {
-    return {{"subject", "publish"}, {"rule", error.what()}, {"remedy", ""}};
+    return {{"subject", "publish"}, {"message", error.what()}, {"hint", ""}};
   }
 }
 
@@ -143,7 +143,7 @@ bool ResultOf(const std::string& report) {
                         "See with publish verify what is served, and publish again."});
   }
   if (result.contains("removed")) return result["removed"].get<bool>();
-  throw ChannelError({result["subject"], result["rule"], result["remedy"]});
+  throw ChannelError({result["subject"], result["message"], result["hint"]});
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ bool IsChannel(std::wstring_view name) {
 }
 
 /// The channels that have a folder; remarks on what else is among them.
-std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Findings& findings) {
+std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Diagnostics& diagnostics) {
   const std::wstring updates = Below(server, L"updates");
   std::vector<std::wstring> channels;
   if (file::Exists(updates)) {
@@ -39,13 +39,13 @@ std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Findings&
       if (IsChannel(name) && entry.IsDirectory()) {
         channels.push_back(name);
       } else {
-        findings.Warn(PathText(entry.path), "is no channel", "No Launcher ever asks for it.");
+        diagnostics.AddWarning(PathText(entry.path), "is no channel", "No Launcher ever asks for it.");
       }
       return file::WalkAction::kSkip;
     });
   }
   if (channels.empty()) {
-    findings.Refuse(PathText(server), "holds no channel",
+    diagnostics.AddError(PathText(server), "holds no channel",
                     "Channels are its folders updates\\alpha, beta, demo and release.");
   }
   return channels;
@@ -69,9 +69,9 @@ std::optional<std::string> Silence(const TreeOptions& options, std::wstring_view
   return reasons;
 }
 
-std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Findings& findings) {
+std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Diagnostics& diagnostics) {
   std::vector<std::wstring> channels;
-  std::vector<Finding> silent;
+  std::vector<Diagnostic> silent;
   for (const std::wstring_view channel : sdk::kReleaseChannels) {
     if (auto reasons = Silence(options, channel)) {
       silent.push_back({options.url, Format("{} does not answer ({})", ToUtf8(channel), *reasons),
@@ -80,51 +80,51 @@ std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Findings
       channels.emplace_back(channel);
     }
   }
-  if (channels.empty()) findings.refusals = std::move(silent);
+  if (channels.empty()) diagnostics.refusals = std::move(silent);
   return channels;
 }
 
 /// Most servers have none. Where it is followed to is checked with each channel.
-void CheckServedRedirect(const std::string& url, Findings& findings) {
+void CheckServedRedirect(const std::string& url, Diagnostics& diagnostics) {
   const std::wstring place = Format(L"{}{}", ToWide(url), kRedirectName);
-  const DownloadResult download = DownloadChecked(place, ToUtf8(place), findings);
+  const DownloadResult download = DownloadChecked(place, ToUtf8(place), diagnostics);
   if (download.Succeeded() || download.Error() == kNotFound) return;
-  findings.Warn(ToUtf8(place), Format("cannot be fetched: {}", Reason(download)),
+  diagnostics.AddWarning(ToUtf8(place), Format("cannot be fetched: {}", Reason(download)),
                 "Launchers go on as if there were no redirection.");
 }
 
-void CheckBase(const TreeOptions& options, Findings& findings) {
+void CheckBase(const TreeOptions& options, Diagnostics& diagnostics) {
   if (options.url.empty()) {
     const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
     if (!file::Exists(redirect)) return;
-    findings.Warn(PathText(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
+    diagnostics.AddWarning(PathText(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
                   "This folder is not what they get; verify that URL too.");
     return;
   }
   if (!options.url.ends_with('/')) {
-    findings.Warn(options.url, "has no slash at its end, as Launchers need it",
+    diagnostics.AddWarning(options.url, "has no slash at its end, as Launchers need it",
                   Format("Write {}/ unless that is meant.", options.url));
   }
-  CheckServedRedirect(options.url, findings);
+  CheckServedRedirect(options.url, diagnostics);
 }
 
 int Run(const Options& options, Console& console) {
   const TreeOptions& tree = options.channelOptions.tree;
-  Findings findings;
-  CheckBase(tree, findings);
+  Diagnostics diagnostics;
+  CheckBase(tree, diagnostics);
   std::vector<std::wstring> channels;
   if (!options.channel.empty()) {
     channels.push_back(ToWide(options.channel));
   } else {
-    channels = tree.url.empty() ? ChannelsInFolder(AbsolutePath(tree.server), findings)
-                                : AnsweringChannels(tree, findings);
+    channels = tree.url.empty() ? ChannelsInFolder(AbsolutePath(tree.server), diagnostics)
+                                : AnsweringChannels(tree, diagnostics);
   }
   console.Report()["channels"] = Json::array();
   for (const std::wstring& channel : channels) {
-    CheckChannel(options.channelOptions, channel, console, findings);
+    CheckChannel(options.channelOptions, channel, console, diagnostics);
   }
-  if (!findings.Refused()) console.Say("All is as players' Launchers need it.");
-  return console.Finish(findings);
+  if (!diagnostics.Refused()) console.Say("All is as players' Launchers need it.");
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

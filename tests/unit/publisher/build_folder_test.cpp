@@ -20,9 +20,9 @@ using testing::IsEmpty;
 constexpr const char* kNoGame =
     "the build has no such file, which is the game that the Launcher starts";
 
-std::vector<std::string> Told(const std::vector<Finding>& findings) {
+std::vector<std::string> Told(const std::vector<Diagnostic>& diagnostics) {
   std::vector<std::string> told;
-  for (const Finding& finding : findings) told.push_back(finding.subject + ": " + finding.rule);
+  for (const Diagnostic& diagnostic : diagnostics) told.push_back(diagnostic.subject + ": " + diagnostic.message);
   return told;
 }
 
@@ -30,10 +30,10 @@ class BuildFolderTest : public test::TempFolder {
  protected:
   BuildFolderTest() { file::MakeDirectory(L"bin"); }
 
-  Findings Read() {
-    Findings findings;
-    build_ = ReadBuildFolder(Folder(), L"Launcher.exe", findings);
-    return findings;
+  Diagnostics Read() {
+    Diagnostics diagnostics;
+    build_ = ReadBuildFolder(Folder(), L"Launcher.exe", diagnostics);
+    return diagnostics;
   }
 
   BuildFolder build_;
@@ -42,9 +42,9 @@ class BuildFolderTest : public test::TempFolder {
 TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
   test::WriteWhole(L"bin\\Velmorant Player.exe", "game");
   test::WriteWhole(L"a.txt", "a");
-  const Findings findings = Read();
-  EXPECT_THAT(Told(findings.refusals), IsEmpty());
-  EXPECT_THAT(Told(findings.warnings), IsEmpty());
+  const Diagnostics diagnostics = Read();
+  EXPECT_THAT(Told(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Told(diagnostics.warnings), IsEmpty());
   EXPECT_THAT(build_.directories, ElementsAre(L"bin"));
   ASSERT_EQ(build_.files.size(), 2U);
   EXPECT_EQ(build_.files[0].name, L"a.txt");
@@ -55,9 +55,9 @@ TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
 
 TEST_F(BuildFolderTest, ABuildWithoutTheGameIsWarnedOf) {
   test::WriteWhole(L"Velmorant Player.exe", "game");
-  const Findings findings = Read();
-  EXPECT_THAT(Told(findings.refusals), IsEmpty());
-  EXPECT_THAT(Told(findings.warnings),
+  const Diagnostics diagnostics = Read();
+  EXPECT_THAT(Told(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Told(diagnostics.warnings),
               ElementsAre(std::string("bin/Velmorant Player.exe: ") + kNoGame));
 }
 
@@ -75,9 +75,9 @@ class ChangedBuild : public BuildFolderTest {
   }
 
   std::vector<std::string> Changes() {
-    Findings findings;
-    CheckUnchanged(Folder(), build_, findings);
-    return Told(findings.refusals);
+    Diagnostics diagnostics;
+    CheckUnchanged(Folder(), build_, diagnostics);
+    return Told(diagnostics.refusals);
   }
 
   static void SetTime(const wchar_t* path, std::int64_t ticks) {

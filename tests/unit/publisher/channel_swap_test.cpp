@@ -162,7 +162,7 @@ TEST_F(ChannelSwap, OneRunAtATimeWritesToAChannel) {
     const ChannelLock second(folders_);
     FAIL();
   } catch (const ChannelError& error) {
-    EXPECT_EQ(error.Words().rule, "another run is writing to this channel");
+    EXPECT_EQ(error.GetDiagnostic().message, "another run is writing to this channel");
   }
 }
 
@@ -204,8 +204,8 @@ TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsToldAsThat) {
     const ChannelLock lock(folders_);
     FAIL();
   } catch (const ChannelError& error) {
-    EXPECT_EQ(error.Words().subject, PathText(folders_.lock));
-    EXPECT_EQ(error.Words().rule.find("it cannot be written: "), 0U);
+    EXPECT_EQ(error.GetDiagnostic().subject, PathText(folders_.lock));
+    EXPECT_EQ(error.GetDiagnostic().message.find("it cannot be written: "), 0U);
   }
 }
 
@@ -235,8 +235,8 @@ TEST_F(ChannelSwap, ALiveFolderInUseIsRefusedAndStaysWhatItWas) {
     static_cast<void>(SwapIn(folders_));
     FAIL();
   } catch (const ChannelError& error) {
-    EXPECT_EQ(error.Words().subject, PathText(folders_.live));
-    EXPECT_NE(error.Words().rule.find("cannot be renamed"), std::string::npos);
+    EXPECT_EQ(error.GetDiagnostic().subject, PathText(folders_.live));
+    EXPECT_NE(error.GetDiagnostic().message.find("cannot be renamed"), std::string::npos);
   }
   EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");
 }

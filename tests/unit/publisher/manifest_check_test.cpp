@@ -32,21 +32,21 @@ sdk::GameUpdateManifest Manifest(std::vector<std::string_view> directories,
   return manifest;
 }
 
-std::vector<std::string> Rules(const std::vector<Finding>& findings) {
+std::vector<std::string> Rules(const std::vector<Diagnostic>& diagnostics) {
   std::vector<std::string> rules;
-  for (const Finding& finding : findings) {
-    EXPECT_EQ(finding.subject, "place");
-    EXPECT_FALSE(finding.remedy.empty());
-    rules.push_back(finding.rule);
+  for (const Diagnostic& diagnostic : diagnostics) {
+    EXPECT_EQ(diagnostic.subject, "place");
+    EXPECT_FALSE(diagnostic.hint.empty());
+    rules.push_back(diagnostic.message);
   }
   return rules;
 }
 
 std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
-  Findings findings;
-  CheckManifest(manifest, "place", L"Launcher.exe", findings);
-  EXPECT_THAT(Rules(findings.warnings), IsEmpty());
-  return Rules(findings.refusals);
+  Diagnostics diagnostics;
+  CheckManifest(manifest, "place", L"Launcher.exe", diagnostics);
+  EXPECT_THAT(Rules(diagnostics.warnings), IsEmpty());
+  return Rules(diagnostics.refusals);
 }
 
 TEST(ManifestCheck, ASoundManifestPasses) {
@@ -85,10 +85,10 @@ TEST(ManifestCheck, DuplicatesAreTold) {
 }
 
 TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
-  Findings findings;
-  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", L"Launcher.exe", findings);
-  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
-  EXPECT_THAT(Rules(findings.warnings),
+  Diagnostics diagnostics;
+  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", L"Launcher.exe", diagnostics);
+  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Rules(diagnostics.warnings),
               ElementsAre("the directory 'bin' is listed twice",
                           "the directories 'bin' and 'BIN' differ only in case"));
 }
@@ -136,18 +136,18 @@ TEST(ManifestCheck, NamesAreJudgedAsThoseOfABuild) {
 }
 
 TEST(ManifestCheck, TheLaunchersFileIsTheOneOfThatName) {
-  Findings findings;
+  Diagnostics diagnostics;
   CheckManifest(Manifest({"bin"}, {L"Launcher.exe", L"Start.exe"}), "place", L"start.exe",
-                findings);
-  EXPECT_THAT(Rules(findings.refusals),
+                diagnostics);
+  EXPECT_THAT(Rules(diagnostics.refusals),
               ElementsAre("'Start.exe': the Launcher cannot replace itself while it runs"));
 }
 
 TEST(ManifestCheck, NamesThatNotEveryServerTakesAreWarnedOf) {
-  Findings findings;
-  CheckManifest(Manifest({"bin"}, {L"bin/a+b"}), "place", L"Launcher.exe", findings);
-  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
-  EXPECT_THAT(Rules(findings.warnings),
+  Diagnostics diagnostics;
+  CheckManifest(Manifest({"bin"}, {L"bin/a+b"}), "place", L"Launcher.exe", diagnostics);
+  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Rules(diagnostics.warnings),
               ElementsAre("'bin/a+b': the Launcher appends names to addresses as they stand, and "
                           "not every server takes + [ ] { } ^ ` there"));
 }

@@ -12,16 +12,16 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-std::vector<std::string> Rules(const std::vector<Finding>& findings) {
+std::vector<std::string> Rules(const std::vector<Diagnostic>& diagnostics) {
   std::vector<std::string> rules;
-  for (const Finding& finding : findings) rules.push_back(finding.rule);
+  for (const Diagnostic& diagnostic : diagnostics) rules.push_back(diagnostic.message);
   return rules;
 }
 
-Findings Check(std::wstring_view name, NameKind kind = NameKind::kFile) {
-  Findings findings;
-  CheckName(name, kind, L"Launcher.exe", findings);
-  return findings;
+Diagnostics Check(std::wstring_view name, NameKind kind = NameKind::kFile) {
+  Diagnostics diagnostics;
+  CheckName(name, kind, L"Launcher.exe", diagnostics);
+  return diagnostics;
 }
 
 std::vector<std::string> Refusals(std::wstring_view name, NameKind kind = NameKind::kFile) {
@@ -34,18 +34,18 @@ TEST(NameRules, OrdinaryNamesPassWithoutARemark) {
         L"data/level-1_final (2)!.dat", L"~&$@,;=", L"Updater.txt", L"bin/updater/x",
         L"bin/Launcher.exe", L"Launcher.exe.config", L"bin/_old.exe", L"Intermediate.txt",
         L"Intermediate/Updates", L"COM10", L"CONSOLE", L"NULL.txt", L"bin/GameVersion.vpak"}) {
-    const Findings findings = Check(name);
-    EXPECT_THAT(Rules(findings.refusals), IsEmpty()) << name;
-    EXPECT_THAT(Rules(findings.warnings), IsEmpty()) << name;
+    const Diagnostics diagnostics = Check(name);
+    EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(diagnostics.warnings), IsEmpty()) << name;
   }
 }
 
 TEST(NameRules, ARemarkNamesTheEntryTheRuleAndTheWayOut) {
-  const Findings findings = Check(L"bin/it's.txt");
-  ASSERT_EQ(findings.refusals.size(), 1U);
-  EXPECT_EQ(findings.refusals[0].subject, "bin/it's.txt");
-  EXPECT_EQ(findings.refusals[0].rule, "a single quote ends the name in the manifest");
-  EXPECT_EQ(findings.refusals[0].remedy, "Rename it.");
+  const Diagnostics diagnostics = Check(L"bin/it's.txt");
+  ASSERT_EQ(diagnostics.refusals.size(), 1U);
+  EXPECT_EQ(diagnostics.refusals[0].subject, "bin/it's.txt");
+  EXPECT_EQ(diagnostics.refusals[0].message, "a single quote ends the name in the manifest");
+  EXPECT_EQ(diagnostics.refusals[0].hint, "Rename it.");
 }
 
 TEST(NameRules, OnlyPrintableAsciiPasses) {
@@ -70,9 +70,9 @@ TEST(NameRules, WhatWindowsForbidsIsRefused) {
 
 TEST(NameRules, WhatOnlySomeServersTakeIsWarnedOf) {
   for (const wchar_t* name : {L"a+b", L"a[b", L"a]b", L"a{b", L"a}b", L"a^b", L"a`b"}) {
-    const Findings findings = Check(name);
-    EXPECT_THAT(Rules(findings.refusals), IsEmpty()) << name;
-    EXPECT_THAT(Rules(findings.warnings), ElementsAre(HasSubstr("not every server"))) << name;
+    const Diagnostics diagnostics = Check(name);
+    EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(diagnostics.warnings), ElementsAre(HasSubstr("not every server"))) << name;
   }
 }
 
@@ -141,9 +141,9 @@ TEST(NameRules, TheServersOwnNamesAreTaken) {
 TEST(NameRules, TheLaunchersFileCannotBePublishedWithTheGame) {
   EXPECT_THAT(Refusals(L"launcher.EXE"), ElementsAre(HasSubstr("cannot replace itself")));
   EXPECT_THAT(Refusals(L"_Old.exe"), ElementsAre(HasSubstr("deletes this file")));
-  Findings findings;
-  CheckName(L"Launcher.exe", NameKind::kFile, L"Start.exe", findings);
-  EXPECT_THAT(Rules(findings.refusals), IsEmpty());
+  Diagnostics diagnostics;
+  CheckName(L"Launcher.exe", NameKind::kFile, L"Start.exe", diagnostics);
+  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
 }
 
 TEST(NameRules, NamesOfFilesBeingWrittenAreThisToolsOwn) {

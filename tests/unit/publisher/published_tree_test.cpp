@@ -18,11 +18,11 @@ using test::Reply;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> Told(const Findings& findings) {
-  EXPECT_THAT(findings.warnings, IsEmpty());
+std::vector<std::string> Told(const Diagnostics& diagnostics) {
+  EXPECT_THAT(diagnostics.warnings, IsEmpty());
   std::vector<std::string> told;
-  for (const Finding& finding : findings.refusals) {
-    told.push_back(finding.subject + ": " + finding.rule);
+  for (const Diagnostic& diagnostic : diagnostics.refusals) {
+    told.push_back(diagnostic.subject + ": " + diagnostic.message);
   }
   return told;
 }
@@ -54,22 +54,22 @@ TEST(DownloadChecked, OfTheRightLengthThereIsNothingToSay) {
   LoopbackServer server;
   server.Script("/file", Ok("the content"));
   server.Script("/file", Ok("the content"));
-  Findings findings;
-  DownloadResult download = DownloadChecked(server.Url("/file"), "place", findings);
+  Diagnostics diagnostics;
+  DownloadResult download = DownloadChecked(server.Url("/file"), "place", diagnostics);
   ASSERT_TRUE(download.Succeeded());
   EXPECT_EQ(download.Body(), "the content");
-  EXPECT_THAT(Told(findings), IsEmpty());
+  EXPECT_THAT(Told(diagnostics), IsEmpty());
 }
 
 TEST(DownloadChecked, AnotherLengthIsRefusedAndTheBodyIsThere) {
   LoopbackServer server;
   server.Script("/file", Announcing("11", "the"));
   server.Script("/file", Announcing("11", "the"));
-  Findings findings;
-  DownloadResult download = DownloadChecked(server.Url("/file"), "place", findings);
+  Diagnostics diagnostics;
+  DownloadResult download = DownloadChecked(server.Url("/file"), "place", diagnostics);
   ASSERT_TRUE(download.Succeeded());
   EXPECT_EQ(download.Body(), "the");
-  EXPECT_THAT(Told(findings),
+  EXPECT_THAT(Told(diagnostics),
               ElementsAre("place: came with 3 bytes, but its Content-Length is 11"));
 }
 
@@ -77,19 +77,19 @@ TEST(DownloadChecked, AFileThatComesOnlyOnceIsRefused) {
   LoopbackServer server;
   server.Script("/file", Ok("the content"));
   server.Script("/file", Reply("503 Service Unavailable", "busy"));
-  Findings findings;
-  EXPECT_TRUE(DownloadChecked(server.Url("/file"), "place", findings).Succeeded());
-  EXPECT_THAT(Told(findings), ElementsAre("place: came once, but not when it was asked for again"));
+  Diagnostics diagnostics;
+  EXPECT_TRUE(DownloadChecked(server.Url("/file"), "place", diagnostics).Succeeded());
+  EXPECT_THAT(Told(diagnostics), ElementsAre("place: came once, but not when it was asked for again"));
 }
 
 TEST(DownloadChecked, WhatDoesNotComeIsAskedForOnce) {
   LoopbackServer server;
   server.Script("/file", Reply("404 Not Found", "nothing"));
-  Findings findings;
-  const DownloadResult download = DownloadChecked(server.Url("/file"), "place", findings);
+  Diagnostics diagnostics;
+  const DownloadResult download = DownloadChecked(server.Url("/file"), "place", diagnostics);
   ASSERT_FALSE(download.Succeeded());
   EXPECT_EQ(download.Error(), kNotFound);
-  EXPECT_THAT(Told(findings), IsEmpty());
+  EXPECT_THAT(Told(diagnostics), IsEmpty());
   EXPECT_EQ(server.Requests().size(), 1U);
 }
 
