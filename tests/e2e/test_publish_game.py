@@ -243,7 +243,7 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, plac
     )
     assert sorted(r for r in done.refusals if r not in twice) == sorted(expected)
     assert done.code == 1
-    assert all(refusal["remedy"] for refusal in done.report["refusals"])
+    assert all(refusal["hint"] for refusal in done.report["refusals"])
     assert os.listdir(server) == []
 
 
@@ -612,7 +612,7 @@ def test_a_live_folder_that_stays_in_use_is_refused_in_words(interrupted):
     assert (done.code, len(done.refusals)) == (1, 1)
     begin = f"{live}: it cannot be renamed, mostly because something in it is open: "
     assert done.refusals[0].startswith(begin) and done.refusals[0] != begin
-    assert "What is served has not changed." in done.report["refusals"][0]["remedy"]
+    assert "What is served has not changed." in done.report["refusals"][0]["hint"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 

@@ -367,7 +367,7 @@ def test_a_payload_that_is_not_what_is_listed(keep_dirs):
     keep_dirs.scene.serve("bin/x", b"something else")
     told = keep_dirs.check()
     assert told["game"]["downloaded"] == [{"name": "bin/x", "size": 14}]
-    assert any("another size" in warning["rule"] for warning in told["warnings"])
+    assert any("another size" in warning["message"] for warning in told["warnings"])
 
 
 def test_staging_leftovers_go_with_the_folder(keep_dirs):
