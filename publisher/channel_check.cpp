@@ -19,7 +19,7 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/executable_version.h"
-#include "publisher/judged_files.h"
+#include "publisher/parsed_files.h"
 #include "publisher/manifest_check.h"
 #include "publisher/name_rules.h"
 #include "publisher/paths.h"
@@ -96,10 +96,10 @@ class ChannelCheck {
     diagnostics_.AddError(tree_.PlaceOf(name), std::move(message), std::move(hint));
   }
 
-  /// The rejection's message, word for word as a player's log has it.
-  void AddError(std::wstring_view name, const Rejection& rejection, const char* effect) {
-    AddError(name, rejection.message,
-           Format("So says the Launcher's reader, {}. {}", PlaceInWords(rejection), effect));
+  /// The error's message, word for word as a player's log has it.
+  void AddError(std::wstring_view name, const ParseError& error, const char* effect) {
+    AddError(name, error.message,
+           Format("So says the Launcher's reader, {}. {}", PlaceInWords(error), effect));
   }
 
   /// The file; or none, and then the message that a player's log has.
@@ -114,9 +114,9 @@ class ChannelCheck {
   void CheckVersion() {
     const auto bytes = Fetch(kVersionName, sdk::kVersionDownloadFailed, kNoGameUpdate);
     if (!bytes) return;
-    const auto judged = JudgeVersion(*bytes);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return AddError(kVersionName, *rejection, kNoGameUpdate);
+    const auto judged = ParseVersion(*bytes);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return AddError(kVersionName, *error, kNoGameUpdate);
     }
     const auto& version = std::get<VersionFile>(judged);
     if (!version.complete) {
@@ -139,9 +139,9 @@ class ChannelCheck {
     const auto content = Fetch(kManifestName, sdk::kManifestDownloadFailed, kUpdateFails);
     if (!content) return;
     std::string text;
-    const auto judged = JudgeGameManifest(*content, text);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return AddError(kManifestName, *rejection, kUpdateFails);
+    const auto judged = ParseGameManifest(*content, text);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return AddError(kManifestName, *error, kUpdateFails);
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
@@ -210,9 +210,9 @@ class ChannelCheck {
     const auto content =
         Fetch(kUpdaterManifestName, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate);
     if (!content) return {};
-    const auto judged = JudgeUpdaterManifest(*content);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      AddError(kUpdaterManifestName, *rejection, kNoSelfUpdate);
+    const auto judged = ParseUpdaterManifest(*content);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      AddError(kUpdaterManifestName, *error, kNoSelfUpdate);
       return {};
     }
     const std::uint32_t offered = std::get<std::uint32_t>(judged);
@@ -226,9 +226,9 @@ class ChannelCheck {
         Fetch(kUpdaterSettingsName, sdk::kSettingsDownloadFailed,
               "The check for updates of a current Launcher ends there, at every start.");
     if (!bytes) return;
-    const auto judged = JudgeSettings(*bytes);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return AddError(kUpdaterSettingsName, *rejection,
+    const auto judged = ParseSettings(*bytes);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return AddError(kUpdaterSettingsName, *error,
                     "Launchers install the file, and can update nothing from then on.");
     }
     const auto& settings = std::get<SettingsFile>(judged);

@@ -7,7 +7,7 @@
 #include "archive/archive_reader.h"
 #include "archive/updater_settings.h"
 #include "core/errors.h"
-#include "publisher/judged_files.h"
+#include "publisher/parsed_files.h"
 #include "updater/game_version.h"
 #include "updater/manifest_text.h"
 

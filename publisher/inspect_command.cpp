@@ -11,7 +11,7 @@
 #include "core/unicode.h"
 #include "publisher/commands.h"
 #include "publisher/file_kind.h"
-#include "publisher/judged_files.h"
+#include "publisher/parsed_files.h"
 #include "publisher/paths.h"
 #include "publisher/version_text.h"
 #include "publisher/whole_file.h"
@@ -72,13 +72,13 @@ class Inspection {
 
   void TellKind(const char* kind) { Tell("kind", "kind", std::string(kind)); }
 
-  void Reject(const Rejection& rejection, std::string_view reader) {
-    Json json = {{"reader", reader}, {"message", rejection.message}, {"offset", rejection.offset}};
-    if (rejection.line != 0) json["line"] = rejection.line;
+  void Reject(const ParseError& error, std::string_view reader) {
+    Json json = {{"reader", reader}, {"message", error.message}, {"offset", error.offset}};
+    if (error.line != 0) json["line"] = error.line;
     console_.Report()["rejections"].push_back(json);
     diagnostics_.AddError(
-        PathText(path_), rejection.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(rejection)));
+        PathText(path_), error.message,
+        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(error)));
   }
 
   void TellArchive(const ArchiveFacts& archive, std::string_view header,
@@ -95,9 +95,9 @@ class Inspection {
 
   void ShowSettings() {
     TellKind("settings archive");
-    const auto judged = JudgeSettings(content_);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Reject(*rejection, "settings archives");
+    const auto judged = ParseSettings(content_);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return Reject(*error, "settings archives");
     }
     const auto& settings = std::get<SettingsFile>(judged);
     TellArchive(settings.archive, sdk::UpdaterSettings::kHeader,
@@ -108,9 +108,9 @@ class Inspection {
 
   void ShowVersion() {
     TellKind("game version");
-    const auto judged = JudgeVersion(content_);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Reject(*rejection, "game versions");
+    const auto judged = ParseVersion(content_);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return Reject(*error, "game versions");
     }
     const auto& version = std::get<VersionFile>(judged);
     TellArchive(version.archive, sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion);
@@ -132,16 +132,16 @@ class Inspection {
       Tell("bytes not understood", "unread", content_.size() - reader.Position());
     } catch (const file::FileException&) {
       // Both readers fail there, and alike.
-      return Reject(std::get<Rejection>(JudgeSettings(content_)), "archives");
+      return Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
     }
-    WarnOfReader(std::get<Rejection>(JudgeSettings(content_)), "settings archives");
-    WarnOfReader(std::get<Rejection>(JudgeVersion(content_)), "game versions");
+    WarnOfReader(std::get<ParseError>(ParseSettings(content_)), "settings archives");
+    WarnOfReader(std::get<ParseError>(ParseVersion(content_)), "game versions");
   }
 
-  void WarnOfReader(const Rejection& rejection, std::string_view reader) {
+  void WarnOfReader(const ParseError& error, std::string_view reader) {
     diagnostics_.AddWarning(
-        PathText(path_), rejection.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(rejection)));
+        PathText(path_), error.message,
+        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(error)));
   }
 
   void TellFields(file::ArchiveReader& reader) {
@@ -189,9 +189,9 @@ class Inspection {
   void ShowGameManifest() {
     TellKind("game manifest");
     std::string text;
-    const auto judged = JudgeGameManifest(content_, text);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Reject(*rejection, "game manifests");
+    const auto judged = ParseGameManifest(content_, text);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return Reject(*error, "game manifests");
     }
     const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
     std::uint64_t bytes = 0;
@@ -236,9 +236,9 @@ class Inspection {
 
   void ShowUpdaterManifest() {
     TellKind("updater manifest");
-    const auto judged = JudgeUpdaterManifest(content_);
-    if (const auto* rejection = std::get_if<Rejection>(&judged)) {
-      return Reject(*rejection, "updater manifests");
+    const auto judged = ParseUpdaterManifest(content_);
+    if (const auto* error = std::get_if<ParseError>(&judged)) {
+      return Reject(*error, "updater manifests");
     }
     // The reader takes any file version from 1 on and does not hand it out.
     std::string text = content_;
@@ -253,9 +253,9 @@ class Inspection {
   void ShowUnknown() {
     TellKind("unknown");
     std::string text;
-    Reject(std::get<Rejection>(JudgeSettings(content_)), "archives");
-    Reject(std::get<Rejection>(JudgeGameManifest(content_, text)), "game manifests");
-    Reject(std::get<Rejection>(JudgeUpdaterManifest(content_)), "updater manifests");
+    Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
+    Reject(std::get<ParseError>(ParseGameManifest(content_, text)), "game manifests");
+    Reject(std::get<ParseError>(ParseUpdaterManifest(content_)), "updater manifests");
   }
 
   Options options_;

@@ -14,14 +14,14 @@
 namespace ve::publish {
 
 /// Why a reader rejects a file.
-struct Rejection {
+struct ParseError {
   std::string message;   ///< The reader's own, word for word.
   std::size_t offset;    ///< In the file, of the bytes or the line at fault.
   std::size_t line = 0;  ///< In a manifest, counted from 1 and with the empty ones.
 };
 
-/// Where the rejection is, in words: "at byte 9".
-[[nodiscard]] std::string PlaceInWords(const Rejection& rejection);
+/// Where the error is, in words: "at byte 9".
+[[nodiscard]] std::string PlaceInWords(const ParseError& error);
 
 /// What all archives have.
 struct ArchiveFacts {
@@ -41,14 +41,14 @@ struct VersionFile {
   bool complete;  ///< False if the file ends in front of the version or in it: it is read as 0.
 };
 
-[[nodiscard]] std::variant<SettingsFile, Rejection> JudgeSettings(std::string_view bytes);
-[[nodiscard]] std::variant<VersionFile, Rejection> JudgeVersion(std::string_view bytes);
+[[nodiscard]] std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes);
+[[nodiscard]] std::variant<VersionFile, ParseError> ParseVersion(std::string_view bytes);
 
 /// The version that the manifest offers, as a Launcher of any version reads it.
-[[nodiscard]] std::variant<std::uint32_t, Rejection> JudgeUpdaterManifest(std::string_view content);
+[[nodiscard]] std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(std::string_view content);
 
 /// `text` becomes the content that the manifest's views point into.
-[[nodiscard]] std::variant<sdk::GameUpdateManifest, Rejection> JudgeGameManifest(
+[[nodiscard]] std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(
     std::string_view content, std::string& text);
 
 /// The two modes in words: "plain", "checked".

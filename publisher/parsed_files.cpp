@@ -1,4 +1,4 @@
-#include "publisher/judged_files.h"
+#include "publisher/parsed_files.h"
 
 #include <algorithm>
 #include <cstring>
@@ -17,7 +17,7 @@ namespace {
 
 /// Calls `read` with a reader at the begin of the record.
 template <class Content, class Read>
-std::variant<Content, Rejection> JudgeArchive(std::string_view bytes, const Read& read) {
+std::variant<Content, ParseError> ParseArchive(std::string_view bytes, const Read& read) {
   std::optional<file::ArchiveReader> reader;
   try {
     reader.emplace(bytes);
@@ -25,13 +25,13 @@ std::variant<Content, Rejection> JudgeArchive(std::string_view bytes, const Read
   } catch (const VERuntimeError& error) {
     // Without a reader it is the archive's own header that is wrong: its magic or its version.
     const std::size_t headerFault = HasArchiveMagic(bytes) ? sizeof(file::kArchiveMagic) : 0;
-    return Rejection{error.what(), reader ? reader->LastReadPosition() : headerFault};
+    return ParseError{error.what(), reader ? reader->LastReadPosition() : headerFault};
   }
 }
 
 /// Where a line of the text begins in the content that the text was made from by removing the
 /// carriage returns: behind as many line feeds.
-Rejection InManifest(std::string message, std::string_view content, std::string_view text,
+ParseError InManifest(std::string message, std::string_view content, std::string_view text,
                      std::string_view line) {
   const char* const lineBegin = line.data();
   const auto lineFeeds = static_cast<std::size_t>(std::count(text.data(), lineBegin, '\n'));
@@ -46,7 +46,7 @@ Rejection InManifest(std::string message, std::string_view content, std::string_
 }
 
 template <class Content, class Read>
-std::variant<Content, Rejection> JudgeManifest(std::string_view content, std::string& text,
+std::variant<Content, ParseError> ParseManifest(std::string_view content, std::string& text,
                                                const Read& read) {
   text = content;
   std::string_view judged;
@@ -59,21 +59,21 @@ std::variant<Content, Rejection> JudgeManifest(std::string_view content, std::st
 
 }  // namespace
 
-std::string PlaceInWords(const Rejection& rejection) {
-  if (rejection.line == 0) return Format("at byte {}", rejection.offset);
-  return Format("in line {}, at byte {}", rejection.line, rejection.offset);
+std::string PlaceInWords(const ParseError& error) {
+  if (error.line == 0) return Format("at byte {}", error.offset);
+  return Format("in line {}, at byte {}", error.line, error.offset);
 }
 
-std::variant<SettingsFile, Rejection> JudgeSettings(std::string_view bytes) {
-  return JudgeArchive<SettingsFile>(bytes, [](file::ArchiveReader& reader) {
+std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes) {
+  return ParseArchive<SettingsFile>(bytes, [](file::ArchiveReader& reader) {
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(reader);
     return SettingsFile{
         {reader.Mode(), reader.Position()}, ToUtf8(settings.url), ToUtf8(settings.channel)};
   });
 }
 
-std::variant<VersionFile, Rejection> JudgeVersion(std::string_view bytes) {
-  return JudgeArchive<VersionFile>(bytes, [](file::ArchiveReader& reader) {
+std::variant<VersionFile, ParseError> ParseVersion(std::string_view bytes) {
+  return ParseArchive<VersionFile>(bytes, [](file::ArchiveReader& reader) {
     const sdk::VersionNumber version = sdk::ReadOfferedVersion(reader);
     // Of a block that is not there as a whole, the reader takes nothing but goes to the end.
     const bool complete =
@@ -82,16 +82,16 @@ std::variant<VersionFile, Rejection> JudgeVersion(std::string_view bytes) {
   });
 }
 
-std::variant<std::uint32_t, Rejection> JudgeUpdaterManifest(std::string_view content) {
+std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(std::string_view content) {
   std::string text;
-  return JudgeManifest<std::uint32_t>(content, text, [](std::string& read, std::string_view* line) {
+  return ParseManifest<std::uint32_t>(content, text, [](std::string& read, std::string_view* line) {
     return sdk::ReadUpdaterManifest(read, 0, line);
   });
 }
 
-std::variant<sdk::GameUpdateManifest, Rejection> JudgeGameManifest(std::string_view content,
+std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(std::string_view content,
                                                                    std::string& text) {
-  return JudgeManifest<sdk::GameUpdateManifest>(content, text, sdk::ReadGameUpdateManifest);
+  return ParseManifest<sdk::GameUpdateManifest>(content, text, sdk::ReadGameUpdateManifest);
 }
 
 std::string_view ModeInWords(file::ArchiveMode mode) {
