@@ -7,7 +7,7 @@
 
 namespace ve::publish {
 
-std::optional<std::uint64_t> AnnouncedLength(std::wstring_view url) {
+std::optional<std::uint64_t> ContentLength(std::wstring_view url) {
   const ComScope com;
   // Declared in the order of their making, so that the request closes before its root.
   const UniqueInternetHandle root(

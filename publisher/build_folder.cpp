@@ -76,7 +76,7 @@ class Reader {
     const std::string subject = ToUtf8(name);
     CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, launcher_,
               diagnostics_);
-    const auto [other, isNew] = namesByKey_.emplace(CaseKey(name), name);
+    const auto [other, isNew] = namesByKey_.emplace(FoldCase(name), name);
     if (!isNew) {
       diagnostics_.AddError(subject,
                        Format("Windows takes it for the same as {}", ToUtf8(other->second)),
@@ -118,21 +118,21 @@ class Reader {
 
 void CheckContents(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
   if (build.files.empty()) {
-    diagnostics.AddError(PathText(source),
+    diagnostics.AddError(DisplayPath(source),
                     "there is no file in it, and the Launcher takes no update without",
                     "Name the folder of a build.");
   }
   if (build.directories.empty()) {
-    diagnostics.AddError(PathText(source),
+    diagnostics.AddError(DisplayPath(source),
                     "there is no folder in it, and the Launcher takes no update without",
                     "Make one, for instance an empty folder Saved.");
   }
 }
 
 void WarnOfMissingGame(const BuildFolder& build, Diagnostics& diagnostics) {
-  const std::wstring game = CaseKey(kGameProgram);
+  const std::wstring game = FoldCase(kGameProgram);
   const bool isThere = std::any_of(build.files.begin(), build.files.end(),
-                                   [&](const BuildFile& f) { return CaseKey(f.name) == game; });
+                                   [&](const BuildFile& f) { return FoldCase(f.name) == game; });
   if (isThere || build.files.empty()) return;
   diagnostics.AddWarning(ToUtf8(WithSlashes(kGameProgram)),
                 "the build has no such file, which is the game that the Launcher starts",
@@ -144,8 +144,8 @@ void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
       build.files.begin(), build.files.end(),
       [](const BuildFile& a, const BuildFile& b) { return a.name.size() < b.name.size(); });
   if (longest == build.files.end()) return;
-  const std::size_t room = RoomForGameFolder(longest->name);
-  if (room >= kOrdinaryGameFolder) return;
+  const std::size_t room = MaxGameFolderLength(longest->name);
+  if (room >= kTypicalGameFolderLength) return;
   diagnostics.AddWarning(
       ToUtf8(longest->name),
       Format("with this name, the longest, the path of a player's game folder may have no "
@@ -187,7 +187,7 @@ BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launch
                             Diagnostics& diagnostics) {
   const DWORD attributes = GetFileAttributesW(source.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    diagnostics.AddError(PathText(source), "there is no such folder", "Name the folder of a build.");
+    diagnostics.AddError(DisplayPath(source), "there is no such folder", "Name the folder of a build.");
     return {};
   }
   Reader reader(source, launcher, diagnostics);
@@ -202,7 +202,7 @@ BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launch
 
 void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
   for (const BuildFile& file : build.files) {
-    const std::optional<SizeAndTime> now = QuerySizeAndTime(Below(source, file.name));
+    const std::optional<SizeAndTime> now = QuerySizeAndTime(JoinPath(source, file.name));
     if (now && now->size == file.size && now->written == file.written) continue;
     diagnostics.AddError(ToUtf8(file.name), "it was changed while the build was published",
                     "Publish again when the build is complete.");

@@ -48,7 +48,7 @@ class TemporaryFile {
                               "temporary file");
     }
     path_ = path.data();
-    WriteWholeFile(path_, content);
+    WriteFileAtomically(path_, content);
   }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -83,8 +83,8 @@ class ChannelCheck {
         diagnostics_(diagnostics) {}
 
   void Run() {
-    report_ = {{"channel", ToUtf8(channel_)}, {"place", tree_.PlaceOf(L"")}};
-    console_.Say(Format("{}: {}", ToUtf8(channel_), tree_.PlaceOf(L"")));
+    report_ = {{"channel", ToUtf8(channel_)}, {"place", tree_.LocationOf(L"")}};
+    console_.Say(Format("{}: {}", ToUtf8(channel_), tree_.LocationOf(L"")));
     CheckVersion();
     CheckGame();
     CheckLauncher();
@@ -93,13 +93,13 @@ class ChannelCheck {
 
  private:
   void AddError(std::wstring_view name, std::string message, std::string hint) {
-    diagnostics_.AddError(tree_.PlaceOf(name), std::move(message), std::move(hint));
+    diagnostics_.AddError(tree_.LocationOf(name), std::move(message), std::move(hint));
   }
 
   /// The error's message, word for word as a player's log has it.
   void AddError(std::wstring_view name, const ParseError& error, const char* effect) {
     AddError(name, error.message,
-           Format("So says the Launcher's reader, {}. {}", PlaceInWords(error), effect));
+           Format("So says the Launcher's reader, {}. {}", FormatLocation(error), effect));
   }
 
   /// The file; or none, and then the message that a player's log has.
@@ -130,7 +130,7 @@ class ChannelCheck {
 
   void WarnOfRest(std::wstring_view name, std::size_t end, std::size_t size) {
     if (end == size) return;
-    diagnostics_.AddWarning(tree_.PlaceOf(name),
+    diagnostics_.AddWarning(tree_.LocationOf(name),
                    Format("{} bytes follow the record, from byte {} on", size - end, end),
                    "Launchers do not read them; the file may be damaged.");
   }
@@ -150,8 +150,8 @@ class ChannelCheck {
     report_["files"] = manifest.fileLines.size();
     report_["bytes"] = bytes;
     console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
-                        manifest.directories.size(), BytesInWords(bytes)));
-    CheckManifest(manifest, tree_.PlaceOf(kManifestName), ToWide(options_.launcher), diagnostics_);
+                        manifest.directories.size(), FormatByteSize(bytes)));
+    CheckManifest(manifest, tree_.LocationOf(kManifestName), ToWide(options_.launcher), diagnostics_);
     CheckPayload(tree_, manifest, console_, diagnostics_);
     if (!tree_.IsServed()) CheckUnlisted(manifest);
   }
@@ -161,22 +161,22 @@ class ChannelCheck {
     std::unordered_map<std::wstring, std::wstring> files;
     std::unordered_set<std::wstring> directories;
     for (const std::wstring_view name : {kVersionName, kManifestName}) {
-      files.emplace(CaseKey(name), name);
+      files.emplace(FoldCase(name), name);
     }
     for (const std::string_view directory : manifest.directories) {
-      directories.insert(CaseKey(sdk::WidenName(directory)));
+      directories.insert(FoldCase(sdk::WidenName(directory)));
     }
     for (const std::string_view line : manifest.fileLines) {
       const sdk::FileEntry entry = sdk::EntryOf(line);
-      files.emplace(CaseKey(entry.name), entry.name);
+      files.emplace(FoldCase(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {
-        directories.insert(CaseKey(std::wstring_view(entry.name).substr(0, end)));
+        directories.insert(FoldCase(std::wstring_view(entry.name).substr(0, end)));
       }
     }
     WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
-      if (CaseKey(name) == CaseKey(kUpdaterFolder)) return file::WalkAction::kSkip;
-      if (isDirectory && directories.contains(CaseKey(name))) return file::WalkAction::kRecurse;
+      if (FoldCase(name) == FoldCase(kUpdaterFolder)) return file::WalkAction::kSkip;
+      if (isDirectory && directories.contains(FoldCase(name))) return file::WalkAction::kRecurse;
       CheckEntry(name, isDirectory, files);
       return file::WalkAction::kSkip;
     });
@@ -184,7 +184,7 @@ class ChannelCheck {
 
   void CheckEntry(const std::wstring& name, bool isDirectory,
                   const std::unordered_map<std::wstring, std::wstring>& files) {
-    const auto listed = files.find(CaseKey(name));
+    const auto listed = files.find(FoldCase(name));
     if (isDirectory || listed == files.end()) {
       return AddError(name, "lies in the tree, but is not listed",
                     "No player gets it. Remove it, or publish again.");
@@ -237,12 +237,12 @@ class ChannelCheck {
     report_["launcher"]["channel"] = settings.channel;
     console_.Say(Format("  settings: URL {}, channel {}", settings.url, settings.channel));
     if (ToWide(settings.channel) != channel_) {
-      diagnostics_.AddWarning(tree_.PlaceOf(kUpdaterSettingsName),
+      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName),
                      Format("names the channel {}", settings.channel),
                      Format("It moves the players of {} there.", ToUtf8(channel_)));
     }
     if (tree_.IsServed() && settings.url != options_.tree.url) {
-      diagnostics_.AddWarning(tree_.PlaceOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
+      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
                      Format("It moves the players of {} there.", options_.tree.url));
     }
   }
@@ -261,7 +261,7 @@ class ChannelCheck {
 
   /// The tree does not know the executable's name: it is the one file more.
   void CheckExecutableInFolder(std::optional<std::uint32_t> offered) {
-    const std::wstring folder = Below(tree_.Folder(), kUpdaterFolder);
+    const std::wstring folder = JoinPath(tree_.Folder(), kUpdaterFolder);
     std::vector<std::wstring> others;
     WalkFolder(folder, [&](const std::wstring& entry, bool /*isDirectory*/) {
       const std::wstring name = Format(L"{}/{}", kUpdaterFolder, entry);
@@ -280,7 +280,7 @@ class ChannelCheck {
       }
       return;
     }
-    CheckExecutable(others.front(), Below(tree_.Folder(), others.front()), offered);
+    CheckExecutable(others.front(), JoinPath(tree_.Folder(), others.front()), offered);
   }
 
   void CheckExecutable(const std::wstring& name, const std::wstring& path,

@@ -43,7 +43,7 @@ std::string CodeText(DWORD code) { return std::system_category().message(static_
 
 [[noreturn]] void ThrowRenameError(const std::wstring& folder, DWORD code) {
   throw ChannelError(
-      {PathText(folder),
+      {DisplayPath(folder),
        Format("it cannot be renamed, mostly because something in it is open: {}", CodeText(code)),
        "Close what has it open, then publish again. What is served has not changed."});
 }
@@ -69,11 +69,11 @@ UniqueFileHandle TakeLock(const std::wstring& path) {
     return lock ? DWORD{ERROR_SUCCESS} : GetLastError();
   });
   if (MayPass(code)) {
-    throw ChannelError({PathText(path), "another run is writing to this channel",
+    throw ChannelError({DisplayPath(path), "another run is writing to this channel",
                         "Wait until it has ended, then publish again."});
   }
   if (code != ERROR_SUCCESS) {
-    throw ChannelError({PathText(path), Format("it cannot be written: {}", CodeText(code)),
+    throw ChannelError({DisplayPath(path), Format("it cannot be written: {}", CodeText(code)),
                         "Publish from an account that may write there."});
   }
   return lock;
@@ -125,7 +125,7 @@ bool DiscardPrevious(const ChannelFolders& folders) {
 }  // namespace
 
 ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel) {
-  std::wstring live = Below(server, ChannelName(channel));
+  std::wstring live = JoinPath(server, ChannelName(channel));
   std::wstring updates = live.substr(0, live.size() - channel.size() - 1);
   const auto beside = [&](std::wstring_view role) {
     return Format(L"{}\\.{}.{}", updates, channel, role);
@@ -142,7 +142,7 @@ const std::wstring& PublishedFolder(const ChannelFolders& folders) {
 
 ChannelLock::ChannelLock(const ChannelFolders& folders) {
   if (IsLink(folders.live)) {
-    throw ChannelError({PathText(folders.live), "the channel's folder is a link to another place",
+    throw ChannelError({DisplayPath(folders.live), "the channel's folder is a link to another place",
                         "Publish to that place, or make it a folder."});
   }
   file::MakeDirectories(folders.updates);
@@ -150,7 +150,7 @@ ChannelLock::ChannelLock(const ChannelFolders& folders) {
   try {
     Repair(folders);
   } catch (const std::filesystem::filesystem_error& error) {
-    throw ChannelError({PathText(folders.updates),
+    throw ChannelError({DisplayPath(folders.updates),
                         Format("what an interrupted run left cannot be removed: {}", error.what()),
                         "Close what has it open, then publish again."});
   }
@@ -164,7 +164,7 @@ void Repair(const ChannelFolders& folders) {
   }
   Discard(folders);
   RemoveFolder(folders.next);
-  RemoveHalfWrittenFiles(Below(folders.live, kUpdaterFolder));
+  RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
 }
 
 bool SwapIn(const ChannelFolders& folders) {

@@ -38,7 +38,7 @@ Json AsJson(const std::vector<Diagnostic>& diagnostics) {
 }  // namespace
 
 void Console::Say(std::string_view line) {
-  if (style_ == Style::kWords) Write(stdout, Format("{}\n", line));
+  if (style_ == Style::kText) Write(stdout, Format("{}\n", line));
 }
 
 void Console::ShowProgress(std::string_view work, std::uint64_t filesDone, std::uint64_t files,
@@ -49,7 +49,7 @@ void Console::ShowProgress(std::string_view work, std::uint64_t filesDone, std::
   lastProgress_ = now;
   progressShown_ = true;
   Write(stderr, Format("\r{}: {} of {} files, ", work, filesDone, files));
-  Write(stderr, Format("{} of {}        ", BytesInWords(bytesDone), BytesInWords(bytes)));
+  Write(stderr, Format("{} of {}        ", FormatByteSize(bytesDone), FormatByteSize(bytes)));
 }
 
 void Console::EndProgress() {
@@ -72,7 +72,7 @@ int Console::Finish(const Diagnostics& diagnostics) {
   return diagnostics.Refused() ? kRefused : kDone;
 }
 
-std::string BytesInWords(std::uint64_t bytes) {
+std::string FormatByteSize(std::uint64_t bytes) {
   static constexpr std::array<const char*, 5> kUnits{"B", "kB", "MB", "GB", "TB"};
   if (bytes < 1000) return Format("{} B", bytes);
   std::size_t unit = 0;

@@ -20,7 +20,7 @@ inline constexpr int kWrongUsage = 2;
 /// Standard output (the report), standard error (remarks and progress). All texts are UTF-8.
 class Console {
  public:
-  enum class Style { kWords, kJson };
+  enum class Style { kText, kJson };
 
   explicit Console(Style style) : style_(style) {}
 
@@ -49,6 +49,6 @@ class Console {
 };
 
 /// A number of bytes for people: "1.4 MB".
-[[nodiscard]] std::string BytesInWords(std::uint64_t bytes);
+[[nodiscard]] std::string FormatByteSize(std::uint64_t bytes);
 
 }  // namespace ve::publish

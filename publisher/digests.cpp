@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds kProgressPause{100};
 
 [[noreturn]] void ThrowReadError(const std::wstring& path, DWORD code) {
   throw std::filesystem::filesystem_error(
-      "read", std::filesystem::path(ToWide(PathText(path))),
+      "read", std::filesystem::path(ToWide(DisplayPath(path))),
       std::error_code(static_cast<int>(code), std::system_category()));
 }
 

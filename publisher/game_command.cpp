@@ -41,12 +41,12 @@ struct Plan {
 };
 
 bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
-  return (CaseKey(path) + L'/').starts_with(CaseKey(folder) + L'/');
+  return (FoldCase(path) + L'/').starts_with(FoldCase(folder) + L'/');
 }
 
 void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
   if (IsSameOrBelow(plan.source, plan.server) || IsSameOrBelow(plan.server, plan.source)) {
-    diagnostics.AddError(PathText(plan.source), "the build and the server's folder lie in one another",
+    diagnostics.AddError(DisplayPath(plan.source), "the build and the server's folder lie in one another",
                     "Publish from a folder apart from the server's.");
   }
 }
@@ -61,7 +61,7 @@ std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text, Diag
 
 /// The bytes of the version file on the server; none if there is none.
 std::optional<std::string> PublishedVersionFile(const ChannelFolders& folders) {
-  const std::wstring path = Below(PublishedFolder(folders), kVersionName);
+  const std::wstring path = JoinPath(PublishedFolder(folders), kVersionName);
   if (!file::Exists(path)) return {};
   return ReadWholeFile(path);
 }
@@ -85,14 +85,14 @@ void CheckAgainstPublished(const sdk::VersionNumber& version,
     }
   } catch (const VERuntimeError& error) {
     if (plan.force) return;
-    diagnostics.AddError(PathText(Below(PublishedFolder(plan.folders), kVersionName)),
+    diagnostics.AddError(DisplayPath(JoinPath(PublishedFolder(plan.folders), kVersionName)),
                     Format("the version on the server cannot be read: {}", error.what()),
                     "Use --force to publish in its place.");
   }
 }
 
 /// Builds the channel's next state beside the live one.
-Placed MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
+CopyStats MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
                      Console& console) {
   const auto progress = [&console](const PayloadStep& step) {
     console.ShowProgress(step.work, step.filesDone, step.files, step.bytesDone, step.bytes);
@@ -102,11 +102,11 @@ Placed MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildF
   console.EndProgress();
   const std::string manifest = GameManifest(build);
   file::MakeDirectory(folders.next);
-  const Placed placed =
+  const CopyStats placed =
       PlacePayload(plan.source, folders.live, build, isPublished, folders.next, progress);
   console.EndProgress();
-  WriteWholeFile(Below(folders.next, kManifestName), manifest);
-  WriteWholeFile(Below(folders.next, kVersionName), GameVersionFile(version));
+  WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
+  WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
   PlaceLauncher(folders.live, folders.next);
   return placed;
 }
@@ -120,13 +120,13 @@ void RemoveUnfinished(const ChannelFolders& folders) noexcept {
   }
 }
 
-void Tell(const Options& options, const BuildFolder& build, const Placed& placed,
+void Tell(const Options& options, const BuildFolder& build, const CopyStats& placed,
           Console& console) {
   console.Say(Format("Published {} to {} in {}", options.version, options.channel, options.server));
   console.Say(Format("  {} files, {}, in {} folders", build.files.size(),
-                     BytesInWords(build.Bytes()), build.directories.size()));
+                     FormatByteSize(build.Bytes()), build.directories.size()));
   console.Say(Format("  {} copied ({}), {} unchanged", placed.copiedFiles,
-                     BytesInWords(placed.copiedBytes), placed.linkedFiles));
+                     FormatByteSize(placed.copiedBytes), placed.linkedFiles));
   Json& report = console.Report();
   report["files"] = build.files.size();
   report["bytes"] = build.Bytes();
@@ -146,7 +146,7 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
     return;
   }
   const ScopeFail cleanUp([&plan] { RemoveUnfinished(plan.folders); });
-  const Placed placed = MakeNextState(plan, version, build, console);
+  const CopyStats placed = MakeNextState(plan, version, build, console);
   CheckUnchanged(plan.source, build, diagnostics);
   if (diagnostics.Refused()) {
     RemoveUnfinished(plan.folders);
@@ -154,7 +154,7 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
   }
   if (!SwapInApart(plan.server, ToWide(options.channel), lock)) {
     diagnostics.AddWarning(
-        PathText(plan.folders.updates),
+        DisplayPath(plan.folders.updates),
         "the new version is served, but the folder of the one before could not be removed",
         "The next run that publishes to this channel removes it.");
   }
@@ -180,12 +180,12 @@ void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
 }
 
 int Run(const Options& options, Console& console) {
-  const std::wstring server = AbsolutePath(options.server);
-  const Plan plan{AbsolutePath(options.source), server, ToWide(options.launcher),
+  const std::wstring server = ExtendedLengthPath(options.server);
+  const Plan plan{ExtendedLengthPath(options.source), server, ToWide(options.launcher),
                   FoldersOf(server, ToWide(options.channel)), options.force};
   console.Report() = {{"version", options.version},
                       {"channel", options.channel},
-                      {"server", PathText(plan.server)},
+                      {"server", DisplayPath(plan.server)},
                       {"published", false}};
   Diagnostics diagnostics;
   try {

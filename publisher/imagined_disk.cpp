@@ -109,8 +109,8 @@ void ImaginedDisk::Add(const file::DirectoryEntry& entry) {
   before_.insert(std::move(path));
 }
 
-ImaginedDisk::Place ImaginedDisk::Find(std::wstring_view path) const {
-  Place place;
+ImaginedDisk::Lookup ImaginedDisk::Find(std::wstring_view path) const {
+  Lookup place;
   const std::wstring full = FullPath(path);
   // The root itself has no last backslash when it is named.
   place.inside = CompareNames((full + L'\\').substr(0, root_.size()), root_) == 0;
@@ -144,23 +144,23 @@ ImaginedDisk::Place ImaginedDisk::Find(std::wstring_view path) const {
 }
 
 bool ImaginedDisk::Exists(std::wstring_view path) const {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   return place.inside ? place.entry != nullptr : file::Exists(path);
 }
 
 bool ImaginedDisk::IsDirectory(std::wstring_view path) const {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   return place.entry != nullptr && place.entry->IsDirectory();
 }
 
 bool ImaginedDisk::IsAsOnDisk(std::wstring_view path) const {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   return place.entry != nullptr && !place.entry->diskPath.empty() && !place.entry->content;
 }
 
 bool ImaginedDisk::Matches(std::wstring_view path, std::uint64_t size,
                            std::string_view digest) const {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   if (!place.inside) return FileMatchesEntry(path, size, digest);
   if (place.entry == nullptr) return false;
   if (place.entry->IsDirectory()) {
@@ -171,7 +171,7 @@ bool ImaginedDisk::Matches(std::wstring_view path, std::uint64_t size,
 }
 
 DWORD ImaginedDisk::CreateOne(std::wstring_view path) {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   if (!place.inside) return ERROR_SUCCESS;
   if (place.entry != nullptr && place.entry->IsDirectory()) return ERROR_SUCCESS;
   if (!place.valid) return ERROR_INVALID_NAME;
@@ -191,7 +191,7 @@ void ImaginedDisk::MakeDirectory(std::wstring_view path) {
 
 void ImaginedDisk::EnsureDirectories(std::wstring_view path) {
   if (Exists(path)) return;
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   if (!place.valid) file::ThrowFilesystemError("create_directories", path, ERROR_INVALID_NAME);
   // From the top down: what stands already is no error, unless it is a file.
   for (std::size_t end = 0; end != std::wstring::npos;) {
@@ -219,7 +219,7 @@ DWORD ImaginedDisk::WhyNotRemoved(const Entry& entry) const {
 
 void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
   if (path.size() > WidePath::kMaxCharacters) file::ThrowSaveError(path, ENAMETOOLONG);
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   if (!place.inside) return;
   if (place.entry != nullptr) {
     if (WhyNotReplaced(*place.entry) != ERROR_SUCCESS) file::ThrowSaveError(path, EACCES);
@@ -234,8 +234,8 @@ void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
 }
 
 void ImaginedDisk::CopyFileOverwrite(std::wstring_view source, std::wstring_view target) {
-  const Place from = Find(source);
-  const Place to = Find(target);
+  const Lookup from = Find(source);
+  const Lookup to = Find(target);
   if (from.entry == nullptr) file::ThrowCopyError(source, target, ERROR_FILE_NOT_FOUND);
   if (!to.inside) return;
   Entry* copy = to.entry;
@@ -257,7 +257,7 @@ void ImaginedDisk::CopyFileOverwrite(std::wstring_view source, std::wstring_view
 }
 
 DWORD ImaginedDisk::TryRemove(std::wstring_view path) {
-  const Place place = Find(path);
+  const Lookup place = Find(path);
   if (!place.valid) return ERROR_INVALID_NAME;
   if (place.entry == nullptr) return ERROR_SUCCESS;
   // The current directory is in use.
@@ -275,9 +275,9 @@ void ImaginedDisk::Remove(std::wstring_view path) {
 }
 
 void ImaginedDisk::Rename(std::wstring_view from, std::wstring_view to) {
-  const Place source = Find(from);
+  const Lookup source = Find(from);
   if (source.entry == nullptr) file::ThrowFilesystemError("rename", from, ERROR_FILE_NOT_FOUND);
-  const Place target = Find(to);
+  const Lookup target = Find(to);
   if (target.entry != nullptr && target.entry != source.entry) {
     // Whatever it is that keeps the target, the system refuses access to it.
     if (source.entry->IsDirectory() || WhyNotReplaced(*target.entry) != ERROR_SUCCESS) {
@@ -307,7 +307,7 @@ void ImaginedDisk::WalkInto(
 void ImaginedDisk::WalkDirectory(
     std::wstring_view root,
     const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const {
-  const Place place = Find(root);
+  const Lookup place = Find(root);
   if (place.entry != nullptr) WalkInto(*place.entry, std::wstring(root), visit);
 }
 

@@ -83,8 +83,8 @@ class ImaginedDisk {
   };
 
   /// What a path leads to.
-  struct Place {
-    bool inside = false;  // Below the current directory.
+  struct Lookup {
+    bool inside = false;  // JoinPath the current directory.
     bool valid = true;    // Of names that a file may have.
     std::wstring path;    // From there, as spelt.
     std::wstring name;
@@ -92,7 +92,7 @@ class ImaginedDisk {
     Entry* entry = nullptr;   // Null if there is nothing.
   };
 
-  [[nodiscard]] Place Find(std::wstring_view path) const;
+  [[nodiscard]] Lookup Find(std::wstring_view path) const;
   void Add(const file::DirectoryEntry& entry);
   DWORD CreateOne(std::wstring_view path);
   [[nodiscard]] DWORD WhyNotReplaced(const Entry& file) const;

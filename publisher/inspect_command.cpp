@@ -32,12 +32,12 @@ class Inspection {
   Inspection(const Options& options, Console& console)
       : options_(options),
         console_(console),
-        path_(AbsolutePath(options.file)),
+        path_(ExtendedLengthPath(options.file)),
         content_(ReadWholeFile(path_)) {}
 
   int Run() {
-    console_.Say(PathText(path_));
-    console_.Report()["file"] = PathText(path_);
+    console_.Say(DisplayPath(path_));
+    console_.Report()["file"] = DisplayPath(path_);
     Tell("size", "size", content_.size());
     switch (KindOf(content_)) {
       case FileKind::kSettings:
@@ -77,8 +77,8 @@ class Inspection {
     if (error.line != 0) json["line"] = error.line;
     console_.Report()["rejections"].push_back(json);
     diagnostics_.AddError(
-        PathText(path_), error.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(error)));
+        DisplayPath(path_), error.message,
+        Format("So says the Launcher's reader of {}, {}.", reader, FormatLocation(error)));
   }
 
   void TellArchive(const ArchiveFacts& archive, std::string_view header,
@@ -87,7 +87,7 @@ class Inspection {
     Tell("header", "header", std::string(header));
     Tell("file version", "fileVersion", fileVersion);
     if (archive.end == content_.size()) return;
-    diagnostics_.AddWarning(PathText(path_),
+    diagnostics_.AddWarning(DisplayPath(path_),
                    Format("{} bytes follow the record, from byte {} on",
                           content_.size() - archive.end, archive.end),
                    "The Launcher does not read them; the file may be damaged.");
@@ -116,7 +116,7 @@ class Inspection {
     TellArchive(version.archive, sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion);
     Tell("version", "version", VersionText(version.version));
     if (!version.complete) {
-      diagnostics_.AddWarning(PathText(path_), "the file ends before its version does",
+      diagnostics_.AddWarning(DisplayPath(path_), "the file ends before its version does",
                      "The Launcher reads what is missing as 0.0.0.0. Publish again.");
     }
   }
@@ -140,8 +140,8 @@ class Inspection {
 
   void WarnOfReader(const ParseError& error, std::string_view reader) {
     diagnostics_.AddWarning(
-        PathText(path_), error.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, PlaceInWords(error)));
+        DisplayPath(path_), error.message,
+        Format("So says the Launcher's reader of {}, {}.", reader, FormatLocation(error)));
   }
 
   void TellFields(file::ArchiveReader& reader) {
@@ -206,9 +206,9 @@ class Inspection {
     Tell("file version", "fileVersion", 1);
     Tell("directories", "directories", manifest.directories.size());
     Tell("files", "files", manifest.fileLines.size());
-    console_.Say(Format("  bytes: {} ({})", bytes, BytesInWords(bytes)));
+    console_.Say(Format("  bytes: {} ({})", bytes, FormatByteSize(bytes)));
     console_.Report()["bytes"] = bytes;
-    console_.Say(Format("  largest: {} ({})", ToUtf8(largest.name), BytesInWords(largest.size)));
+    console_.Say(Format("  largest: {} ({})", ToUtf8(largest.name), FormatByteSize(largest.size)));
     console_.Report()["largest"] = ToUtf8(largest.name);
     if (options_.files) options_.json ? ReportFiles(manifest) : SayFiles(manifest);
   }

@@ -40,10 +40,10 @@ struct Parts {
 /// The content, or none and a refusal.
 std::optional<std::string> ReadInput(const std::string& option, const std::string& path,
                                      Diagnostics& diagnostics) {
-  const std::wstring absolute = AbsolutePath(path);
+  const std::wstring absolute = ExtendedLengthPath(path);
   const DWORD attributes = GetFileAttributesW(absolute.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    diagnostics.AddError(PathText(absolute), "there is no such file",
+    diagnostics.AddError(DisplayPath(absolute), "there is no such file",
                     Format("Name an existing file with {}.", option));
     return {};
   }
@@ -53,9 +53,9 @@ std::optional<std::string> ReadInput(const std::string& option, const std::strin
 void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
   CheckCharacters(name, subject, diagnostics);
-  const std::wstring key = CaseKey(name);
+  const std::wstring key = FoldCase(name);
   for (const std::wstring_view taken : {kUpdaterManifestName, kUpdaterSettingsName}) {
-    if (key == CaseKey(taken.substr(kUpdaterFolder.size() + 1))) {
+    if (key == FoldCase(taken.substr(kUpdaterFolder.size() + 1))) {
       diagnostics.AddError(subject, "the server has a file of its own by this name",
                       "Give the executable the name that it has on players' disks.");
     }
@@ -63,22 +63,22 @@ void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
 }
 
 void CheckExecutable(const std::string& path, const std::string& content, Diagnostics& diagnostics) {
-  const std::wstring absolute = AbsolutePath(path);
+  const std::wstring absolute = ExtendedLengthPath(path);
   if (!IsExecutable(content)) {
-    diagnostics.AddError(PathText(absolute), "it is no Windows program", "Name the Launcher's file.");
+    diagnostics.AddError(DisplayPath(absolute), "it is no Windows program", "Name the Launcher's file.");
     return;
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
   if (version == sdk::kOwnUpdaterVersion) return;
   const std::string found =
       version ? Format("its version is {}", *version) : std::string("it has no version resource");
-  diagnostics.AddError(PathText(absolute),
+  diagnostics.AddError(DisplayPath(absolute),
                   Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
                   "Publish with the tool that was built together with this Launcher.");
 }
 
 void CheckSettings(const Options& options, const std::string& content, Diagnostics& diagnostics) {
-  const std::string subject = PathText(AbsolutePath(options.settings));
+  const std::string subject = DisplayPath(ExtendedLengthPath(options.settings));
   try {
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
     if (settings.channel == ToWide(options.channel)) return;
@@ -94,7 +94,7 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
 
 /// A file of the tree as it is now; none if there is none.
 std::optional<std::string> Published(const std::wstring& folder, std::wstring_view name) {
-  const std::wstring path = Below(folder, name);
+  const std::wstring path = JoinPath(folder, name);
   if (!file::Exists(path)) return {};
   return ReadWholeFile(path);
 }
@@ -145,17 +145,17 @@ void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Option
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  const std::wstring updater = Below(folder, kUpdaterFolder);
+  const std::wstring updater = JoinPath(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
-  const std::wstring manifest = Below(folder, kUpdaterManifestName);
-  const std::wstring settings = Below(folder, kUpdaterSettingsName);
-  const std::wstring executable = Below(folder, ExecutablePlace(parts));
+  const std::wstring manifest = JoinPath(folder, kUpdaterManifestName);
+  const std::wstring settings = JoinPath(folder, kUpdaterSettingsName);
+  const std::wstring executable = JoinPath(folder, ExecutablePlace(parts));
   file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    const std::wstring key = CaseKey(entry.path);
-    const bool isKnown = key == CaseKey(manifest) || key == CaseKey(settings) ||
-                         key == CaseKey(executable) || entry.path.ends_with(kBesideSuffix);
+    const std::wstring key = FoldCase(entry.path);
+    const bool isKnown = key == FoldCase(manifest) || key == FoldCase(settings) ||
+                         key == FoldCase(executable) || entry.path.ends_with(kBesideSuffix);
     if (!isKnown) {
-      diagnostics.AddWarning(PathText(entry.path),
+      diagnostics.AddWarning(DisplayPath(entry.path),
                     "it is not replaced: a Launcher of this name still gets it as its update",
                     "Remove it if no player's Launcher has this name.");
     }
@@ -205,32 +205,32 @@ std::string UpdaterManifest() {
 /// last.
 void Write(const std::wstring& folder, const Parts& parts) {
   const std::string manifest = UpdaterManifest();
-  file::MakeDirectories(Below(folder, kUpdaterFolder));
-  WriteWholeFile(Below(folder, ExecutablePlace(parts)), parts.executable);
-  WriteWholeFile(Below(folder, kUpdaterSettingsName), parts.settings);
-  WriteWholeFile(Below(folder, kUpdaterManifestName), manifest);
+  file::MakeDirectories(JoinPath(folder, kUpdaterFolder));
+  WriteFileAtomically(JoinPath(folder, ExecutablePlace(parts)), parts.executable);
+  WriteFileAtomically(JoinPath(folder, kUpdaterSettingsName), parts.settings);
+  WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
 void Publish(const Options& options, const Parts& parts, Console& console, Diagnostics& diagnostics) {
-  const ChannelFolders folders = FoldersOf(AbsolutePath(options.server), ToWide(options.channel));
+  const ChannelFolders folders = FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
   WarnOfPublished(folders.live, parts, options, diagnostics);
   Write(folders.live, parts);
   console.Say(Format("Published version {} of the Launcher, {}, to {} in {}",
                      sdk::kOwnUpdaterVersion, ToUtf8(parts.executableName), options.channel,
-                     PathText(AbsolutePath(options.server))));
+                     DisplayPath(ExtendedLengthPath(options.server))));
   console.Report()["published"] = true;
 }
 
 int Run(const Options& options, Console& console) {
   Diagnostics diagnostics;
-  const std::wstring path = AbsolutePath(options.executable);
+  const std::wstring path = ExtendedLengthPath(options.executable);
   Parts parts;
   parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
   console.Report() = {{"version", sdk::kOwnUpdaterVersion},
                       {"executable", ToUtf8(parts.executableName)},
                       {"channel", options.channel},
-                      {"server", PathText(AbsolutePath(options.server))}};
+                      {"server", DisplayPath(ExtendedLengthPath(options.server))}};
   console.Report()["published"] = false;
 
   CheckExecutableName(parts.executableName, diagnostics);

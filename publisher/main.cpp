@@ -21,7 +21,7 @@ std::vector<std::string> Arguments(int count, wchar_t** arguments) {
 }
 
 int RunCommand(const Command& command) {
-  Console console(command.json ? Console::Style::kJson : Console::Style::kWords);
+  Console console(command.json ? Console::Style::kJson : Console::Style::kText);
   try {
     return command.run(console);
   } catch (const std::exception& error) {

@@ -37,7 +37,7 @@ class ManifestCheck {
 
   void Run() {
     for (const std::string_view directory : manifest_.directories) {
-      listed_.insert(CaseKey(sdk::WidenName(directory)));
+      listed_.insert(FoldCase(sdk::WidenName(directory)));
     }
     for (const std::string_view directory : manifest_.directories) {
       CheckDirectory(sdk::WidenName(directory));
@@ -53,15 +53,15 @@ class ManifestCheck {
 
   void CheckDirectory(const std::wstring& name) {
     const std::wstring_view parent = ParentOf(name);
-    if (!parent.empty() && !onDisk_.contains(CaseKey(parent))) {
-      AddError(listed_.contains(CaseKey(parent))
+    if (!parent.empty() && !onDisk_.contains(FoldCase(parent))) {
+      AddError(listed_.contains(FoldCase(parent))
                  ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
                           ToUtf8(parent))
                  : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
                           ToUtf8(parent)),
              "Every update fails before a file is fetched. List parents before their children.");
     }
-    const auto [known, isNew] = onDisk_.try_emplace(CaseKey(name), SpellingOnDisk(name));
+    const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), SpellingOnDisk(name));
     if (!isNew) {
       diagnostics_.AddWarning(place_,
                      known->second == SpellingOnDisk(name)
@@ -75,7 +75,7 @@ class ManifestCheck {
   /// A directory is created in the spelling of its own line, below its parent as that is there.
   [[nodiscard]] std::wstring SpellingOnDisk(const std::wstring& name) const {
     const std::wstring_view parent = ParentOf(name);
-    const auto known = onDisk_.find(CaseKey(parent));
+    const auto known = onDisk_.find(FoldCase(parent));
     if (known == onDisk_.end()) return name;
     return Format(L"{}/{}", known->second, std::wstring_view(name).substr(parent.size() + 1));
   }
@@ -95,7 +95,7 @@ class ManifestCheck {
   }
 
   void CheckSpelling(const sdk::FileEntry& entry) {
-    const std::wstring folded = CaseKey(entry.name);
+    const std::wstring folded = FoldCase(entry.name);
     const auto [known, isNew] = files_.try_emplace(folded, entry.name);
     if (!isNew) {
       AddError(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
@@ -109,9 +109,9 @@ class ManifestCheck {
     }
     const std::wstring_view directory = ParentOf(entry.name);
     if (directory.empty()) return;
-    const auto onDisk = onDisk_.find(CaseKey(directory));
+    const auto onDisk = onDisk_.find(FoldCase(directory));
     if (onDisk == onDisk_.end()) {
-      auto& [first, count] = unlistedDirectories_[CaseKey(directory)];
+      auto& [first, count] = unlistedDirectories_[FoldCase(directory)];
       if (count++ == 0) first = entry.name;
     } else if (!std::equal(directory.begin(), directory.end(), onDisk->second.begin(),
                            onDisk->second.end(), [](wchar_t left, wchar_t right) {
@@ -128,12 +128,12 @@ class ManifestCheck {
       AddError(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
              "The clean-up deletes it right after it was installed. Write '/'.");
     }
-    const std::wstring key = CaseKey(entry.name);
-    if (key.starts_with(CaseKey(sdk::kStagingFolder))) {
+    const std::wstring key = FoldCase(entry.name);
+    if (key.starts_with(FoldCase(sdk::kStagingFolder))) {
       AddError(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
              "It is deleted at the end of every update. Move it elsewhere.");
     }
-    if (key.starts_with(CaseKey(Format(L"{}/", kUpdaterFolder)))) {
+    if (key.starts_with(FoldCase(Format(L"{}/", kUpdaterFolder)))) {
       AddError(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
              "One of them hides the other. Rename it.");
     }

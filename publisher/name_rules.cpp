@@ -39,7 +39,7 @@ bool HasAnyOf(std::wstring_view name, std::wstring_view characters) {
 bool IsDevice(std::wstring_view part) {
   static constexpr std::array<std::wstring_view, 7> kDevices{
       L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$", L"CLOCK$"};
-  std::wstring stem = CaseKey(part.substr(0, part.find(L'.')));
+  std::wstring stem = FoldCase(part.substr(0, part.find(L'.')));
   stem.erase(stem.find_last_not_of(L' ') + 1);
   if (std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end()) return true;
   return stem.size() == 4 && (stem.starts_with(L"COM") || stem.starts_with(L"LPT")) &&
@@ -75,14 +75,14 @@ void CheckLength(std::wstring_view name, NameKind kind, const std::string& subje
 
 /// "INTERMEDIATE/UPDATE".
 std::wstring StagingKey() {
-  std::wstring key = CaseKey(sdk::kStagingFolder);
+  std::wstring key = FoldCase(sdk::kStagingFolder);
   key.pop_back();
   return key;
 }
 
 void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launcher,
                 const std::string& subject, Diagnostics& diagnostics) {
-  const std::wstring key = CaseKey(name);
+  const std::wstring key = FoldCase(name);
   const std::wstring staging = StagingKey();
   // A file in the place of a folder above it is as bad.
   const bool blocksStaging = kind == NameKind::kFile && staging.starts_with(key + L'/');
@@ -90,23 +90,23 @@ void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launche
     diagnostics.AddError(subject, "the Launcher stages updates in Intermediate\\Update",
                     "Leave it out of the build.");
   }
-  if (key == CaseKey(kVersionName) || key == CaseKey(kManifestName)) {
+  if (key == FoldCase(kVersionName) || key == FoldCase(kManifestName)) {
     diagnostics.AddError(subject, "the server has a file of its own by this name", "Rename it.");
   }
-  if (key == CaseKey(kUpdaterFolder)) {
+  if (key == FoldCase(kUpdaterFolder)) {
     diagnostics.AddError(subject,
                     "the folder is the Launcher's own, on the server and on a player's disk",
                     "Leave it out of the build; publish launcher fills it.");
   }
-  if (key == CaseKey(launcher)) {
+  if (key == FoldCase(launcher)) {
     diagnostics.AddError(subject, "the Launcher cannot replace itself while it runs",
                     "Leave it out of the build; it is published by publish launcher.");
   }
-  if (key == CaseKey(sdk::kParkedExecutable)) {
+  if (key == FoldCase(sdk::kParkedExecutable)) {
     diagnostics.AddError(subject, "the Launcher deletes this file at every start",
                     "Leave it out of the build, or rename it.");
   }
-  if (key.ends_with(CaseKey(kBesideSuffix))) {
+  if (key.ends_with(FoldCase(kBesideSuffix))) {
     diagnostics.AddError(subject,
                     Format("names ending in {} are this tool's own, for files that it is writing",
                            ToUtf8(kBesideSuffix)),
@@ -152,11 +152,11 @@ void CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
 }
 
 bool IsForbiddenFolder(std::wstring_view name) {
-  const std::wstring key = CaseKey(name);
-  return key == CaseKey(kUpdaterFolder) || key == StagingKey();
+  const std::wstring key = FoldCase(name);
+  return key == FoldCase(kUpdaterFolder) || key == StagingKey();
 }
 
-std::wstring CaseKey(std::wstring_view name) {
+std::wstring FoldCase(std::wstring_view name) {
   std::wstring key(name);
   // As the file system compares, of which this thread's locale knows nothing.
   CharUpperBuffW(key.data(), static_cast<DWORD>(key.size()));
@@ -164,7 +164,7 @@ std::wstring CaseKey(std::wstring_view name) {
   return key;
 }
 
-std::size_t RoomForGameFolder(std::wstring_view name) {
+std::size_t MaxGameFolderLength(std::wstring_view name) {
   const std::size_t taken = sdk::StagingPath(name).size() + 1;  // With a separator in front.
   return taken < kLongestWindowsPath ? kLongestWindowsPath - taken : 0;
 }

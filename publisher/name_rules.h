@@ -27,14 +27,14 @@ void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnos
 
 /// Two names or paths that Windows takes for one have the same key, in upper case and with "/".
 /// (Names that are not refused are ASCII.)
-[[nodiscard]] std::wstring CaseKey(std::wstring_view name);
+[[nodiscard]] std::wstring FoldCase(std::wstring_view name);
 
 /// Windows opens no path of more than 259 characters, the game folder's own included. With a name
 /// staged, so many are left for the game folder; 0 if none are.
-[[nodiscard]] std::size_t RoomForGameFolder(std::wstring_view name);
+[[nodiscard]] std::size_t MaxGameFolderLength(std::wstring_view name);
 
-/// Below this room, players with an ordinary game folder get into trouble: it is what
+/// JoinPath this room, players with an ordinary game folder get into trouble: it is what
 /// "C:\Program Files (x86)\..." takes, with some to spare.
-inline constexpr std::size_t kOrdinaryGameFolder = 100;
+inline constexpr std::size_t kTypicalGameFolderLength = 100;
 
 }  // namespace ve::publish

@@ -59,7 +59,7 @@ std::variant<Content, ParseError> ParseManifest(std::string_view content, std::s
 
 }  // namespace
 
-std::string PlaceInWords(const ParseError& error) {
+std::string FormatLocation(const ParseError& error) {
   if (error.line == 0) return Format("at byte {}", error.offset);
   return Format("in line {}, at byte {}", error.line, error.offset);
 }

@@ -21,7 +21,7 @@ struct ParseError {
 };
 
 /// Where the error is, in words: "at byte 9".
-[[nodiscard]] std::string PlaceInWords(const ParseError& error);
+[[nodiscard]] std::string FormatLocation(const ParseError& error);
 
 /// What all archives have.
 struct ArchiveFacts {

@@ -24,7 +24,7 @@ std::wstring FullPath(const std::wstring& path) {
 
 }  // namespace
 
-std::wstring AbsolutePath(std::string_view path) {
+std::wstring ExtendedLengthPath(std::string_view path) {
   std::wstring full = FullPath(ToWide(path));
   const bool isDriveRoot = full.size() == 3 && full[1] == L':';
   if (!isDriveRoot && (full.ends_with(L'\\') || full.ends_with(L'/'))) full.pop_back();
@@ -35,14 +35,14 @@ std::wstring AbsolutePath(std::string_view path) {
   return Format(L"{}{}", kLongPrefix, full);
 }
 
-std::wstring Below(std::wstring_view folder, std::wstring_view name) {
+std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
   std::wstring path = Format(folder.ends_with(L'\\') ? L"{}{}" : L"{}\\{}", folder, name);
   // Behind the prefix only backslashes separate.
   std::replace(path.begin() + static_cast<std::ptrdiff_t>(folder.size()), path.end(), L'/', L'\\');
   return path;
 }
 
-std::string PathText(std::wstring_view path) {
+std::string DisplayPath(std::wstring_view path) {
   if (path.starts_with(kLongSharePrefix)) {
     return Format("\\\\{}", ToUtf8(path.substr(kLongSharePrefix.size())));
   }

@@ -9,12 +9,12 @@ namespace ve::publish {
 /// The absolute form of a path given on the command line (UTF-8), in the form that Windows takes at
 /// any length (\\?\), without a trailing separator.
 /// https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
-[[nodiscard]] std::wstring AbsolutePath(std::string_view path);
+[[nodiscard]] std::wstring ExtendedLengthPath(std::string_view path);
 
 /// `folder`, a separator, `name`; the slashes of the name become backslashes.
-[[nodiscard]] std::wstring Below(std::wstring_view folder, std::wstring_view name);
+[[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
 
 /// A path in words: without the \\?\ in front, in UTF-8.
-[[nodiscard]] std::string PathText(std::wstring_view path);
+[[nodiscard]] std::string DisplayPath(std::wstring_view path);
 
 }  // namespace ve::publish

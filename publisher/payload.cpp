@@ -39,12 +39,12 @@ Reading FilesToRead(const std::wstring& source, const std::wstring& published,
                     const BuildFolder& build) {
   Reading reading;
   for (const BuildFile& file : build.files) {
-    reading.paths.push_back(Below(source, file.name));
+    reading.paths.push_back(JoinPath(source, file.name));
     reading.bytes += file.size;
   }
   for (std::size_t index = 0; index < build.files.size(); ++index) {
     const BuildFile& file = build.files[index];
-    std::wstring path = Below(published, file.name);
+    std::wstring path = JoinPath(published, file.name);
     if (!IsFileOfSize(path, file.size)) continue;
     reading.paths.push_back(std::move(path));
     reading.candidates.push_back(index);
@@ -54,13 +54,13 @@ Reading FilesToRead(const std::wstring& source, const std::wstring& published,
 }
 
 void PlaceFile(const std::wstring& source, const std::wstring& published, const BuildFile& file,
-               bool isPublished, const std::wstring& next, Placed& placed) {
-  const std::wstring path = Below(next, file.name);
-  if (isPublished && LinkOrCopy(Below(published, file.name), path)) {
+               bool isPublished, const std::wstring& next, CopyStats& placed) {
+  const std::wstring path = JoinPath(next, file.name);
+  if (isPublished && LinkOrCopy(JoinPath(published, file.name), path)) {
     ++placed.linkedFiles;
     return;
   }
-  if (!isPublished) CopyWholeFile(Below(source, file.name), path);
+  if (!isPublished) CopyWholeFile(JoinPath(source, file.name), path);
   ++placed.copiedFiles;
   placed.copiedBytes += file.size;
 }
@@ -84,13 +84,13 @@ std::vector<bool> DigestBuild(const std::wstring& source, const std::wstring& pu
   return isPublished;
 }
 
-Placed PlacePayload(const std::wstring& source, const std::wstring& published,
+CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
                     const BuildFolder& build, const std::vector<bool>& isPublished,
                     const std::wstring& next, const PayloadProgress& progress) {
   for (const std::wstring& directory : build.directories) {
-    file::MakeDirectory(Below(next, directory));
+    file::MakeDirectory(JoinPath(next, directory));
   }
-  Placed placed;
+  CopyStats placed;
   const std::uint64_t bytes = build.Bytes();
   std::uint64_t bytesDone = 0;
   for (std::size_t index = 0; index < build.files.size(); ++index) {
@@ -103,12 +103,12 @@ Placed PlacePayload(const std::wstring& source, const std::wstring& published,
 }
 
 void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
-  const std::wstring from = Below(published, kUpdaterFolder);
+  const std::wstring from = JoinPath(published, kUpdaterFolder);
   if (!file::Exists(from)) return;
-  const std::wstring to = Below(next, kUpdaterFolder);
+  const std::wstring to = JoinPath(next, kUpdaterFolder);
   file::MakeDirectory(to);
   file::WalkDirectory(from, [&](const file::DirectoryEntry& entry) {
-    const std::wstring target = Below(to, entry.path.substr(from.size() + 1));
+    const std::wstring target = JoinPath(to, entry.path.substr(from.size() + 1));
     if (entry.IsDirectory()) {
       file::MakeDirectory(target);
     } else {

@@ -23,7 +23,7 @@ using PayloadProgress = std::function<void(const PayloadStep&)>;
                                             const std::wstring& published, BuildFolder& build,
                                             const PayloadProgress& progress);
 
-struct Placed {
+struct CopyStats {
   std::uint64_t linkedFiles = 0;  ///< Shared with the published state: not copied.
   std::uint64_t copiedFiles = 0;
   std::uint64_t copiedBytes = 0;
@@ -31,7 +31,7 @@ struct Placed {
 
 /// Makes the build's directories and files in `next`: those that are published already by a link to
 /// the published file, which takes no room and keeps its time.
-[[nodiscard]] Placed PlacePayload(const std::wstring& source, const std::wstring& published,
+[[nodiscard]] CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
                                   const BuildFolder& build, const std::vector<bool>& isPublished,
                                   const std::wstring& next, const PayloadProgress& progress);
 

@@ -84,7 +84,7 @@ class PayloadCheck {
   }
 
   [[nodiscard]] std::optional<Diagnostic> CheckServed(const sdk::FileEntry& entry) const {
-    const std::string place = tree_.PlaceOf(entry.name);
+    const std::string place = tree_.LocationOf(entry.name);
     Diagnostics length;
     DownloadResult download = tree_.Fetch(entry.name, length);
     if (!download.Succeeded()) {
@@ -99,18 +99,18 @@ class PayloadCheck {
   }
 
   [[nodiscard]] std::optional<Diagnostic> CheckInFolder(const sdk::FileEntry& entry) const {
-    const std::wstring path = Below(tree_.Folder(), entry.name);
+    const std::wstring path = JoinPath(tree_.Folder(), entry.name);
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE ||
         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      return Diagnostic{tree_.PlaceOf(entry.name), "is listed, but there is no such file",
+      return Diagnostic{tree_.LocationOf(entry.name), "is listed, but there is no such file",
                      "Every update that needs the file ends abnormally. Publish again."};
     }
     FileFacts facts{(std::uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow, {}};
     try {
       if (facts.size == entry.size) facts.digest = DigestOf(path).md5;
     } catch (const std::system_error& error) {
-      return Diagnostic{tree_.PlaceOf(entry.name), Format("cannot be read: {}", error.what()), ""};
+      return Diagnostic{tree_.LocationOf(entry.name), Format("cannot be read: {}", error.what()), ""};
     }
     return Judge(entry, facts);
   }
@@ -119,7 +119,7 @@ class PayloadCheck {
                                              const FileFacts& facts) const {
     std::string difference = Difference(entry, facts);
     if (difference.empty()) return {};
-    return Diagnostic{tree_.PlaceOf(entry.name), std::move(difference), kBadFile};
+    return Diagnostic{tree_.LocationOf(entry.name), std::move(difference), kBadFile};
   }
 
   const PublishedTree& tree_;

@@ -30,7 +30,7 @@ struct Options {
 /// The version that the installed Launcher takes itself for, which only its resource tells.
 std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& diagnostics) {
   if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
-  diagnostics.AddWarning(PathText(path), "it has no version resource",
+  diagnostics.AddWarning(DisplayPath(path), "it has no version resource",
                 Format("It was taken for version {}, as which this tool was built.",
                        sdk::OwnLauncherVersion()));
   return sdk::OwnLauncherVersion();
@@ -38,14 +38,14 @@ std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& di
 
 void CheckInput(const Options& options, const std::wstring& installed, Diagnostics& diagnostics) {
   if (!file::Exists(installed)) {
-    diagnostics.AddError(PathText(installed), "there is no such folder",
+    diagnostics.AddError(DisplayPath(installed), "there is no such folder",
                     "Name the game's root, which holds the Launcher, with --installed.");
-  } else if (!file::Exists(Below(installed, ToWide(options.launcher)))) {
-    diagnostics.AddError(PathText(Below(installed, ToWide(options.launcher))),
+  } else if (!file::Exists(JoinPath(installed, ToWide(options.launcher)))) {
+    diagnostics.AddError(DisplayPath(JoinPath(installed, ToWide(options.launcher))),
                     "there is no such Launcher", "Name it as it is started with --launcher.");
   }
-  if (options.tree.url.empty() && !file::Exists(AbsolutePath(options.tree.server))) {
-    diagnostics.AddError(PathText(AbsolutePath(options.tree.server)), "there is no such folder",
+  if (options.tree.url.empty() && !file::Exists(ExtendedLengthPath(options.tree.server))) {
+    diagnostics.AddError(DisplayPath(ExtendedLengthPath(options.tree.server)), "there is no such folder",
                     "Name the folder that is served with --server.");
   }
 }
@@ -93,10 +93,10 @@ void SayFiles(const Forecast& forecast, Console& console) {
   for (const Fetched& file : forecast.downloaded) bytes += file.size;
   console.Say(Format("  files: {} current, {} staged by an earlier run, {} to download ({})",
                      forecast.current.size(), forecast.reused.size(), forecast.downloaded.size(),
-                     BytesInWords(bytes)));
+                     FormatByteSize(bytes)));
   SayAll(console, "reuses", forecast.reused);
   for (const Fetched& file : forecast.downloaded) {
-    console.Say(Format("    downloads {} ({})", ToUtf8(file.name), BytesInWords(file.size)));
+    console.Say(Format("    downloads {} ({})", ToUtf8(file.name), FormatByteSize(file.size)));
   }
   SayAll(console, "makes the directory", forecast.directories);
   console.Say(Format("  installs {} files", forecast.copied.size()));
@@ -266,20 +266,20 @@ void WarnOfTheOutcome(const Options& options, const Forecast& forecast, Diagnost
 
 int Run(const Options& options, Console& console) {
   Diagnostics diagnostics;
-  const std::wstring installed = AbsolutePath(options.installed);
+  const std::wstring installed = ExtendedLengthPath(options.installed);
   CheckInput(options, installed, diagnostics);
   if (diagnostics.Refused()) return console.Finish(diagnostics);
 
   PreviewOptions preview;
   preview.tree = options.tree;
   // The current directory is about to change.
-  if (options.tree.url.empty()) preview.tree.server = PathText(AbsolutePath(options.tree.server));
+  if (options.tree.url.empty()) preview.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
   preview.fetch = options.fetch;
   preview.launcher = ToWide(options.launcher);
-  preview.ownVersion = InstalledLauncherVersion(Below(installed, preview.launcher), diagnostics);
+  preview.ownVersion = InstalledLauncherVersion(JoinPath(installed, preview.launcher), diagnostics);
   // The Launcher's decisions look at the current directory.
-  if (!SetWorkingDirectory(ToWide(PathText(installed)), true)) {
-    diagnostics.AddError(PathText(installed), "the folder cannot be entered", "");
+  if (!SetWorkingDirectory(ToWide(DisplayPath(installed)), true)) {
+    diagnostics.AddError(DisplayPath(installed), "the folder cannot be entered", "");
     return console.Finish(diagnostics);
   }
   const Forecast forecast =

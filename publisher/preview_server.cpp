@@ -52,13 +52,13 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
     return;
   }
   updatesUrl_ = Format(L"{}{}/", configuredUrl, ChannelName(channel));
-  const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
+  const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
   if (IsFile(redirect)) {
-    diagnostics.AddWarning(PathText(redirect), "players are sent to the server that this file names",
+    diagnostics.AddWarning(DisplayPath(redirect), "players are sent to the server that this file names",
                   "The run was foretold as if the folder were that server; see it with --url.");
   }
   if (!file::Exists(tree_.Folder())) {
-    diagnostics.AddWarning(PathText(tree_.Folder()), "the folder has nothing for the installed channel",
+    diagnostics.AddWarning(DisplayPath(tree_.Folder()), "the folder has nothing for the installed channel",
                   "Publish to it, or name the folder that holds \"updates\".");
   }
 }
@@ -71,7 +71,7 @@ DownloadResult PreviewServer::Fetch(std::wstring_view url) {
   requests_.push_back(ToUtf8(url));
   if (tree_.IsServed()) return Download(url);
   // A server gives no folders.
-  if (!IsFile(Below(tree_.Folder(), NameOf(url))))
+  if (!IsFile(JoinPath(tree_.Folder(), NameOf(url))))
     return DownloadResult::Failure(std::wstring(kNotFound));
   return tree_.Fetch(NameOf(url));
 }
@@ -85,7 +85,7 @@ Payload PreviewServer::FetchPayload(std::wstring_view url, const sdk::FileEntry&
 
 Payload PreviewServer::FindInFolder(std::wstring_view name) const {
   // Through the system's own reading of the path: a URL may hold "./" as well.
-  const std::wstring path = AbsolutePath(PathText(Below(tree_.Folder(), name)));
+  const std::wstring path = ExtendedLengthPath(DisplayPath(JoinPath(tree_.Folder(), name)));
   if (!IsFile(path)) return Missing(kNotFound);
   const std::uint64_t size = file::FileSize(path);
   return Present(size, [path, size](std::uint64_t wantedSize, std::string_view digest) {

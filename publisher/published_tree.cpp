@@ -18,7 +18,7 @@ DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
                                Diagnostics& diagnostics) {
   DownloadResult download = Download(url);
   if (!download.Succeeded()) return download;
-  const std::optional<std::uint64_t> announced = AnnouncedLength(url);
+  const std::optional<std::uint64_t> announced = ContentLength(url);
   const std::size_t length = download.Body().size();
   if (!announced) {
     diagnostics.AddError(place, "came once, but not when it was asked for again", "Verify again.");
@@ -33,7 +33,7 @@ DownloadResult DownloadChecked(std::wstring_view url, const std::string& place,
 
 PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view channel) {
   if (options.url.empty()) {
-    folder_ = Below(AbsolutePath(options.server), ChannelName(channel));
+    folder_ = JoinPath(ExtendedLengthPath(options.server), ChannelName(channel));
   } else {
     updatesUrl_ = FindUpdatesUrl(ToWide(options.url), channel);
   }
@@ -41,18 +41,18 @@ PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view chann
 
 DownloadResult PublishedTree::Fetch(std::wstring_view name) const {
   if (IsServed()) return Download(Format(L"{}{}", updatesUrl_, name));
-  const std::wstring path = Below(folder_, name);
+  const std::wstring path = JoinPath(folder_, name);
   if (!file::Exists(path)) return DownloadResult::Failure(std::wstring(kNotFound));
   return DownloadResult::Success(ReadWholeFile(path));
 }
 
 DownloadResult PublishedTree::Fetch(std::wstring_view name, Diagnostics& diagnostics) const {
   if (!IsServed()) return Fetch(name);
-  return DownloadChecked(Format(L"{}{}", updatesUrl_, name), PlaceOf(name), diagnostics);
+  return DownloadChecked(Format(L"{}{}", updatesUrl_, name), LocationOf(name), diagnostics);
 }
 
-std::string PublishedTree::PlaceOf(std::wstring_view name) const {
-  return IsServed() ? ToUtf8(Format(L"{}{}", updatesUrl_, name)) : PathText(Below(folder_, name));
+std::string PublishedTree::LocationOf(std::wstring_view name) const {
+  return IsServed() ? ToUtf8(Format(L"{}{}", updatesUrl_, name)) : DisplayPath(JoinPath(folder_, name));
 }
 
 }  // namespace ve::publish

@@ -36,7 +36,7 @@ class PublishedTree {
   [[nodiscard]] DownloadResult Fetch(std::wstring_view name, Diagnostics& diagnostics) const;
 
   /// The file's URL, or its path, for people.
-  [[nodiscard]] std::string PlaceOf(std::wstring_view name) const;
+  [[nodiscard]] std::string LocationOf(std::wstring_view name) const;
 
   [[nodiscard]] bool IsServed() const noexcept { return folder_.empty(); }
   /// The channel's folder (absolute); empty if the tree is served.

@@ -52,14 +52,14 @@ std::string SettingsArchive(const Options& options) {
 int Run(const Options& options, Console& console) {
   Diagnostics diagnostics;
   CheckUrl(options.url, diagnostics);
-  const std::wstring output = AbsolutePath(options.output);
+  const std::wstring output = ExtendedLengthPath(options.output);
   if (!diagnostics.Refused()) {
     file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
-    WriteWholeFile(output, SettingsArchive(options));
-    console.Say(Format("{}: URL {}, channel {}", PathText(output), options.url, options.channel));
+    WriteFileAtomically(output, SettingsArchive(options));
+    console.Say(Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
   }
   console.Report() = {
-      {"file", PathText(output)}, {"url", options.url}, {"channel", options.channel}};
+      {"file", DisplayPath(output)}, {"url", options.url}, {"channel", options.channel}};
   return console.Finish(diagnostics);
 }
 

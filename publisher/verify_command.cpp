@@ -31,7 +31,7 @@ bool IsChannel(std::wstring_view name) {
 
 /// The channels that have a folder; remarks on what else is among them.
 std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Diagnostics& diagnostics) {
-  const std::wstring updates = Below(server, L"updates");
+  const std::wstring updates = JoinPath(server, L"updates");
   std::vector<std::wstring> channels;
   if (file::Exists(updates)) {
     file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
@@ -39,13 +39,13 @@ std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Diagnosti
       if (IsChannel(name) && entry.IsDirectory()) {
         channels.push_back(name);
       } else {
-        diagnostics.AddWarning(PathText(entry.path), "is no channel", "No Launcher ever asks for it.");
+        diagnostics.AddWarning(DisplayPath(entry.path), "is no channel", "No Launcher ever asks for it.");
       }
       return file::WalkAction::kSkip;
     });
   }
   if (channels.empty()) {
-    diagnostics.AddError(PathText(server), "holds no channel",
+    diagnostics.AddError(DisplayPath(server), "holds no channel",
                     "Channels are its folders updates\\alpha, beta, demo and release.");
   }
   return channels;
@@ -95,9 +95,9 @@ void CheckServedRedirect(const std::string& url, Diagnostics& diagnostics) {
 
 void CheckBase(const TreeOptions& options, Diagnostics& diagnostics) {
   if (options.url.empty()) {
-    const std::wstring redirect = Below(AbsolutePath(options.server), kRedirectName);
+    const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
     if (!file::Exists(redirect)) return;
-    diagnostics.AddWarning(PathText(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
+    diagnostics.AddWarning(DisplayPath(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
                   "This folder is not what they get; verify that URL too.");
     return;
   }
@@ -116,7 +116,7 @@ int Run(const Options& options, Console& console) {
   if (!options.channel.empty()) {
     channels.push_back(ToWide(options.channel));
   } else {
-    channels = tree.url.empty() ? ChannelsInFolder(AbsolutePath(tree.server), diagnostics)
+    channels = tree.url.empty() ? ChannelsInFolder(ExtendedLengthPath(tree.server), diagnostics)
                                 : AnsweringChannels(tree, diagnostics);
   }
   console.Report()["channels"] = Json::array();

@@ -19,7 +19,7 @@ constexpr DWORD kMaxAtOnce = 1U << 30;
 
 [[noreturn]] void ThrowLastError(const char* operation, const std::wstring& path) {
   const auto code = static_cast<int>(GetLastError());
-  throw std::filesystem::filesystem_error(operation, std::filesystem::path(ToWide(PathText(path))),
+  throw std::filesystem::filesystem_error(operation, std::filesystem::path(ToWide(DisplayPath(path))),
                                           std::error_code(code, std::system_category()));
 }
 
@@ -47,7 +47,7 @@ std::string ReadWholeFile(const std::wstring& path) {
   return content;
 }
 
-void WriteWholeFile(const std::wstring& path, std::string_view content) {
+void WriteFileAtomically(const std::wstring& path, std::string_view content) {
   UniqueFileHandle file(CreateFileW(Beside(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) ThrowLastError("write", Beside(path));

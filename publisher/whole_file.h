@@ -16,7 +16,7 @@ inline constexpr std::wstring_view kBesideSuffix = L".publishing";
 /// Writes a file beside its place and renames it into it: others see the old content or the new,
 /// never a part. What an interrupted write left beside it is overwritten by the next. Throws a
 /// filesystem error that names the path.
-void WriteWholeFile(const std::wstring& path, std::string_view content);
+void WriteFileAtomically(const std::wstring& path, std::string_view content);
 
 /// The same with the content of another file.
 void CopyWholeFile(const std::wstring& source, const std::wstring& path);

@@ -53,7 +53,7 @@ class ChannelSwap : public test::TempFolder {
   /// What a run does first.
   void Repair() { const ChannelLock lock(folders_); }
 
-  const ChannelFolders folders_ = FoldersOf(AbsolutePath(ToUtf8(Folder())), L"release");
+  const ChannelFolders folders_ = FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"release");
 };
 
 TEST_F(ChannelSwap, TheFirstStateIsSwappedIn) {
@@ -140,7 +140,7 @@ TEST_F(ChannelSwap, HalfWrittenFilesOfTheLaunchersUpdateAreRemoved) {
 }
 
 TEST_F(ChannelSwap, OtherChannelsAreLeftAlone) {
-  const ChannelFolders beta = FoldersOf(AbsolutePath(ToUtf8(Folder())), L"beta");
+  const ChannelFolders beta = FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"beta");
   Write(beta.live, "7");
   Write(beta.next, "8");
   Write(folders_.live, "1");
@@ -204,14 +204,14 @@ TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsToldAsThat) {
     const ChannelLock lock(folders_);
     FAIL();
   } catch (const ChannelError& error) {
-    EXPECT_EQ(error.GetDiagnostic().subject, PathText(folders_.lock));
+    EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.lock));
     EXPECT_EQ(error.GetDiagnostic().message.find("it cannot be written: "), 0U);
   }
 }
 
 TEST_F(ChannelSwap, AChannelIsLockedApartFromTheOthers) {
   const ChannelLock lock(folders_);
-  const ChannelLock other(FoldersOf(AbsolutePath(ToUtf8(Folder())), L"beta"));
+  const ChannelLock other(FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"beta"));
   EXPECT_NE(lock.Get(), other.Get());
 }
 
@@ -235,7 +235,7 @@ TEST_F(ChannelSwap, ALiveFolderInUseIsRefusedAndStaysWhatItWas) {
     static_cast<void>(SwapIn(folders_));
     FAIL();
   } catch (const ChannelError& error) {
-    EXPECT_EQ(error.GetDiagnostic().subject, PathText(folders_.live));
+    EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.live));
     EXPECT_NE(error.GetDiagnostic().message.find("cannot be renamed"), std::string::npos);
   }
   EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");

@@ -89,15 +89,15 @@ class RandomOperations : public ImaginedDiskTest, public testing::WithParamInter
         L"bin", L"BIN",   L"x",     L"X",     L"Data", L"data", L"empty",
         L"new", L"a.txt", L"Saved", L"level", L".",    L"q?",   L"New"};
     std::wstring path;
-    for (std::size_t depth = Below(3);; --depth) {
-      path += kNames[Below(kNames.size())];
+    for (std::size_t depth = JoinPath(3);; --depth) {
+      path += kNames[JoinPath(kNames.size())];
       if (depth == 0) break;
-      path += Below(2) == 0 ? L"\\" : L"/";
+      path += JoinPath(2) == 0 ? L"\\" : L"/";
     }
     return path;
   }
 
-  std::size_t Below(std::size_t end) { return random_() % end; }
+  std::size_t JoinPath(std::size_t end) { return random_() % end; }
 
   std::mt19937 random_{GetParam()};
 };
@@ -110,7 +110,7 @@ TEST_P(RandomOperations, DoTheSameAsOnTheRealDisk) {
     const std::wstring path = Path();
     std::string imagined;
     std::string real;
-    switch (Below(5)) {
+    switch (JoinPath(5)) {
       case 0:
         imagined = Failure([&] { disk.MakeDirectory(path); });
         real = Failure([&] { file::MakeDirectory(path); });

@@ -113,10 +113,10 @@ TEST(NameRules, AFolderIsStagedWithOneSeparatorMore) {
 
 TEST(NameRules, TheRoomForTheGameFolderIsWhatWindowsLeaves) {
   // <game folder>\Intermediate\Update\<name>, of 259 characters.
-  EXPECT_EQ(RoomForGameFolder(std::wstring(100, L'a')), 259U - 1 - 20 - 100);
-  EXPECT_EQ(RoomForGameFolder(std::wstring(237, L'a')), 1U);
-  EXPECT_EQ(RoomForGameFolder(std::wstring(238, L'a')), 0U);
-  EXPECT_EQ(RoomForGameFolder(std::wstring(300, L'a')), 0U);
+  EXPECT_EQ(MaxGameFolderLength(std::wstring(100, L'a')), 259U - 1 - 20 - 100);
+  EXPECT_EQ(MaxGameFolderLength(std::wstring(237, L'a')), 1U);
+  EXPECT_EQ(MaxGameFolderLength(std::wstring(238, L'a')), 0U);
+  EXPECT_EQ(MaxGameFolderLength(std::wstring(300, L'a')), 0U);
 }
 
 TEST(NameRules, TheStagingFolderIsTheLaunchers) {
@@ -156,10 +156,10 @@ TEST(NameRules, SeveralThingsWrongAreAllTold) {
 }
 
 TEST(NameRules, CaseKeysAreThoseOfTheFileSystem) {
-  EXPECT_EQ(CaseKey(L"Bin/a.DLL"), CaseKey(L"bIN/A.dll"));
-  EXPECT_EQ(CaseKey(L"Bin\\a"), L"BIN/A");
-  EXPECT_EQ(CaseKey(L"\u00e4/\u0436"), L"\u00c4/\u0416");
-  EXPECT_NE(CaseKey(L"a"), CaseKey(L"b"));
+  EXPECT_EQ(FoldCase(L"Bin/a.DLL"), FoldCase(L"bIN/A.dll"));
+  EXPECT_EQ(FoldCase(L"Bin\\a"), L"BIN/A");
+  EXPECT_EQ(FoldCase(L"\u00e4/\u0436"), L"\u00c4/\u0416");
+  EXPECT_NE(FoldCase(L"a"), FoldCase(L"b"));
 }
 
 }  // namespace

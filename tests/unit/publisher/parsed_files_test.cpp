@@ -42,7 +42,7 @@ TEST(ParsedFiles, ARejectedArchiveTellsWhereTheFaultBegins) {
   EXPECT_EQ(ParseErrorOf(ParseSettings("\xA1\xFC\x26\x61")).offset, 4U);
   EXPECT_EQ(ParseErrorOf(ParseSettings(Settings(L"", L"demo"))).offset, kUrlAt);
   EXPECT_EQ(ParseErrorOf(ParseSettings(Settings(L"url", L"x"))).offset, kUrlAt + 6 + 4);
-  EXPECT_EQ(PlaceInWords(ParseErrorOf(ParseSettings(""))), "at byte 0");
+  EXPECT_EQ(FormatLocation(ParseErrorOf(ParseSettings(""))), "at byte 0");
 }
 
 TEST(ParsedFiles, AVersionThatBreaksOffIsNotComplete) {
@@ -66,7 +66,7 @@ TEST(ParsedFiles, ARejectedManifestTellsTheLineOfTheFile) {
   EXPECT_EQ(error.message, "Invalid file-version FileVersion. (supported: 1)");
   EXPECT_EQ(error.line, 5U);
   EXPECT_EQ(error.offset, 17U);
-  EXPECT_EQ(PlaceInWords(error), "in line 5, at byte 17");
+  EXPECT_EQ(FormatLocation(error), "in line 5, at byte 17");
 }
 
 TEST(ParsedFiles, AManifestThatEndsTooEarlyIsRejectedAtItsEnd) {

@@ -36,7 +36,7 @@ class Payload : public test::TempFolder {
         {L"bin/changed.dat", 7, 0, {}}, {L"bin/new.dat", 3, 0, {}}, {L"bin/same.dat", 4, 0, {}}};
   }
 
-  Placed Place() {
+  CopyStats Lookup() {
     const auto quietly = [](const PayloadStep&) {};
     const std::vector<bool> isPublished = DigestBuild(source_, published_, build_, quietly);
     EXPECT_EQ(isPublished, (std::vector<bool>{false, false, true}));
@@ -62,7 +62,7 @@ class Payload : public test::TempFolder {
 };
 
 TEST_F(Payload, WhatIsPublishedAlreadyIsLinked) {
-  const Placed placed = Place();
+  const CopyStats placed = Lookup();
   EXPECT_EQ(placed.linkedFiles, 1U);
   EXPECT_EQ(placed.copiedFiles, 2U);
   EXPECT_EQ(placed.copiedBytes, 10U);
@@ -73,7 +73,7 @@ TEST_F(Payload, WhatIsPublishedAlreadyIsLinked) {
 TEST_F(Payload, WhereThereAreNoLinksItIsCopied) {
   // What is published is copied, not what the build has by now.
   const test::ReplacedCall call(VE_IMPORTED(CreateHardLinkW), NoLinks);
-  const Placed placed = Place();
+  const CopyStats placed = Lookup();
   EXPECT_EQ(placed.linkedFiles, 0U);
   EXPECT_EQ(placed.copiedFiles, 3U);
   EXPECT_EQ(placed.copiedBytes, 14U);

@@ -31,23 +31,23 @@ test::Answer Announcing(const std::string& length, const std::string& body) {
   return {"HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + length + "\r\n\r\n" + body};
 }
 
-TEST(AnnouncedLength, IsThatOfTheHead) {
+TEST(ContentLength, IsThatOfTheHead) {
   LoopbackServer server;
   server.Script("/file", Ok("the content"));
-  EXPECT_EQ(AnnouncedLength(server.Url("/file")), 11U);
+  EXPECT_EQ(ContentLength(server.Url("/file")), 11U);
   server.Script("/less", Announcing("70000", "less"));
-  EXPECT_EQ(AnnouncedLength(server.Url("/less")), 70000U);
+  EXPECT_EQ(ContentLength(server.Url("/less")), 70000U);
   server.Script("/empty", Ok(""));
-  EXPECT_EQ(AnnouncedLength(server.Url("/empty")), 0U);
+  EXPECT_EQ(ContentLength(server.Url("/empty")), 0U);
 }
 
-TEST(AnnouncedLength, ThereIsNoneWithoutAnAnswerThatHasOne) {
+TEST(ContentLength, ThereIsNoneWithoutAnAnswerThatHasOne) {
   LoopbackServer server;
   server.Script("/missing", Reply("404 Not Found", "nothing"));
-  EXPECT_EQ(AnnouncedLength(server.Url("/missing")), std::nullopt);
+  EXPECT_EQ(ContentLength(server.Url("/missing")), std::nullopt);
   server.Script("/open", {"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nthe content"});
-  EXPECT_EQ(AnnouncedLength(server.Url("/open")), std::nullopt);
-  EXPECT_EQ(AnnouncedLength(L"no URL at all"), std::nullopt);
+  EXPECT_EQ(ContentLength(server.Url("/open")), std::nullopt);
+  EXPECT_EQ(ContentLength(L"no URL at all"), std::nullopt);
 }
 
 TEST(DownloadChecked, OfTheRightLengthThereIsNothingToSay) {
