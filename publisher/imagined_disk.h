@@ -1,4 +1,4 @@
-// The disk as it would be in the course of a run that is only foretold: a tree in memory that
+// The disk as it would be in the course of a run that is only previewed: a tree in memory that
 // begins as the current directory and is then changed, while the disk itself is only read.
 //
 // Its operations have the names, the effects and the errors of those in core/. Names are compared

@@ -210,11 +210,11 @@ class Inspection {
     console_.Report()["bytes"] = bytes;
     console_.Say(Format("  largest: {} ({})", ToUtf8(largest.name), FormatByteSize(largest.size)));
     console_.Report()["largest"] = ToUtf8(largest.name);
-    if (options_.files) options_.json ? ReportFiles(manifest) : SayFiles(manifest);
+    if (options_.files) options_.json ? ReportFiles(manifest) : PrintFiles(manifest);
   }
 
   // Of a million files only one of the two lists is made.
-  void SayFiles(const sdk::GameUpdateManifest& manifest) {
+  void PrintFiles(const sdk::GameUpdateManifest& manifest) {
     for (const std::string_view directory : manifest.directories) {
       console_.Say(Format("  directory {}", directory));
     }

@@ -40,9 +40,9 @@ std::wstring_view NamePart(std::wstring_view path) {
   return path.substr(path.find_last_of(L"\\/") + 1);
 }
 
-class Foretelling {
+class SimulatedRun {
  public:
-  Foretelling(const PreviewOptions& options, Diagnostics& diagnostics, const PreviewProgress& progress)
+  SimulatedRun(const PreviewOptions& options, Diagnostics& diagnostics, const PreviewProgress& progress)
       : options_(options),
         diagnostics_(diagnostics),
         progress_(progress),
@@ -50,15 +50,15 @@ class Foretelling {
         disk_(options.launcher),
         download_([this](std::wstring_view url) { return server_->Fetch(url); }) {}
 
-  Forecast Tell() {
+  PreviewPlan Tell() {
     for (const std::wstring& link : disk_.Links()) {
       diagnostics_.AddWarning(ToUtf8(link), "a link to a directory: what lies behind it was not looked at",
                      "Preview an installation without links.");
     }
     if (RunsOnToTheGame()) StartGame();
-    if (server_) forecast_.requests = server_->TakeRequests();
-    forecast_.changes = disk_.Changes();
-    return std::move(forecast_);
+    if (server_) plan_.requests = server_->TakeRequests();
+    plan_.changes = disk_.Changes();
+    return std::move(plan_);
   }
 
  private:
@@ -73,11 +73,11 @@ class Foretelling {
     try {
       settings_ = file::LoadFile(sdk::kSettingsFile);
       const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settings_);
-      forecast_.url = ToUtf8(settings.url);
-      forecast_.channel = ToUtf8(settings.channel);
+      plan_.url = ToUtf8(settings.url);
+      plan_.channel = ToUtf8(settings.channel);
       server_ = std::make_unique<PreviewServer>(options_.tree, options_.fetch, settings.url,
                                                 settings.channel, diagnostics_);
-      forecast_.updatesUrl = ToUtf8(server_->UpdatesUrl());
+      plan_.updatesUrl = ToUtf8(server_->UpdatesUrl());
       return true;
     } catch (const std::exception& error) {
       Log(kSettingsLogPrefix, error.what());
@@ -91,12 +91,12 @@ class Foretelling {
     RemoveStaleExecutable();
     const std::wstring updaterUrl = sdk::UpdaterUrl(server_->UpdatesUrl());
     try {
-      forecast_.selfUpdate = UpdateSelf(updaterUrl);
+      plan_.selfUpdate = UpdateSelf(updaterUrl);
     } catch (const std::exception& error) {
-      forecast_.selfUpdate = SelfUpdate::kFailed;
+      plan_.selfUpdate = SelfUpdate::kFailed;
       Log(sdk::SelfUpdateLogPrefix(updaterUrl), error.what());
     }
-    if (!Restarts(forecast_.selfUpdate)) return false;
+    if (!Restarts(plan_.selfUpdate)) return false;
     Show(sdk::kRestartCaption);
     return true;
   }
@@ -107,13 +107,13 @@ class Foretelling {
     } catch (const std::exception&) {
       // It stays, as it does for the Launcher.
     }
-    forecast_.staleExecutableRemoved = !disk_.TakeRemoved().empty();
+    plan_.staleExecutableRemoved = !disk_.TakeRemoved().empty();
   }
 
   SelfUpdate UpdateSelf(std::wstring_view updaterUrl) {
     const std::uint32_t offered =
         sdk::FetchOfferedLauncher(updaterUrl, options_.ownVersion, download_);
-    forecast_.offeredLauncher = offered;
+    plan_.offeredLauncher = offered;
     if (offered > options_.ownVersion) {
       ReplaceExecutable(updaterUrl);
       return SelfUpdate::kReplaced;
@@ -145,22 +145,22 @@ class Foretelling {
     try {
       UpdateGame();
     } catch (const std::exception& error) {
-      forecast_.gameUpdate = forecast_.gameUpdate == GameUpdate::kNotReached
+      plan_.gameUpdate = plan_.gameUpdate == GameUpdate::kNotReached
                                  ? GameUpdate::kCheckFailed
                                  : GameUpdate::kUpdateRefused;
       Log(sdk::GameUpdateLogPrefix(server_->UpdatesUrl()), error.what());
     }
-    return forecast_.gameUpdate != GameUpdate::kEnded;
+    return plan_.gameUpdate != GameUpdate::kEnded;
   }
 
   void UpdateGame() {
-    forecast_.installedVersion = sdk::ReadInstalledVersion();
+    plan_.installedVersion = sdk::ReadInstalledVersion();
     if (!Offers()) {
-      forecast_.gameUpdate = GameUpdate::kNotOffered;
+      plan_.gameUpdate = GameUpdate::kNotOffered;
       return;
     }
     Show(sdk::kUpdateAvailableCaption);
-    forecast_.gameUpdate = GameUpdate::kUpdateRefused;  // Until it has got further.
+    plan_.gameUpdate = GameUpdate::kUpdateRefused;  // Until it has got further.
     std::string manifestText;
     sdk::GameUpdateManifest manifest;
     try {
@@ -174,7 +174,7 @@ class Foretelling {
       Show(sdk::kUpdateFailedCaption);
       throw;
     }
-    forecast_.gameUpdate = AppliesUpdate(manifest) ? GameUpdate::kUpdated : GameUpdate::kEnded;
+    plan_.gameUpdate = AppliesUpdate(manifest) ? GameUpdate::kUpdated : GameUpdate::kEnded;
   }
 
   /// A run with such a name may go otherwise: it depends on the server what comes for it.
@@ -198,7 +198,7 @@ class Foretelling {
   /// For the report only: where no version is installed, the Launcher does not read what it gets.
   void NoteOfferedVersion(std::string_view bytes) {
     try {
-      forecast_.offeredVersion = sdk::ReadOfferedVersion(bytes);
+      plan_.offeredVersion = sdk::ReadOfferedVersion(bytes);
     } catch (const std::exception& error) {
       diagnostics_.AddWarning("GameVersion.vpak", error.what(), "Publish the game again.");
     }
@@ -211,10 +211,10 @@ class Foretelling {
         disk_.MakeDirectory(sdk::StagingDirectory(directory));
       }
     } catch (...) {
-      forecast_.stagingDirectories = disk_.TakeMadeDirectories();
+      plan_.stagingDirectories = disk_.TakeMadeDirectories();
       throw;
     }
-    forecast_.stagingDirectories = disk_.TakeMadeDirectories();
+    plan_.stagingDirectories = disk_.TakeMadeDirectories();
   }
 
   /// False if the program ends abnormally. From here on nothing is logged or shown then.
@@ -230,7 +230,7 @@ class Foretelling {
       stage = "while files are copied";
       for (const sdk::StagedFile& copy : staged.copies) {
         disk_.CopyFileOverwrite(copy.stagingPath, copy.name);
-        forecast_.copied.emplace_back(copy.name);
+        plan_.copied.emplace_back(copy.name);
       }
       stage = "in the clean-up";
       CleanUp(staged.names);
@@ -239,12 +239,12 @@ class Foretelling {
       RemoveStagingFolder();
       disk_.SaveFile(sdk::kGameVersionFile, MatchesNothing);
     } catch (const std::exception& error) {
-      forecast_.stop = Format("{}: {}", stage, error.what());
-      forecast_.exitCode = kAbnormalEnd;
+      plan_.stop = Format("{}: {}", stage, error.what());
+      plan_.exitCode = kAbnormalEnd;
     }
     NoteEffects();
-    if (!forecast_.stop.empty()) return false;
-    forecast_.versionWritten = true;
+    if (!plan_.stop.empty()) return false;
+    plan_.versionWritten = true;
     Show(sdk::kUpdateSuccessfulCaption);
     return true;
   }
@@ -261,11 +261,11 @@ class Foretelling {
       const sdk::FileSource source = Source(entry, stagingPath);
       if (source == sdk::FileSource::kServer) FetchFile(entry, stagingPath);
       if (source == sdk::FileSource::kInstalled) {
-        forecast_.current.emplace_back(entry.name);
+        plan_.current.emplace_back(entry.name);
       } else {
         staged.copies.push_back({entry.name, std::move(stagingPath)});
       }
-      if (source == sdk::FileSource::kStaged) forecast_.reused.emplace_back(entry.name);
+      if (source == sdk::FileSource::kStaged) plan_.reused.emplace_back(entry.name);
       staged.names.insert(entry.name);
       bytesDone += entry.size;
     }
@@ -290,7 +290,7 @@ class Foretelling {
       diagnostics_.AddWarning(ToUtf8(entry.name), "the server's file has another size than the listed one",
                      "Players would get it, and get it again with each update: publish again.");
     }
-    forecast_.downloaded.push_back({entry.name, payload.size});
+    plan_.downloaded.push_back({entry.name, payload.size});
     disk_.SaveFile(stagingPath, std::move(payload.content));
   }
 
@@ -305,10 +305,10 @@ class Foretelling {
   /// The directories made and the entries removed until now.
   void NoteEffects() {
     for (std::wstring& made : disk_.TakeMadeDirectories()) {
-      forecast_.directories.push_back(std::move(made));
+      plan_.directories.push_back(std::move(made));
     }
     for (std::wstring& removed : disk_.TakeRemoved()) {
-      forecast_.removed.push_back(std::move(removed));
+      plan_.removed.push_back(std::move(removed));
     }
   }
 
@@ -319,12 +319,12 @@ class Foretelling {
       // What is left over stays, as it does for the Launcher.
     }
     static_cast<void>(disk_.TakeRemoved());
-    forecast_.stagingRemoved = !disk_.Exists(sdk::kStagingFolder);
+    plan_.stagingRemoved = !disk_.Exists(sdk::kStagingFolder);
   }
 
   // --- Everywhere ---
 
-  void Show(const wchar_t* caption) { forecast_.dialogs.push_back(ToUtf8(caption)); }
+  void Show(const wchar_t* caption) { plan_.dialogs.push_back(ToUtf8(caption)); }
 
   void Log(std::string_view stage, std::string_view message) {
     try {
@@ -334,7 +334,7 @@ class Foretelling {
                                     ? Format(L"{}\\{}", kLogFolder, kLogName)
                                     : std::wstring(kLogName);
       disk_.SaveFile(path, MatchesNothing);
-      forecast_.log.push_back(sdk::UpdaterFailureText(stage, message));
+      plan_.log.push_back(sdk::UpdaterFailureText(stage, message));
     } catch (const std::exception&) {
       // A log that cannot be written is nobody's failure.
     }
@@ -342,10 +342,10 @@ class Foretelling {
   }
 
   void StartGame() {
-    forecast_.gameStarted = disk_.Exists(kGameProgram) && !disk_.IsDirectory(kGameProgram);
-    if (!forecast_.gameStarted || !disk_.IsAsOnDisk(kGameProgram)) return;
+    plan_.gameStarted = disk_.Exists(kGameProgram) && !disk_.IsDirectory(kGameProgram);
+    if (!plan_.gameStarted || !disk_.IsAsOnDisk(kGameProgram)) return;
     DWORD kind = 0;
-    forecast_.gameStarted = GetBinaryTypeW(std::wstring(kGameProgram).c_str(), &kind) != FALSE;
+    plan_.gameStarted = GetBinaryTypeW(std::wstring(kGameProgram).c_str(), &kind) != FALSE;
   }
 
   const PreviewOptions& options_;
@@ -357,14 +357,14 @@ class Foretelling {
   std::unique_ptr<PreviewServer> server_;
   std::string settings_;
   std::optional<std::string> pendingVersion_;
-  Forecast forecast_;
+  PreviewPlan plan_;
 };
 
 }  // namespace
 
-Forecast ForetellRun(const PreviewOptions& options, Diagnostics& diagnostics,
+PreviewPlan PlanUpdate(const PreviewOptions& options, Diagnostics& diagnostics,
                      const PreviewProgress& progress) {
-  return Foretelling(options, diagnostics, progress).Tell();
+  return SimulatedRun(options, diagnostics, progress).Tell();
 }
 
 }  // namespace ve::publish

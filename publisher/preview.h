@@ -1,7 +1,7 @@
-// Foretells one run of the Launcher in an installation: what it would ask of the server, show,
+// Previews one run of the Launcher in an installation: what it would ask of the server, show,
 // write and remove, and how it would end. Nothing is changed.
 //
-// It is the build of updater/ beside it that is foretold, by that build's own decisions; only the
+// It is the build of updater/ beside it that is previewed, by that build's own decisions; only the
 // order of their effects, which are imagined here, is this file's.
 #pragma once
 
@@ -52,7 +52,7 @@ struct Fetched {
 };
 
 /// One run, in the order in which it happens. The player presses OK whenever asked.
-struct Forecast {
+struct PreviewPlan {
   std::vector<std::string> requests;  ///< URLs.
   std::vector<std::string> dialogs;   ///< Their captions.
   std::vector<std::string> log;       ///< Entries, without their time stamps.
@@ -88,9 +88,9 @@ struct Forecast {
 using PreviewProgress = std::function<void(std::uint64_t filesDone, std::uint64_t files,
                                            std::uint64_t bytesDone, std::uint64_t bytes)>;
 
-/// Foretells a run in the current directory, and warns of what makes the forecast doubtful and of
+/// Previews a run in the current directory, and warns of what makes the plan doubtful and of
 /// what players would not like.
-[[nodiscard]] Forecast ForetellRun(const PreviewOptions& options, Diagnostics& diagnostics,
+[[nodiscard]] PreviewPlan PlanUpdate(const PreviewOptions& options, Diagnostics& diagnostics,
                                    const PreviewProgress& progress);
 
 }  // namespace ve::publish

@@ -56,16 +56,16 @@ std::string VersionWords(const std::optional<sdk::VersionNumber>& version) {
   return version ? VersionText(*version) : "none";
 }
 
-void SayAll(Console& console, std::string_view what, const std::vector<std::wstring>& names) {
+void PrintAll(Console& console, std::string_view what, const std::vector<std::wstring>& names) {
   for (const std::wstring& name : names) console.Say(Format("    {} {}", what, ToUtf8(name)));
 }
 
-void SaySelfUpdate(const Forecast& forecast, std::uint32_t ownVersion, Console& console) {
-  if (forecast.staleExecutableRemoved) {
+void PrintSelfUpdate(const PreviewPlan& plan, std::uint32_t ownVersion, Console& console) {
+  if (plan.staleExecutableRemoved) {
     console.Say(Format("  removes {}", ToUtf8(sdk::kParkedExecutable)));
   }
-  const std::uint32_t offered = forecast.offeredLauncher.value_or(ownVersion);
-  switch (forecast.selfUpdate) {
+  const std::uint32_t offered = plan.offeredLauncher.value_or(ownVersion);
+  switch (plan.selfUpdate) {
     case SelfUpdate::kNotReached:
       return;
     case SelfUpdate::kCurrent:
@@ -88,76 +88,76 @@ void SaySelfUpdate(const Forecast& forecast, std::uint32_t ownVersion, Console& 
   }
 }
 
-void SayFiles(const Forecast& forecast, Console& console) {
+void PrintFiles(const PreviewPlan& plan, Console& console) {
   std::uint64_t bytes = 0;
-  for (const Fetched& file : forecast.downloaded) bytes += file.size;
+  for (const Fetched& file : plan.downloaded) bytes += file.size;
   console.Say(Format("  files: {} current, {} staged by an earlier run, {} to download ({})",
-                     forecast.current.size(), forecast.reused.size(), forecast.downloaded.size(),
+                     plan.current.size(), plan.reused.size(), plan.downloaded.size(),
                      FormatByteSize(bytes)));
-  SayAll(console, "reuses", forecast.reused);
-  for (const Fetched& file : forecast.downloaded) {
+  PrintAll(console, "reuses", plan.reused);
+  for (const Fetched& file : plan.downloaded) {
     console.Say(Format("    downloads {} ({})", ToUtf8(file.name), FormatByteSize(file.size)));
   }
-  SayAll(console, "makes the directory", forecast.directories);
-  console.Say(Format("  installs {} files", forecast.copied.size()));
+  PrintAll(console, "makes the directory", plan.directories);
+  console.Say(Format("  installs {} files", plan.copied.size()));
   console.Say(Format("  clean-up{}: {} entries",
                      sdk::KeepsNonEmptyDirectories() ? ", which goes on into filled folders" : "",
-                     forecast.removed.size()));
-  SayAll(console, "removes", forecast.removed);
+                     plan.removed.size()));
+  PrintAll(console, "removes", plan.removed);
 }
 
-void SayGameUpdate(const Forecast& forecast, Console& console) {
-  switch (forecast.gameUpdate) {
+void PrintGameUpdate(const PreviewPlan& plan, Console& console) {
+  switch (plan.gameUpdate) {
     case GameUpdate::kNotReached:
       return;
     case GameUpdate::kNotOffered:
       return console.Say(Format("Game: no update; installed is {}, the server has {}",
-                                VersionWords(forecast.installedVersion),
-                                VersionWords(forecast.offeredVersion)));
+                                VersionWords(plan.installedVersion),
+                                VersionWords(plan.offeredVersion)));
     case GameUpdate::kCheckFailed:
       return console.Say("Game: whether there is an update cannot be told (see the log)");
     default:
       break;
   }
   console.Say(Format("Game: the update from {} to {} is offered; if the player wants it:",
-                     VersionWords(forecast.installedVersion),
-                     VersionWords(forecast.offeredVersion)));
-  SayAll(console, "makes the directory", forecast.stagingDirectories);
-  if (forecast.gameUpdate == GameUpdate::kUpdateRefused) {
+                     VersionWords(plan.installedVersion),
+                     VersionWords(plan.offeredVersion)));
+  PrintAll(console, "makes the directory", plan.stagingDirectories);
+  if (plan.gameUpdate == GameUpdate::kUpdateRefused) {
     return console.Say("  it fails before the first file (see the log)");
   }
-  SayFiles(forecast, console);
-  if (forecast.gameUpdate == GameUpdate::kEnded) {
-    return console.Say(Format("  THE RUN STOPS {}", forecast.stop));
+  PrintFiles(plan, console);
+  if (plan.gameUpdate == GameUpdate::kEnded) {
+    return console.Say(Format("  THE RUN STOPS {}", plan.stop));
   }
-  console.Say(forecast.stagingRemoved ? "  removes the staging folder"
+  console.Say(plan.stagingRemoved ? "  removes the staging folder"
                                       : "  cannot remove all of the staging folder and leaves it");
   console.Say("  records the new version");
 }
 
-void SayEnd(const Forecast& forecast, Console& console) {
-  for (const std::string& dialog : forecast.dialogs) {
+void PrintEnd(const PreviewPlan& plan, Console& console) {
+  for (const std::string& dialog : plan.dialogs) {
     console.Say(Format("Dialog: {}", dialog));
   }
-  for (const std::string& entry : forecast.log) console.Say(Format("Log: {}", entry));
-  if (!forecast.stop.empty()) {
+  for (const std::string& entry : plan.log) console.Say(Format("Log: {}", entry));
+  if (!plan.stop.empty()) {
     console.Say(Format("Abnormal end: no word to the player, no log entry; exit code {}",
-                       forecast.exitCode));
+                       plan.exitCode));
   }
-  if (Restarts(forecast.selfUpdate)) return console.Say("The Launcher is started anew");
-  console.Say(forecast.gameStarted ? "The game is started" : "The game is not started");
+  if (Restarts(plan.selfUpdate)) return console.Say("The Launcher is started anew");
+  console.Say(plan.gameStarted ? "The game is started" : "The game is not started");
 }
 
-void SayForecast(const Forecast& forecast, std::uint32_t ownVersion, Console& console) {
-  if (forecast.url.empty()) {
+void PrintPlan(const PreviewPlan& plan, std::uint32_t ownVersion, Console& console) {
+  if (plan.url.empty()) {
     console.Say("Settings: refused (see the log)");
   } else {
-    console.Say(Format("Settings: {}, channel {}; asks {}", forecast.url, forecast.channel,
-                       forecast.updatesUrl));
+    console.Say(Format("Settings: {}, channel {}; asks {}", plan.url, plan.channel,
+                       plan.updatesUrl));
   }
-  SaySelfUpdate(forecast, ownVersion, console);
-  SayGameUpdate(forecast, console);
-  SayEnd(forecast, console);
+  PrintSelfUpdate(plan, ownVersion, console);
+  PrintGameUpdate(plan, console);
+  PrintEnd(plan, console);
 }
 
 // --- The report as JSON ---
@@ -214,51 +214,51 @@ Json AsJson(const std::vector<Fetched>& files) {
   return list;
 }
 
-Json AsJson(const Forecast& forecast, std::uint32_t ownVersion) {
-  const Json offeredLauncher = forecast.offeredLauncher ? Json(*forecast.offeredLauncher) : Json();
+Json AsJson(const PreviewPlan& plan, std::uint32_t ownVersion) {
+  const Json offeredLauncher = plan.offeredLauncher ? Json(*plan.offeredLauncher) : Json();
   return {
-      {"settings", {{"url", forecast.url}, {"channel", forecast.channel}}},
-      {"updatesUrl", forecast.updatesUrl},
-      {"requests", forecast.requests},
+      {"settings", {{"url", plan.url}, {"channel", plan.channel}}},
+      {"updatesUrl", plan.updatesUrl},
+      {"requests", plan.requests},
       {"launcher",
-       {{"outcome", Name(forecast.selfUpdate)},
+       {{"outcome", Name(plan.selfUpdate)},
         {"ownVersion", ownVersion},
         {"offeredVersion", offeredLauncher},
-        {"staleExecutableRemoved", forecast.staleExecutableRemoved}}},
+        {"staleExecutableRemoved", plan.staleExecutableRemoved}}},
       {"game",
-       {{"outcome", Name(forecast.gameUpdate)},
-        {"installedVersion", AsJson(forecast.installedVersion)},
-        {"offeredVersion", AsJson(forecast.offeredVersion)},
-        {"stagingDirectories", List(forecast.stagingDirectories)},
-        {"current", List(forecast.current)},
-        {"reused", List(forecast.reused)},
-        {"downloaded", AsJson(forecast.downloaded)},
-        {"directories", List(forecast.directories)},
-        {"copied", List(forecast.copied)},
+       {{"outcome", Name(plan.gameUpdate)},
+        {"installedVersion", AsJson(plan.installedVersion)},
+        {"offeredVersion", AsJson(plan.offeredVersion)},
+        {"stagingDirectories", List(plan.stagingDirectories)},
+        {"current", List(plan.current)},
+        {"reused", List(plan.reused)},
+        {"downloaded", AsJson(plan.downloaded)},
+        {"directories", List(plan.directories)},
+        {"copied", List(plan.copied)},
         {"keepsNonEmptyDirectories", sdk::KeepsNonEmptyDirectories()},
-        {"removed", List(forecast.removed)},
-        {"stagingRemoved", forecast.stagingRemoved},
-        {"versionWritten", forecast.versionWritten},
-        {"stop", forecast.stop}}},
-      {"dialogs", forecast.dialogs},
-      {"log", forecast.log},
-      {"exitCode", forecast.exitCode},
-      {"gameStarted", forecast.gameStarted},
+        {"removed", List(plan.removed)},
+        {"stagingRemoved", plan.stagingRemoved},
+        {"versionWritten", plan.versionWritten},
+        {"stop", plan.stop}}},
+      {"dialogs", plan.dialogs},
+      {"log", plan.log},
+      {"exitCode", plan.exitCode},
+      {"gameStarted", plan.gameStarted},
       {"changes",
-       {{"created", List(forecast.changes.created)},
-        {"written", List(forecast.changes.written)},
-        {"removed", List(forecast.changes.removed)}}},
+       {{"created", List(plan.changes.created)},
+        {"written", List(plan.changes.written)},
+        {"removed", List(plan.changes.removed)}}},
   };
 }
 
 // --- The command ---
 
-void WarnOfTheOutcome(const Options& options, const Forecast& forecast, Diagnostics& diagnostics) {
-  if (!forecast.stop.empty()) {
-    diagnostics.AddWarning("the run", "it would end abnormally " + forecast.stop,
+void WarnOfTheOutcome(const Options& options, const PreviewPlan& plan, Diagnostics& diagnostics) {
+  if (!plan.stop.empty()) {
+    diagnostics.AddWarning("the run", "it would end abnormally " + plan.stop,
                   "The same update is offered again by the next run.");
   }
-  if (!options.tree.url.empty() && !options.fetch && !forecast.downloaded.empty()) {
+  if (!options.tree.url.empty() && !options.fetch && !plan.downloaded.empty()) {
     diagnostics.AddWarning(options.tree.url, "it was not checked that the game's files can be had",
                   "Add --fetch to download them, or name the served folder with --server.");
   }
@@ -282,16 +282,16 @@ int Run(const Options& options, Console& console) {
     diagnostics.AddError(DisplayPath(installed), "the folder cannot be entered", "");
     return console.Finish(diagnostics);
   }
-  const Forecast forecast =
-      ForetellRun(preview, diagnostics,
+  const PreviewPlan plan =
+      PlanUpdate(preview, diagnostics,
                   [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
                              std::uint64_t bytes) {
                     console.ShowProgress("looked at", filesDone, files, bytesDone, bytes);
                   });
   console.EndProgress();
-  WarnOfTheOutcome(options, forecast, diagnostics);
-  SayForecast(forecast, preview.ownVersion, console);
-  console.Report() = AsJson(forecast, preview.ownVersion);
+  WarnOfTheOutcome(options, plan, diagnostics);
+  PrintPlan(plan, preview.ownVersion, console);
+  console.Report() = AsJson(plan, preview.ownVersion);
   return console.Finish(diagnostics);
 }
 

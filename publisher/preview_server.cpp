@@ -47,7 +47,7 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
     updatesUrl_ = tree_.UpdatesUrl();
     if (baseUrl != configuredUrl) {
       diagnostics.AddWarning(ToUtf8(configuredUrl), "the installation's own settings name another server",
-                    Format("The run was foretold as if they named {}.", options.url));
+                    Format("The run was previewed as if they named {}.", options.url));
     }
     return;
   }
@@ -55,7 +55,7 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
   const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
   if (IsFile(redirect)) {
     diagnostics.AddWarning(DisplayPath(redirect), "players are sent to the server that this file names",
-                  "The run was foretold as if the folder were that server; see it with --url.");
+                  "The run was previewed as if the folder were that server; see it with --url.");
   }
   if (!file::Exists(tree_.Folder())) {
     diagnostics.AddWarning(DisplayPath(tree_.Folder()), "the folder has nothing for the installed channel",

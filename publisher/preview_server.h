@@ -1,4 +1,4 @@
-// The server as a foretold run meets it.
+// The server as a previewed run meets it.
 #pragma once
 
 #include <optional>
@@ -34,7 +34,7 @@ class PreviewServer {
 
   [[nodiscard]] DownloadResult Fetch(std::wstring_view url);
 
-  /// A payload need not be fetched to be foretold: its size is listed. It is looked for in a
+  /// A payload need not be fetched to be previewed: its size is listed. It is looked for in a
   /// folder, and downloaded from a server if that is wanted; else it is taken to be as listed.
   [[nodiscard]] Payload FetchPayload(std::wstring_view url, const sdk::FileEntry& entry);
 
