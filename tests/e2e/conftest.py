@@ -1,4 +1,4 @@
-"""The surroundings of the end-to-end tests.
+"""The environment of the end-to-end tests.
 
 Wine prefix and display are the caller's (WINEPREFIX, DISPLAY). What is missing of them is made for
 this run, below the build directory, and removed afterwards.
@@ -60,7 +60,7 @@ def pytest_terminal_summary(terminalreporter) -> None:
             terminalreporter.write_line(f"{row} | {column} | {text}")
 
 
-class Surroundings:
+class TestEnvironment:
     """A display and a Wine prefix for callers that have none."""
 
     def __init__(self, build: pathlib.Path) -> None:
@@ -121,17 +121,17 @@ def pytest_configure(config: pytest.Config) -> None:
     for program in vars(Build(build)).values():
         if not program.exists():
             raise pytest.UsageError(f"{program} is missing: build first, or name another --build")
-    # Workers of a distributed run inherit the surroundings that the first process made.
-    config.stash[SURROUNDINGS] = None if is_worker(config) else Surroundings(build)
+    # Workers of a distributed run inherit the environment that the first process made.
+    config.stash[TEST_ENVIRONMENT] = None if is_worker(config) else TestEnvironment(build)
 
 
 def pytest_unconfigure(config: pytest.Config) -> None:
-    surroundings = config.stash.get(SURROUNDINGS, None)
-    if surroundings:
-        surroundings.close()
+    environment = config.stash.get(TEST_ENVIRONMENT, None)
+    if environment:
+        environment.close()
 
 
-SURROUNDINGS = pytest.StashKey[Surroundings | None]()
+TEST_ENVIRONMENT = pytest.StashKey[TestEnvironment | None]()
 
 
 @pytest.fixture(scope="session")
