@@ -149,7 +149,7 @@ def desktop(build: Build):
 
 
 @pytest.fixture
-def place(build: Build):
+def temp_dir(build: Build):
     """A directory of the test's own. It lies below the build directory, whose file system keeps
     the extended attributes in which Wine stores a file's attributes."""
     path = tempfile.mkdtemp(prefix="e2e-", dir=build.path)
@@ -158,7 +158,7 @@ def place(build: Build):
 
 
 @pytest.fixture
-def scene(build: Build, place: pathlib.Path):
-    made = Scene(build, place, ScriptedServer())
+def scene(build: Build, temp_dir: pathlib.Path):
+    made = Scene(build, temp_dir, ScriptedServer())
     yield made
     made.close()

@@ -89,7 +89,7 @@ def run_recorded(
     half: bool = False,
 ) -> tuple[KilledRun, list[str]]:
     """A run of a Launcher that counts its operations, and the operations that it came to."""
-    record = scene.place / "operations.txt"
+    record = scene.temp_dir / "operations.txt"
     record.unlink(missing_ok=True)
     environment = {"LAUNCHER_FAULT_RECORD": windows_path(record)}
     if kill_at:

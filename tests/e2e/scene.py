@@ -20,11 +20,11 @@ PLATFORM_TEXT = r"(?:-?\d+|[A-Z][^']*)"
 class Scene:
     """Unless a test changes it: the installed Launcher and game are what the server offers."""
 
-    def __init__(self, build: Build, place: pathlib.Path, server: ScriptedServer) -> None:
+    def __init__(self, build: Build, temp_dir: pathlib.Path, server: ScriptedServer) -> None:
         self.build = build
-        self.place = place
+        self.temp_dir = temp_dir
         self.server = server
-        self.folder = GameFolder(place / "game")
+        self.folder = GameFolder(temp_dir / "game")
         self.updates = "updates/release/"
         self.settings = formats.updater_data(server.url)
         self.launcher = "Launcher.exe"

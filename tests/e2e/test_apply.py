@@ -337,7 +337,7 @@ class Pipe:
 
 @pytest.fixture
 def pipe(scene):
-    made = Pipe(scene.place / "pipe")
+    made = Pipe(scene.temp_dir / "pipe")
     yield made
     made.close()
 
@@ -345,7 +345,7 @@ def pipe(scene):
 def test_the_progress_window_goes_when_the_applying_begins(flat, pipe):
     """The first installed file is a pipe, in which the copying gets stuck until the window went."""
     content = bytes(range(256)) * 4096
-    flat.folder.path("data.pak").symlink_to(flat.place / "pipe")
+    flat.folder.path("data.pak").symlink_to(flat.temp_dir / "pipe")
     flat.offer_game({"data.pak": content, "later.pak": b"later"}, ["Saved"])
     gate = flat.server.hold(flat.updates + "later.pak")
     run = flat.start([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])

@@ -109,7 +109,7 @@ class SmallDisk:
     def __init__(self, scene: Scene) -> None:
         self.scene = scene
         root = scene.folder.root
-        moved = scene.place / "moved"
+        moved = scene.temp_dir / "moved"
         root.rename(moved)
         root.mkdir()
         done = subprocess.run(
@@ -239,8 +239,8 @@ def test_a_longer_name_ends_the_update_with_the_old_game_in_place(studio, length
 
 
 @pytest.fixture
-def strange_place(build, place):
-    scene = Scene(build, place / "Große Spiele 漢字 & (Ελλάδα)", ScriptedServer())
+def strange_place(build, temp_dir):
+    scene = Scene(build, temp_dir / "Große Spiele 漢字 & (Ελλάδα)", ScriptedServer())
     yield scene
     scene.close()
 

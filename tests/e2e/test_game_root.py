@@ -15,7 +15,7 @@ KEY = r"HKCU\SOFTWARE\Velmorant\Player"
 @pytest.fixture
 def elsewhere(scene):
     """A start-up directory without a game."""
-    path = scene.place / "elsewhere"
+    path = scene.temp_dir / "elsewhere"
     path.mkdir()
     return path
 
@@ -55,7 +55,7 @@ def test_without_a_root_the_launcher_works_in_its_start_up_directory(scene, else
 
 def test_a_directory_argument_finds_the_project_below_it(scene, elsewhere):
     scene.folder.put("project.vegame", b"")
-    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.place)])
+    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     assert run.requests == scene.requests("GameVersion.vpak")
     assert (run.exit_code, run.dialogs) == (0, [])
     run.assert_game_started()
@@ -63,7 +63,7 @@ def test_a_directory_argument_finds_the_project_below_it(scene, elsewhere):
 
 def test_a_relative_directory_argument_finds_the_project_below_it(scene):
     scene.folder.put("project.vegame", b"")
-    run = scene.run(directory=scene.place, arguments=["game"])
+    run = scene.run(directory=scene.temp_dir, arguments=["game"])
     assert run.requests == scene.requests("GameVersion.vpak")
     run.assert_game_started()
 
@@ -71,15 +71,15 @@ def test_a_relative_directory_argument_finds_the_project_below_it(scene):
 @pytest.mark.parametrize("newest", ["game", "other"])
 def test_the_project_written_last_is_taken(scene, elsewhere, newest):
     """The times differ by less than a second, and by more than the 100 ns that count."""
-    other = scene.place / "other"
+    other = scene.temp_dir / "other"
     other.mkdir()
     times = {"game": 1_700_000_000_100_000_000, "other": 1_700_000_000_100_000_000}
     times[newest] += 150_000_000
     for folder, time in times.items():
-        project = scene.place / folder / "project.vegame"
+        project = scene.temp_dir / folder / "project.vegame"
         project.write_bytes(b"")
         os.utime(project, ns=(time, time))
-    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.place)])
+    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     if newest == "game":
         assert run.requests == scene.requests("GameVersion.vpak")
         run.assert_game_started()
@@ -101,7 +101,7 @@ def test_the_project_written_last_is_taken(scene, elsewhere, newest):
 )
 def test_what_is_no_project_file_is_not_found(scene, elsewhere, name):
     scene.folder.put(name, b"")
-    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.place)])
+    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     assert run.requests == []
     assert (elsewhere / "Logs" / "updater.log").exists()
     assert (run.exit_code, run.changes()) == (0, {})
@@ -111,21 +111,21 @@ def test_what_is_no_project_file_is_not_found(scene, elsewhere, name):
 def test_a_project_that_is_not_newer_than_1970_is_not_found(scene, elsewhere, seconds):
     project = scene.folder.put("project.vegame", b"")
     os.utime(project, (seconds, seconds))
-    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.place)])
+    run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     assert run.requests == []
     assert (elsewhere / "Logs" / "updater.log").exists()
 
 
 def test_more_than_one_argument_means_no_root(scene):
     with registry_to_oneself(scene):
-        scene.registry("add", KEY, "/v", "LastBuild", "/d", windows_path(scene.place), "/f")
+        scene.registry("add", KEY, "/v", "LastBuild", "/d", windows_path(scene.temp_dir), "/f")
         run = scene.run(arguments=["FROM_SOLUTION", "again"])
     assert run.requests == scene.requests("GameVersion.vpak")
     run.assert_game_started()
 
 
 def test_a_search_directory_that_does_not_exist_ends_the_program(scene):
-    missing = windows_path(scene.place / "missing")
+    missing = windows_path(scene.temp_dir / "missing")
     run = scene.run(arguments=[missing], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED
     assert (run.requests, run.dialogs, run.windows, run.changes()) == ([], [], [], {})
@@ -150,7 +150,7 @@ def test_the_last_build_of_the_registry_is_the_root(scene, elsewhere):
 
 def test_a_last_build_that_is_no_directory_leaves_the_start_up_directory(scene):
     with registry_to_oneself(scene):
-        missing = windows_path(scene.place / "missing")
+        missing = windows_path(scene.temp_dir / "missing")
         scene.registry("add", KEY, "/v", "LastBuild", "/t", "REG_SZ", "/d", missing, "/f")
         run = scene.run(arguments=["FROM_SOLUTION"])
     assert run.requests == scene.requests("GameVersion.vpak")

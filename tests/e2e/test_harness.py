@@ -15,8 +15,8 @@ from game_folder import GAME
 from scripted_server import Answer, ClosedPort, ScriptedServer
 
 
-def probe(build, place: pathlib.Path, *arguments: str, answers: list[Press] | None = None) -> Run:
-    return Run(build, place, build.probe, list(arguments), answers or [], {}, ())
+def probe(build, temp_dir: pathlib.Path, *arguments: str, answers: list[Press] | None = None) -> Run:
+    return Run(build, temp_dir, build.probe, list(arguments), answers or [], {}, ())
 
 
 @pytest.mark.parametrize(
@@ -30,17 +30,17 @@ def probe(build, place: pathlib.Path, *arguments: str, answers: list[Press] | No
         (0, "none", ("OK",)),
     ],
 )
-def test_a_box_is_reported_with_its_text_buttons_and_icon(build, place, style, icon, buttons):
+def test_a_box_is_reported_with_its_text_buttons_and_icon(build, temp_dir, style, icon, buttons):
     box = Dialog("A caption", "Some text, 'quoted' and long enough to be broken. " * 4, buttons, icon)
-    run = probe(build, place, "box", str(style), box.caption, box.text, answers=[ok(box)])
+    run = probe(build, temp_dir, "box", str(style), box.caption, box.text, answers=[ok(box)])
     run.finish()
     assert run.dialogs == [box]
     assert run.exit_codes("probe.exe") == [1]
 
 
-def test_a_button_is_pressed_by_its_label(build, place):
+def test_a_button_is_pressed_by_its_label(build, temp_dir):
     box = Dialog("A caption", "text", ("OK", "Cancel"), "error")
-    run = probe(build, place, "box", "17", "A caption", "text", answers=[Press("Cancel", box)])
+    run = probe(build, temp_dir, "box", "17", "A caption", "text", answers=[Press("Cancel", box)])
     run.finish()
     assert run.exit_codes("probe.exe") == [2]
 
@@ -55,22 +55,22 @@ def test_a_button_is_pressed_by_its_label(build, place):
         pytest.param([ok(Dialog("A caption", "text", ("OK", "Cancel"), "none"))], id="other buttons"),
     ],
 )
-def test_a_dialog_that_was_not_expected_fails_the_run(build, place, answers):
-    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+def test_a_dialog_that_was_not_expected_fails_the_run(build, temp_dir, answers):
+    run = probe(build, temp_dir, "box", "0", "A caption", "text", answers=answers)
     with pytest.raises(AssertionError):
         run.finish()
     run.close()
 
 
-def test_an_expected_dialog_that_does_not_come_fails_the_run(build, place):
+def test_an_expected_dialog_that_does_not_come_fails_the_run(build, temp_dir):
     box = Dialog("A caption", "text", ("OK",), "none")
-    run = probe(build, place, "exit", "0", answers=[ok(box)])
+    run = probe(build, temp_dir, "exit", "0", answers=[ok(box)])
     with pytest.raises(AssertionError, match="never came"):
         run.finish()
 
 
-def test_a_window_that_was_not_expected_fails_the_run_even_if_it_hangs(build, place):
-    run = probe(build, place, "hang")
+def test_a_window_that_was_not_expected_fails_the_run_even_if_it_hangs(build, temp_dir):
+    run = probe(build, temp_dir, "hang")
     with pytest.raises(AssertionError, match="unexpected window"):
         run.finish()
     run.close()
@@ -80,21 +80,21 @@ def test_a_window_that_was_not_expected_fails_the_run_even_if_it_hangs(build, pl
     ("arguments", "code"),
     [(["exit", "0"], 0), (["exit", "-1"], EXIT_MINUS_ONE), (["abort"], TERMINATED)],
 )
-def test_exit_codes_are_reported_whole(build, place, arguments, code):
-    run = probe(build, place, *arguments)
+def test_exit_codes_are_reported_whole(build, temp_dir, arguments, code):
+    run = probe(build, temp_dir, *arguments)
     run.finish()
     assert run.exit_codes("probe.exe") == [code]
 
 
-def test_a_child_and_its_child_are_waited_for(build, place):
-    run = probe(build, place, "child", "child", "exit", "7")
+def test_a_child_and_its_child_are_waited_for(build, temp_dir):
+    run = probe(build, temp_dir, "child", "child", "exit", "7")
     run.finish()
     assert run.exit_codes("probe.exe") == [0, 0, 7]
 
 
-def test_a_run_can_be_ended_from_outside(build, place):
+def test_a_run_can_be_ended_from_outside(build, temp_dir):
     box = Dialog("A caption", "text", ("OK",), "none")
-    run = probe(build, place, "box", "0", "A caption", "text", answers=[])
+    run = probe(build, temp_dir, "box", "0", "A caption", "text", answers=[])
     with pytest.raises(AssertionError):
         run.wait_until(lambda r: r.dialogs != [], "the box")
     assert run.dialogs == [box]
@@ -106,42 +106,42 @@ def test_a_run_can_be_ended_from_outside(build, place):
 # --- Runs that must fail ----------------------------------------------------------------------
 
 
-def test_a_run_whose_program_does_not_exist_fails(build, place):
-    run = Run(build, place, place / "missing.exe", [], [], {}, ())
+def test_a_run_whose_program_does_not_exist_fails(build, temp_dir):
+    run = Run(build, temp_dir, temp_dir / "missing.exe", [], [], {}, ())
     with pytest.raises(AssertionError, match="the start failed"):
         run.finish()
 
 
-def test_a_run_whose_watch_breaks_off_fails(build, place, monkeypatch):
+def test_a_run_whose_watch_breaks_off_fails(build, temp_dir, monkeypatch):
     monkeypatch.setattr(build, "watch", build.probe)
-    run = Run(build, place, build.probe, [], [], {}, ())
+    run = Run(build, temp_dir, build.probe, [], [], {}, ())
     with pytest.raises(AssertionError, match="the watch broke off"):
         run.finish()
 
 
-def test_a_watch_that_reports_nonsense_fails_the_run_which_shows_it(build, place, monkeypatch):
-    monkeypatch.setattr(driver, "WINE", place / "wine")
+def test_a_watch_that_reports_nonsense_fails_the_run_which_shows_it(build, temp_dir, monkeypatch):
+    monkeypatch.setattr(driver, "WINE", temp_dir / "wine")
     driver.WINE.write_text("#!/bin/sh\necho nonsense\nexec cat >/dev/null\n")
     driver.WINE.chmod(0o755)
-    run = probe(build, place)
+    run = probe(build, temp_dir)
     with pytest.raises(AssertionError, match="the watch broke off.*nonsense"):
         run.finish()
 
 
-def test_a_dialog_that_is_never_answered_fails_the_run(build, place):
+def test_a_dialog_that_is_never_answered_fails_the_run(build, temp_dir):
     box = Dialog("A caption", "text", ("OK",), "none")
     answers = [ok(box, when=lambda _: False)]
-    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    run = probe(build, temp_dir, "box", "0", "A caption", "text", answers=answers)
     run.wait_until(lambda r: r.dialogs != [], "the box")
     run.end_all()
     with pytest.raises(AssertionError, match="never answered"):
         run.finish()
 
 
-def test_a_dialog_whose_answer_comes_too_late_fails_the_run(build, place):
+def test_a_dialog_whose_answer_comes_too_late_fails_the_run(build, temp_dir):
     box = Dialog("A caption", "text", ("OK",), "none")
     answers = [ok(box, when=lambda r: r.exits != [])]
-    run = probe(build, place, "box", "0", "A caption", "text", answers=answers)
+    run = probe(build, temp_dir, "box", "0", "A caption", "text", answers=answers)
     run.wait_until(lambda r: r.dialogs != [], "the box")
     run.end_all()
     with pytest.raises(AssertionError, match="never answered"):

@@ -18,9 +18,9 @@ CHECK = ("GameVersion.vpak", "game_update.manifest")
 class FolderServer:
     """nginx over a folder, with the part of the scripted server that a scene needs."""
 
-    def __init__(self, place: pathlib.Path) -> None:
-        self._tree = place / "tree"
-        self._nginx = NginxServer(place / "nginx", self._tree)
+    def __init__(self, temp_dir: pathlib.Path) -> None:
+        self._tree = temp_dir / "tree"
+        self._nginx = NginxServer(temp_dir / "nginx", self._tree)
         self._requests: list[str] = []
         self._nginx.start()
         self.url = f"http://127.0.0.1:{self._nginx.port}/"
@@ -44,10 +44,10 @@ class FolderServer:
 
 
 @pytest.fixture
-def scene(build, place):
-    server = FolderServer(place)
+def scene(build, temp_dir):
+    server = FolderServer(temp_dir)
     try:
-        made = Scene(build, place, server)
+        made = Scene(build, temp_dir, server)
         yield made
         made.close()
     finally:

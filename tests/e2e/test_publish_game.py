@@ -30,18 +30,18 @@ FILES = {
 
 
 @pytest.fixture
-def server(place) -> pathlib.Path:
-    folder = place / "server"
+def server(temp_dir) -> pathlib.Path:
+    folder = temp_dir / "server"
     folder.mkdir()
     return folder
 
 
 @pytest.fixture
-def publish_game(build, place, server):
+def publish_game(build, temp_dir, server):
     """Publishes a build of these files; the build's folder stays."""
 
     def run(files: dict[str, bytes], version: str, *options: str, directories=None, **how) -> Published:
-        source = place / "build"
+        source = temp_dir / "build"
         if source.exists():
             shutil.rmtree(source)
         make_build(source, files, directories)
@@ -97,9 +97,9 @@ def test_a_damaged_file_of_the_version_before_is_not_taken_over(publish_game, se
     assert (done.report["linkedFiles"], done.report["copiedFiles"]) == (3, 1)
 
 
-def test_read_only_and_hidden_files_are_published_like_others(publish_game, build, place, server):
+def test_read_only_and_hidden_files_are_published_like_others(publish_game, build, temp_dir, server):
     publish_game(FILES, "1.0.0.0")
-    source = place / "build"
+    source = temp_dir / "build"
     (source / "readme.txt").write_bytes(b"changed")
     os.setxattr(source / "readme.txt", "user.DOSATTRIB", b"0x3")
     (source / "readme.txt").chmod(0o444)
@@ -133,8 +133,8 @@ def test_other_channels_and_the_launchers_update_stay(publish_game, server):
         assert tree_of(updates / "beta") == {"GameVersion.vpak": b"beta"}
 
 
-def test_in_words_it_says_what_was_done(build, place, server):
-    source = make_build(place / "build", {GAME: b"12345"})
+def test_in_words_it_says_what_was_done(build, temp_dir, server):
+    source = make_build(temp_dir / "build", {GAME: b"12345"})
     done = subprocess.run(
         command_line(build.publish_keep_dirs, "game", "--source", source, "--version", "1.0.0.0",
                      "--channel", "beta", "--server", server),
@@ -184,7 +184,7 @@ def test_what_is_no_version_is_refused(publish_game, server, version):
     assert os.listdir(server) == []
 
 
-def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, place, server):
+def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp_dir, server):
     files = {
         "bin/fine.txt": b"fine",
         "bin/empty.txt": b"",
@@ -204,7 +204,7 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, plac
         "launcher.exe": b"x",
         "_old.exe": b"x",
     }
-    source = make_build(place / "build", files)
+    source = make_build(temp_dir / "build", files)
     with (source / "bin/large.dat").open("wb") as large:
         large.truncate(4 * 1024**3)
     (source / "bin/link").symlink_to(source / "Updater")
@@ -255,18 +255,18 @@ def test_a_launcher_of_another_name_is_told_by_an_option(publish_game, server):
     assert publish_game(files, "1.0.0.0", "--launcher", "Start.exe").code == 0
 
 
-def test_a_build_without_files_or_folders_is_refused(publish_game, build, place, server):
+def test_a_build_without_files_or_folders_is_refused(publish_game, build, temp_dir, server):
     done = publish_game({}, "1.0.0.0", directories=["Saved"])
     assert len(done.refusals) == 1 and "there is no file in it" in done.refusals[0]
     done = publish_game({"a.txt": b"x"}, "1.0.0.0")
     assert len(done.refusals) == 1 and "there is no folder in it" in done.refusals[0]
-    done = publish_build(build, place / "nowhere", server, "1.0.0.0")
+    done = publish_build(build, temp_dir / "nowhere", server, "1.0.0.0")
     assert len(done.refusals) == 1 and "there is no such folder" in done.refusals[0]
     assert os.listdir(server) == []
 
 
-def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, place):
-    outer = make_build(place / "Outer", FILES)
+def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, temp_dir):
+    outer = make_build(temp_dir / "Outer", FILES)
     make_build(outer / "inner", FILES)
     for source, server in ((outer / "inner", outer), (outer, outer / "inner"), (outer, outer)):
         done = publish_build(build, source, server, "1.0.0.0")
@@ -275,8 +275,8 @@ def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, place)
         assert not (server / "updates").exists()
 
 
-def test_a_channel_that_is_a_link_is_refused(publish_game, server, place):
-    elsewhere = make_build(place / "elsewhere", {"kept.txt": b"kept"})
+def test_a_channel_that_is_a_link_is_refused(publish_game, server, temp_dir):
+    elsewhere = make_build(temp_dir / "elsewhere", {"kept.txt": b"kept"})
     (server / "updates").mkdir()
     (server / "updates/release").symlink_to(elsewhere)
     done = publish_game(FILES, "1.0.0.0")
@@ -285,8 +285,8 @@ def test_a_channel_that_is_a_link_is_refused(publish_game, server, place):
     assert tree_of(elsewhere) == {"kept.txt": b"kept"}
 
 
-def test_wrong_usage_has_its_own_exit_code(build, place, server):
-    source = make_build(place / "build", FILES)
+def test_wrong_usage_has_its_own_exit_code(build, temp_dir, server):
+    source = make_build(temp_dir / "build", FILES)
     assert publish_build(build, source, server, "1.0.0.0", channel="nightly").code == 2
     assert publish(build, "game", "--source", source).code == 2
 
@@ -374,14 +374,14 @@ def swap_process(server: pathlib.Path) -> int | None:
 class Interrupted:
     """Publishes NEW over OLD, again and again, and kills the tool on the way."""
 
-    def __init__(self, build, place: pathlib.Path, server: pathlib.Path) -> None:
+    def __init__(self, build, temp_dir: pathlib.Path, server: pathlib.Path) -> None:
         self.build = build
         self.server = server
         self.updates = server / "updates"
-        self.new = make_build(place / "new", NEW)
+        self.new = make_build(temp_dir / "new", NEW)
         make_build(self.updates / "release", {k: v for k, v in OLD_CHANNEL.items() if v is not None})
-        self.output = place / "output.json"
-        self.kept = place / "kept"
+        self.output = temp_dir / "output.json"
+        self.kept = temp_dir / "kept"
         shutil.copytree(self.updates, self.kept)
         self.states = {"old": 0, "new": 0}
 
@@ -472,8 +472,8 @@ NEW_CHANNEL = {**expected_channel(NEW, "1.0.0.1"), **UPDATER}
 
 
 @pytest.fixture
-def interrupted(build, place, server):
-    return Interrupted(build, place, server)
+def interrupted(build, temp_dir, server):
+    return Interrupted(build, temp_dir, server)
 
 
 @pytest.mark.parametrize("seed", range(3))
@@ -632,9 +632,9 @@ def test_the_help_does_not_tell_of_the_second_process(build):
     assert b"settings" in done.stdout and b"swap" not in done.stdout
 
 
-def test_a_server_with_a_long_path_is_served_by_the_second_process_too(build, place):
-    source = make_build(place / "build", FILES)
-    server = place / ("d" * 120) / ("e" * 120)
+def test_a_server_with_a_long_path_is_served_by_the_second_process_too(build, temp_dir):
+    source = make_build(temp_dir / "build", FILES)
+    server = temp_dir / ("d" * 120) / ("e" * 120)
     server.mkdir(parents=True)
     for version in ("1.0.0.0", "1.0.0.1"):
         assert publish_build(build, source, server, version).code == 0
@@ -671,25 +671,25 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
 
-def test_a_run_that_another_overtook_is_refused(build, place, server):
+def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
     """The first of all runs has nothing to lock while it judges its build. The other's result comes
-    into its place just then, after some attempts."""
-    source = make_build(place / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
-    other = make_build(place / "other", FILES)
-    assert publish_build(build, other, place / "elsewhere", "1.0.0.0").code == 0
+    into its temp_dir just then, after some attempts."""
+    source = make_build(temp_dir / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
+    other = make_build(temp_dir / "other", FILES)
+    assert publish_build(build, other, temp_dir / "elsewhere", "1.0.0.0").code == 0
     too_early, too_late = 0.0, 4.0
     for _ in range(40):
         shutil.rmtree(server)
         server.mkdir()
-        shutil.copytree(place / "elsewhere/updates", place / "ready")
+        shutil.copytree(temp_dir / "elsewhere/updates", temp_dir / "ready")
         with concurrent.futures.ThreadPoolExecutor() as pool:
             run = pool.submit(publish_build, build, source, server, "1.0.0.1")
             seconds = (too_early + too_late) / 2
             time.sleep(seconds)
             try:
-                (place / "ready").rename(server / "updates")
+                (temp_dir / "ready").rename(server / "updates")
             except OSError:
-                shutil.rmtree(place / "ready")  # The run has made the folder itself.
+                shutil.rmtree(temp_dir / "ready")  # The run has made the folder itself.
             done = run.result()
         if done.code == 1:
             break
@@ -704,9 +704,9 @@ def test_a_run_that_another_overtook_is_refused(build, place, server):
     assert_published(server, FILES, "1.0.0.0")
 
 
-def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build, place, server):
+def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build, temp_dir, server):
     builds = {
-        version: make_build(place / version, {**NEW, "bin/own.txt": version.encode()})
+        version: make_build(temp_dir / version, {**NEW, "bin/own.txt": version.encode()})
         for version in ("1.0.0.1", "1.0.0.2", "1.0.0.3")
     }
     with concurrent.futures.ThreadPoolExecutor() as pool:
@@ -732,14 +732,14 @@ def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build,
 
 
 @pytest.mark.parametrize("command", ["game", "launcher"])
-def test_a_run_that_ended_between_the_two_renames_is_undone_by_the_next(interrupted, build, place, command):
+def test_a_run_that_ended_between_the_two_renames_is_undone_by_the_next(interrupted, build, temp_dir, command):
     updates = interrupted.updates
     (updates / "release").rename(updates / ".release.previous")
     make_build(updates / ".release.next", {k: v for k, v in NEW_CHANNEL.items() if v is not None})
     if command == "game":
         interrupted.run_again(0)
         return
-    settings = place / "UpdaterData.vpak"
+    settings = temp_dir / "UpdaterData.vpak"
     settings.write_bytes(formats.updater_data("https://updates.example/"))
     arguments = ["--exe", build.launcher, "--settings", settings, "--channel", "release"]
     assert publish(build, "launcher", *arguments, "--server", interrupted.server).code == 0
@@ -763,17 +763,17 @@ def test_a_run_that_is_refused_leaves_the_channel_alone_but_cleans_up(interrupte
 class Player:
     """A served channel and an installation of its first version."""
 
-    def __init__(self, build, place, server, launcher, program) -> None:
+    def __init__(self, build, temp_dir, server, launcher, program) -> None:
         self.build = build
         self.server = server
-        self.place = place
+        self.temp_dir = temp_dir
         self.program = program
-        self.nginx = NginxServer(place / "nginx", server)
+        self.nginx = NginxServer(temp_dir / "nginx", server)
         self.nginx.start()
         self.settings = formats.updater_data(f"http://127.0.0.1:{self.nginx.port}/")
-        self.settings_file = place / "UpdaterData.vpak"
+        self.settings_file = temp_dir / "UpdaterData.vpak"
         self.settings_file.write_bytes(self.settings)
-        self.folder = GameFolder(place / "game")
+        self.folder = GameFolder(temp_dir / "game")
         self.folder.put_copy("Launcher.exe", launcher)
         self.folder.put("Updater/UpdaterData.vpak", self.settings)
         done = publish(
@@ -783,7 +783,7 @@ class Player:
         assert (done.code, done.warnings) == (0, [])
 
     def publish(self, name: str, files: dict[str, bytes], version: str) -> Published:
-        source = make_build(self.place / name, files)
+        source = make_build(self.temp_dir / name, files)
         done = publish_build(self.build, source, self.server, version, program=self.program)
         assert (done.code, done.refusals) == (0, [])
         return done
@@ -823,11 +823,11 @@ class Player:
 
 
 @pytest.fixture
-def player(build, place, server):
+def player(build, temp_dir, server):
     players = []
 
     def make(launcher, program) -> Player:
-        players.append(Player(build, place, server, launcher, program))
+        players.append(Player(build, temp_dir, server, launcher, program))
         return players[-1]
 
     yield make

@@ -13,11 +13,11 @@ DIGEST = "0123456789abcdef0123456789abcdef"
 
 
 @pytest.fixture
-def inspect(build, place):
+def inspect(build, temp_dir):
     """Inspects content under a name that tells nothing."""
 
     def run(content: bytes, *options: str):
-        path = place / "some file.bin"
+        path = temp_dir / "some file.bin"
         path.write_bytes(content)
         run = publish(build, "inspect", path, *options)
         assert run.report.pop("file") == windows_path(path)
@@ -274,7 +274,7 @@ CASES = [
 
 @pytest.mark.parametrize(("lines", "message", "at"), CASES, ids=range(len(CASES)))
 def test_a_rejected_manifest_shows_the_readers_message_and_the_line(inspect, lines, message, at):
-    # Empty lines and stray carriage returns, which the reader does not see, count in the place.
+    # Empty lines and stray carriage returns, which the reader does not see, count in the temp_dir.
     text = "\r\n" + "\r\n\n".join(lines) + "\r\n"
     reader = "updater manifests" if lines[0].startswith("Velmorant") else "game manifests"
     if at is None:
@@ -310,8 +310,8 @@ def test_for_a_file_of_no_known_kind_every_reader_speaks(inspect, content, magic
         assert rejections[1]["line"] == 1
 
 
-def test_a_file_that_is_not_there_is_refused(build, place):
-    run = publish(build, "inspect", place / "none.vpak")
+def test_a_file_that_is_not_there_is_refused(build, temp_dir):
+    run = publish(build, "inspect", temp_dir / "none.vpak")
     assert run.code == 1
     assert len(run.refusals) == 1
     assert "none.vpak" in run.refusals[0]

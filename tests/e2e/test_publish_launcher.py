@@ -18,16 +18,16 @@ MANIFEST = b"Velmorant Updater\r\nFileVersion: 1\r\nVersion: %d"
 
 
 @pytest.fixture
-def server(place):
-    folder = place / "server"
+def server(temp_dir):
+    folder = temp_dir / "server"
     folder.mkdir()
     return folder
 
 
 @pytest.fixture
-def publish_launcher(build, place, server):
+def publish_launcher(build, temp_dir, server):
     def run(executable=None, settings: bytes | None = None, *, channel="release", program=None) -> Published:
-        path = place / "settings.vpak"
+        path = temp_dir / "settings.vpak"
         path.write_bytes(formats.updater_data(URL) if settings is None else settings)
         arguments = ["--exe", executable or build.launcher, "--settings", path, "--channel", channel]
         return publish(build, "launcher", *arguments, "--server", server, program=program)
@@ -82,10 +82,10 @@ def test_what_an_interrupted_run_left_is_removed(publish_launcher, build, server
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-def test_a_long_server_path_is_no_hindrance(build, place):
-    server = place / ("d" * 120) / ("e" * 120)
+def test_a_long_server_path_is_no_hindrance(build, temp_dir):
+    server = temp_dir / ("d" * 120) / ("e" * 120)
     server.mkdir(parents=True)
-    settings = place / "settings.vpak"
+    settings = temp_dir / "settings.vpak"
     settings.write_bytes(formats.updater_data(URL))
     arguments = ["--exe", build.launcher, "--settings", settings, "--channel", "release"]
     assert publish(build, "launcher", *arguments, "--server", server).code == 0
@@ -152,8 +152,8 @@ def test_an_executable_without_a_version_is_refused(publish_launcher, build, ser
 
 
 @pytest.mark.parametrize("content", [b"", b"MZ", b"text", b"MZ" + bytes(58) + b"\xff\xff\xff\x7f" + bytes(60)])
-def test_what_is_no_program_is_refused(publish_launcher, place, server, content):
-    path = place / "Launcher.exe"
+def test_what_is_no_program_is_refused(publish_launcher, temp_dir, server, content):
+    path = temp_dir / "Launcher.exe"
     path.write_bytes(content)
     done = publish_launcher(path)
     assert done.code == 1
@@ -176,10 +176,10 @@ def test_settings_of_another_channel_are_refused(publish_launcher, server):
     assert os.listdir(server) == []
 
 
-def test_all_refusals_are_told_at_once(build, place, server):
-    path = place / "it's 100%.exe"
+def test_all_refusals_are_told_at_once(build, temp_dir, server):
+    path = temp_dir / "it's 100%.exe"
     path.write_bytes(b"text")
-    arguments = ["--exe", path, "--settings", place / "missing.vpak", "--channel", "release"]
+    arguments = ["--exe", path, "--settings", temp_dir / "missing.vpak", "--channel", "release"]
     done = publish(build, "launcher", *arguments, "--server", server)
     rules = [refusal.rsplit(": ", 1)[1] for refusal in done.refusals]
     assert done.code == 1
@@ -192,8 +192,8 @@ def test_all_refusals_are_told_at_once(build, place, server):
     assert os.listdir(server) == []
 
 
-def test_an_executable_named_like_the_servers_own_files_is_refused(publish_launcher, build, place, server):
-    path = place / "UPDATER.manifest"
+def test_an_executable_named_like_the_servers_own_files_is_refused(publish_launcher, build, temp_dir, server):
+    path = temp_dir / "UPDATER.manifest"
     shutil.copyfile(build.launcher, path)
     done = publish_launcher(path)
     assert done.refusals == ["UPDATER.manifest: the server has a file of its own by this name"]
@@ -244,13 +244,13 @@ def test_an_executable_of_another_name_is_warned_of(publish_launcher, server):
 # --- From the tool to the player --------------------------------------------------------------
 
 
-def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(build, place, server, publish_launcher):
-    nginx = NginxServer(place / "nginx", server)
+def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(build, temp_dir, server, publish_launcher):
+    nginx = NginxServer(temp_dir / "nginx", server)
     nginx.start()
     try:
         old = formats.updater_data(f"http://127.0.0.1:{nginx.port}/")
         new = formats.updater_data(f"http://127.0.0.1:{nginx.port}/./")
-        folder = GameFolder(place / "game")
+        folder = GameFolder(temp_dir / "game")
         folder.put_copy("Launcher.exe", build.launcher)
         folder.put_copy(GAME, build.player)
         folder.put("Updater/UpdaterData.vpak", old)

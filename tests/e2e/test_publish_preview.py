@@ -56,7 +56,7 @@ class Oracle:
 
     def served_folder(self) -> pathlib.Path | None:
         """What the server has, as a folder; none if a folder has no such answers."""
-        folder = self.scene.place / "served"
+        folder = self.scene.temp_dir / "served"
         folder.mkdir(exist_ok=True)
         for path, answer in self.scene.server.answers.items():
             plain = Answer(answer.body) == answer
@@ -750,7 +750,7 @@ def test_exactly_one_tree_is_given(scene, arguments):
 
 def test_what_is_not_there_is_refused_all_at_once(scene):
     done = publish(
-        scene.build, "preview", "--installed", scene.place / "none", "--server", scene.place / "nor this"
+        scene.build, "preview", "--installed", scene.temp_dir / "none", "--server", scene.temp_dir / "nor this"
     )
     assert done.code == 1
     assert len(done.refusals) == 2
@@ -809,9 +809,9 @@ class Generator:
             if name.lower() not in {n.lower() for n in listed} or self.chance(10):
                 listed[name] = self.random.randbytes(self.random.randrange(1, 40))
         for name, content in listed.items():
-            for place in (name, f"{STAGING}/{name}"):
+            for temp_dir in (name, f"{STAGING}/{name}"):
                 kind = self.random.randrange(5)
-                here = self.other_case(place) if self.chance(10) and STAGING not in place else place
+                here = self.other_case(temp_dir) if self.chance(10) and STAGING not in place else temp_dir
                 if kind == 0:
                     self.put(here, content)
                 elif kind == 1:

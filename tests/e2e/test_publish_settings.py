@@ -12,40 +12,40 @@ URL = "https://updates.example/"
 
 
 @pytest.fixture
-def settings(build, place):
+def settings(build, temp_dir):
     def run(url: str, channel: str = "release", output: str = "UpdaterData.vpak"):
-        return publish(build, "settings", "--url", url, "--channel", channel, "--output", place / output)
+        return publish(build, "settings", "--url", url, "--channel", channel, "--output", temp_dir / output)
 
     return run
 
 
 @pytest.mark.parametrize("channel", ["alpha", "beta", "demo", "release"])
-def test_the_archive_is_what_the_launcher_reads(settings, place, channel):
+def test_the_archive_is_what_the_launcher_reads(settings, temp_dir, channel):
     done = settings(URL, channel)
     assert (done.code, done.refusals, done.warnings) == (0, [], [])
-    assert (place / "UpdaterData.vpak").read_bytes() == formats.updater_data(URL, channel)
-    path = windows_path(place / "UpdaterData.vpak")
+    assert (temp_dir / "UpdaterData.vpak").read_bytes() == formats.updater_data(URL, channel)
+    path = windows_path(temp_dir / "UpdaterData.vpak")
     assert done.report == {
         "file": path, "url": URL, "channel": channel, "refusals": [], "warnings": []
     }
     assert [file.name for file in place.iterdir()] == ["UpdaterData.vpak"]
 
 
-def test_an_older_archive_is_replaced_and_a_missing_folder_made(settings, place):
+def test_an_older_archive_is_replaced_and_a_missing_folder_made(settings, temp_dir):
     settings("https://older.example/", output="game/Updater/UpdaterData.vpak")
     assert settings(URL, output="game/Updater/UpdaterData.vpak").code == 0
-    written = place / "game/Updater/UpdaterData.vpak"
+    written = temp_dir / "game/Updater/UpdaterData.vpak"
     assert written.read_bytes() == formats.updater_data(URL)
 
 
-def test_of_a_missing_slash_and_of_plain_http_is_warned(settings, place):
+def test_of_a_missing_slash_and_of_plain_http_is_warned(settings, temp_dir):
     done = settings("http://updates.example")
     assert done.code == 0
     assert done.warnings == [
         "http://updates.example: without a slash at its end, \"updates\" is glued to the URL's last word",
         "http://updates.example: without https anybody on the way can replace the game's files",
     ]
-    assert (place / "UpdaterData.vpak").read_bytes() == formats.updater_data("http://updates.example")
+    assert (temp_dir / "UpdaterData.vpak").read_bytes() == formats.updater_data("http://updates.example")
 
 
 @pytest.mark.parametrize(
@@ -64,11 +64,11 @@ def test_of_a_missing_slash_and_of_plain_http_is_warned(settings, place):
         ),
     ],
 )
-def test_a_url_that_cannot_work_is_refused_and_nothing_written(settings, place, url, rules):
+def test_a_url_that_cannot_work_is_refused_and_nothing_written(settings, temp_dir, url, rules):
     done = settings(url)
     assert done.code == 1
     assert done.refusals == [f"{url}: {rule}" for rule in rules]
-    assert list(place.iterdir()) == []
+    assert list(temp_dir.iterdir()) == []
 
 
 @pytest.mark.parametrize(

@@ -68,16 +68,16 @@ class Tree:
     def verify(self, *options: str) -> Published:
         return publish(self.build, "verify", "--server", self.server, *options)
 
-    def place(self, name: str) -> str:
+    def temp_dir(self, name: str) -> str:
         return windows_path(self.channel) + "\\" + name.replace("/", "\\")
 
     def findings(self, *pairs: tuple[str, str]) -> list[str]:
-        return sorted(f"{self.place(name)}: {rule}" for name, rule in pairs)
+        return sorted(f"{self.temp_dir(name)}: {rule}" for name, rule in pairs)
 
 
 @pytest.fixture
-def tree(build, place) -> Tree:
-    return Tree(build, place / "server")
+def tree(build, temp_dir) -> Tree:
+    return Tree(build, temp_dir / "server")
 
 
 def test_a_sound_tree_passes(tree):
@@ -86,7 +86,7 @@ def test_a_sound_tree_passes(tree):
     assert run.report["channels"] == [
         {
             "channel": "release",
-            "place": tree.place(""),
+            "place": tree.temp_dir(""),
             "version": "1.4.0.2",
             "directories": 2,
             "files": 3,
@@ -113,12 +113,12 @@ def test_every_channel_is_checked_that_exists(tree, build):
     assert (only.code, only.refusals) == (0, [])
 
 
-def test_a_folder_without_a_channel_is_refused(build, place):
-    (place / "updates" / "Release 2").mkdir(parents=True)
-    run = publish(build, "verify", "--server", place)
+def test_a_folder_without_a_channel_is_refused(build, temp_dir):
+    (temp_dir / "updates" / "Release 2").mkdir(parents=True)
+    run = publish(build, "verify", "--server", temp_dir)
     assert (run.code, run.report["channels"]) == (1, [])
-    assert run.refusals == [f"{windows_path(place)}: holds no channel"]
-    assert run.warnings == [f"{windows_path(place)}\\updates\\Release 2: is no channel"]
+    assert run.refusals == [f"{windows_path(temp_dir)}: holds no channel"]
+    assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: is no channel"]
 
 
 def test_a_redirect_in_the_folder_is_told(tree):
@@ -448,7 +448,7 @@ def test_characters_beyond_ascii_are_refused(tree):
     assert run.code == 1
     beyond = [text for text in run.refusals if "names are printable ASCII" in text]
     assert len(beyond) == 1
-    assert beyond[0].startswith(tree.place(MANIFEST))
+    assert beyond[0].startswith(tree.temp_dir(MANIFEST))
 
 
 @pytest.mark.parametrize(
@@ -488,8 +488,8 @@ def test_of_what_is_only_odd_is_warned(tree, damage, warnings):
 
 
 @pytest.fixture
-def nginx(tree, place):
-    server = NginxServer(place / "nginx", tree.server)
+def nginx(tree, temp_dir):
+    server = NginxServer(temp_dir / "nginx", tree.server)
     server.start()
     yield server
     server.stop()
@@ -527,8 +527,8 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
     assert fetched == {below + name.replace(" ", "%20") for name in names}
 
 
-def test_a_payload_that_nginx_sends_compressed_is_refused(tree, place):
-    server = NginxServer(place / "nginx", tree.server, "gzip_static always;")
+def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
+    server = NginxServer(temp_dir / "nginx", tree.server, "gzip_static always;")
     for path in [path for path in tree.channel.rglob("*") if path.is_file()]:
         if path.name == "read me.txt":
             path.with_name(path.name + ".gz").write_bytes(gzip.compress(path.read_bytes()))
@@ -605,10 +605,10 @@ def test_a_file_that_cannot_be_fetched_is_refused_with_the_launchers_message(
 def test_a_truncated_payload_is_refused(tree, scripted):
     spoiled(scripted, LEVEL, cut_after=1000)
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/{LEVEL}"
+    temp_dir = f"{scripted.url}updates/release/{LEVEL}"
     assert (run.code, run.warnings) == (1, [])
     # The Launcher takes what it got for the whole.
-    assert run.refusals == [f"{place}: has 1000 bytes instead of the 2304 listed"]
+    assert run.refusals == [f"{temp_dir}: has 1000 bytes instead of the 2304 listed"]
 
 
 def test_a_truncated_manifest_is_refused(tree, scripted):
@@ -616,11 +616,11 @@ def test_a_truncated_manifest_is_refused(tree, scripted):
     cut = manifest.index(b"level")
     spoiled(scripted, MANIFEST, cut_after=cut)
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/{MANIFEST}"
+    temp_dir = f"{scripted.url}updates/release/{MANIFEST}"
     assert run.code == 1
     assert run.refusals == [
-        f"{place}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
-        f"{place}: Invalid file-name at line 2: ''",
+        f"{temp_dir}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
+        f"{temp_dir}: Invalid file-name at line 2: ''",
     ]
 
 
@@ -630,9 +630,9 @@ def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripte
     body = scripted.answers["/updates/release/" + name.replace(" ", "%20")].body
     spoiled(scripted, name, length=str(len(body) + 1))
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/{name}"
+    temp_dir = f"{scripted.url}updates/release/{name}"
     rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 1}"
-    assert (run.code, run.refusals, run.warnings) == (1, [f"{place}: {rule}"], [])
+    assert (run.code, run.refusals, run.warnings) == (1, [f"{temp_dir}: {rule}"], [])
 
 
 def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripted):
@@ -662,25 +662,25 @@ def test_a_compressed_payload_is_refused(tree, scripted):
     body = gzip.compress(FILES["read me.txt"])
     scripted.serve(path, Answer(body, headers=("Content-Encoding: gzip",)))
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/read me.txt"
+    temp_dir = f"{scripted.url}updates/release/read me.txt"
     assert (run.code, run.warnings) == (1, [])
-    assert run.refusals == [f"{place}: has {len(body)} bytes instead of the 7 listed"]
+    assert run.refusals == [f"{temp_dir}: has {len(body)} bytes instead of the 7 listed"]
 
 
 def test_a_payload_of_other_content_is_refused(tree, scripted):
     scripted.serve("updates/release/read%20me.txt", b"Hullo.\n")
     run = verify_url(tree, scripted.url)
     other = formats.md5(b"Hullo.\n")
-    place = f"{scripted.url}updates/release/read me.txt"
-    assert (run.code, run.refusals) == (1, [f"{place}: {DIGEST.format(other, HASH)}"])
+    temp_dir = f"{scripted.url}updates/release/read me.txt"
+    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {DIGEST.format(other, HASH)}"])
 
 
 def test_a_channel_answers_by_its_updater_manifest_alone(tree, scripted):
     del scripted.answers["/updates/release/" + VERSION]
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/{VERSION}"
+    temp_dir = f"{scripted.url}updates/release/{VERSION}"
     message = FETCHES[VERSION].format("404 - no such file.")
-    assert (run.code, run.refusals) == (1, [f"{place}: {message}"])
+    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {message}"])
 
 
 def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
@@ -712,15 +712,15 @@ def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
 
 def test_the_executable_is_asked_for_by_its_name(tree, scripted):
     run = verify_url(tree, scripted.url, "--channel", "release", "--launcher", "Play.exe")
-    place = f"{scripted.url}updates/release/updater/Play.exe"
+    temp_dir = f"{scripted.url}updates/release/updater/Play.exe"
     message = "Failed to download new updater-exe 'Play.exe'. 404 - no such file."
-    assert (run.code, run.refusals) == (1, [f"{place}: {message}"])
+    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {message}"])
 
 
 def test_an_executable_of_another_version_is_refused_over_http(tree, scripted):
     scripted.serve("updates/release/" + UPDATER_MANIFEST, formats.updater_manifest(5))
     run = verify_url(tree, scripted.url)
-    place = f"{scripted.url}updates/release/{LAUNCHER}"
+    temp_dir = f"{scripted.url}updates/release/{LAUNCHER}"
     assert (run.code, run.refusals) == (
-        1, [f"{place}: is version 6, but updater.manifest offers 5"]
+        1, [f"{temp_dir}: is version 6, but updater.manifest offers 5"]
     )

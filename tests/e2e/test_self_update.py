@@ -205,7 +205,7 @@ def test_a_failed_write_is_rolled_back_then_the_dialog_then_the_log_entry(scene)
     offer_version_7(scene)
     executable = scene.folder.path(EXECUTABLE)
     set_windows_attributes(executable, HIDDEN_ATTRIBUTE | SYSTEM_ATTRIBUTE)
-    scene.folder.path("launcher.exe").symlink_to(scene.place / "missing" / "file")
+    scene.folder.path("launcher.exe").symlink_to(scene.temp_dir / "missing" / "file")
     seen = []
 
     def look() -> None:
