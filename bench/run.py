@@ -36,7 +36,7 @@ NATIVE = ROOT / "build/bench-native/native_bench"
 MEBIBYTE = 1 << 20
 SIZE_LIMIT = 1.5 * MEBIBYTE
 MEMORY_LIMIT = 16.0  # MiB above the largest file
-PATIENCE = 120.0  # seconds; for what takes no tenth of it
+TIMEOUT = 120.0  # seconds; for what takes no tenth of it
 
 
 @dataclasses.dataclass
@@ -295,7 +295,7 @@ class Bench:
                 VELMORANT_PLAYER_SECONDS="0",
                 VELMORANT_PLAYER_RECORD=windows_path(record),
             )
-            deadline = time.monotonic() + PATIENCE
+            deadline = time.monotonic() + TIMEOUT
             while not (record.exists() and record.read_bytes().endswith(b"\n\n")):
                 if time.monotonic() > deadline:
                     raise RuntimeError(f"{program} did not start the game")
@@ -395,7 +395,7 @@ class Bench:
         )
         _, status, usage = os.wait4(launcher.pid, 0)
         launcher.returncode = os.waitstatus_to_exitcode(status)
-        confirm.wait(PATIENCE)
+        confirm.wait(TIMEOUT)
         if launcher.returncode != 0 or (folder / "data/large.dat").stat().st_size != size:
             raise RuntimeError("the update did not end well")
         shutil.rmtree(folder)

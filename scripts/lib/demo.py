@@ -33,7 +33,7 @@ from publishing import command_line  # noqa: E402
 BUILD = Build(ROOT / "build/release")
 DEMO = ROOT / "build/demo"
 
-PATIENCE = 120.0  # seconds for one run; none takes a tenth of it
+TIMEOUT = 120.0  # seconds for one run; none takes a tenth of it
 
 PROGRESS_WINDOW_CLASS = "UpdaterWindow"
 GAME = "Velmorant Player.exe"
@@ -116,7 +116,7 @@ class Studio:
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
-            timeout=PATIENCE,
+            timeout=TIMEOUT,
         )
         for line in done.stdout.decode().splitlines():
             self.demo.tell("", line.replace(windows_path(DEMO) + "\\", ""))
@@ -272,7 +272,7 @@ class Demo:
     def _follow(
         self, watcher: Watcher, run: Run, folder: GameFolder, answers: dict[str, str]
     ) -> None:
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         windows: dict[int, dict] = {}
         while True:
             try:

@@ -22,7 +22,7 @@ PROJECT = pathlib.Path(__file__).resolve().parents[2]
 WINE = PROJECT / "scripts" / "wine"
 
 # Far more than any run takes: only a run that hangs meets it.
-DEADLINE = 120.0
+TIMEOUT = 120.0
 
 TERMINATED = 3
 EXIT_MINUS_ONE = 0xFFFFFFFF
@@ -146,7 +146,7 @@ class Run:
         answers: list[Press],
         environment: dict[str, str],
         windows_allowed: tuple[str, ...],
-        deadline: float = DEADLINE,
+        deadline: float = TIMEOUT,
     ) -> None:
         self.dialogs: list[Dialog] = []
         self.windows: list[dict] = []
@@ -216,7 +216,7 @@ class Run:
     def close(self) -> None:
         self._watcher.close()
 
-    def _take_event(self, what: str, pause: float = DEADLINE) -> None:
+    def _take_event(self, what: str, pause: float = TIMEOUT) -> None:
         """The next event, or after the pause none: conditions may change without an event."""
         left = self._deadline - time.monotonic()
         try:
@@ -341,7 +341,7 @@ class LauncherRun(Run):
         expected_exits: tuple[int, ...] = (0,),
         game_seconds: int = 0,
         environment: dict[str, str] | None = None,
-        deadline: float = DEADLINE,
+        deadline: float = TIMEOUT,
     ) -> None:
         """`expected_exits` are the exit codes of all Launchers of the run, one after the other."""
         self.folder = folder

@@ -9,7 +9,7 @@ import socket
 import subprocess
 import time
 
-PATIENCE = 120.0  # seconds; nothing takes a tenth of it
+TIMEOUT = 120.0  # seconds; nothing takes a tenth of it
 
 
 def die_with_parent() -> None:
@@ -70,7 +70,7 @@ http {{
             stdin=subprocess.DEVNULL,
             preexec_fn=die_with_parent,
         )
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while True:
             with socket.socket() as probe:
                 if probe.connect_ex(("127.0.0.1", self.port)) == 0:
@@ -92,7 +92,7 @@ http {{
         """Returns when all requests answered so far are logged: nginx, which is one process here,
         logs a request before it turns to the next, and this asks for one more."""
         if self.process is not None:
-            connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=PATIENCE)
+            connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=TIMEOUT)
             connection.request("GET", self.OWN_REQUEST, headers={"Connection": "close"})
             connection.getresponse().read()
             connection.close()

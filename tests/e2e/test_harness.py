@@ -176,7 +176,7 @@ def test_a_launcher_that_hangs_before_its_first_request_fails_the_run(
     scene, started_once, monkeypatch
 ):
     scene.install_launcher(scene.build.probe)
-    monkeypatch.setattr(driver, "DEADLINE", 5.0)
+    monkeypatch.setattr(driver, "TIMEOUT", 5.0)
     with pytest.raises(TimeoutError):
         scene.run(arguments=["wait"])
 

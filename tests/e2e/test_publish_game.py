@@ -17,7 +17,7 @@ import formats
 from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
 from driver import Watcher, ok, run_launcher
 from game_folder import GAME, STAGING, GameFolder, windows_path
-from nginx_server import PATIENCE, NginxServer
+from nginx_server import TIMEOUT, NginxServer
 from published import expected_channel, make_build, parents, tree_of
 from publishing import Published, command_line, publish
 
@@ -432,8 +432,8 @@ class Interrupted:
     def end(self, process: subprocess.Popen) -> None:
         """Wine has ended the process for good when it has let go of the lock, and so has the one
         that it may have left to swap the folders."""
-        process.wait(PATIENCE)
-        deadline = time.monotonic() + PATIENCE
+        process.wait(TIMEOUT)
+        deadline = time.monotonic() + TIMEOUT
         while (self.updates / ".release.lock").exists():
             assert time.monotonic() < deadline, "the lock stays"
             time.sleep(0.005)
@@ -492,7 +492,7 @@ def test_killed_at_any_change_it_leaves_one_version_whole(interrupted, seed):
 
 def test_killed_at_any_time_it_leaves_one_version_whole(interrupted):
     start = time.monotonic()
-    interrupted.kill_after(PATIENCE)
+    interrupted.kill_after(TIMEOUT)
     duration = time.monotonic() - start
     interrupted.check()
     moments = random.Random(7)
@@ -513,9 +513,9 @@ class HeldSwap:
         interrupted.restore()
         live = windows_path(interrupted.updates / "release")
         self.holder = Watcher(interrupted.build, ["hold", live, "read"], {})
-        assert self.holder.events.get(timeout=PATIENCE) == {"event": "held"}
+        assert self.holder.events.get(timeout=TIMEOUT) == {"event": "held"}
         self.first = interrupted.start()
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while not (swap := swap_process(interrupted.server)):
             assert time.monotonic() < deadline and self.first.poll() is None, "there is no swap"
             time.sleep(0.001)
@@ -523,7 +523,7 @@ class HeldSwap:
 
     def kill_first(self) -> None:
         self.first.kill()
-        self.first.wait(PATIENCE)
+        self.first.wait(TIMEOUT)
 
     def close(self) -> None:
         self.holder.close()
@@ -605,7 +605,7 @@ def test_a_live_folder_that_stays_in_use_is_refused_in_words(interrupted):
     live = windows_path(interrupted.updates / "release")
     holder = Watcher(interrupted.build, ["hold", live, "read"], {})
     try:
-        assert holder.events.get(timeout=PATIENCE) == {"event": "held"}
+        assert holder.events.get(timeout=TIMEOUT) == {"event": "held"}
         done = publish_build(interrupted.build, interrupted.new, interrupted.server, "1.0.0.1")
     finally:
         holder.close()

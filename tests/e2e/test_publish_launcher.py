@@ -9,7 +9,7 @@ import formats
 from dialogs import RESTART_REQUIRED
 from driver import Watcher, ok, run_launcher
 from game_folder import GAME, GameFolder, windows_path
-from nginx_server import PATIENCE, NginxServer
+from nginx_server import TIMEOUT, NginxServer
 from published import make_build, tree_of
 from publishing import Published, publish
 
@@ -102,7 +102,7 @@ def keep_open(build):
 
     def keep(path) -> None:
         holders.append(Watcher(build, ["hold", windows_path(path), "read"], {}))
-        assert holders[-1].events.get(timeout=PATIENCE) == {"event": "held"}
+        assert holders[-1].events.get(timeout=TIMEOUT) == {"event": "held"}
 
     yield keep
     for holder in holders:
