@@ -21,11 +21,11 @@ class Published:
 
     @property
     def refusals(self) -> list[str]:
-        return [f"{refusal['subject']}: {refusal['rule']}" for refusal in self.report["refusals"]]
+        return [f"{refusal['subject']}: {refusal['message']}" for refusal in self.report["refusals"]]
 
     @property
     def warnings(self) -> list[str]:
-        return [f"{warning['subject']}: {warning['rule']}" for warning in self.report["warnings"]]
+        return [f"{warning['subject']}: {warning['message']}" for warning in self.report["warnings"]]
 
 
 def command_line(program: pathlib.Path, *arguments: str | pathlib.Path) -> list[str]:

@@ -402,7 +402,7 @@ class Interrupted:
     def refusals(self) -> list[str]:
         """Those of a run that was not killed."""
         refusals = json.loads(self.output.read_bytes())["refusals"]
-        return [f"{refusal['subject']}: {refusal['rule']}" for refusal in refusals]
+        return [f"{refusal['subject']}: {refusal['message']}" for refusal in refusals]
 
     def kill_at_change(self, change: int | None) -> int:
         """Kills the tool when so many changes of the tree were seen. Returns how many were."""
@@ -673,7 +673,7 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
 
 def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
     """The first of all runs has nothing to lock while it judges its build. The other's result comes
-    into its temp_dir just then, after some attempts."""
+    into its place just then, after some attempts."""
     source = make_build(temp_dir / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
     other = make_build(temp_dir / "other", FILES)
     assert publish_build(build, other, temp_dir / "elsewhere", "1.0.0.0").code == 0

@@ -274,7 +274,7 @@ CASES = [
 
 @pytest.mark.parametrize(("lines", "message", "at"), CASES, ids=range(len(CASES)))
 def test_a_rejected_manifest_shows_the_readers_message_and_the_line(inspect, lines, message, at):
-    # Empty lines and stray carriage returns, which the reader does not see, count in the temp_dir.
+    # Empty lines and stray carriage returns, which the reader does not see, count in the location.
     text = "\r\n" + "\r\n\n".join(lines) + "\r\n"
     reader = "updater manifests" if lines[0].startswith("Velmorant") else "game manifests"
     if at is None:
