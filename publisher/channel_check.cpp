@@ -114,7 +114,7 @@ class ChannelCheck {
   void CheckVersion() {
     const auto bytes = Fetch(kVersionName, sdk::kVersionDownloadFailed, kNoGameUpdate);
     if (!bytes) return;
-    const auto judged = ParseVersion(*bytes);
+    const auto judged = ParseVersionFile(*bytes);
     if (const auto* error = std::get_if<ParseError>(&judged)) {
       return AddError(kVersionName, *error, kNoGameUpdate);
     }

@@ -108,7 +108,7 @@ class Inspection {
 
   void ShowVersion() {
     TellKind("game version");
-    const auto judged = ParseVersion(content_);
+    const auto judged = ParseVersionFile(content_);
     if (const auto* error = std::get_if<ParseError>(&judged)) {
       return Reject(*error, "game versions");
     }
@@ -135,7 +135,7 @@ class Inspection {
       return Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
     }
     WarnOfReader(std::get<ParseError>(ParseSettings(content_)), "settings archives");
-    WarnOfReader(std::get<ParseError>(ParseVersion(content_)), "game versions");
+    WarnOfReader(std::get<ParseError>(ParseVersionFile(content_)), "game versions");
   }
 
   void WarnOfReader(const ParseError& error, std::string_view reader) {

@@ -72,7 +72,7 @@ std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes) {
   });
 }
 
-std::variant<VersionFile, ParseError> ParseVersion(std::string_view bytes) {
+std::variant<VersionFile, ParseError> ParseVersionFile(std::string_view bytes) {
   return ParseArchive<VersionFile>(bytes, [](file::ArchiveReader& reader) {
     const sdk::VersionNumber version = sdk::ReadOfferedVersion(reader);
     // Of a block that is not there as a whole, the reader takes nothing but goes to the end.

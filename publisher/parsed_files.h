@@ -42,7 +42,7 @@ struct VersionFile {
 };
 
 [[nodiscard]] std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes);
-[[nodiscard]] std::variant<VersionFile, ParseError> ParseVersion(std::string_view bytes);
+[[nodiscard]] std::variant<VersionFile, ParseError> ParseVersionFile(std::string_view bytes);
 
 /// The version that the manifest offers, as a Launcher of any version reads it.
 [[nodiscard]] std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(std::string_view content);

@@ -51,7 +51,7 @@ TEST(ParsedFiles, AVersionThatBreaksOffIsNotComplete) {
   writer.WriteU32(1);
   const std::string head = writer.Bytes();
   const auto complete = [&head](std::size_t size) {
-    return std::get<VersionFile>(ParseVersion(head + std::string(size, '\1'))).complete;
+    return std::get<VersionFile>(ParseVersionFile(head + std::string(size, '\1'))).complete;
   };
   EXPECT_FALSE(complete(0));
   EXPECT_FALSE(complete(15));
