@@ -15,9 +15,9 @@
 
 #include "core/errors.h"
 #include "core/file_errors.h"
-#include "core/truncated_string.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
+#include "core/truncated_string.h"
 #include "core/unicode.h"
 
 namespace ve::file {

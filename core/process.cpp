@@ -7,9 +7,9 @@
 #include <array>
 #include <string>
 
-#include "core/truncated_string.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
+#include "core/truncated_string.h"
 #include "core/unicode.h"
 #include "core/windows_error.h"
 

@@ -2,9 +2,9 @@
 
 #include "core/windows.h"
 
-#include "core/truncated_string.h"
 #include "core/format.h"
 #include "core/message_sink.h"
+#include "core/truncated_string.h"
 #include "core/unicode.h"
 
 namespace ve {
@@ -52,16 +52,15 @@ std::wstring ReadProductString(std::wstring_view subkey, std::wstring_view name)
 
 bool WriteRegistryNumber(Hive hive, std::wstring_view subkey, std::wstring_view name,
                          std::uint32_t number) {
-  return RegSetKeyValueW(KeyOf(hive), WidePath(subkey).Get(), WidePath(name).Get(),
-                         REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
+  return RegSetKeyValueW(KeyOf(hive), WidePath(subkey).Get(), WidePath(name).Get(), REG_DWORD,
+                         &number, sizeof(number)) == ERROR_SUCCESS;
 }
 
 void WriteProductString(std::wstring_view subkey, std::wstring_view name, std::wstring_view text) {
   // Terminated, because Windows looks at the character behind the stated size.
   const std::wstring value(text);
-  RegSetKeyValueW(HKEY_CURRENT_USER, WidePath(ProductSubkey(subkey)).Get(),
-                  WidePath(name).Get(), REG_SZ, value.c_str(),
-                  static_cast<DWORD>(value.size() * sizeof(wchar_t)));
+  RegSetKeyValueW(HKEY_CURRENT_USER, WidePath(ProductSubkey(subkey)).Get(), WidePath(name).Get(),
+                  REG_SZ, value.c_str(), static_cast<DWORD>(value.size() * sizeof(wchar_t)));
 }
 
 }  // namespace ve

@@ -79,32 +79,34 @@ class Reader {
     const auto [other, isNew] = namesByKey_.emplace(FoldCase(name), name);
     if (!isNew) {
       diagnostics_.AddError(subject,
-                       Format("Windows takes it for the same as {}", ToUtf8(other->second)),
-                       "Rename one of them.");
+                            Format("Windows takes it for the same as {}", ToUtf8(other->second)),
+                            "Rename one of them.");
     }
     if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
       diagnostics_.AddError(subject, "it is a link, and the Launcher installs files only",
-                       "Put what it leads to in its place.");
+                            "Put what it leads to in its place.");
     }
     if ((entry.attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
-      diagnostics_.AddWarning(subject, "it is hidden or a system file; players get it like any other",
-                     "Leave it out of the build unless that is meant.");
+      diagnostics_.AddWarning(subject,
+                              "it is hidden or a system file; players get it like any other",
+                              "Leave it out of the build unless that is meant.");
     }
   }
 
   void TakeFile(const std::wstring& name, const std::wstring& path) {
     const std::optional<SizeAndTime> found = QuerySizeAndTime(path);
     if (!found) {
-      diagnostics_.AddError(ToUtf8(name), "it cannot be read", "Let nobody change the build meanwhile.");
+      diagnostics_.AddError(ToUtf8(name), "it cannot be read",
+                            "Let nobody change the build meanwhile.");
       return;
     }
     if (found->size == 0) {
       diagnostics_.AddError(ToUtf8(name), "the Launcher takes no empty files",
-                       "Put something into it, or leave it out of the build.");
+                            "Put something into it, or leave it out of the build.");
     }
     if (found->size > kLargestFile) {
       diagnostics_.AddError(ToUtf8(name), "the Launcher takes no files of 4 GiB and more",
-                       "Split it into smaller ones.");
+                            "Split it into smaller ones.");
     }
     build_.files.push_back({name, found->size, found->written, {}});
   }
@@ -119,13 +121,13 @@ class Reader {
 void CheckContents(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
   if (build.files.empty()) {
     diagnostics.AddError(DisplayPath(source),
-                    "there is no file in it, and the Launcher takes no update without",
-                    "Name the folder of a build.");
+                         "there is no file in it, and the Launcher takes no update without",
+                         "Name the folder of a build.");
   }
   if (build.directories.empty()) {
     diagnostics.AddError(DisplayPath(source),
-                    "there is no folder in it, and the Launcher takes no update without",
-                    "Make one, for instance an empty folder Saved.");
+                         "there is no folder in it, and the Launcher takes no update without",
+                         "Make one, for instance an empty folder Saved.");
   }
 }
 
@@ -134,9 +136,10 @@ void WarnOfMissingGame(const BuildFolder& build, Diagnostics& diagnostics) {
   const bool isThere = std::any_of(build.files.begin(), build.files.end(),
                                    [&](const BuildFile& f) { return FoldCase(f.name) == game; });
   if (isThere || build.files.empty()) return;
-  diagnostics.AddWarning(ToUtf8(WithSlashes(kGameProgram)),
-                "the build has no such file, which is the game that the Launcher starts",
-                "Name the folder that holds bin, or publish the game's program in there too.");
+  diagnostics.AddWarning(
+      ToUtf8(WithSlashes(kGameProgram)),
+      "the build has no such file, which is the game that the Launcher starts",
+      "Name the folder that holds bin, or publish the game's program in there too.");
 }
 
 void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
@@ -187,7 +190,8 @@ BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launch
                             Diagnostics& diagnostics) {
   const DWORD attributes = GetFileAttributesW(source.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    diagnostics.AddError(DisplayPath(source), "there is no such folder", "Name the folder of a build.");
+    diagnostics.AddError(DisplayPath(source), "there is no such folder",
+                         "Name the folder of a build.");
     return {};
   }
   Reader reader(source, launcher, diagnostics);
@@ -200,12 +204,13 @@ BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launch
   return build;
 }
 
-void CheckUnchanged(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
+void CheckUnchanged(const std::wstring& source, const BuildFolder& build,
+                    Diagnostics& diagnostics) {
   for (const BuildFile& file : build.files) {
     const std::optional<SizeAndTime> now = QuerySizeAndTime(JoinPath(source, file.name));
     if (now && now->size == file.size && now->written == file.written) continue;
     diagnostics.AddError(ToUtf8(file.name), "it was changed while the build was published",
-                    "Publish again when the build is complete.");
+                         "Publish again when the build is complete.");
   }
 }
 
@@ -222,19 +227,22 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
     const std::string subject = ToUtf8(directory);
     if (!HoldsAnything(build, directory)) {
       if (isKept) continue;
-      diagnostics.AddWarning(subject, "the folder is empty: every update makes it and removes it again",
-                    "Put a file into it if the game needs it.");
+      diagnostics.AddWarning(subject,
+                             "the folder is empty: every update makes it and removes it again",
+                             "Put a file into it if the game needs it.");
     } else if (inRoot && isKept && HoldsFiles(build, directory)) {
-      diagnostics.AddWarning(subject,
-                    "the folder is the players' own: what a later version no longer has stays on "
-                    "their disks, and each update replaces what they changed in its files",
-                    "Publish there only what is meant to behave so.");
+      diagnostics.AddWarning(
+          subject,
+          "the folder is the players' own: what a later version no longer has stays on "
+          "their disks, and each update replaces what they changed in its files",
+          "Publish there only what is meant to behave so.");
     } else if (inRoot && !isKept && !sdk::KeepsNonEmptyDirectories()) {
-      diagnostics.AddWarning(subject,
-                    "the clean-up of this build of the Launcher cannot remove the folder, which "
-                    "ends every update abnormally, before its version is recorded",
-                    "Ship the Launcher whose clean-up walks on, which is made for such games, and "
-                    "publish with the tool beside it.");
+      diagnostics.AddWarning(
+          subject,
+          "the clean-up of this build of the Launcher cannot remove the folder, which "
+          "ends every update abnormally, before its version is recorded",
+          "Ship the Launcher whose clean-up walks on, which is made for such games, and "
+          "publish with the tool beside it.");
     }
   }
 }

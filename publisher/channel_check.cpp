@@ -19,9 +19,9 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/executable_version.h"
-#include "publisher/parsed_files.h"
 #include "publisher/manifest_check.h"
 #include "publisher/name_rules.h"
+#include "publisher/parsed_files.h"
 #include "publisher/paths.h"
 #include "publisher/payload_check.h"
 #include "publisher/server_layout.h"
@@ -99,7 +99,7 @@ class ChannelCheck {
   /// The error's message, word for word as a player's log has it.
   void AddError(std::wstring_view name, const ParseError& error, const char* effect) {
     AddError(name, error.message,
-           Format("So says the Launcher's reader, {}. {}", FormatLocation(error), effect));
+             Format("So says the Launcher's reader, {}. {}", FormatLocation(error), effect));
   }
 
   /// The file; or none, and then the message that a player's log has.
@@ -121,7 +121,7 @@ class ChannelCheck {
     const auto& version = std::get<VersionFile>(judged);
     if (!version.complete) {
       AddError(kVersionName, "the file ends before its version does",
-             "Launchers read what is missing as 0.0.0.0. Publish again.");
+               "Launchers read what is missing as 0.0.0.0. Publish again.");
     }
     WarnOfRest(kVersionName, version.archive.end, bytes->size());
     report_["version"] = VersionText(version.version);
@@ -131,8 +131,8 @@ class ChannelCheck {
   void WarnOfRest(std::wstring_view name, std::size_t end, std::size_t size) {
     if (end == size) return;
     diagnostics_.AddWarning(tree_.LocationOf(name),
-                   Format("{} bytes follow the record, from byte {} on", size - end, end),
-                   "Launchers do not read them; the file may be damaged.");
+                            Format("{} bytes follow the record, from byte {} on", size - end, end),
+                            "Launchers do not read them; the file may be damaged.");
   }
 
   void CheckGame() {
@@ -151,7 +151,8 @@ class ChannelCheck {
     report_["bytes"] = bytes;
     console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
                         manifest.directories.size(), FormatByteSize(bytes)));
-    CheckManifest(manifest, tree_.LocationOf(kManifestName), ToWide(options_.launcher), diagnostics_);
+    CheckManifest(manifest, tree_.LocationOf(kManifestName), ToWide(options_.launcher),
+                  diagnostics_);
     CheckPayload(tree_, manifest, console_, diagnostics_);
     if (!tree_.IsServed()) CheckUnlisted(manifest);
   }
@@ -187,13 +188,13 @@ class ChannelCheck {
     const auto listed = files.find(FoldCase(name));
     if (isDirectory || listed == files.end()) {
       return AddError(name, "lies in the tree, but is not listed",
-                    "No player gets it. Remove it, or publish again.");
+                      "No player gets it. Remove it, or publish again.");
     }
     std::wstring spelling = listed->second;
     std::replace(spelling.begin(), spelling.end(), L'\\', L'/');
     if (spelling == name) return;
     AddError(name, Format("is listed as '{}'", ToUtf8(listed->second)),
-           "Servers that tell case apart do not find it. Spell both alike.");
+             "Servers that tell case apart do not find it. Spell both alike.");
   }
 
   void CheckLauncher() {
@@ -229,7 +230,7 @@ class ChannelCheck {
     const auto judged = ParseSettings(*bytes);
     if (const auto* error = std::get_if<ParseError>(&judged)) {
       return AddError(kUpdaterSettingsName, *error,
-                    "Launchers install the file, and can update nothing from then on.");
+                      "Launchers install the file, and can update nothing from then on.");
     }
     const auto& settings = std::get<SettingsFile>(judged);
     WarnOfRest(kUpdaterSettingsName, settings.archive.end, bytes->size());
@@ -238,12 +239,13 @@ class ChannelCheck {
     console_.Say(Format("  settings: URL {}, channel {}", settings.url, settings.channel));
     if (ToWide(settings.channel) != channel_) {
       diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName),
-                     Format("names the channel {}", settings.channel),
-                     Format("It moves the players of {} there.", ToUtf8(channel_)));
+                              Format("names the channel {}", settings.channel),
+                              Format("It moves the players of {} there.", ToUtf8(channel_)));
     }
     if (tree_.IsServed() && settings.url != options_.tree.url) {
-      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName), Format("names the URL {}", settings.url),
-                     Format("It moves the players of {} there.", options_.tree.url));
+      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName),
+                              Format("names the URL {}", settings.url),
+                              Format("It moves the players of {} there.", options_.tree.url));
     }
   }
 
@@ -270,13 +272,13 @@ class ChannelCheck {
     });
     if (others.empty()) {
       return AddError(kUpdaterFolder, "holds no executable",
-                    "Launchers fetch their new version from here. Publish the Launcher again.");
+                      "Launchers fetch their new version from here. Publish the Launcher again.");
     }
     if (others.size() > 1) {
       for (const std::wstring& name : others) {
         AddError(name,
-               Format("is one of {} files where only the executable is expected", others.size()),
-               "Remove what is not the Launcher.");
+                 Format("is one of {} files where only the executable is expected", others.size()),
+                 "Remove what is not the Launcher.");
       }
       return;
     }
@@ -289,12 +291,12 @@ class ChannelCheck {
     const std::optional<std::uint32_t> version = ExecutableVersion(path);
     if (!version) {
       return AddError(name, "has no version resource",
-                    "It is no Launcher, or damaged. Publish the Launcher again.");
+                      "It is no Launcher, or damaged. Publish the Launcher again.");
     }
     if (!offered || *version == *offered) return;
     AddError(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
-           *version < *offered ? "Launchers would replace themselves at every start, for ever."
-                               : "Launchers of the offered version never fetch it.");
+             *version < *offered ? "Launchers would replace themselves at every start, for ever."
+                                 : "Launchers of the offered version never fetch it.");
   }
 
   const ChannelOptions& options_;

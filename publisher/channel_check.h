@@ -16,8 +16,8 @@ struct ChannelOptions {
   std::string launcher = "Launcher.exe";
 };
 
-/// Reads a channel as players' Launchers do. Adds what is wrong with it to the diagnostics, and what
-/// it holds to the report.
+/// Reads a channel as players' Launchers do. Adds what is wrong with it to the diagnostics, and
+/// what it holds to the report.
 void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
                   Diagnostics& diagnostics);
 

@@ -142,7 +142,8 @@ const std::wstring& PublishedFolder(const ChannelFolders& folders) {
 
 ChannelLock::ChannelLock(const ChannelFolders& folders) {
   if (IsLink(folders.live)) {
-    throw ChannelError({DisplayPath(folders.live), "the channel's folder is a link to another place",
+    throw ChannelError({DisplayPath(folders.live),
+                        "the channel's folder is a link to another place",
                         "Publish to that place, or make it a folder."});
   }
   file::MakeDirectories(folders.updates);

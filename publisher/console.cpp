@@ -29,8 +29,9 @@ void WriteFinding(std::string_view kind, const Diagnostic& diagnostic) {
 Json AsJson(const std::vector<Diagnostic>& diagnostics) {
   Json list = Json::array();
   for (const Diagnostic& diagnostic : diagnostics) {
-    list.push_back(
-        {{"subject", diagnostic.subject}, {"message", diagnostic.message}, {"hint", diagnostic.hint}});
+    list.push_back({{"subject", diagnostic.subject},
+                    {"message", diagnostic.message},
+                    {"hint", diagnostic.hint}});
   }
   return list;
 }

@@ -46,12 +46,14 @@ bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
 
 void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
   if (IsSameOrBelow(plan.source, plan.server) || IsSameOrBelow(plan.server, plan.source)) {
-    diagnostics.AddError(DisplayPath(plan.source), "the build and the server's folder lie in one another",
-                    "Publish from a folder apart from the server's.");
+    diagnostics.AddError(DisplayPath(plan.source),
+                         "the build and the server's folder lie in one another",
+                         "Publish from a folder apart from the server's.");
   }
 }
 
-std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text, Diagnostics& diagnostics) {
+std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text,
+                                                   Diagnostics& diagnostics) {
   const std::optional<sdk::VersionNumber> version = ParseVersion(text);
   if (!version) {
     diagnostics.AddError(text, "it is no version", "Write four numbers, such as 1.4.0.2.");
@@ -79,21 +81,23 @@ void CheckAgainstPublished(const sdk::VersionNumber& version,
         "not offered a lower one or the same again",
         VersionText(present));
     if (plan.force) {
-      diagnostics.AddWarning(VersionText(version), message, "Only players with an older version get it.");
+      diagnostics.AddWarning(VersionText(version), message,
+                             "Only players with an older version get it.");
     } else {
-      diagnostics.AddError(VersionText(version), message, "Publish a higher version, or use --force.");
+      diagnostics.AddError(VersionText(version), message,
+                           "Publish a higher version, or use --force.");
     }
   } catch (const VERuntimeError& error) {
     if (plan.force) return;
     diagnostics.AddError(DisplayPath(JoinPath(PublishedFolder(plan.folders), kVersionName)),
-                    Format("the version on the server cannot be read: {}", error.what()),
-                    "Use --force to publish in its place.");
+                         Format("the version on the server cannot be read: {}", error.what()),
+                         "Use --force to publish in its place.");
   }
 }
 
 /// Builds the channel's next state beside the live one.
 CopyStats MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
-                     Console& console) {
+                        Console& console) {
   const auto progress = [&console](const PayloadStep& step) {
     console.ShowProgress(step.work, step.filesDone, step.files, step.bytesDone, step.bytes);
   };
@@ -142,7 +146,7 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
              const ChannelLock& lock, Console& console, Diagnostics& diagnostics) {
   if (PublishedVersionFile(plan.folders) != publishedVersion) {
     diagnostics.AddError(options.channel, "another run has published to this channel meanwhile",
-                    "Look at what it has published, then publish again.");
+                         "Look at what it has published, then publish again.");
     return;
   }
   const ScopeFail cleanUp([&plan] { RemoveUnfinished(plan.folders); });

@@ -10,10 +10,10 @@
 #include "core/errors.h"
 #include "core/file_errors.h"
 #include "core/files.h"
-#include "core/truncated_string.h"
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/md5.h"
+#include "core/truncated_string.h"
 #include "publisher/paths.h"
 
 namespace ve::publish {
@@ -300,7 +300,8 @@ void ImaginedDisk::WalkInto(
     const std::wstring entryPath = Format(path.ends_with(L'\\') ? L"{}{}" : L"{}\\{}", path, name);
     const Entry& entry = *directory.entries.find(name)->second;
     const file::DirectoryEntry met{entryPath, entry.attributes, entry.reparseTag};
-    if (visit(met) == file::WalkAction::kRecurse && met.ShouldRecurse()) WalkInto(entry, entryPath, visit);
+    if (visit(met) == file::WalkAction::kRecurse && met.ShouldRecurse())
+      WalkInto(entry, entryPath, visit);
   }
 }
 

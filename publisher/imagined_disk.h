@@ -53,8 +53,9 @@ class ImaginedDisk {
   [[nodiscard]] DWORD TryRemove(std::wstring_view path);
   void Remove(std::wstring_view path);
   void Rename(std::wstring_view from, std::wstring_view to);
-  void WalkDirectory(std::wstring_view root,
-                     const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const;
+  void WalkDirectory(
+      std::wstring_view root,
+      const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const;
   void RemoveTree(std::wstring_view path);
 
   /// The directories made, and the entries removed, since the last call, in their order.

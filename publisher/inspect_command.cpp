@@ -88,9 +88,9 @@ class Inspection {
     Tell("file version", "fileVersion", fileVersion);
     if (archive.end == content_.size()) return;
     diagnostics_.AddWarning(DisplayPath(path_),
-                   Format("{} bytes follow the record, from byte {} on",
-                          content_.size() - archive.end, archive.end),
-                   "The Launcher does not read them; the file may be damaged.");
+                            Format("{} bytes follow the record, from byte {} on",
+                                   content_.size() - archive.end, archive.end),
+                            "The Launcher does not read them; the file may be damaged.");
   }
 
   void ShowSettings() {
@@ -117,7 +117,7 @@ class Inspection {
     Tell("version", "version", VersionText(version.version));
     if (!version.complete) {
       diagnostics_.AddWarning(DisplayPath(path_), "the file ends before its version does",
-                     "The Launcher reads what is missing as 0.0.0.0. Publish again.");
+                              "The Launcher reads what is missing as 0.0.0.0. Publish again.");
     }
   }
 

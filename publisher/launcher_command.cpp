@@ -44,7 +44,7 @@ std::optional<std::string> ReadInput(const std::string& option, const std::strin
   const DWORD attributes = GetFileAttributesW(absolute.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     diagnostics.AddError(DisplayPath(absolute), "there is no such file",
-                    Format("Name an existing file with {}.", option));
+                         Format("Name an existing file with {}.", option));
     return {};
   }
   return ReadWholeFile(absolute);
@@ -57,24 +57,27 @@ void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   for (const std::wstring_view taken : {kUpdaterManifestName, kUpdaterSettingsName}) {
     if (key == FoldCase(taken.substr(kUpdaterFolder.size() + 1))) {
       diagnostics.AddError(subject, "the server has a file of its own by this name",
-                      "Give the executable the name that it has on players' disks.");
+                           "Give the executable the name that it has on players' disks.");
     }
   }
 }
 
-void CheckExecutable(const std::string& path, const std::string& content, Diagnostics& diagnostics) {
+void CheckExecutable(const std::string& path, const std::string& content,
+                     Diagnostics& diagnostics) {
   const std::wstring absolute = ExtendedLengthPath(path);
   if (!IsExecutable(content)) {
-    diagnostics.AddError(DisplayPath(absolute), "it is no Windows program", "Name the Launcher's file.");
+    diagnostics.AddError(DisplayPath(absolute), "it is no Windows program",
+                         "Name the Launcher's file.");
     return;
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
   if (version == sdk::kOwnUpdaterVersion) return;
   const std::string found =
       version ? Format("its version is {}", *version) : std::string("it has no version resource");
-  diagnostics.AddError(DisplayPath(absolute),
-                  Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
-                  "Publish with the tool that was built together with this Launcher.");
+  diagnostics.AddError(
+      DisplayPath(absolute),
+      Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
+      "Publish with the tool that was built together with this Launcher.");
 }
 
 void CheckSettings(const Options& options, const std::string& content, Diagnostics& diagnostics) {
@@ -82,13 +85,14 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
   try {
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
     if (settings.channel == ToWide(options.channel)) return;
-    diagnostics.AddError(subject,
-                    Format("its channel is {}, and the Launcher would take its updates from there",
-                           ToUtf8(settings.channel)),
-                    Format("Make one for {} with publish settings.", options.channel));
+    diagnostics.AddError(
+        subject,
+        Format("its channel is {}, and the Launcher would take its updates from there",
+               ToUtf8(settings.channel)),
+        Format("Make one for {} with publish settings.", options.channel));
   } catch (const VERuntimeError& error) {
     diagnostics.AddError(subject, Format("the Launcher refuses it: {}", error.what()),
-                    "Make one with publish settings.");
+                         "Make one with publish settings.");
   }
 }
 
@@ -117,19 +121,21 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& 
   const std::optional<std::uint32_t> version = PublishedVersion(folder);
   if (!version) return;
   if (*version > sdk::kOwnUpdaterVersion) {
-    diagnostics.AddWarning(ToUtf8(parts.executableName),
-                  Format("the server had version {}: players who have that keep it, and their "
-                         "Launcher logs an error at every start",
-                         *version),
-                  "Publish a higher version soon.");
+    diagnostics.AddWarning(
+        ToUtf8(parts.executableName),
+        Format("the server had version {}: players who have that keep it, and their "
+               "Launcher logs an error at every start",
+               *version),
+        "Publish a higher version soon.");
   }
   const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
   if (*version == sdk::kOwnUpdaterVersion && executable && *executable != parts.executable) {
-    diagnostics.AddWarning(ToUtf8(parts.executableName),
-                  Format("the server had another file with the same version {}: players who have "
-                         "that version do not get this one",
-                         *version),
-                  "Build it with a higher version unless that is meant.");
+    diagnostics.AddWarning(
+        ToUtf8(parts.executableName),
+        Format("the server had another file with the same version {}: players who have "
+               "that version do not get this one",
+               *version),
+        "Build it with a higher version unless that is meant.");
   }
 }
 
@@ -138,10 +144,11 @@ void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Option
   const std::optional<std::string> before = Published(folder, kUpdaterSettingsName);
   if (!before || *before == parts.settings) return;
   const std::string url = ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url);
-  diagnostics.AddWarning(options.settings,
-                "the server had other settings: every player's Launcher takes these over and "
-                "restarts once",
-                Format("From then on it asks {}", url));
+  diagnostics.AddWarning(
+      options.settings,
+      "the server had other settings: every player's Launcher takes these over and "
+      "restarts once",
+      Format("From then on it asks {}", url));
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
@@ -155,9 +162,10 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostic
     const bool isKnown = key == FoldCase(manifest) || key == FoldCase(settings) ||
                          key == FoldCase(executable) || entry.path.ends_with(kBesideSuffix);
     if (!isKnown) {
-      diagnostics.AddWarning(DisplayPath(entry.path),
-                    "it is not replaced: a Launcher of this name still gets it as its update",
-                    "Remove it if no player's Launcher has this name.");
+      diagnostics.AddWarning(
+          DisplayPath(entry.path),
+          "it is not replaced: a Launcher of this name still gets it as its update",
+          "Remove it if no player's Launcher has this name.");
     }
     return file::WalkAction::kRecurse;
   });
@@ -211,8 +219,10 @@ void Write(const std::wstring& folder, const Parts& parts) {
   WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
-void Publish(const Options& options, const Parts& parts, Console& console, Diagnostics& diagnostics) {
-  const ChannelFolders folders = FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
+void Publish(const Options& options, const Parts& parts, Console& console,
+             Diagnostics& diagnostics) {
+  const ChannelFolders folders =
+      FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
   WarnOfPublished(folders.live, parts, options, diagnostics);
   Write(folders.live, parts);

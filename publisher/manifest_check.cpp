@@ -55,20 +55,20 @@ class ManifestCheck {
     const std::wstring_view parent = ParentOf(name);
     if (!parent.empty() && !onDisk_.contains(FoldCase(parent))) {
       AddError(listed_.contains(FoldCase(parent))
-                 ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
-                          ToUtf8(parent))
-                 : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
-                          ToUtf8(parent)),
-             "Every update fails before a file is fetched. List parents before their children.");
+                   ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
+                            ToUtf8(parent))
+                   : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
+                            ToUtf8(parent)),
+               "Every update fails before a file is fetched. List parents before their children.");
     }
     const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), SpellingOnDisk(name));
     if (!isNew) {
       diagnostics_.AddWarning(place_,
-                     known->second == SpellingOnDisk(name)
-                         ? Format("the directory '{}' is listed twice", ToUtf8(name))
-                         : Format("the directories '{}' and '{}' differ only in case",
-                                  ToUtf8(known->second), ToUtf8(name)),
-                     "Windows has room for one of them. List it once.");
+                              known->second == SpellingOnDisk(name)
+                                  ? Format("the directory '{}' is listed twice", ToUtf8(name))
+                                  : Format("the directories '{}' and '{}' differ only in case",
+                                           ToUtf8(known->second), ToUtf8(name)),
+                              "Windows has room for one of them. List it once.");
     }
   }
 
@@ -85,12 +85,12 @@ class ManifestCheck {
     CheckFolder(entry);
     if (!IsLowercaseHexadecimal(entry.digest)) {
       AddError(Format("'{}' has the digest '{}', which is not in lowercase hexadecimal digits",
-                    ToUtf8(entry.name), entry.digest),
-             "It never counts as current and is downloaded by every update. Publish again.");
+                      ToUtf8(entry.name), entry.digest),
+               "It never counts as current and is downloaded by every update. Publish again.");
     }
     if (entry.size > std::numeric_limits<std::uint32_t>::max()) {
       AddError(Format("'{}' has {} bytes", ToUtf8(entry.name), entry.size),
-             "The Launcher downloads files below 4 GiB only. Split it.");
+               "The Launcher downloads files below 4 GiB only. Split it.");
     }
   }
 
@@ -99,13 +99,13 @@ class ManifestCheck {
     const auto [known, isNew] = files_.try_emplace(folded, entry.name);
     if (!isNew) {
       AddError(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
-                                         : Format("'{}' and '{}' differ only in case",
-                                                  ToUtf8(known->second), ToUtf8(entry.name)),
-             "One replaces the other with every update. List it once.");
+                                           : Format("'{}' and '{}' differ only in case",
+                                                    ToUtf8(known->second), ToUtf8(entry.name)),
+               "One replaces the other with every update. List it once.");
     }
     if (listed_.contains(folded)) {
       AddError(Format("'{}' is listed as a directory and as a file", ToUtf8(entry.name)),
-             "Every update ends abnormally there. Rename one of them.");
+               "Every update ends abnormally there. Rename one of them.");
     }
     const std::wstring_view directory = ParentOf(entry.name);
     if (directory.empty()) return;
@@ -118,24 +118,24 @@ class ManifestCheck {
                              return left == right || (left == L'\\' && right == L'/');
                            })) {
       AddError(Format("'{}' spells the directory '{}' differently", ToUtf8(entry.name),
-                    ToUtf8(onDisk->second)),
-             "The clean-up deletes it right after it was installed. Spell both alike.");
+                      ToUtf8(onDisk->second)),
+               "The clean-up deletes it right after it was installed. Spell both alike.");
     }
   }
 
   void CheckFolder(const sdk::FileEntry& entry) {
     if (entry.name.find(L'\\') != std::wstring::npos) {
       AddError(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
-             "The clean-up deletes it right after it was installed. Write '/'.");
+               "The clean-up deletes it right after it was installed. Write '/'.");
     }
     const std::wstring key = FoldCase(entry.name);
     if (key.starts_with(FoldCase(sdk::kStagingFolder))) {
       AddError(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
-             "It is deleted at the end of every update. Move it elsewhere.");
+               "It is deleted at the end of every update. Move it elsewhere.");
     }
     if (key.starts_with(FoldCase(Format(L"{}/", kUpdaterFolder)))) {
       AddError(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
-             "One of them hides the other. Rename it.");
+               "One of them hides the other. Rename it.");
     }
   }
 
@@ -143,8 +143,8 @@ class ManifestCheck {
     for (const auto& [folded, use] : unlistedDirectories_) {
       const auto& [first, count] = use;
       AddError(Format("the directory '{}' is not listed, but {} of the files are in it",
-                    ToUtf8(ParentOf(first)), count),
-             "Every update that fetches one of them ends abnormally. List the directory.");
+                      ToUtf8(ParentOf(first)), count),
+               "Every update that fetches one of them ends abnormally. List the directory.");
     }
   }
 

@@ -10,8 +10,8 @@
 namespace ve::publish {
 
 /// Refuses every name that no build may have (name_rules.h): a manifest may have been made by other
-/// means. `place` is the manifest's, for the diagnostics; `launcher` is the name of the Launcher's own
-/// file.
+/// means. `place` is the manifest's, for the diagnostics; `launcher` is the name of the Launcher's
+/// own file.
 void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
                       std::wstring_view launcher, Diagnostics& diagnostics);
 

@@ -49,10 +49,11 @@ bool IsDevice(std::wstring_view part) {
 void CheckPart(std::wstring_view part, const std::string& subject, Diagnostics& diagnostics) {
   if (part.ends_with(L'.') || part.ends_with(L' ')) {
     diagnostics.AddError(subject, "Windows drops dots and blanks at the end of a name",
-                    "Rename it without.");
+                         "Rename it without.");
   }
   if (IsDevice(part)) {
-    diagnostics.AddError(subject, Format("Windows takes '{}' for a device", ToUtf8(part)), "Rename it.");
+    diagnostics.AddError(subject, Format("Windows takes '{}' for a device", ToUtf8(part)),
+                         "Rename it.");
   }
 }
 
@@ -66,11 +67,12 @@ void CheckLength(std::wstring_view name, NameKind kind, const std::string& subje
                  Diagnostics& diagnostics) {
   const std::size_t length = StagedLength(name, kind);
   if (length <= kLongestPath) return;
-  diagnostics.AddError(subject,
-                  Format("in the staging folder its path has {} characters, and the Launcher opens "
-                         "none of more than {}",
-                         length, kLongestPath),
-                  Format("Shorten it by {}.", length - kLongestPath));
+  diagnostics.AddError(
+      subject,
+      Format("in the staging folder its path has {} characters, and the Launcher opens "
+             "none of more than {}",
+             length, kLongestPath),
+      Format("Shorten it by {}.", length - kLongestPath));
 }
 
 /// "INTERMEDIATE/UPDATE".
@@ -88,29 +90,30 @@ void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launche
   const bool blocksStaging = kind == NameKind::kFile && staging.starts_with(key + L'/');
   if (key == staging || blocksStaging) {
     diagnostics.AddError(subject, "the Launcher stages updates in Intermediate\\Update",
-                    "Leave it out of the build.");
+                         "Leave it out of the build.");
   }
   if (key == FoldCase(kVersionName) || key == FoldCase(kManifestName)) {
     diagnostics.AddError(subject, "the server has a file of its own by this name", "Rename it.");
   }
   if (key == FoldCase(kUpdaterFolder)) {
     diagnostics.AddError(subject,
-                    "the folder is the Launcher's own, on the server and on a player's disk",
-                    "Leave it out of the build; publish launcher fills it.");
+                         "the folder is the Launcher's own, on the server and on a player's disk",
+                         "Leave it out of the build; publish launcher fills it.");
   }
   if (key == FoldCase(launcher)) {
     diagnostics.AddError(subject, "the Launcher cannot replace itself while it runs",
-                    "Leave it out of the build; it is published by publish launcher.");
+                         "Leave it out of the build; it is published by publish launcher.");
   }
   if (key == FoldCase(sdk::kParkedExecutable)) {
     diagnostics.AddError(subject, "the Launcher deletes this file at every start",
-                    "Leave it out of the build, or rename it.");
+                         "Leave it out of the build, or rename it.");
   }
   if (key.ends_with(FoldCase(kBesideSuffix))) {
-    diagnostics.AddError(subject,
-                    Format("names ending in {} are this tool's own, for files that it is writing",
-                           ToUtf8(kBesideSuffix)),
-                    "Rename it.");
+    diagnostics.AddError(
+        subject,
+        Format("names ending in {} are this tool's own, for files that it is writing",
+               ToUtf8(kBesideSuffix)),
+        "Rename it.");
   }
 }
 
@@ -119,25 +122,27 @@ void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launche
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics) {
   if (!std::all_of(name.begin(), name.end(), IsPrintableAscii)) {
     diagnostics.AddError(subject, "names are printable ASCII: the Launcher decodes no others",
-                    "Rename it.");
+                         "Rename it.");
   }
   if (HasAnyOf(name, L"'")) {
     diagnostics.AddError(subject, "a single quote ends the name in the manifest", "Rename it.");
   }
   if (HasAnyOf(name, kAddressCharacters)) {
-    diagnostics.AddError(subject,
-                    "the Launcher appends names to addresses as they stand, where %, # and ? have "
-                    "meanings of their own",
-                    "Rename it.");
+    diagnostics.AddError(
+        subject,
+        "the Launcher appends names to addresses as they stand, where %, # and ? have "
+        "meanings of their own",
+        "Rename it.");
   }
   if (HasAnyOf(name, kForbiddenOnWindows)) {
     diagnostics.AddError(subject, "Windows allows none of \" * : < > | \\ in a name", "Rename it.");
   }
   if (HasAnyOf(name, kDoubtfulCharacters)) {
-    diagnostics.AddWarning(subject,
-                  "the Launcher appends names to addresses as they stand, and not every server "
-                  "takes + [ ] { } ^ ` there",
-                  "Try it with your server, or rename it.");
+    diagnostics.AddWarning(
+        subject,
+        "the Launcher appends names to addresses as they stand, and not every server "
+        "takes + [ ] { } ^ ` there",
+        "Try it with your server, or rename it.");
   }
 }
 

@@ -32,7 +32,7 @@ std::variant<Content, ParseError> ParseArchive(std::string_view bytes, const Rea
 /// Where a line of the text begins in the content that the text was made from by removing the
 /// carriage returns: behind as many line feeds.
 ParseError InManifest(std::string message, std::string_view content, std::string_view text,
-                     std::string_view line) {
+                      std::string_view line) {
   const char* const lineBegin = line.data();
   const auto lineFeeds = static_cast<std::size_t>(std::count(text.data(), lineBegin, '\n'));
   if (lineBegin == text.data() + text.size()) {
@@ -47,7 +47,7 @@ ParseError InManifest(std::string message, std::string_view content, std::string
 
 template <class Content, class Read>
 std::variant<Content, ParseError> ParseManifest(std::string_view content, std::string& text,
-                                               const Read& read) {
+                                                const Read& read) {
   text = content;
   std::string_view judged;
   try {
@@ -90,7 +90,7 @@ std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(std::string_view co
 }
 
 std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(std::string_view content,
-                                                                   std::string& text) {
+                                                                    std::string& text) {
   return ParseManifest<sdk::GameUpdateManifest>(content, text, sdk::ReadGameUpdateManifest);
 }
 

@@ -45,7 +45,8 @@ struct VersionFile {
 [[nodiscard]] std::variant<VersionFile, ParseError> ParseVersionFile(std::string_view bytes);
 
 /// The version that the manifest offers, as a Launcher of any version reads it.
-[[nodiscard]] std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(std::string_view content);
+[[nodiscard]] std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(
+    std::string_view content);
 
 /// `text` becomes the content that the manifest's views point into.
 [[nodiscard]] std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(

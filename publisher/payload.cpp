@@ -85,8 +85,8 @@ std::vector<bool> DigestBuild(const std::wstring& source, const std::wstring& pu
 }
 
 CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
-                    const BuildFolder& build, const std::vector<bool>& isPublished,
-                    const std::wstring& next, const PayloadProgress& progress) {
+                       const BuildFolder& build, const std::vector<bool>& isPublished,
+                       const std::wstring& next, const PayloadProgress& progress) {
   for (const std::wstring& directory : build.directories) {
     file::MakeDirectory(JoinPath(next, directory));
   }

@@ -32,8 +32,8 @@ struct CopyStats {
 /// Makes the build's directories and files in `next`: those that are published already by a link to
 /// the published file, which takes no room and keeps its time.
 [[nodiscard]] CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
-                                  const BuildFolder& build, const std::vector<bool>& isPublished,
-                                  const std::wstring& next, const PayloadProgress& progress);
+                                     const BuildFolder& build, const std::vector<bool>& isPublished,
+                                     const std::wstring& next, const PayloadProgress& progress);
 
 /// Takes the Launcher's own update over from the published state, if it has one.
 void PlaceLauncher(const std::wstring& published, const std::wstring& next);

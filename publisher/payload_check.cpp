@@ -75,7 +75,8 @@ class PayloadCheck {
 
   /// In the order of the manifest.
   void Tell(Diagnostics& diagnostics) {
-    for (auto& [index, diagnostic] : diagnostics_) diagnostics.refusals.push_back(std::move(diagnostic));
+    for (auto& [index, diagnostic] : diagnostics_)
+      diagnostics.refusals.push_back(std::move(diagnostic));
   }
 
  private:
@@ -89,7 +90,7 @@ class PayloadCheck {
     DownloadResult download = tree_.Fetch(entry.name, length);
     if (!download.Succeeded()) {
       return Diagnostic{place, Format(sdk::kFileDownloadFailed, place, ToUtf8(download.Error())),
-                     "Every update that needs the file ends abnormally, without a log entry."};
+                        "Every update that needs the file ends abnormally, without a log entry."};
     }
     FileFacts facts{download.Body().size(), {}};
     if (facts.size == entry.size) facts.digest = Md5Hex(download.Body());
@@ -104,19 +105,20 @@ class PayloadCheck {
     if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE ||
         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
       return Diagnostic{tree_.LocationOf(entry.name), "is listed, but there is no such file",
-                     "Every update that needs the file ends abnormally. Publish again."};
+                        "Every update that needs the file ends abnormally. Publish again."};
     }
     FileFacts facts{(std::uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow, {}};
     try {
       if (facts.size == entry.size) facts.digest = DigestOf(path).md5;
     } catch (const std::system_error& error) {
-      return Diagnostic{tree_.LocationOf(entry.name), Format("cannot be read: {}", error.what()), ""};
+      return Diagnostic{tree_.LocationOf(entry.name), Format("cannot be read: {}", error.what()),
+                        ""};
     }
     return Judge(entry, facts);
   }
 
   [[nodiscard]] std::optional<Diagnostic> Judge(const sdk::FileEntry& entry,
-                                             const FileFacts& facts) const {
+                                                const FileFacts& facts) const {
     std::string difference = Difference(entry, facts);
     if (difference.empty()) return {};
     return Diagnostic{tree_.LocationOf(entry.name), std::move(difference), kBadFile};

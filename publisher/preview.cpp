@@ -42,7 +42,8 @@ std::wstring_view NamePart(std::wstring_view path) {
 
 class SimulatedRun {
  public:
-  SimulatedRun(const PreviewOptions& options, Diagnostics& diagnostics, const PreviewProgress& progress)
+  SimulatedRun(const PreviewOptions& options, Diagnostics& diagnostics,
+               const PreviewProgress& progress)
       : options_(options),
         diagnostics_(diagnostics),
         progress_(progress),
@@ -52,8 +53,9 @@ class SimulatedRun {
 
   PreviewPlan Tell() {
     for (const std::wstring& link : disk_.Links()) {
-      diagnostics_.AddWarning(ToUtf8(link), "a link to a directory: what lies behind it was not looked at",
-                     "Preview an installation without links.");
+      diagnostics_.AddWarning(ToUtf8(link),
+                              "a link to a directory: what lies behind it was not looked at",
+                              "Preview an installation without links.");
     }
     if (RunsOnToTheGame()) StartGame();
     if (server_) plan_.requests = server_->TakeRequests();
@@ -145,9 +147,8 @@ class SimulatedRun {
     try {
       UpdateGame();
     } catch (const std::exception& error) {
-      plan_.gameUpdate = plan_.gameUpdate == GameUpdate::kNotReached
-                                 ? GameUpdate::kCheckFailed
-                                 : GameUpdate::kUpdateRefused;
+      plan_.gameUpdate = plan_.gameUpdate == GameUpdate::kNotReached ? GameUpdate::kCheckFailed
+                                                                     : GameUpdate::kUpdateRefused;
       Log(sdk::GameUpdateLogPrefix(server_->UpdatesUrl()), error.what());
     }
     return plan_.gameUpdate != GameUpdate::kEnded;
@@ -287,8 +288,9 @@ class SimulatedRun {
     static_cast<void>(
         sdk::DownloadGameFile(url, [&payload](std::wstring_view) { return payload.result; }));
     if (payload.size != entry.size) {
-      diagnostics_.AddWarning(ToUtf8(entry.name), "the server's file has another size than the listed one",
-                     "Players would get it, and get it again with each update: publish again.");
+      diagnostics_.AddWarning(
+          ToUtf8(entry.name), "the server's file has another size than the listed one",
+          "Players would get it, and get it again with each update: publish again.");
     }
     plan_.downloaded.push_back({entry.name, payload.size});
     disk_.SaveFile(stagingPath, std::move(payload.content));
@@ -363,7 +365,7 @@ class SimulatedRun {
 }  // namespace
 
 PreviewPlan PlanUpdate(const PreviewOptions& options, Diagnostics& diagnostics,
-                     const PreviewProgress& progress) {
+                       const PreviewProgress& progress) {
   return SimulatedRun(options, diagnostics, progress).Tell();
 }
 

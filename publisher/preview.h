@@ -91,6 +91,6 @@ using PreviewProgress = std::function<void(std::uint64_t filesDone, std::uint64_
 /// Previews a run in the current directory, and warns of what makes the plan doubtful and of
 /// what players would not like.
 [[nodiscard]] PreviewPlan PlanUpdate(const PreviewOptions& options, Diagnostics& diagnostics,
-                                   const PreviewProgress& progress);
+                                     const PreviewProgress& progress);
 
 }  // namespace ve::publish

@@ -31,22 +31,23 @@ struct Options {
 std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& diagnostics) {
   if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
   diagnostics.AddWarning(DisplayPath(path), "it has no version resource",
-                Format("It was taken for version {}, as which this tool was built.",
-                       sdk::OwnLauncherVersion()));
+                         Format("It was taken for version {}, as which this tool was built.",
+                                sdk::OwnLauncherVersion()));
   return sdk::OwnLauncherVersion();
 }
 
 void CheckInput(const Options& options, const std::wstring& installed, Diagnostics& diagnostics) {
   if (!file::Exists(installed)) {
     diagnostics.AddError(DisplayPath(installed), "there is no such folder",
-                    "Name the game's root, which holds the Launcher, with --installed.");
+                         "Name the game's root, which holds the Launcher, with --installed.");
   } else if (!file::Exists(JoinPath(installed, ToWide(options.launcher)))) {
     diagnostics.AddError(DisplayPath(JoinPath(installed, ToWide(options.launcher))),
-                    "there is no such Launcher", "Name it as it is started with --launcher.");
+                         "there is no such Launcher", "Name it as it is started with --launcher.");
   }
   if (options.tree.url.empty() && !file::Exists(ExtendedLengthPath(options.tree.server))) {
-    diagnostics.AddError(DisplayPath(ExtendedLengthPath(options.tree.server)), "there is no such folder",
-                    "Name the folder that is served with --server.");
+    diagnostics.AddError(DisplayPath(ExtendedLengthPath(options.tree.server)),
+                         "there is no such folder",
+                         "Name the folder that is served with --server.");
   }
 }
 
@@ -120,8 +121,7 @@ void PrintGameUpdate(const PreviewPlan& plan, Console& console) {
       break;
   }
   console.Say(Format("Game: the update from {} to {} is offered; if the player wants it:",
-                     VersionWords(plan.installedVersion),
-                     VersionWords(plan.offeredVersion)));
+                     VersionWords(plan.installedVersion), VersionWords(plan.offeredVersion)));
   PrintAll(console, "makes the directory", plan.stagingDirectories);
   if (plan.gameUpdate == GameUpdate::kUpdateRefused) {
     return console.Say("  it fails before the first file (see the log)");
@@ -131,7 +131,7 @@ void PrintGameUpdate(const PreviewPlan& plan, Console& console) {
     return console.Say(Format("  THE RUN STOPS {}", plan.stop));
   }
   console.Say(plan.stagingRemoved ? "  removes the staging folder"
-                                      : "  cannot remove all of the staging folder and leaves it");
+                                  : "  cannot remove all of the staging folder and leaves it");
   console.Say("  records the new version");
 }
 
@@ -141,8 +141,8 @@ void PrintEnd(const PreviewPlan& plan, Console& console) {
   }
   for (const std::string& entry : plan.log) console.Say(Format("Log: {}", entry));
   if (!plan.stop.empty()) {
-    console.Say(Format("Abnormal end: no word to the player, no log entry; exit code {}",
-                       plan.exitCode));
+    console.Say(
+        Format("Abnormal end: no word to the player, no log entry; exit code {}", plan.exitCode));
   }
   if (Restarts(plan.selfUpdate)) return console.Say("The Launcher is started anew");
   console.Say(plan.gameStarted ? "The game is started" : "The game is not started");
@@ -152,8 +152,8 @@ void PrintPlan(const PreviewPlan& plan, std::uint32_t ownVersion, Console& conso
   if (plan.url.empty()) {
     console.Say("Settings: refused (see the log)");
   } else {
-    console.Say(Format("Settings: {}, channel {}; asks {}", plan.url, plan.channel,
-                       plan.updatesUrl));
+    console.Say(
+        Format("Settings: {}, channel {}; asks {}", plan.url, plan.channel, plan.updatesUrl));
   }
   PrintSelfUpdate(plan, ownVersion, console);
   PrintGameUpdate(plan, console);
@@ -256,11 +256,12 @@ Json AsJson(const PreviewPlan& plan, std::uint32_t ownVersion) {
 void WarnOfTheOutcome(const Options& options, const PreviewPlan& plan, Diagnostics& diagnostics) {
   if (!plan.stop.empty()) {
     diagnostics.AddWarning("the run", "it would end abnormally " + plan.stop,
-                  "The same update is offered again by the next run.");
+                           "The same update is offered again by the next run.");
   }
   if (!options.tree.url.empty() && !options.fetch && !plan.downloaded.empty()) {
-    diagnostics.AddWarning(options.tree.url, "it was not checked that the game's files can be had",
-                  "Add --fetch to download them, or name the served folder with --server.");
+    diagnostics.AddWarning(
+        options.tree.url, "it was not checked that the game's files can be had",
+        "Add --fetch to download them, or name the served folder with --server.");
   }
 }
 
@@ -273,7 +274,8 @@ int Run(const Options& options, Console& console) {
   PreviewOptions preview;
   preview.tree = options.tree;
   // The current directory is about to change.
-  if (options.tree.url.empty()) preview.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
+  if (options.tree.url.empty())
+    preview.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
   preview.fetch = options.fetch;
   preview.launcher = ToWide(options.launcher);
   preview.ownVersion = InstalledLauncherVersion(JoinPath(installed, preview.launcher), diagnostics);
@@ -284,10 +286,10 @@ int Run(const Options& options, Console& console) {
   }
   const PreviewPlan plan =
       PlanUpdate(preview, diagnostics,
-                  [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
-                             std::uint64_t bytes) {
-                    console.ShowProgress("looked at", filesDone, files, bytesDone, bytes);
-                  });
+                 [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
+                            std::uint64_t bytes) {
+                   console.ShowProgress("looked at", filesDone, files, bytesDone, bytes);
+                 });
   console.EndProgress();
   WarnOfTheOutcome(options, plan, diagnostics);
   PrintPlan(plan, preview.ownVersion, console);

@@ -46,20 +46,23 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
   if (tree_.IsServed()) {
     updatesUrl_ = tree_.UpdatesUrl();
     if (baseUrl != configuredUrl) {
-      diagnostics.AddWarning(ToUtf8(configuredUrl), "the installation's own settings name another server",
-                    Format("The run was previewed as if they named {}.", options.url));
+      diagnostics.AddWarning(ToUtf8(configuredUrl),
+                             "the installation's own settings name another server",
+                             Format("The run was previewed as if they named {}.", options.url));
     }
     return;
   }
   updatesUrl_ = Format(L"{}{}/", configuredUrl, ChannelName(channel));
   const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
   if (IsFile(redirect)) {
-    diagnostics.AddWarning(DisplayPath(redirect), "players are sent to the server that this file names",
-                  "The run was previewed as if the folder were that server; see it with --url.");
+    diagnostics.AddWarning(
+        DisplayPath(redirect), "players are sent to the server that this file names",
+        "The run was previewed as if the folder were that server; see it with --url.");
   }
   if (!file::Exists(tree_.Folder())) {
-    diagnostics.AddWarning(DisplayPath(tree_.Folder()), "the folder has nothing for the installed channel",
-                  "Publish to it, or name the folder that holds \"updates\".");
+    diagnostics.AddWarning(DisplayPath(tree_.Folder()),
+                           "the folder has nothing for the installed channel",
+                           "Publish to it, or name the folder that holds \"updates\".");
   }
 }
 

@@ -52,7 +52,8 @@ DownloadResult PublishedTree::Fetch(std::wstring_view name, Diagnostics& diagnos
 }
 
 std::string PublishedTree::LocationOf(std::wstring_view name) const {
-  return IsServed() ? ToUtf8(Format(L"{}{}", updatesUrl_, name)) : DisplayPath(JoinPath(folder_, name));
+  return IsServed() ? ToUtf8(Format(L"{}{}", updatesUrl_, name))
+                    : DisplayPath(JoinPath(folder_, name));
 }
 
 }  // namespace ve::publish

@@ -24,19 +24,20 @@ bool StandsInUrls(char c) { return c > ' ' && c <= '~'; }
 void CheckUrl(const std::string& url, Diagnostics& diagnostics) {
   if (!url.starts_with("http://") && !url.starts_with("https://")) {
     diagnostics.AddError(url, "the Launcher asks servers over http and https only",
-                    "Begin the URL with https://.");
+                         "Begin the URL with https://.");
   }
   if (!std::all_of(url.begin(), url.end(), StandsInUrls)) {
     diagnostics.AddError(url, "a URL holds neither blanks nor characters beyond ASCII",
-                    "Encode them, a blank as %20.");
+                         "Encode them, a blank as %20.");
   }
   if (!url.ends_with('/')) {
-    diagnostics.AddWarning(url, "without a slash at its end, \"updates\" is glued to the URL's last word",
-                  Format("Write {}/ unless that is meant.", url));
+    diagnostics.AddWarning(
+        url, "without a slash at its end, \"updates\" is glued to the URL's last word",
+        Format("Write {}/ unless that is meant.", url));
   }
   if (!url.starts_with("https://")) {
     diagnostics.AddWarning(url, "without https anybody on the way can replace the game's files",
-                  "Serve over https.");
+                           "Serve over https.");
   }
 }
 
@@ -56,7 +57,8 @@ int Run(const Options& options, Console& console) {
   if (!diagnostics.Refused()) {
     file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
     WriteFileAtomically(output, SettingsArchive(options));
-    console.Say(Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
+    console.Say(
+        Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
   }
   console.Report() = {
       {"file", DisplayPath(output)}, {"url", options.url}, {"channel", options.channel}};

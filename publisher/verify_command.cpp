@@ -39,14 +39,15 @@ std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Diagnosti
       if (IsChannel(name) && entry.IsDirectory()) {
         channels.push_back(name);
       } else {
-        diagnostics.AddWarning(DisplayPath(entry.path), "is no channel", "No Launcher ever asks for it.");
+        diagnostics.AddWarning(DisplayPath(entry.path), "is no channel",
+                               "No Launcher ever asks for it.");
       }
       return file::WalkAction::kSkip;
     });
   }
   if (channels.empty()) {
     diagnostics.AddError(DisplayPath(server), "holds no channel",
-                    "Channels are its folders updates\\alpha, beta, demo and release.");
+                         "Channels are its folders updates\\alpha, beta, demo and release.");
   }
   return channels;
 }
@@ -90,20 +91,21 @@ void CheckServedRedirect(const std::string& url, Diagnostics& diagnostics) {
   const DownloadResult download = DownloadChecked(place, ToUtf8(place), diagnostics);
   if (download.Succeeded() || download.Error() == kNotFound) return;
   diagnostics.AddWarning(ToUtf8(place), Format("cannot be fetched: {}", Reason(download)),
-                "Launchers go on as if there were no redirection.");
+                         "Launchers go on as if there were no redirection.");
 }
 
 void CheckBase(const TreeOptions& options, Diagnostics& diagnostics) {
   if (options.url.empty()) {
     const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
     if (!file::Exists(redirect)) return;
-    diagnostics.AddWarning(DisplayPath(redirect), Format("sends all players to '{}'", ReadWholeFile(redirect)),
-                  "This folder is not what they get; verify that URL too.");
+    diagnostics.AddWarning(DisplayPath(redirect),
+                           Format("sends all players to '{}'", ReadWholeFile(redirect)),
+                           "This folder is not what they get; verify that URL too.");
     return;
   }
   if (!options.url.ends_with('/')) {
     diagnostics.AddWarning(options.url, "has no slash at its end, as Launchers need it",
-                  Format("Write {}/ unless that is meant.", options.url));
+                           Format("Write {}/ unless that is meant.", options.url));
   }
   CheckServedRedirect(options.url, diagnostics);
 }

@@ -19,7 +19,8 @@ constexpr DWORD kMaxAtOnce = 1U << 30;
 
 [[noreturn]] void ThrowLastError(const char* operation, const std::wstring& path) {
   const auto code = static_cast<int>(GetLastError());
-  throw std::filesystem::filesystem_error(operation, std::filesystem::path(ToWide(DisplayPath(path))),
+  throw std::filesystem::filesystem_error(operation,
+                                          std::filesystem::path(ToWide(DisplayPath(path))),
                                           std::error_code(code, std::system_category()));
 }
 

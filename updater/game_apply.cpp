@@ -44,7 +44,8 @@ void RemoveStagingFolder() {
 // The one difference between the strict program and the one for games that live in "bin\".
 bool KeepsNonEmptyDirectories() noexcept { return LAUNCHER_KEEP_NONEMPTY_DIRS; }
 
-file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path, const RemoveCall& remove) {
+file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
+                              const RemoveCall& remove) {
   // Entries are met as ".\bin\x"; the rules know them as "bin\x".
   const std::wstring_view relativePath = path.substr(kCleanupRoot.size() + 1);
   if (rules.Keeps(relativePath)) return file::WalkAction::kRecurse;

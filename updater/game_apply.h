@@ -32,7 +32,7 @@ using RemoveCall = std::function<DWORD(std::wstring_view path)>;
 /// The clean-up of one entry, met at `path` on the walk: keeps it or removes it. Whether to go on
 /// into it. Throws the filesystem error of the removal.
 [[nodiscard]] file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
-                                         const RemoveCall& remove);
+                                            const RemoveCall& remove);
 
 /// Removes every entry of the current directory that is neither listed nor preserved. Removing a
 /// directory that still holds entries fails, and that throws, on purpose, also where all that it

@@ -22,7 +22,8 @@ constexpr const char* kNoGame =
 
 std::vector<std::string> Told(const std::vector<Diagnostic>& diagnostics) {
   std::vector<std::string> told;
-  for (const Diagnostic& diagnostic : diagnostics) told.push_back(diagnostic.subject + ": " + diagnostic.message);
+  for (const Diagnostic& diagnostic : diagnostics)
+    told.push_back(diagnostic.subject + ": " + diagnostic.message);
   return told;
 }
 

@@ -26,7 +26,8 @@ using testing::IsEmpty;
 
 const ContentMatch kUnknown = [](std::uint64_t, std::string_view) { return false; };
 
-using Walk = std::function<void(const std::function<file::WalkAction(const file::DirectoryEntry&)>&)>;
+using Walk =
+    std::function<void(const std::function<file::WalkAction(const file::DirectoryEntry&)>&)>;
 
 /// The paths met on a walk, a slash behind those of directories.
 std::vector<std::wstring> Met(const Walk& walk) {

@@ -79,7 +79,8 @@ TEST(DownloadChecked, AFileThatComesOnlyOnceIsRefused) {
   server.Script("/file", Reply("503 Service Unavailable", "busy"));
   Diagnostics diagnostics;
   EXPECT_TRUE(DownloadChecked(server.Url("/file"), "place", diagnostics).Succeeded());
-  EXPECT_THAT(Told(diagnostics), ElementsAre("place: came once, but not when it was asked for again"));
+  EXPECT_THAT(Told(diagnostics),
+              ElementsAre("place: came once, but not when it was asked for again"));
 }
 
 TEST(DownloadChecked, WhatDoesNotComeIsAskedForOnce) {
