@@ -91,7 +91,6 @@ void ArchiveReader::ReadHeader() {
 template <class Value>
 Value ArchiveReader::ReadPrimitive() {
   Value value{};
-  lastReadPosition_ = position_;
   if (bytes_.size() - position_ < sizeof(value)) {
     position_ = bytes_.size();
     return value;
@@ -117,7 +116,6 @@ void ArchiveReader::ExpectType(ArchiveType type, std::string_view message) {
 }
 
 std::span<const std::byte> ArchiveReader::ReadBytes(std::uint32_t count) {
-  lastReadPosition_ = position_;
   if (bytes_.size() - position_ < count) return {};
   const auto bytes = bytes_.subspan(position_, count);
   position_ += count;

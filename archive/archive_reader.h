@@ -15,9 +15,9 @@ namespace ve::file {
 /// Reads the values of one archive in their order. Strings and data are views into the archive's
 /// bytes, which must outlive them; they may stand at any address, aligned or not.
 ///
-/// Data that ends too early is no error here, on purpose: what is missing reads as 0 or empty, and
-/// the readers of the records judge the values. In checked mode a wrong identifier or width throws
-/// `FileException`; a plain archive's layout is trusted.
+/// Data that ends too early is no error here: what is missing reads as 0 or empty, and the readers
+/// of the records reject such values with messages of their own. In checked mode a wrong identifier
+/// or width throws `FileException`; a plain archive's layout is trusted.
 class ArchiveReader {
  public:
   using Block16 = std::array<std::byte, 16>;
@@ -30,11 +30,6 @@ class ArchiveReader {
   explicit ArchiveReader(MappedFile mappedFile);
 
   [[nodiscard]] ArchiveMode Mode() const noexcept { return mode_; }
-
-  /// Where the next value begins.
-  [[nodiscard]] std::size_t Position() const noexcept { return position_; }
-  /// Where the bytes read last begin: after an exception, those that were rejected.
-  [[nodiscard]] std::size_t LastReadPosition() const noexcept { return lastReadPosition_; }
 
   std::uint32_t ReadU32();
   bool ReadBool();
@@ -63,7 +58,6 @@ class ArchiveReader {
   MappedFile mappedFile_;
   std::span<const std::byte> bytes_;
   std::size_t position_ = 0;
-  std::size_t lastReadPosition_ = 0;
   ArchiveMode mode_ = ArchiveMode::kPlain;
 };
 

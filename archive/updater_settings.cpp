@@ -9,10 +9,6 @@ namespace ve::sdk {
 
 UpdaterSettings ReadUpdaterSettings(std::string_view bytes) {
   file::ArchiveReader reader(bytes);
-  return ReadUpdaterSettings(reader);
-}
-
-UpdaterSettings ReadUpdaterSettings(file::ArchiveReader& reader) {
   const std::string_view header = reader.ReadString();
   if (header != UpdaterSettings::kHeader) {
     ThrowUpdaterException("Invalid header '{}' in UpdaterData.vpak (was expecting '{}').", header,

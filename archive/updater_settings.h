@@ -28,7 +28,5 @@ struct UpdaterSettings {
 /// Reads a settings archive. Throws `UpdaterException` for an invalid record and
 /// `ve::file::FileException` for an invalid archive.
 [[nodiscard]] UpdaterSettings ReadUpdaterSettings(std::string_view bytes);
-/// The same from a reader at the begin of the record.
-[[nodiscard]] UpdaterSettings ReadUpdaterSettings(file::ArchiveReader& reader);
 
 }  // namespace ve::sdk

@@ -121,7 +121,7 @@ std::vector<Case> ManifestCases() {
                      [=] {
                        std::string copy = *text;  // The reader changes its text.
                        return Measure(
-                           [&] { Keep(sdk::ReadGameUpdateManifest(copy).fileLines.size()); });
+                           [&] { Keep(sdk::ReadGameUpdateManifest(copy).files.size()); });
                      },
                      [=] {
                        std::istringstream stream(*text);

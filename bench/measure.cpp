@@ -135,7 +135,7 @@ std::size_t IterateBare() {
 
 void CleanUpPairs(int pairs) {
   const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring> listed(names.begin(), names.end());
+  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
   const Case one{"cleanup/" + std::to_string(names.size()), static_cast<double>(names.size()),
                  [&] { return MeasurePassing([&] { sdk::CleanUp(listed); }); },
                  [] { return MeasurePassing([] { Keep(IterateBare()); }); }};
@@ -169,9 +169,11 @@ double Update(const std::wstring& url) {
     sdk::MakeStagingFolders(manifest);
     std::atomic<std::uint32_t> processed = 0;
     std::atomic<bool> finished = false;
-    std::thread progress(&ProgressThread<std::vector<std::string_view>>,
-                         std::cref(manifest.fileLines), std::cref(finished), std::ref(processed));
-    const sdk::StagedUpdate staged = sdk::StageFiles(url, manifest, processed);
+    std::thread progress(&ProgressThread<std::vector<sdk::FileEntry>>, std::cref(manifest.files),
+                         std::cref(finished), std::ref(processed));
+    sdk::StagedUpdate staged;
+    staged.names.reserve(manifest.files.size());
+    sdk::StageFiles(url, manifest, staged, processed);
     finished = true;
     sdk::ApplyUpdate(manifest, staged, "version");
     progress.join();
@@ -201,9 +203,7 @@ void UpdatePairs(int pairs, const std::wstring& url, int files) {
   std::vector<std::wstring> names;
   std::string text = std::move(Download(url + L"game_update.manifest").Body());
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-  for (const std::string_view line : manifest.fileLines) {
-    names.push_back(sdk::EntryOf(line).name);
-  }
+  for (const sdk::FileEntry& entry : manifest.files) names.push_back(entry.name);
   const Case one{"update/" + std::to_string(files), static_cast<double>(names.size()),
                  [&] { return Update(url); }, [&] { return UpdateBare(url, names); }};
   one.ours();
@@ -219,8 +219,7 @@ int Check() {
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   bool current = true;
   const double nanoseconds = Measure([&] {
-    for (const std::string_view line : manifest.fileLines) {
-      const sdk::FileEntry entry = sdk::EntryOf(line);
+    for (const sdk::FileEntry& entry : manifest.files) {
       const sdk::FileSource source = sdk::FindSource(entry, sdk::StagingPath(entry.name));
       current = current && source == sdk::FileSource::kInstalled;
     }
@@ -239,10 +238,10 @@ void CountAllocations() {
                });
   std::string manifest = ManifestText(100'000);
   std::cout << "\na manifest of 100,000 lines\t"
-            << AllocationsOf([&] { Keep(sdk::ReadGameUpdateManifest(manifest).fileLines.size()); });
+            << AllocationsOf([&] { Keep(sdk::ReadGameUpdateManifest(manifest).files.size()); });
 
   const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring> listed(names.begin(), names.end());
+  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
   std::cout << "\nthe clean-up of " << names.size() << " files\t"
             << AllocationsOf([&] { sdk::CleanUp(listed); }) << "\nthe bare iteration over them\t"
             << AllocationsOf([] { Keep(IterateBare()); }) << std::endl;

@@ -17,6 +17,14 @@ bool IsDots(const wchar_t* name) {
   return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
+/// Whether there is a directory at the path that is no link.
+bool IsTree(const std::wstring& path) {
+  WIN32_FIND_DATAW found{};
+  const UniqueFindHandle search(
+      FindFirstFileExW(path.c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0));
+  return search && DirectoryEntry{path, found.dwFileAttributes, found.dwReserved0}.ShouldRecurse();
+}
+
 /// Walks the directory that `path` names. The path of each entry is made in place, behind it.
 void WalkInto(std::wstring& path, const std::function<WalkAction(const DirectoryEntry&)>& visit) {
   const std::size_t directoryLength = path.size();
@@ -55,23 +63,28 @@ void WalkDirectory(std::wstring_view root,
   WalkInto(path, visit);
 }
 
-void RemoveTree(std::wstring_view path) {
-  if (!Exists(path)) return;
-  // Contents come after their directory on the walk, so the way back removes them first.
-  struct Entry {
-    std::wstring path;
-    bool isDirectory;
-  };
-  std::vector<Entry> entries;
-  WalkDirectory(path, [&entries](const DirectoryEntry& entry) {
-    entries.push_back({std::wstring(entry.path), entry.IsDirectory()});
-    return WalkAction::kRecurse;
+bool HoldsEntries(std::wstring_view path) {
+  bool holds = false;
+  WalkDirectory(path, [&holds](const DirectoryEntry&) {
+    holds = true;
+    return WalkAction::kSkip;
   });
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const DWORD code = TryRemoveKnown(entry->path, entry->isDirectory);
-    if (code != ERROR_SUCCESS) ThrowFilesystemError("remove", entry->path, code);
+  return holds;
+}
+
+void RemoveTree(std::wstring_view path) {
+  // Without its trailing separators, behind which a link would stand for what it leads to.
+  const std::wstring root(path.substr(0, path.find_last_not_of(L"\\/") + 1));
+  if (IsTree(root)) {
+    // A directory's contents come after it on the walk, so the way back removes them first.
+    std::vector<std::wstring> entries;
+    WalkDirectory(root, [&entries](const DirectoryEntry& entry) {
+      entries.emplace_back(entry.path);
+      return WalkAction::kRecurse;
+    });
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) Remove(*entry);
   }
-  Remove(path);
+  Remove(root);
 }
 
 }  // namespace ve::file

@@ -40,8 +40,12 @@ enum class WalkAction { kRecurse, kSkip };
 void WalkDirectory(std::wstring_view root,
                    const std::function<WalkAction(const DirectoryEntry&)>& visit);
 
-/// Removes a directory with everything in it. Nothing at the path is no error. Throws filesystem
-/// errors; what was removed until then stays removed.
+/// Whether the directory holds any entry. Throws a filesystem error ("directory_entry::status") if
+/// it cannot be read.
+[[nodiscard]] bool HoldsEntries(std::wstring_view path);
+
+/// Removes a directory with everything in it; of a link or junction only the link. Nothing at the
+/// path is no error. Throws filesystem errors; what is removed by then stays removed.
 void RemoveTree(std::wstring_view path);
 
 }  // namespace ve::file

@@ -1,5 +1,5 @@
-// The errors of file operations as they are thrown, for whoever has to foretell them. (Filesystem
-// errors are in errors.h.)
+// The errors that file operations throw. Building blocks of core/files, also used by the preview of
+// publish.exe, so that both report identical errors.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,15 @@
 
 namespace ve::file {
 
-/// What `SaveFile` throws when the file cannot be opened; `errorNumber` is the C runtime's.
-[[noreturn]] void ThrowSaveError(std::wstring_view path, int errorNumber);
+/// What is wrong when a file cannot be opened, for `ThrowOpenError`.
+inline constexpr std::string_view kLoadFailure = "Failed to open file for loading";
+inline constexpr std::string_view kSaveFailure = "Failed to open file for saving";
 
-/// What `CopyFileOverwrite` throws; `code` is the Windows error code.
+/// Throws the `FileException` of a file that cannot be opened. `path` is shown as it is given;
+/// `errorNumber` is the C runtime's errno.
+[[noreturn]] void ThrowOpenError(std::string_view failure, std::string_view path, int errorNumber);
+
+/// Throws the `FileException` of a copy that failed with a Windows error code.
 [[noreturn]] void ThrowCopyError(std::wstring_view source, std::wstring_view target,
                                  std::uint32_t code);
 

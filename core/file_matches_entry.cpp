@@ -1,3 +1,5 @@
+#include "core/file_matches_entry.h"
+
 #include "core/files.h"
 #include "core/md5.h"
 
@@ -6,7 +8,7 @@ namespace ve {
 bool FileMatchesEntry(std::wstring_view path, std::uint64_t size, std::string_view digest) {
   if (!file::Exists(path)) return false;
   if (file::FileSize(path) != size) return false;
-  return Md5Hex(file::LoadFileBytes(path).Get()) == digest;
+  return Md5Hex(file::LoadFile(path)) == digest;
 }
 
 }  // namespace ve

@@ -3,15 +3,9 @@
 #include "core/windows.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <optional>
-#include <system_error>
-#include <type_traits>
-#include <utility>
 
 #include "core/errors.h"
 #include "core/file_errors.h"
@@ -56,38 +50,17 @@ UniqueStream OpenStream(std::wstring_view path, OpenMode mode) {
 std::wstring AsWidePath(std::string_view path) { return AnsiToWide(path); }
 std::wstring AsWidePath(std::wstring_view path) { return std::wstring(path); }
 
+/// Reads the file in one block of the size just queried. A file that shrinks in between keeps that
+/// size, with zeros at its end: the length is the queried one, however much was read.
 template <class Path>
-[[noreturn]] void ThrowOpenError(std::string_view what, Path path, int errorNumber) {
-  std::array<char, 95> text{};
-  strerror_s(text.data(), text.size(), errorNumber);
-  throw FileException(Format("{}. File '{}'. Error: {} ({})", what, detail::ForMessage(path),
-                             text.data(), errorNumber));
-}
-
-constexpr std::string_view kSaveFailure = "Failed to open file for saving";
-
-/// Reads the file in one block of the size just queried, into what `makeRoom` returns for that
-/// size. A file that shrinks in between keeps that size, on purpose: its end reads as zeros.
-template <class Path, class MakeRoom>
-void Load(Path path, MakeRoom makeRoom) {
+std::string Load(Path path) {
   const UniqueStream stream = OpenStream(path, kRead);
   // At once: nearly every other call may change the error number.
   const int openError = errno;
-  if (!stream) ThrowOpenError("Failed to open file for loading", path, openError);
+  if (!stream) ThrowOpenError(kLoadFailure, detail::ForMessage(path), openError);
 
-  const auto size = static_cast<std::size_t>(FileSize(AsWidePath(path)));
-  auto* const content = makeRoom(size);
-  const std::size_t read = std::fread(content, 1, size, stream.Get());
-  std::fill(content + read, content + size, std::remove_reference_t<decltype(*content)>{});
-}
-
-template <class Path>
-std::string LoadString(Path path) {
-  std::string content;
-  Load(path, [&content](std::size_t size) {
-    content.resize(size);
-    return content.data();
-  });
+  std::string content(static_cast<std::size_t>(FileSize(AsWidePath(path))), '\0');
+  static_cast<void>(std::fread(content.data(), content.size(), 1, stream.Get()));
   return content;
 }
 
@@ -95,7 +68,7 @@ template <class Path>
 void Save(Path path, const void* content, std::size_t size) {
   const UniqueStream stream = OpenStream(path, kWrite);
   const int openError = errno;
-  if (!stream) ThrowOpenError(kSaveFailure, path, openError);
+  if (!stream) ThrowOpenError(kSaveFailure, detail::ForMessage(path), openError);
   // Nothing may be given as a null pointer, which fwrite must not get.
   if (size != 0) static_cast<void>(std::fwrite(content, 1, size, stream.Get()));
 }
@@ -152,62 +125,45 @@ std::int64_t Ticks(const FILETIME& time) {
   return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
 }
 
-/// What a path names, at the end of all links. False, with the last error set, if there is nothing
-/// or it cannot be queried.
-bool QueryAttributes(std::wstring_view path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+/// Queries what a path names, at the end of all links. Returns the Windows error code; only
+/// ERROR_SUCCESS fills `data`.
+DWORD QueryAttributes(std::wstring_view path, WIN32_FILE_ATTRIBUTE_DATA& data) {
   const std::wstring name(path);
-  if (GetFileAttributesExW(name.c_str(), GetFileExInfoStandard, &data) == FALSE) return false;
-  if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
+  if (GetFileAttributesExW(name.c_str(), GetFileExInfoStandard, &data) == FALSE) {
+    return GetLastError();
+  }
+  if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return ERROR_SUCCESS;
 
   // These are the link's own attributes; opening it opens its target.
   const UniqueFileHandle target(
       CreateFileW(name.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   BY_HANDLE_FILE_INFORMATION info;
-  if (!target || GetFileInformationByHandle(target.Get(), &info) == FALSE) return false;
+  if (!target || GetFileInformationByHandle(target.Get(), &info) == FALSE) return GetLastError();
   data = {info.dwFileAttributes, info.ftCreationTime, info.ftLastAccessTime,
           info.ftLastWriteTime,  info.nFileSizeHigh,  info.nFileSizeLow};
-  return true;
+  return ERROR_SUCCESS;
+}
+
+/// Whether the code says that there is nothing at a path, as the standard library's existence query
+/// understands it.
+bool IsNotFound(DWORD code) {
+  switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_DIRECTORY:
+    case ERROR_BAD_NETPATH:
+      return true;
+    default:
+      return false;
+  }
 }
 
 }  // namespace
 
-void ThrowSaveError(std::wstring_view path, int errorNumber) {
-  ThrowOpenError(kSaveFailure, path, errorNumber);
-}
-
-void ThrowCopyError(std::wstring_view source, std::wstring_view target, std::uint32_t code) {
-  throw FileException(Format("Failed to copy file from '{}' to '{}': {}", ToUtf8(source),
-                             ToUtf8(target),
-                             std::system_category().message(static_cast<int>(code))));
-}
-
-std::string LoadFile(std::string_view path) { return LoadString(path); }
-std::string LoadFile(std::wstring_view path) { return LoadString(path); }
-
-FileBytes::FileBytes(std::size_t size) : size_(size) {
-  if (size <= Kept().capacity) {
-    block_ = std::exchange(Kept(), {});
-  } else {
-    Kept() = {};
-    block_ = {std::make_unique_for_overwrite<std::byte[]>(size), size};
-  }
-}
-
-FileBytes::~FileBytes() {
-  if (block_.data && block_.capacity <= kMaxKept) Kept() = std::move(block_);
-}
-
-FileBytes::Block& FileBytes::Kept() noexcept {
-  thread_local Block kept;
-  return kept;
-}
-
-FileBytes LoadFileBytes(std::wstring_view path) {
-  std::optional<FileBytes> content;
-  Load(path, [&content](std::size_t size) { return content.emplace(size).Get().data(); });
-  return std::move(*content);
-}
+std::string LoadFile(std::string_view path) { return Load(path); }
+std::string LoadFile(std::wstring_view path) { return Load(path); }
 
 void SaveFile(std::string_view path, std::string_view content) {
   Save(path, content.data(), content.size());
@@ -223,8 +179,12 @@ void SaveFile(std::wstring_view path, const void* content, std::size_t size) {
 }
 
 void CopyFileOverwrite(std::wstring_view source, std::wstring_view target) {
-  if (CopyFileW(std::wstring(source).c_str(), std::wstring(target).c_str(), FALSE) != FALSE) return;
-  ThrowCopyError(source, target, GetLastError());
+  // Named, because freeing a temporary may change the last error.
+  const std::wstring from(source);
+  const std::wstring to(target);
+  if (CopyFileW(from.c_str(), to.c_str(), FALSE) == FALSE) {
+    ThrowCopyError(source, target, GetLastError());
+  }
 }
 
 void MakeDirectory(std::wstring_view path) {
@@ -251,23 +211,28 @@ std::wstring AppendExtension(std::wstring_view name, std::wstring_view extension
 
 std::int64_t FileCreationTimeSeconds(std::wstring_view path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!QueryAttributes(path, data)) return 0;
+  if (QueryAttributes(path, data) != ERROR_SUCCESS) return 0;
   return Ticks(data.ftCreationTime) / kTicksPerSecond - kSecondsFrom1601To1970;
 }
 
 std::int64_t LastWriteTicks(std::wstring_view path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!QueryAttributes(path, data)) ThrowFilesystemError("last_write_time", path, GetLastError());
+  const DWORD code = QueryAttributes(path, data);
+  if (code != ERROR_SUCCESS) ThrowFilesystemError("last_write_time", path, code);
   return Ticks(data.ftLastWriteTime) - kSecondsFrom1601To1970 * kTicksPerSecond;
 }
 
 bool Exists(std::wstring_view path) {
-  return GetFileAttributesW(std::wstring(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  const DWORD code = QueryAttributes(path, data);
+  if (code != ERROR_SUCCESS && !IsNotFound(code)) ThrowFilesystemError("exists", path, code);
+  return code == ERROR_SUCCESS;
 }
 
 std::uint64_t FileSize(std::wstring_view path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!QueryAttributes(path, data)) ThrowFilesystemError("file_size", path, GetLastError());
+  const DWORD code = QueryAttributes(path, data);
+  if (code != ERROR_SUCCESS) ThrowFilesystemError("file_size", path, code);
   if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     ThrowFilesystemError("file_size", path, ERROR_ACCESS_DENIED);
   }
@@ -275,12 +240,9 @@ std::uint64_t FileSize(std::wstring_view path) {
 }
 
 DWORD TryRemove(std::wstring_view path) {
-  return TryRemoveKnown(path, IsDirectory(std::wstring(path)));
-}
-
-DWORD TryRemoveKnown(std::wstring_view path, bool isDirectory) {
   const std::wstring name(path);
-  const BOOL removed = isDirectory ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
+  const BOOL removed =
+      IsDirectory(name) ? RemoveDirectoryW(name.c_str()) : DeleteFileW(name.c_str());
   if (removed != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ? ERROR_SUCCESS : code;
@@ -292,8 +254,9 @@ void Remove(std::wstring_view path) {
 }
 
 void Rename(std::wstring_view from, std::wstring_view to) {
-  if (MoveFileExW(std::wstring(from).c_str(), std::wstring(to).c_str(),
-                  MOVEFILE_REPLACE_EXISTING) == FALSE) {
+  const std::wstring source(from);
+  const std::wstring target(to);
+  if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING) == FALSE) {
     ThrowFilesystemError("rename", from, GetLastError());
   }
 }

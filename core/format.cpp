@@ -58,21 +58,21 @@ std::uint8_t ParseIndex(View<Char> content) {
   return static_cast<std::uint8_t>(negative ? 0U - index : index);
 }
 
-/// How long the result will be, taking every placeholder for three characters. A guess on purpose:
-/// it may be too high or too low, and must not wrap below what the output holds already.
+/// How long the result will be, counting three characters for each argument's placeholder: an
+/// estimate, which may be too high or too low.
 template <class Char>
-std::size_t EstimateLength(std::size_t current, View<Char> format,
-                           std::initializer_list<View<Char>> arguments) {
-  std::size_t added = format.size();
-  for (const View<Char>& argument : arguments) added += argument.size();
+std::size_t EstimateLength(View<Char> format, std::initializer_list<View<Char>> arguments) {
+  std::size_t length = format.size();
+  for (const View<Char>& argument : arguments) length += argument.size();
   const std::size_t placeholders = 3 * arguments.size();
-  return current + (added > placeholders ? added - placeholders : 0);
+  return length > placeholders ? length - placeholders : 0;
 }
 
 template <class Char>
-void Append(std::basic_string<Char>& out, View<Char> format,
-            std::initializer_list<View<Char>> arguments) {
-  out.reserve(EstimateLength(out.size(), format, arguments));
+std::basic_string<Char> ComposeText(View<Char> format,
+                                    std::initializer_list<View<Char>> arguments) {
+  std::basic_string<Char> out;
+  out.reserve(EstimateLength(format, arguments));
   std::uint8_t next = 0;
   while (!format.empty()) {
     const Piece<Char> piece = SplitAtPlaceholder(format);
@@ -88,18 +88,6 @@ void Append(std::basic_string<Char>& out, View<Char> format,
     }
     format = piece.rest;
   }
-}
-
-/// The estimate is one character short for every "{}", and a text that outgrows its memory moves to
-/// twice as much; so the usual message, with each argument once, has all its room from the start.
-template <class Char>
-std::basic_string<Char> ComposeText(View<Char> format,
-                                    std::initializer_list<View<Char>> arguments) {
-  std::size_t room = format.size();
-  for (const View<Char>& argument : arguments) room += argument.size();
-  std::basic_string<Char> out;
-  out.reserve(room);
-  Append(out, format, arguments);
   return out;
 }
 
@@ -111,16 +99,6 @@ std::string Compose(std::string_view format, std::initializer_list<std::string_v
 
 std::wstring Compose(std::wstring_view format, std::initializer_list<std::wstring_view> arguments) {
   return ComposeText(format, arguments);
-}
-
-void AppendFormatted(std::string& out, std::string_view format,
-                     std::initializer_list<std::string_view> arguments) {
-  Append(out, format, arguments);
-}
-
-void AppendFormatted(std::wstring& out, std::wstring_view format,
-                     std::initializer_list<std::wstring_view> arguments) {
-  Append(out, format, arguments);
 }
 
 }  // namespace ve::detail

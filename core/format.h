@@ -27,17 +27,11 @@ namespace ve {
 
 namespace detail {
 
-/// The text that `format` gives with its placeholders replaced by `arguments`, in one allocation.
+/// `format` with its placeholders replaced by `arguments`.
 [[nodiscard]] std::string Compose(std::string_view format,
                                   std::initializer_list<std::string_view> arguments);
 [[nodiscard]] std::wstring Compose(std::wstring_view format,
                                    std::initializer_list<std::wstring_view> arguments);
-
-/// Appends `format` with its placeholders replaced by `arguments` to `out`.
-void AppendFormatted(std::string& out, std::string_view format,
-                     std::initializer_list<std::string_view> arguments);
-void AppendFormatted(std::wstring& out, std::wstring_view format,
-                     std::initializer_list<std::wstring_view> arguments);
 
 /// The integers that are printed as numbers; characters and truth values are none.
 template <class T>

@@ -1,4 +1,6 @@
 // MD5 (RFC 1321) in the form that manifests use: 32 lowercase hexadecimal characters.
+//
+//   const std::string digest = ve::Md5Hex(content);
 #pragma once
 
 #include <array>
@@ -41,11 +43,5 @@ std::ostream& operator<<(std::ostream& out, const Md5& md5);
 /// The digest of a buffer, or of a string's bytes.
 [[nodiscard]] std::string Md5Hex(std::span<const std::byte> bytes);
 [[nodiscard]] std::string Md5Hex(const std::string& bytes);
-
-/// Whether the file at `path` has this size and digest. Sizes are compared first, so a file of
-/// another size is not read; nothing at the path is simply no match. The digest is compared as it
-/// stands: one in uppercase never matches. Throws what querying and loading the file throw.
-[[nodiscard]] bool FileMatchesEntry(std::wstring_view path, std::uint64_t size,
-                                    std::string_view digest);
 
 }  // namespace ve

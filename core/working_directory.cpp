@@ -10,7 +10,8 @@
 namespace ve {
 
 bool SetWorkingDirectory(std::wstring_view directory, bool quiet) {
-  if (SetCurrentDirectoryW(std::wstring(directory).c_str()) != FALSE) return true;
+  const std::wstring name(directory);  // Freeing a temporary may change the last error.
+  if (SetCurrentDirectoryW(name.c_str()) != FALSE) return true;
   const int code = static_cast<int>(GetLastError());
   if (!quiet) {
     FormatToSink("Failed to set current working directory to '{}': {}", 0, ToUtf8(directory),

@@ -1,11 +1,12 @@
-// How the C runtime reports a program that ends abnormally.
+// How the process ends after std::terminate.
 #pragma once
 
 namespace ve {
 
-/// Keeps the C runtime from showing a box of its own when the process is terminated: a GUI
-/// program's abort() would otherwise wait for the player to close it. The exit code stays abort's.
-/// Not done with SetErrorMode, which the game would inherit.
+/// Makes abort(), which std::terminate calls, end the process at once with exit code 3 and without
+/// a window: neither the C runtime's error dialog nor Windows Error Reporting, which would keep the
+/// player waiting. Does not use SetErrorMode, which the game would inherit.
+/// https://learn.microsoft.com/cpp/c-runtime-library/reference/abort
 void SuppressCrtErrorDialog() noexcept;
 
 }  // namespace ve

@@ -22,10 +22,11 @@ std::string FindBaseUrl(std::wstring_view configuredUrl) {
 }
 
 void RunUpdates() {
-  // For all downloads at once: initialising COM for each would take longer than most of them do.
-  const ComScope com;
   const std::string settingsBytes = file::LoadFile(sdk::kSettingsFile);
   const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes);
+  // Every download holds COM for itself; this scope around all of them initialises it once instead
+  // of once for each.
+  const ComScope com;
   const std::wstring updatesUrl = FindUpdatesUrl(settings.url, settings.channel);
 
   sdk::RunSelfUpdate(updatesUrl, settingsBytes);

@@ -30,12 +30,13 @@ DownloadResult StatusFailure(DWORD status) {
 
 DownloadResult Download(std::wstring_view url) {
   const ComScope com;
-  // Declared in the order of their making, so that the request closes before its root.
+  // Declared in this order, so that the request closes before its root.
   const UniqueInternetHandle root(
       InternetOpenW(nullptr, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
   if (!root) return LastErrorFailure();
+  const std::wstring address(url);  // Freeing a temporary may change the last error.
   const UniqueInternetHandle request(
-      InternetOpenUrlW(root.Get(), std::wstring(url).c_str(), nullptr, 0, kRequestFlags, 0));
+      InternetOpenUrlW(root.Get(), address.c_str(), nullptr, 0, kRequestFlags, 0));
   if (!request) return LastErrorFailure();
 
   const std::optional<DWORD> status = QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE);

@@ -215,7 +215,7 @@ void CheckUnchanged(const std::wstring& source, const BuildFolder& build,
 }
 
 void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnostics& diagnostics) {
-  std::unordered_set<std::wstring> listed;
+  std::unordered_set<std::wstring_view> listed;
   for (const BuildFile& file : build.files) listed.insert(file.name);
   sdk::CleanupRules rules(listed, launcher);
 

@@ -98,8 +98,7 @@ class ChannelCheck {
 
   /// The error's message, word for word as a player's log has it.
   void AddError(std::wstring_view name, const ParseError& error, const char* effect) {
-    AddError(name, error.message,
-             Format("So says the Launcher's reader, {}. {}", FormatLocation(error), effect));
+    AddError(name, error.message, Format("The Launcher's reader reports this. {}", effect));
   }
 
   /// The file; or none, and then the message that a player's log has.
@@ -114,24 +113,24 @@ class ChannelCheck {
   void CheckVersion() {
     const auto bytes = Fetch(kVersionName, sdk::kVersionDownloadFailed, kNoGameUpdate);
     if (!bytes) return;
-    const auto judged = ParseVersionFile(*bytes);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseVersionFile(*bytes);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return AddError(kVersionName, *error, kNoGameUpdate);
     }
-    const auto& version = std::get<VersionFile>(judged);
-    if (!version.complete) {
+    const auto& version = std::get<VersionFile>(parsed);
+    if (bytes->size() < version.recordSize) {
       AddError(kVersionName, "the file ends before its version does",
                "Launchers read what is missing as 0.0.0.0. Publish again.");
     }
-    WarnOfRest(kVersionName, version.archive.end, bytes->size());
+    WarnOfRest(kVersionName, version.recordSize, bytes->size());
     report_["version"] = VersionText(version.version);
     console_.Say(Format("  game {}", VersionText(version.version)));
   }
 
-  void WarnOfRest(std::wstring_view name, std::size_t end, std::size_t size) {
-    if (end == size) return;
+  void WarnOfRest(std::wstring_view name, std::size_t recordSize, std::size_t size) {
+    if (size <= recordSize) return;
     diagnostics_.AddWarning(tree_.LocationOf(name),
-                            Format("{} bytes follow the record, from byte {} on", size - end, end),
+                            Format("{} bytes follow the record", size - recordSize),
                             "Launchers do not read them; the file may be damaged.");
   }
 
@@ -139,17 +138,17 @@ class ChannelCheck {
     const auto content = Fetch(kManifestName, sdk::kManifestDownloadFailed, kUpdateFails);
     if (!content) return;
     std::string text;
-    const auto judged = ParseGameManifest(*content, text);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseGameManifest(*content, text);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return AddError(kManifestName, *error, kUpdateFails);
     }
-    const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
+    const auto& manifest = std::get<sdk::GameUpdateManifest>(parsed);
     std::uint64_t bytes = 0;
-    for (const std::string_view line : manifest.fileLines) bytes += sdk::EntryOf(line).size;
+    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
     report_["directories"] = manifest.directories.size();
-    report_["files"] = manifest.fileLines.size();
+    report_["files"] = manifest.files.size();
     report_["bytes"] = bytes;
-    console_.Say(Format("  {} files in {} directories, {}", manifest.fileLines.size(),
+    console_.Say(Format("  {} files in {} directories, {}", manifest.files.size(),
                         manifest.directories.size(), FormatByteSize(bytes)));
     CheckManifest(manifest, tree_.LocationOf(kManifestName), ToWide(options_.launcher),
                   diagnostics_);
@@ -167,8 +166,7 @@ class ChannelCheck {
     for (const std::string_view directory : manifest.directories) {
       directories.insert(FoldCase(sdk::WidenName(directory)));
     }
-    for (const std::string_view line : manifest.fileLines) {
-      const sdk::FileEntry entry = sdk::EntryOf(line);
+    for (const sdk::FileEntry& entry : manifest.files) {
       files.emplace(FoldCase(entry.name), entry.name);
       for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
            end = entry.name.find(L'/', end + 1)) {
@@ -211,12 +209,12 @@ class ChannelCheck {
     const auto content =
         Fetch(kUpdaterManifestName, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate);
     if (!content) return {};
-    const auto judged = ParseUpdaterManifest(*content);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseUpdaterManifest(*content);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       AddError(kUpdaterManifestName, *error, kNoSelfUpdate);
       return {};
     }
-    const std::uint32_t offered = std::get<std::uint32_t>(judged);
+    const std::uint32_t offered = std::get<std::uint32_t>(parsed);
     report_["launcher"]["version"] = offered;
     console_.Say(Format("  Launcher {}", offered));
     return offered;
@@ -227,13 +225,13 @@ class ChannelCheck {
         Fetch(kUpdaterSettingsName, sdk::kSettingsDownloadFailed,
               "The check for updates of a current Launcher ends there, at every start.");
     if (!bytes) return;
-    const auto judged = ParseSettings(*bytes);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseSettings(*bytes);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return AddError(kUpdaterSettingsName, *error,
                       "Launchers install the file, and can update nothing from then on.");
     }
-    const auto& settings = std::get<SettingsFile>(judged);
-    WarnOfRest(kUpdaterSettingsName, settings.archive.end, bytes->size());
+    const auto& settings = std::get<SettingsFile>(parsed);
+    WarnOfRest(kUpdaterSettingsName, settings.recordSize, bytes->size());
     report_["launcher"]["url"] = settings.url;
     report_["launcher"]["channel"] = settings.channel;
     console_.Say(Format("  settings: URL {}, channel {}", settings.url, settings.channel));

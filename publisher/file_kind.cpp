@@ -23,9 +23,9 @@ FileKind KindOfArchive(std::string_view bytes) {
     if (header == sdk::UpdaterSettings::kHeader) return FileKind::kSettings;
     if (header == sdk::GameVersion::kHeader) return FileKind::kVersion;
   } catch (const file::FileException&) {
-    // What is wrong is told when it is read.
+    // The readers say what is wrong.
   }
-  return FileKind::kOtherArchive;
+  return FileKind::kUnknown;
 }
 
 FileKind KindOfManifest(std::string_view content) {

@@ -8,7 +8,6 @@ namespace ve::publish {
 enum class FileKind {
   kSettings,         ///< "UpdaterData.vpak"
   kVersion,          ///< "GameVersion.vpak"
-  kOtherArchive,     ///< An archive whose record is neither, or cannot be told.
   kGameManifest,     ///< "game_update.manifest"
   kUpdaterManifest,  ///< "updater.manifest"
   kUnknown,

@@ -9,10 +9,10 @@
 
 #include "core/errors.h"
 #include "core/file_errors.h"
+#include "core/file_matches_entry.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/handle.h"
-#include "core/md5.h"
 #include "core/truncated_string.h"
 #include "publisher/paths.h"
 
@@ -218,16 +218,18 @@ DWORD ImaginedDisk::WhyNotRemoved(const Entry& entry) const {
 }
 
 void ImaginedDisk::SaveFile(std::wstring_view path, ContentMatch content) {
-  if (path.size() > WidePath::kMaxCharacters) file::ThrowSaveError(path, ENAMETOOLONG);
+  if (path.size() > WidePath::kMaxCharacters)
+    file::ThrowOpenError(file::kSaveFailure, ToUtf8(path), ENAMETOOLONG);
   const Lookup place = Find(path);
   if (!place.inside) return;
   if (place.entry != nullptr) {
-    if (WhyNotReplaced(*place.entry) != ERROR_SUCCESS) file::ThrowSaveError(path, EACCES);
+    if (WhyNotReplaced(*place.entry) != ERROR_SUCCESS)
+      file::ThrowOpenError(file::kSaveFailure, ToUtf8(path), EACCES);
     place.entry->content = std::move(content);
     return;
   }
-  if (!place.valid) file::ThrowSaveError(path, EINVAL);
-  if (place.parent == nullptr) file::ThrowSaveError(path, ENOENT);
+  if (!place.valid) file::ThrowOpenError(file::kSaveFailure, ToUtf8(path), EINVAL);
+  if (place.parent == nullptr) file::ThrowOpenError(file::kSaveFailure, ToUtf8(path), ENOENT);
   auto made = std::make_unique<Entry>();
   made->content = std::move(content);
   place.parent->entries.emplace(place.name, std::move(made));

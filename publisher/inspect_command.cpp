@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <bit>
 #include <limits>
 #include <memory>
 #include <variant>
@@ -46,9 +45,6 @@ class Inspection {
       case FileKind::kVersion:
         ShowVersion();
         break;
-      case FileKind::kOtherArchive:
-        ShowOtherArchive();
-        break;
       case FileKind::kGameManifest:
         ShowGameManifest();
         break;
@@ -73,139 +69,72 @@ class Inspection {
   void TellKind(const char* kind) { Tell("kind", "kind", std::string(kind)); }
 
   void Reject(const ParseError& error, std::string_view reader) {
-    Json json = {{"reader", reader}, {"message", error.message}, {"offset", error.offset}};
-    if (error.line != 0) json["line"] = error.line;
-    console_.Report()["rejections"].push_back(json);
-    diagnostics_.AddError(
-        DisplayPath(path_), error.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, FormatLocation(error)));
+    console_.Report()["rejections"].push_back({{"reader", reader}, {"message", error.message}});
+    diagnostics_.AddError(DisplayPath(path_), error.message,
+                          Format("The Launcher's reader of {} reports this.", reader));
   }
 
-  void TellArchive(const ArchiveFacts& archive, std::string_view header,
-                   std::uint32_t fileVersion) {
-    Tell("mode", "mode", std::string(ModeInWords(archive.mode)));
+  void ShowArchive(std::string_view header, std::uint32_t fileVersion, std::size_t recordSize) {
+    const bool isChecked = ModeOf(content_) == file::ArchiveMode::kChecked;
+    Tell("mode", "mode", std::string(isChecked ? "checked" : "plain"));
     Tell("header", "header", std::string(header));
     Tell("file version", "fileVersion", fileVersion);
-    if (archive.end == content_.size()) return;
+    if (content_.size() <= recordSize) return;
     diagnostics_.AddWarning(DisplayPath(path_),
-                            Format("{} bytes follow the record, from byte {} on",
-                                   content_.size() - archive.end, archive.end),
+                            Format("{} bytes follow the record", content_.size() - recordSize),
                             "The Launcher does not read them; the file may be damaged.");
   }
 
   void ShowSettings() {
     TellKind("settings archive");
-    const auto judged = ParseSettings(content_);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseSettings(content_);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return Reject(*error, "settings archives");
     }
-    const auto& settings = std::get<SettingsFile>(judged);
-    TellArchive(settings.archive, sdk::UpdaterSettings::kHeader,
-                sdk::UpdaterSettings::kFileVersion);
+    const auto& settings = std::get<SettingsFile>(parsed);
+    ShowArchive(sdk::UpdaterSettings::kHeader, sdk::UpdaterSettings::kFileVersion,
+                settings.recordSize);
     Tell("URL", "url", settings.url);
     Tell("channel", "channel", settings.channel);
   }
 
   void ShowVersion() {
     TellKind("game version");
-    const auto judged = ParseVersionFile(content_);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseVersionFile(content_);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return Reject(*error, "game versions");
     }
-    const auto& version = std::get<VersionFile>(judged);
-    TellArchive(version.archive, sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion);
+    const auto& version = std::get<VersionFile>(parsed);
+    ShowArchive(sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion, version.recordSize);
     Tell("version", "version", VersionText(version.version));
-    if (!version.complete) {
+    if (content_.size() < version.recordSize) {
       diagnostics_.AddWarning(DisplayPath(path_), "the file ends before its version does",
                               "The Launcher reads what is missing as 0.0.0.0. Publish again.");
-    }
-  }
-
-  /// The record is none of the Launcher's; in checked mode its fields tell what they are.
-  void ShowOtherArchive() {
-    TellKind("archive");
-    try {
-      file::ArchiveReader reader{std::string_view(content_)};
-      Tell("mode", "mode", std::string(ModeInWords(reader.Mode())));
-      Tell("header", "header", std::string(reader.ReadString()));
-      if (reader.Mode() == file::ArchiveMode::kChecked) TellFields(reader);
-      Tell("bytes not understood", "unread", content_.size() - reader.Position());
-    } catch (const file::FileException&) {
-      // Both readers fail there, and alike.
-      return Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
-    }
-    WarnOfReader(std::get<ParseError>(ParseSettings(content_)), "settings archives");
-    WarnOfReader(std::get<ParseError>(ParseVersionFile(content_)), "game versions");
-  }
-
-  void WarnOfReader(const ParseError& error, std::string_view reader) {
-    diagnostics_.AddWarning(
-        DisplayPath(path_), error.message,
-        Format("So says the Launcher's reader of {}, {}.", reader, FormatLocation(error)));
-  }
-
-  void TellFields(file::ArchiveReader& reader) {
-    Json& fields = console_.Report()["fields"] = Json::array();
-    try {
-      for (;;) {
-        const Json field = NextField(reader);
-        if (field.is_null()) return;
-        console_.Say(Format("  {} at byte {}: {}", field["type"].get<std::string>(),
-                            field["offset"].get<std::size_t>(), field["value"].dump()));
-        fields.push_back(field);
-      }
-    } catch (const file::FileException&) {
-      // A field that breaks off; it counts as not understood.
-    }
-  }
-
-  /// The field that begins here, told by its identifier or width; null where none is recognised.
-  [[nodiscard]] Json NextField(file::ArchiveReader& reader) const {
-    const std::size_t offset = reader.Position();
-    std::uint32_t mark = 0;
-    if (content_.size() - offset < sizeof(mark)) return {};
-    std::copy_n(content_.data() + offset, sizeof(mark), reinterpret_cast<char*>(&mark));
-    const auto field = [offset](const char* type, const Json& value) {
-      return Json{{"type", type}, {"offset", offset}, {"value", value}};
-    };
-    if (mark == sizeof(std::uint32_t)) return field("number", reader.ReadU32());
-    if (mark == sizeof(file::ArchiveReader::Block16)) {
-      return field("block", std::bit_cast<std::array<std::uint8_t, 16>>(reader.ReadBlock16()));
-    }
-    switch (static_cast<file::ArchiveType>(mark)) {
-      case file::ArchiveType::kString:
-        return field("string", std::string(reader.ReadString()));
-      case file::ArchiveType::kWideString:
-        return field("wide string", ToUtf8(reader.ReadWideString()));
-      case file::ArchiveType::kData:
-        return field("bytes of data", reader.ReadData().size());
-      case file::ArchiveType::kSystemTime:
-        return field("time", reader.ReadTime());
-      default:
-        return {};
     }
   }
 
   void ShowGameManifest() {
     TellKind("game manifest");
     std::string text;
-    const auto judged = ParseGameManifest(content_, text);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseGameManifest(content_, text);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return Reject(*error, "game manifests");
     }
-    const auto& manifest = std::get<sdk::GameUpdateManifest>(judged);
+    const auto& manifest = std::get<sdk::GameUpdateManifest>(parsed);
     std::uint64_t bytes = 0;
-    sdk::FileEntry largest = sdk::EntryOf(manifest.fileLines.front());
-    for (const std::string_view line : manifest.fileLines) {
-      sdk::FileEntry entry = sdk::EntryOf(line);
+    for (const sdk::FileEntry& entry : manifest.files) {
       const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - bytes;
       bytes += std::min(entry.size, room);
-      if (entry.size > largest.size) largest = std::move(entry);
     }
+    const sdk::FileEntry& largest =
+        *std::max_element(manifest.files.begin(), manifest.files.end(),
+                          [](const sdk::FileEntry& left, const sdk::FileEntry& right) {
+                            return left.size < right.size;
+                          });
     Tell("header", "header", std::string("GameUpdate"));
     Tell("file version", "fileVersion", 1);
     Tell("directories", "directories", manifest.directories.size());
-    Tell("files", "files", manifest.fileLines.size());
+    Tell("files", "files", manifest.files.size());
     console_.Say(Format("  bytes: {} ({})", bytes, FormatByteSize(bytes)));
     console_.Report()["bytes"] = bytes;
     console_.Say(Format("  largest: {} ({})", ToUtf8(largest.name), FormatByteSize(largest.size)));
@@ -218,8 +147,7 @@ class Inspection {
     for (const std::string_view directory : manifest.directories) {
       console_.Say(Format("  directory {}", directory));
     }
-    for (const std::string_view line : manifest.fileLines) {
-      const sdk::FileEntry entry = sdk::EntryOf(line);
+    for (const sdk::FileEntry& entry : manifest.files) {
       console_.Say(Format("  file {} {} {}", ToUtf8(entry.name), entry.size, entry.digest));
     }
   }
@@ -227,8 +155,7 @@ class Inspection {
   void ReportFiles(const sdk::GameUpdateManifest& manifest) {
     console_.Report()["directoryNames"] = manifest.directories;
     Json& entries = console_.Report()["entries"] = Json::array();
-    for (const std::string_view line : manifest.fileLines) {
-      const sdk::FileEntry entry = sdk::EntryOf(line);
+    for (const sdk::FileEntry& entry : manifest.files) {
       entries.push_back(
           {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
     }
@@ -236,8 +163,8 @@ class Inspection {
 
   void ShowUpdaterManifest() {
     TellKind("updater manifest");
-    const auto judged = ParseUpdaterManifest(content_);
-    if (const auto* error = std::get_if<ParseError>(&judged)) {
+    const auto parsed = ParseUpdaterManifest(content_);
+    if (const auto* error = std::get_if<ParseError>(&parsed)) {
       return Reject(*error, "updater manifests");
     }
     // The reader takes any file version from 1 on and does not hand it out.
@@ -247,7 +174,7 @@ class Inspection {
     Tell("header", "header", std::string(lines[0]));
     Tell("file version", "fileVersion",
          sdk::ReadDecimal<std::uint32_t>(sdk::SplitKeyValue(lines[1], ": ").value));
-    Tell("version", "version", std::get<std::uint32_t>(judged));
+    Tell("version", "version", std::get<std::uint32_t>(parsed));
   }
 
   void ShowUnknown() {

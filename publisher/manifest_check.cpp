@@ -42,7 +42,7 @@ class ManifestCheck {
     for (const std::string_view directory : manifest_.directories) {
       CheckDirectory(sdk::WidenName(directory));
     }
-    for (const std::string_view line : manifest_.fileLines) CheckFile(sdk::EntryOf(line));
+    for (const sdk::FileEntry& entry : manifest_.files) CheckFile(entry);
     TellUnlistedDirectories();
   }
 
@@ -177,8 +177,8 @@ void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string
   for (const std::string_view directory : manifest.directories) {
     CheckListedName(sdk::WidenName(directory), NameKind::kDirectory, launcher, found);
   }
-  for (const std::string_view line : manifest.fileLines) {
-    CheckListedName(sdk::EntryOf(line).name, NameKind::kFile, launcher, found);
+  for (const sdk::FileEntry& entry : manifest.files) {
+    CheckListedName(entry.name, NameKind::kFile, launcher, found);
   }
   for (const Diagnostic& diagnostic : found.refusals) {
     diagnostics.AddError(place, InManifest(diagnostic), diagnostic.hint);

@@ -1,12 +1,10 @@
 #include "publisher/manifest_writer.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstddef>
 
-#include "archive/archive_writer.h"
 #include "core/errors.h"
 #include "core/format.h"
+#include "publisher/archive_records.h"
 #include "updater/game_manifest.h"
 
 namespace ve::publish {
@@ -21,9 +19,8 @@ bool SameDirectories(const sdk::GameUpdateManifest& manifest, const BuildFolder&
 }
 
 bool SameFiles(const sdk::GameUpdateManifest& manifest, const BuildFolder& build) {
-  return std::equal(manifest.fileLines.begin(), manifest.fileLines.end(), build.files.begin(),
-                    build.files.end(), [](std::string_view line, const BuildFile& meant) {
-                      const sdk::FileEntry read = sdk::EntryOf(line);
+  return std::equal(manifest.files.begin(), manifest.files.end(), build.files.begin(),
+                    build.files.end(), [](const sdk::FileEntry& read, const BuildFile& meant) {
                       return read.name == meant.name && read.size == meant.size &&
                              read.digest == meant.digest;
                     });
@@ -51,11 +48,7 @@ std::string GameManifest(const BuildFolder& build) {
 }
 
 std::string GameVersionFile(const sdk::VersionNumber& version) {
-  file::ArchiveWriter writer(file::ArchiveMode::kPlain);
-  writer.WriteString(sdk::GameVersion::kHeader);
-  writer.WriteU32(sdk::GameVersion::kFileVersion);
-  writer.WriteBlock16(std::bit_cast<std::array<std::byte, 16>>(version.words));
-  std::string bytes = writer.Bytes();
+  std::string bytes = VersionArchive(version);
   if (sdk::ReadOfferedVersion(bytes) != version) {
     throw VERuntimeError("the version file does not read back as the version that it was made for");
   }

@@ -1,4 +1,4 @@
-// The Launcher's readers on the studio's side: what they read, or what they reject and where.
+// What the Launcher's readers make of a published file: its content, or the error they report.
 #pragma once
 
 #include <cstddef>
@@ -13,47 +13,36 @@
 
 namespace ve::publish {
 
-/// Why a reader rejects a file.
+/// A reader's own message, word for word as a player's log has it.
 struct ParseError {
-  std::string message;   ///< The reader's own, word for word.
-  std::size_t offset;    ///< In the file, of the bytes or the line at fault.
-  std::size_t line = 0;  ///< In a manifest, counted from 1 and with the empty ones.
-};
-
-/// Where the error is, in words: "at byte 9".
-[[nodiscard]] std::string FormatLocation(const ParseError& error);
-
-/// What all archives have.
-struct ArchiveFacts {
-  file::ArchiveMode mode;
-  std::size_t end;  ///< Where the record ends; what follows is not read.
+  std::string message;
 };
 
 struct SettingsFile {
-  ArchiveFacts archive;
   std::string url;
   std::string channel;
+  std::size_t
+      recordSize;  ///< In bytes, with the archive's header. Launchers do not read what follows.
 };
 
 struct VersionFile {
-  ArchiveFacts archive;
   sdk::VersionNumber version;
-  bool complete;  ///< False if the file ends in front of the version or in it: it is read as 0.
+  std::size_t recordSize;  ///< A file that is shorter breaks off: the version is read as 0.
 };
 
 [[nodiscard]] std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes);
 [[nodiscard]] std::variant<VersionFile, ParseError> ParseVersionFile(std::string_view bytes);
 
-/// The version that the manifest offers, as a Launcher of any version reads it.
+/// The version that the manifest offers, whatever the reading Launcher's own version is.
 [[nodiscard]] std::variant<std::uint32_t, ParseError> ParseUpdaterManifest(
     std::string_view content);
 
-/// `text` becomes the content that the manifest's views point into.
+/// Sets `text` to the content that the manifest's views point into.
 [[nodiscard]] std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(
     std::string_view content, std::string& text);
 
-/// The two modes in words: "plain", "checked".
-[[nodiscard]] std::string_view ModeInWords(file::ArchiveMode mode);
+/// The mode that the archive's header states.
+[[nodiscard]] file::ArchiveMode ModeOf(std::string_view bytes);
 
 /// Whether the bytes begin as an archive does.
 [[nodiscard]] bool HasArchiveMagic(std::string_view bytes);

@@ -1,9 +1,8 @@
 #include "publisher/paths.h"
 
-#include "core/windows.h"
-
 #include <algorithm>
 
+#include "core/extended_length_path.h"
 #include "core/format.h"
 #include "core/unicode.h"
 
@@ -12,27 +11,11 @@ namespace {
 
 constexpr std::wstring_view kLongPrefix = L"\\\\?\\";
 constexpr std::wstring_view kLongSharePrefix = L"\\\\?\\UNC\\";
-constexpr std::wstring_view kSharePrefix = L"\\\\";
-
-std::wstring FullPath(const std::wstring& path) {
-  const DWORD needed = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-  if (needed == 0) return path;
-  std::wstring full(needed, L'\0');
-  full.resize(GetFullPathNameW(path.c_str(), needed, full.data(), nullptr));
-  return full;
-}
 
 }  // namespace
 
 std::wstring ExtendedLengthPath(std::string_view path) {
-  std::wstring full = FullPath(ToWide(path));
-  const bool isDriveRoot = full.size() == 3 && full[1] == L':';
-  if (!isDriveRoot && (full.ends_with(L'\\') || full.ends_with(L'/'))) full.pop_back();
-  if (full.starts_with(kLongPrefix)) return full;
-  if (full.starts_with(kSharePrefix)) {
-    return Format(L"{}{}", kLongSharePrefix, std::wstring_view(full).substr(kSharePrefix.size()));
-  }
-  return Format(L"{}{}", kLongPrefix, full);
+  return file::ExtendedLengthPath(ToWide(path));
 }
 
 std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {

@@ -6,9 +6,7 @@
 
 namespace ve::publish {
 
-/// The absolute form of a path given on the command line (UTF-8), in the form that Windows takes at
-/// any length (\\?\), without a trailing separator.
-/// https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
+/// `file::ExtendedLengthPath` of a path given on the command line, in UTF-8.
 [[nodiscard]] std::wstring ExtendedLengthPath(std::string_view path);
 
 /// `folder`, a separator, `name`; the slashes of the name become backslashes.

@@ -51,15 +51,15 @@ class PayloadCheck {
  public:
   PayloadCheck(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest)
       : tree_(tree), manifest_(manifest) {
-    for (const std::string_view line : manifest.fileLines) bytes_ += sdk::EntryOf(line).size;
+    for (const sdk::FileEntry& entry : manifest.files) bytes_ += entry.size;
   }
 
   /// Takes file after file until none is left. `console` is for the one thread that may use it.
   void Work(Console* console) {
     for (;;) {
       const std::size_t index = next_++;
-      if (index >= manifest_.fileLines.size()) return;
-      const sdk::FileEntry entry = sdk::EntryOf(manifest_.fileLines[index]);
+      if (index >= manifest_.files.size()) return;
+      const sdk::FileEntry& entry = manifest_.files[index];
       if (auto diagnostic = Check(entry)) {
         const std::lock_guard lock(mutex_);
         diagnostics_.emplace(index, std::move(*diagnostic));
@@ -67,8 +67,7 @@ class PayloadCheck {
       bytesDone_ += entry.size;
       ++filesDone_;
       if (console != nullptr) {
-        console->ShowProgress("checking", filesDone_, manifest_.fileLines.size(), bytesDone_,
-                              bytes_);
+        console->ShowProgress("checking", filesDone_, manifest_.files.size(), bytesDone_, bytes_);
       }
     }
   }

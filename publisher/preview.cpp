@@ -253,11 +253,10 @@ class SimulatedRun {
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
     sdk::StagedUpdate staged;
     std::uint64_t bytes = 0;
-    for (const std::string_view line : manifest.fileLines) bytes += sdk::EntryOf(line).size;
+    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
     std::uint64_t bytesDone = 0;
-    for (const std::string_view line : manifest.fileLines) {
-      const sdk::FileEntry entry = sdk::EntryOf(line);
-      progress_(staged.names.size(), manifest.fileLines.size(), bytesDone, bytes);
+    for (const sdk::FileEntry& entry : manifest.files) {
+      progress_(staged.names.size(), manifest.files.size(), bytesDone, bytes);
       std::wstring stagingPath = sdk::StagingPath(entry.name);
       const sdk::FileSource source = Source(entry, stagingPath);
       if (source == sdk::FileSource::kServer) FetchFile(entry, stagingPath);
@@ -296,10 +295,11 @@ class SimulatedRun {
     disk_.SaveFile(stagingPath, std::move(payload.content));
   }
 
-  void CleanUp(const std::unordered_set<std::wstring>& listedNames) {
-    sdk::CleanupRules rules(listedNames, executable_);
-    disk_.WalkDirectory(sdk::kCleanupRoot, [&](const file::DirectoryEntry& entry) {
-      return sdk::CleanUpEntry(rules, entry.path,
+  void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
+    const sdk::CleanupRules rules(listedNames, executable_);
+    constexpr std::wstring_view kRoot = L".";
+    disk_.WalkDirectory(kRoot, [&](const file::DirectoryEntry& entry) {
+      return sdk::CleanUpEntry(rules, entry, entry.path.substr(kRoot.size() + 1),
                                [this](std::wstring_view path) { return disk_.TryRemove(path); });
     });
   }

@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <memory>
 
-#include "archive/archive_writer.h"
-#include "archive/updater_settings.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
+#include "publisher/archive_records.h"
 #include "publisher/commands.h"
 #include "publisher/paths.h"
 #include "publisher/whole_file.h"
@@ -41,22 +40,13 @@ void CheckUrl(const std::string& url, Diagnostics& diagnostics) {
   }
 }
 
-std::string SettingsArchive(const Options& options) {
-  file::ArchiveWriter writer(file::ArchiveMode::kPlain);
-  writer.WriteString(sdk::UpdaterSettings::kHeader);
-  writer.WriteU32(sdk::UpdaterSettings::kFileVersion);
-  writer.WriteWideString(ToWide(options.url));
-  writer.WriteWideString(ToWide(options.channel));
-  return writer.Bytes();
-}
-
 int Run(const Options& options, Console& console) {
   Diagnostics diagnostics;
   CheckUrl(options.url, diagnostics);
   const std::wstring output = ExtendedLengthPath(options.output);
   if (!diagnostics.Refused()) {
     file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
-    WriteFileAtomically(output, SettingsArchive(options));
+    WriteFileAtomically(output, SettingsArchive(ToWide(options.url), ToWide(options.channel)));
     console.Say(
         Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
   }

@@ -24,18 +24,12 @@ void RegisterWindowClassOnce() {
   RegisterClassW(&windowClass);
 }
 
-/// The library is loaded here and stays: as an import it would be loaded, and its classes
-/// registered, in every run, and most runs show no progress bar.
 void InitializeProgressBarClassOnce() {
   static bool initialized = false;
   if (initialized) return;
   initialized = true;
-  const HMODULE library = LoadLibraryW(L"comctl32.dll");
-  if (library == nullptr) return;
-  const auto initialize = reinterpret_cast<decltype(&InitCommonControlsEx)>(
-      reinterpret_cast<void*>(GetProcAddress(library, "InitCommonControlsEx")));
-  INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_PROGRESS_CLASS};
-  if (initialize != nullptr) initialize(&controls);
+  const INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_PROGRESS_CLASS};
+  InitCommonControlsEx(&controls);
 }
 
 RECT Adjusted(int width, int height) {

@@ -35,14 +35,14 @@ bool IsPreserved(std::wstring_view relativePath) {
 
 }  // namespace
 
-bool CleanupRules::Keeps(std::wstring_view relativePath) {
+bool CleanupRules::Keeps(std::wstring_view relativePath) const {
   if (relativePath == kKeptFile) return true;
   if (HasKeptExtension(relativePath)) return true;
   if (relativePath == ownExecutable_) return true;
   if (IsPreserved(relativePath)) return true;
-  key_ = relativePath;
-  std::replace(key_.begin(), key_.end(), L'\\', L'/');
-  return listedNames_.contains(key_);
+  std::wstring key(relativePath);
+  std::replace(key.begin(), key.end(), L'\\', L'/');
+  return listedNames_.contains(key);
 }
 
 }  // namespace ve::sdk

@@ -7,24 +7,24 @@
 
 namespace ve::sdk {
 
-/// Decides, entry by entry, what of the game folder stays. All comparisons of names are
-/// case-sensitive, although the file system is not: a file listed in another spelling than its own
-/// on disk is not kept.
+/// Decides which entries of the game folder the clean-up keeps. All names are compared with case,
+/// although the file system ignores it: a file on disk in another spelling than the listed one is
+/// not kept.
 class CleanupRules {
  public:
   /// `listedNames` (with "/") and `ownExecutable` must outlive the rules.
-  CleanupRules(const std::unordered_set<std::wstring>& listedNames, std::wstring_view ownExecutable)
+  CleanupRules(const std::unordered_set<std::wstring_view>& listedNames,
+               std::wstring_view ownExecutable)
       : listedNames_(listedNames), ownExecutable_(ownExecutable) {}
 
-  /// Whether the file or directory at this path stays. `relativePath` is below the game root, with
-  /// "\". Directories are judged like files, so one that is neither preserved nor happens to have a
-  /// listed file's name does not stay.
-  [[nodiscard]] bool Keeps(std::wstring_view relativePath);
+  /// Whether to keep the file or directory at `relativePath`, which is below the game root, with
+  /// "\" as separator. The rules are the same for both, so a directory is kept only if it is
+  /// preserved: the listed names are those of files.
+  [[nodiscard]] bool Keeps(std::wstring_view relativePath) const;
 
  private:
-  const std::unordered_set<std::wstring>& listedNames_;
+  const std::unordered_set<std::wstring_view>& listedNames_;
   std::wstring_view ownExecutable_;
-  std::wstring key_;  // Scratch, to compare without an allocation for every entry.
 };
 
 }  // namespace ve::sdk

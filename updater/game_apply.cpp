@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/errors.h"
+#include "core/extended_length_path.h"
 #include "core/files.h"
 #include "updater/game_version.h"
 #include "updater/own_executable.h"
@@ -23,19 +24,19 @@ void InstallStagedFiles(const StagedUpdate& staged) {
   }
 }
 
-/// True if the entry is gone, false if it is a directory to go on into.
-bool RemoveEntry(std::wstring_view path, const RemoveCall& remove) {
-  const DWORD code = remove(path);
-  if (code == ERROR_DIR_NOT_EMPTY && KeepsNonEmptyDirectories()) return false;
-  if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
-  return true;
+/// Whether a directory that cannot be removed is kept. Any failure counts, not only
+/// ERROR_DIR_NOT_EMPTY: a filled directory that a process has as its current directory, such as
+/// "bin" while a crash reporter of the game runs, fails as being in use.
+bool KeepsFilledDirectory(const file::DirectoryEntry& entry, DWORD failure) {
+  if (!KeepsNonEmptyDirectories() || !entry.ShouldRecurse()) return false;
+  return failure == ERROR_DIR_NOT_EMPTY || file::HoldsEntries(entry.path);
 }
 
 void RemoveStagingFolder() {
   try {
     file::RemoveTree(kStagingFolder);
   } catch (const std::exception&) {
-    // The game is complete; what is left over is used or removed by the next update.
+    // The game is complete. The next update uses or removes what is left.
   }
 }
 
@@ -44,18 +45,22 @@ void RemoveStagingFolder() {
 // The one difference between the strict program and the one for games that live in "bin\".
 bool KeepsNonEmptyDirectories() noexcept { return LAUNCHER_KEEP_NONEMPTY_DIRS; }
 
-file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
-                              const RemoveCall& remove) {
-  // Entries are met as ".\bin\x"; the rules know them as "bin\x".
-  const std::wstring_view relativePath = path.substr(kCleanupRoot.size() + 1);
+file::WalkAction CleanUpEntry(const CleanupRules& rules, const file::DirectoryEntry& entry,
+                              std::wstring_view relativePath, const RemoveCall& remove) {
   if (rules.Keeps(relativePath)) return file::WalkAction::kRecurse;
-  return RemoveEntry(path, remove) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
+  const DWORD code = remove(entry.path);
+  if (code == ERROR_SUCCESS) return file::WalkAction::kSkip;
+  if (KeepsFilledDirectory(entry, code)) return file::WalkAction::kRecurse;
+  file::ThrowFilesystemError("remove", entry.path, code);
 }
 
-void CleanUp(const std::unordered_set<std::wstring>& listedNames) {
-  CleanupRules rules(listedNames, OwnExecutableName());
-  file::WalkDirectory(kCleanupRoot, [&rules](const file::DirectoryEntry& entry) {
-    return CleanUpEntry(rules, entry.path, file::TryRemove);
+void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
+  const CleanupRules rules(listedNames, OwnExecutableName());
+  // Of any length: one long path below a kept folder would otherwise end every update.
+  const std::wstring root = file::ExtendedLengthPath(L".");
+  const std::size_t prefixLength = root.size() + (root.ends_with(L'\\') ? 0 : 1);
+  file::WalkDirectory(root, [&](const file::DirectoryEntry& entry) {
+    return CleanUpEntry(rules, entry, entry.path.substr(prefixLength), file::TryRemove);
   });
 }
 

@@ -12,31 +12,32 @@
 
 namespace ve::sdk {
 
-/// Creates the listed directories, installs the staged files over the old ones, removes what is
-/// neither listed nor preserved, removes the staging folder and records the new version, in this
-/// order, so that the version file is new only when the game is. Whatever fails throws, but for the
-/// staging folder's removal, which may fail.
+/// Makes the game in the current directory match the manifest, in this order: creates the listed
+/// directories, copies the staged files over the installed ones, cleans up, removes the staging
+/// folder, and writes `pendingVersion` as the installed version file, which so is new only when the
+/// game is. Throws whatever fails; only a failure to remove the staging folder is ignored.
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 
-/// Whether this build keeps a directory that the clean-up cannot remove because it still holds
-/// entries, and goes on into it; if not, that ends the update.
+/// Whether this build keeps a directory that the clean-up cannot remove because it holds entries,
+/// and cleans up inside it. Otherwise such a directory ends the update.
 [[nodiscard]] bool KeepsNonEmptyDirectories() noexcept;
 
-/// Where the clean-up's walk begins.
-inline constexpr std::wstring_view kCleanupRoot = L".";
+/// Removes every entry below the current directory that is neither listed nor preserved. Throws a
+/// filesystem error ("remove") for what cannot be removed: also for a directory that still holds
+/// entries, be they all listed, unless this build keeps those.
+void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
 
-/// `file::TryRemove`, or what stands for it where a run is only foretold.
+// Building blocks, also used by the preview of publish.exe.
+
+/// `file::TryRemove`, or what replaces it in a preview.
 using RemoveCall = std::function<DWORD(std::wstring_view path)>;
 
-/// The clean-up of one entry, met at `path` on the walk: keeps it or removes it. Whether to go on
-/// into it. Throws the filesystem error of the removal.
-[[nodiscard]] file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
+/// Keeps or removes one entry that the walk meets, `relativePath` below the game root. Returns
+/// whether to walk into it. Throws the filesystem error of the removal.
+[[nodiscard]] file::WalkAction CleanUpEntry(const CleanupRules& rules,
+                                            const file::DirectoryEntry& entry,
+                                            std::wstring_view relativePath,
                                             const RemoveCall& remove);
-
-/// Removes every entry of the current directory that is neither listed nor preserved. Removing a
-/// directory that still holds entries fails, and that throws, on purpose, also where all that it
-/// holds is listed; only a build whose clean-up walks on keeps it and goes on into it.
-void CleanUp(const std::unordered_set<std::wstring>& listedNames);
 
 }  // namespace ve::sdk

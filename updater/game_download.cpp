@@ -12,7 +12,7 @@ namespace ve::sdk {
 std::wstring StagingPath(std::wstring_view name) { return Format(L"{}{}", kStagingFolder, name); }
 
 std::wstring StagingDirectory(std::string_view directory) {
-  // The folder ends with a backslash, so there are two; the file system takes them for one.
+  // The folder ends with a backslash, so the path has two in a row, which Windows takes for one.
   return Format(L"{}\\{}", kStagingFolder, WidenName(directory));
 }
 
@@ -38,12 +38,9 @@ void MakeStagingFolders(const GameUpdateManifest& manifest) {
   }
 }
 
-StagedUpdate StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
-                        std::atomic<std::uint32_t>& processed) {
-  StagedUpdate staged;
-  staged.names.reserve(manifest.fileLines.size());
-  for (const std::string_view line : manifest.fileLines) {
-    FileEntry entry = EntryOf(line);
+void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
+                StagedUpdate& staged, std::atomic<std::uint32_t>& processed) {
+  for (const FileEntry& entry : manifest.files) {
     std::wstring stagingPath = StagingPath(entry.name);
     const FileSource source = FindSource(entry, stagingPath);
     if (source == FileSource::kServer) {
@@ -53,9 +50,8 @@ StagedUpdate StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& 
       staged.copies.push_back({entry.name, std::move(stagingPath)});
     }
     ++processed;
-    staged.names.insert(std::move(entry.name));
+    staged.names.insert(entry.name);
   }
-  return staged;
 }
 
 }  // namespace ve::sdk

@@ -1,5 +1,5 @@
-// The download stage of the game update: choosing, file by file, where the new version comes from,
-// and fetching what is missing into the staging folder.
+// The download stage of the game update: finds out, file by file, where the listed version is, and
+// downloads what is missing into the staging folder.
 #pragma once
 
 #include <atomic>
@@ -10,30 +10,56 @@
 #include <unordered_set>
 #include <vector>
 
-#include "core/md5.h"
+#include "core/file_matches_entry.h"
 #include "net/download.h"
 #include "updater/game_manifest.h"
 
 namespace ve::sdk {
 
-/// Where files are fetched to before they are applied. What an interrupted update left there is
-/// used by the next one.
+/// Where files are downloaded to before they are applied. The next update uses what an interrupted
+/// one left there.
 inline constexpr std::wstring_view kStagingFolder = L"Intermediate\\Update\\";
 
-/// Where the listed version of a file is found.
+/// A staged file and the listed name that it is to be installed as, a view into the file's entry.
+struct StagedFile {
+  std::wstring_view name;
+  std::wstring stagingPath;
+};
+
+/// What the download stage hands to the applying stage. The names are views into the manifest's
+/// entries, which must outlive it.
+struct StagedUpdate {
+  std::vector<StagedFile> copies;               ///< In download order.
+  std::unordered_set<std::wstring_view> names;  ///< Of all listed files.
+};
+
+/// Makes the staging folder and the listed directories in it. Makes only the last component of
+/// each, so a parent must be listed before its children. Throws filesystem errors.
+void MakeStagingFolders(const GameUpdateManifest& manifest);
+
+/// Brings every listed file that is not current into the staging folder, adds it to `staged`, and
+/// adds 1 to `processed` for each listed file. Does not check what it downloads: the next update
+/// finds a bad file, because it does not match. Throws `UpdaterException` at the first failed
+/// download, without a retry.
+void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
+                StagedUpdate& staged, std::atomic<std::uint32_t>& processed);
+
+// Building blocks, also used by the preview of publish.exe.
+
+/// Where the listed version of a file is.
 enum class FileSource {
-  kInstalled,  ///< In the game already.
-  kStaged,     ///< In the staging folder, complete.
+  kInstalled,  ///< Installed already.
+  kStaged,     ///< Complete in the staging folder.
   kServer,
 };
 
-/// The staging folder's copy of a listed file.
+/// The path of a listed file in the staging folder.
 [[nodiscard]] std::wstring StagingPath(std::wstring_view name);
 
-/// The staging folder's own folder for a listed directory.
+/// The path of a listed directory in the staging folder.
 [[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
 
-/// Tells whether the file at a path has a size and a digest, as `FileMatchesEntry` does.
+/// `FileMatchesEntry`, or what replaces it in a preview.
 using FileMatch =
     std::function<bool(std::wstring_view path, std::uint64_t size, std::string_view digest)>;
 
@@ -41,32 +67,8 @@ using FileMatch =
 [[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath,
                                     const FileMatch& matches = FileMatchesEntry);
 
-/// The content of a listed file. Throws `UpdaterException`.
+/// Downloads a listed file. Throws `UpdaterException`.
 [[nodiscard]] std::string DownloadGameFile(const std::wstring& fileUrl,
                                            const Downloader& download = Download);
-
-/// A staged file and the listed name that it is to be installed as.
-struct StagedFile {
-  std::wstring name;
-  std::wstring stagingPath;
-};
-
-/// What the download stage hands to the applying stage.
-struct StagedUpdate {
-  std::vector<StagedFile> copies;
-  std::unordered_set<std::wstring> names;  ///< Of all listed files.
-};
-
-/// Makes the staging folder and the listed directories in it, each of which must come after its
-/// parent. Throws filesystem errors.
-void MakeStagingFolders(const GameUpdateManifest& manifest);
-
-/// Brings every listed file that is not current into the staging folder, counting each file in
-/// `processed`. What is downloaded is not checked: a bad file is found by the next run, whose
-/// staged copy does not match. The first failed download throws `UpdaterException`; there is no
-/// retry.
-[[nodiscard]] StagedUpdate StageFiles(std::wstring_view updatesUrl,
-                                      const GameUpdateManifest& manifest,
-                                      std::atomic<std::uint32_t>& processed);
 
 }  // namespace ve::sdk

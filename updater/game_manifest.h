@@ -1,8 +1,15 @@
 // The game update manifest, "game_update.manifest": the directories and files of one version of the
 // game.
+//
+//   GameUpdate
+//   FileVersion: 1
+//   Directories: 2
+//   bin
+//   bin/data
+//   Files:
+//   'bin/Game.dll' 1048576 0123456789abcdef0123456789abcdef
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -11,32 +18,25 @@
 namespace ve::sdk {
 
 struct FileEntry {
-  std::wstring name;        ///< Below the game root, with "/"; each byte widened by its sign.
+  std::wstring name;        ///< Below the game root, as listed ("/" separates), widened.
   std::uint64_t size;       ///< In bytes, never 0.
-  std::string_view digest;  ///< MD5, 32 characters, compared as they stand.
+  std::string_view digest;  ///< MD5: 32 characters, not checked to be hexadecimal.
 };
 
-/// The entry of a file line that was found right. The digest is a view into the line.
-[[nodiscard]] FileEntry EntryOf(std::string_view fileLine);
-
-/// Directories, file lines and digests are views into the text that the manifest was read from; it
-/// must stay alive and unchanged while they are used.
+/// The manifest's directories and files, in file order. Directories and digests are views into the
+/// manifest's text, which must stay alive and unchanged while they are used.
 struct GameUpdateManifest {
   std::vector<std::string_view> directories;
-  /// All of them found right. An entry is made of its line when it is asked for: to keep one of
-  /// each, with its name twice as wide as it came, would take longer than all else that is done to
-  /// read a manifest.
-  std::vector<std::string_view> fileLines;
+  std::vector<FileEntry> files;
 };
 
-/// Reads the manifest, whose carriage returns are removed in place. Strict, because what the
-/// manifest does not list gets deleted: throws `UpdaterException` at the first line that is not
-/// right. `judged`, if given, is that line then, in the text without its carriage returns, or
-/// nothing at the end of a text that ends too early.
-[[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text,
-                                                        std::string_view* judged = nullptr);
+/// Reads the manifest and removes the carriage returns from `text` in place, also when it throws.
+/// Strict, because the update deletes what the manifest does not list: throws `UpdaterException` at
+/// the first line that is not valid.
+[[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text);
 
-/// A name of the manifest as the wide text that paths are made from: byte by byte, not decoded.
+/// A listed name as wide text: one unit per byte, extended by the byte's sign, not decoded. Names
+/// are meant to be ASCII.
 [[nodiscard]] std::wstring WidenName(std::string_view name);
 
 }  // namespace ve::sdk

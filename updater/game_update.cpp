@@ -35,7 +35,7 @@ bool PlayerWantsUpdate() {
                      kUpdateAvailableCaption, MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
 }
 
-/// Tells the player of a failed update. Returns whether the game must not be started.
+/// Shows that the update failed. Returns whether the game must not be started.
 bool ShowUpdateFailure(bool applying) {
   if (applying) {
     MessageBoxW(nullptr,
@@ -58,7 +58,7 @@ void ShowSuccess() {
               kUpdateSuccessfulCaption, MB_OK | MB_ICONINFORMATION);
 }
 
-/// A file from the server; `failure` is the message if it cannot be had.
+/// Downloads a file; `failure` is the message if that fails.
 std::string DownloadOrThrow(const std::wstring& url, std::string_view failure,
                             const Downloader& download) {
   DownloadResult result = download(url);
@@ -80,15 +80,18 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(manifestText);
   MakeStagingFolders(manifest);
 
-  // From here on a failure ends the process, on purpose: an exception that unwinds this function
-  // destroys the thread before the guard, and a thread not joined terminates. It is a std::thread,
-  // made after the guard and joined nowhere but at the end, for that reason.
+  StagedUpdate staged;
+  staged.names.reserve(manifest.files.size());
   std::atomic<std::uint32_t> processed = 0;
   std::atomic<bool> finished = false;
-  std::thread progress(&ProgressThread<std::vector<std::string_view>>,
-                       std::cref(manifest.fileLines), std::cref(finished), std::ref(processed));
 
-  const StagedUpdate staged = StageFiles(updatesUrl, manifest, processed);
+  // From here on a failure ends the process: an exception that unwinds this function destroys the
+  // thread before the guard, and destroying a std::thread that is not joined terminates. The next
+  // run depends on that: it finds the staged files and the old version, and offers the update
+  // again.
+  std::thread progress(&ProgressThread<std::vector<FileEntry>>, std::cref(manifest.files),
+                       std::cref(finished), std::ref(processed));
+  StageFiles(updatesUrl, manifest, staged, processed);
   finished = true;
   applying = true;
 

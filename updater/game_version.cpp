@@ -1,6 +1,7 @@
 #include "updater/game_version.h"
 
 #include <bit>
+#include <utility>
 
 #include "archive/archive_file.h"
 #include "core/errors.h"
@@ -9,33 +10,6 @@
 
 namespace ve::sdk {
 
-std::optional<VersionNumber> ReadInstalledVersion() {
-  if (!file::Exists(kGameVersionFile)) return {};
-  file::ArchiveReader reader = file::OpenArchiveFile(kGameVersionFile);
-  if (reader.ReadString() != GameVersion::kHeader) return {};
-  if (reader.ReadU32() != GameVersion::kFileVersion) return {};
-  return ReadVersionNumber(reader);
-}
-
-VersionNumber ReadOfferedVersion(std::string_view bytes) {
-  file::ArchiveReader reader(bytes);
-  return ReadOfferedVersion(reader);
-}
-
-VersionNumber ReadOfferedVersion(file::ArchiveReader& reader) {
-  const std::string_view header = reader.ReadString();
-  if (header != GameVersion::kHeader) {
-    // "Remove" is the wording, here and below.
-    ThrowUpdaterException("Remove game-version file had unexpected header '{}'.", header);
-  }
-  const std::uint32_t fileVersion = reader.ReadU32();
-  if (fileVersion != GameVersion::kFileVersion) {
-    ThrowUpdaterException("Remove game-version file had unexpected file-version '{}'.",
-                          fileVersion);
-  }
-  return ReadVersionNumber(reader);
-}
-
 std::strong_ordering VersionNumber::operator<=>(const VersionNumber& other) const noexcept {
   for (std::size_t word = words.size(); word-- > 0;) {
     if (words[word] != other.words[word]) return words[word] <=> other.words[word];
@@ -43,21 +17,47 @@ std::strong_ordering VersionNumber::operator<=>(const VersionNumber& other) cons
   return std::strong_ordering::equal;
 }
 
-VersionNumber ReadVersionNumber(file::ArchiveReader& reader) {
-  return {std::bit_cast<std::array<std::int32_t, 4>>(reader.ReadBlock16())};
+GameVersion ReadGameVersion(file::ArchiveReader& reader) {
+  GameVersion version;
+  version.header = reader.ReadString();
+  if (version.header != GameVersion::kHeader) return version;
+  version.fileVersion = reader.ReadU32();
+  if (version.fileVersion != GameVersion::kFileVersion) return version;
+  version.number.words = std::bit_cast<std::array<std::int32_t, 4>>(reader.ReadBlock16());
+  return version;
+}
+
+std::optional<VersionNumber> ReadInstalledVersion() {
+  if (!file::Exists(kGameVersionFile)) return {};
+  file::ArchiveReader reader = file::OpenArchiveFile(kGameVersionFile);
+  const GameVersion version = ReadGameVersion(reader);
+  if (!version.IsSupported()) return {};
+  return version.number;
+}
+
+VersionNumber ReadOfferedVersion(std::string_view bytes) {
+  file::ArchiveReader reader(bytes);
+  const GameVersion version = ReadGameVersion(reader);
+  // "Remove" for "Remote": players and support know both messages so.
+  if (version.header != GameVersion::kHeader) {
+    ThrowUpdaterException("Remove game-version file had unexpected header '{}'.", version.header);
+  }
+  if (version.fileVersion != GameVersion::kFileVersion) {
+    ThrowUpdaterException("Remove game-version file had unexpected file-version '{}'.",
+                          version.fileVersion);
+  }
+  return version.number;
 }
 
 bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion,
                       const Downloader& download) {
-  const std::optional<VersionNumber> local = ReadInstalledVersion();
-  if (!local) return true;
+  const std::optional<VersionNumber> installed = ReadInstalledVersion();
+  if (!installed) return true;
 
-  DownloadResult remote = download(versionUrl);
-  if (!remote.Succeeded()) {
-    ThrowUpdaterException(kVersionDownloadFailed, remote.Error());
-  }
-  if (*local >= ReadOfferedVersion(remote.Body())) return false;
-  pendingVersion = std::move(remote.Body());
+  DownloadResult offered = download(versionUrl);
+  if (!offered.Succeeded()) ThrowUpdaterException(kVersionDownloadFailed, offered.Error());
+  if (*installed >= ReadOfferedVersion(offered.Body())) return false;
+  pendingVersion = std::move(offered.Body());
   return true;
 }
 

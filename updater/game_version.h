@@ -16,7 +16,8 @@ namespace ve::sdk {
 /// Where the installed game's version is recorded.
 inline constexpr std::wstring_view kGameVersionFile = L"Updater\\GameVersion.vpak";
 
-/// Four words in the order of the file: the least significant first, the most significant last.
+/// Four words in file order: the least significant first, the most significant last. Published
+/// version files depend on this order.
 struct VersionNumber {
   std::array<std::int32_t, 4> words{};
 
@@ -25,32 +26,42 @@ struct VersionNumber {
   [[nodiscard]] std::strong_ordering operator<=>(const VersionNumber& other) const noexcept;
 };
 
-/// The record's fields, in their order.
+/// The record, with its fields in file order.
 struct GameVersion {
   static constexpr std::string_view kHeader = "GameVersion";
   static constexpr std::uint32_t kFileVersion = 1;
+
+  std::string header;             ///< `kHeader` in a version file.
+  std::uint32_t fileVersion = 0;  ///< `kFileVersion` in a version file that this program reads.
+  VersionNumber number;
+
+  [[nodiscard]] bool IsSupported() const noexcept {
+    return header == kHeader && fileVersion == kFileVersion;
+  }
 };
 
-/// Reads the version number, the record's last field.
-[[nodiscard]] VersionNumber ReadVersionNumber(file::ArchiveReader& reader);
+// Building blocks, also used by publish.exe.
 
-/// The installed version in the current directory; none if there is no version file, or one with
-/// another header word or file version. The file is closed again on return: the update writes it at
-/// its end. Throws what the archive reader throws.
+/// Reads the record from a reader positioned at its start. Stops after the first field that is not
+/// as in a supported version file and leaves the rest as it is: another record has other fields.
+/// Throws what the archive reader throws.
+[[nodiscard]] GameVersion ReadGameVersion(file::ArchiveReader& reader);
+
+/// The installed version in the current directory; none without a version file, or with one that is
+/// not supported. Closes the file on return, because the update writes it at its end. Throws what
+/// the archive reader throws.
 [[nodiscard]] std::optional<VersionNumber> ReadInstalledVersion();
 
-/// The version in the server's version file. Throws `UpdaterException` if it is no version file,
-/// and what the archive reader throws.
+/// The version in the server's version file. Throws `UpdaterException` if the file is not
+/// supported, and what the archive reader throws.
 [[nodiscard]] VersionNumber ReadOfferedVersion(std::string_view bytes);
-/// The same from a reader at the begin of the record.
-[[nodiscard]] VersionNumber ReadOfferedVersion(file::ArchiveReader& reader);
 
-/// Whether the installed version is missing, not understood or older than the server's.
+/// Whether the installed version is missing, not supported or older than the server's.
 ///
-/// If it is older, `pendingVersion` becomes the server's version file as downloaded. A local file
-/// that is missing or has another header word or file version is simply an old game: nothing is
-/// downloaded and `pendingVersion` stays empty. Throws `UpdaterException` if the server's file
-/// cannot be had or is not a version file, and what the archive reader throws for either file.
+/// If it is older, sets `pendingVersion` to the server's version file as downloaded. If it is
+/// missing or not supported, downloads nothing and leaves `pendingVersion` as it is. Throws
+/// `UpdaterException` if the server's file cannot be downloaded or is not supported, and what the
+/// archive reader throws for either file.
 [[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
                                     std::optional<std::string>& pendingVersion,
                                     const Downloader& download = Download);

@@ -18,27 +18,21 @@ constexpr std::size_t kMinLines = 3;
 
 }  // namespace
 
-std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
-                                  std::string_view* judged) {
-  std::string_view unasked;
-  std::string_view& line = judged != nullptr ? *judged : unasked;
+std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion) {
   StripCarriageReturns(text);
   const std::vector<std::string_view> lines = SplitLines(text, '\n', EmptyPieces::kDrop);
-  line = std::string_view(text).substr(text.size());
   if (lines.size() < kMinLines) {
     ThrowUpdaterException(
         "Invalid number of lines in updater-manifest file. Expecting at least 3, was only {}.",
         lines.size());
   }
-  line = lines[0];
-  if (line != kHeader) {
+  if (lines[0] != kHeader) {
     ThrowUpdaterException(
-        "Unknown header in received updater-manifest file (was '{}', expected '{}').", line,
+        "Unknown header in received updater-manifest file (was '{}', expected '{}').", lines[0],
         kHeader);
   }
 
-  line = lines[1];
-  const KeyValue fileVersionLine = SplitKeyValue(line, ": ");
+  const KeyValue fileVersionLine = SplitKeyValue(lines[1], ": ");
   if (fileVersionLine.key != kFileVersionKey) {
     ThrowUpdaterException("Unknown file version name '{}' (should have been '{}')",
                           fileVersionLine.key, kFileVersionKey);
@@ -49,8 +43,7 @@ std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
                           kMinimumFileVersion);
   }
 
-  line = lines[2];
-  const KeyValue versionLine = SplitKeyValue(line, ": ");
+  const KeyValue versionLine = SplitKeyValue(lines[2], ": ");
   if (versionLine.key != kVersionKey) {
     ThrowUpdaterException("Unknown updater version name '{}' (should have been '{}')",
                           versionLine.key, kVersionKey);

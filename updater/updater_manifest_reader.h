@@ -13,9 +13,7 @@ inline constexpr std::uint32_t kMinimumFileVersion = 1;
 
 /// Reads the manifest, whose carriage returns are removed in place, and returns the offered
 /// version, which is `ownVersion` or a higher one. Throws `UpdaterException`, also for an offered
-/// version below that. `judged`, if given, is the line at fault then, in the text without its
-/// carriage returns, or nothing at the end of a text that ends too early.
-[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
-                                                std::string_view* judged = nullptr);
+/// version below that.
+[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion);
 
 }  // namespace ve::sdk

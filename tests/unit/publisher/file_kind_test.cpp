@@ -18,9 +18,9 @@ TEST(FileKind, ArchivesAreToldByTheirHeaderWord) {
   for (const file::ArchiveMode mode : {file::ArchiveMode::kPlain, file::ArchiveMode::kChecked}) {
     EXPECT_EQ(KindOf(Archive(mode, "UpdaterData")), FileKind::kSettings);
     EXPECT_EQ(KindOf(Archive(mode, "GameVersion")), FileKind::kVersion);
-    EXPECT_EQ(KindOf(Archive(mode, "GameVersio")), FileKind::kOtherArchive);
+    EXPECT_EQ(KindOf(Archive(mode, "GameVersio")), FileKind::kUnknown);
   }
-  EXPECT_EQ(KindOf("\xA1\xFC\x26\x61"), FileKind::kOtherArchive);
+  EXPECT_EQ(KindOf("\xA1\xFC\x26\x61"), FileKind::kUnknown);
   EXPECT_EQ(KindOf("\xA1\xFC\x26"), FileKind::kUnknown);
 }
 
