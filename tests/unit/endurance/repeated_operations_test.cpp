@@ -271,7 +271,7 @@ TEST_F(RepeatedOperations, SettingsAndManifests) {
     EXPECT_EQ(sdk::ReadUpdaterManifest(updater), 7U);
     std::string game =
         "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n'bin/a' 10000 " + digest + "\n";
-    EXPECT_EQ(sdk::ReadGameUpdateManifest(game).fileLines.size(), 1U);
+    EXPECT_EQ(sdk::ReadGameUpdateManifest(game).files.size(), 1U);
   });
   RepeatFailing<sdk::UpdaterException>([] {
     std::string game = "GameUpdate\n";
@@ -294,7 +294,9 @@ TEST_F(RepeatedOperations, AnUpdateIsStagedAndApplied) {
     const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
     sdk::MakeStagingFolders(manifest);
     std::atomic<std::uint32_t> processed = 0;
-    sdk::ApplyUpdate(manifest, sdk::StageFiles(server.Url("/"), manifest, processed), *pending);
+    sdk::StagedUpdate staged;
+    sdk::StageFiles(server.Url("/"), manifest, staged, processed);
+    sdk::ApplyUpdate(manifest, staged, *pending);
     EXPECT_TRUE(file::Exists(L"a"));
     EXPECT_FALSE(file::Exists(L"unlisted"));
     file::Remove(L"a");

@@ -288,12 +288,9 @@ TEST_P(HostileArchives, UpdaterSettingsAreReadOrRejected) {
 /// The record of the game's version, read field by field as the version check reads it.
 bool ReadVersionRecord(std::string_view input) {
   file::ArchiveReader reader(input);
-  const std::string_view header = reader.ReadString();
-  if (!Within(header, input)) return false;
-  if (header != sdk::GameVersion::kHeader || reader.ReadU32() != sdk::GameVersion::kFileVersion) {
-    throw sdk::UpdaterException("no version record");
-  }
-  const sdk::VersionNumber version = sdk::ReadVersionNumber(reader);
+  const sdk::GameVersion record = sdk::ReadGameVersion(reader);
+  if (!record.IsSupported()) throw sdk::UpdaterException("not a version record");
+  const sdk::VersionNumber version = record.number;
   // The order must hold for any words whatever.
   return version == version &&
          (version < sdk::VersionNumber{}) != (version >= sdk::VersionNumber{});
@@ -620,12 +617,11 @@ TEST(HostileManifests, GameManifestsAreReadOrRejected) {
     std::string text = GuardedString(memory, input);
     Count(outcomes, input, [&] {
       const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-      return !manifest.directories.empty() && !manifest.fileLines.empty() &&
+      return !manifest.directories.empty() && !manifest.files.empty() &&
              std::all_of(manifest.directories.begin(), manifest.directories.end(),
                          [&](std::string_view line) { return IsLine(line, text); }) &&
-             std::all_of(manifest.fileLines.begin(), manifest.fileLines.end(),
-                         [&](std::string_view line) {
-                           const sdk::FileEntry entry = sdk::EntryOf(line);
+             std::all_of(manifest.files.begin(), manifest.files.end(),
+                         [&](const sdk::FileEntry& entry) {
                            return !entry.name.empty() &&
                                   entry.name.find(L'\'') == entry.name.npos && entry.size != 0 &&
                                   entry.digest.size() == 32 && IsLine(entry.digest, text);
@@ -704,8 +700,7 @@ TEST(HostileManifests, AGameManifestWithAnyOneDamageIsReadOrRefusedInItsWords) {
         const bool whole =
             !manifest.directories.empty() &&
             std::all_of(
-                manifest.fileLines.begin(), manifest.fileLines.end(), [](std::string_view line) {
-                  const sdk::FileEntry entry = sdk::EntryOf(line);
+                manifest.files.begin(), manifest.files.end(), [](const sdk::FileEntry& entry) {
                   return !entry.name.empty() && entry.size != 0 && entry.digest.size() == 32;
                 });
         return std::string(whole ? "accepted" : "accepted, but not whole");

@@ -1,7 +1,6 @@
 #include "publisher/manifest_check.h"
 
 #include <algorithm>
-#include <deque>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -18,17 +17,15 @@ using testing::IsEmpty;
 
 constexpr std::string_view kDigest = "0123456789abcdef0123456789abcdef";
 
-/// A file line, which stays until the program ends.
-std::string_view Line(std::wstring_view name, std::uint64_t size = 1,
-                      std::string_view digest = kDigest) {
-  static std::deque<std::string> lines;
-  return lines.emplace_back(Format("'{}' {} {}", name, size, digest));
+sdk::FileEntry Entry(std::wstring_view name, std::uint64_t size = 1,
+                     std::string_view digest = kDigest) {
+  return {std::wstring(name), size, digest};
 }
 
 sdk::GameUpdateManifest Manifest(std::vector<std::string_view> directories,
                                  const std::vector<std::wstring>& files) {
   sdk::GameUpdateManifest manifest{std::move(directories), {}};
-  for (const std::wstring& name : files) manifest.fileLines.push_back(Line(name));
+  for (const std::wstring& name : files) manifest.files.push_back(Entry(name));
   return manifest;
 }
 
@@ -95,8 +92,8 @@ TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
 
 TEST(ManifestCheck, DigestsAreInLowercaseHexadecimal) {
   sdk::GameUpdateManifest manifest = Manifest({"bin"}, {L"a", L"b", L"c"});
-  manifest.fileLines[0] = Line(L"a", 1, "0123456789Abcdef0123456789abcdef");
-  manifest.fileLines[2] = Line(L"c", 1, "0123456789abcdeg0123456789abcdef");
+  manifest.files[0] = Entry(L"a", 1, "0123456789Abcdef0123456789abcdef");
+  manifest.files[2] = Entry(L"c", 1, "0123456789abcdeg0123456789abcdef");
   EXPECT_THAT(Refusals(manifest),
               ElementsAre("'a' has the digest '0123456789Abcdef0123456789abcdef', which is not in "
                           "lowercase hexadecimal digits",
@@ -106,8 +103,8 @@ TEST(ManifestCheck, DigestsAreInLowercaseHexadecimal) {
 
 TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
   sdk::GameUpdateManifest manifest = Manifest({"bin"}, {L"a", L"b"});
-  manifest.fileLines[0] = Line(L"a", 0xFFFFFFFF);
-  manifest.fileLines[1] = Line(L"b", 0x100000000);
+  manifest.files[0] = Entry(L"a", 0xFFFFFFFF);
+  manifest.files[1] = Entry(L"b", 0x100000000);
   EXPECT_THAT(Refusals(manifest), ElementsAre("'b' has 4294967296 bytes"));
 }
 

@@ -7,8 +7,8 @@
 namespace ve::sdk {
 namespace {
 
-const std::unordered_set<std::wstring> kListed{L"bin/Game.dll", L"readme.txt", L"data/a b.pak",
-                                               L"backslash\\named.txt", L"plain"};
+const std::unordered_set<std::wstring_view> kListed{L"bin/Game.dll", L"readme.txt", L"data/a b.pak",
+                                                    L"backslash\\named.txt", L"plain"};
 
 bool Keeps(std::wstring_view relativePath) {
   return CleanupRules(kListed, L"Launcher.exe").Keeps(relativePath);
@@ -36,7 +36,7 @@ TEST(CleanupRules, ANameListedWithABackslashNeverMatches) {
   EXPECT_FALSE(Keeps(L"backslash\\named.txt"));
 }
 
-TEST(CleanupRules, DirectoriesAreJudgedLikeFiles) {
+TEST(CleanupRules, DirectoriesFollowTheRulesOfFiles) {
   EXPECT_FALSE(Keeps(L"bin"));
   EXPECT_FALSE(Keeps(L"data"));
   EXPECT_TRUE(Keeps(L"plain"));
@@ -103,11 +103,12 @@ TEST(CleanupRules, TheOwnExecutableStaysAtTheTopOnly) {
   EXPECT_FALSE(Keeps(L"launcher.exe"));
 }
 
-TEST(CleanupRules, OneObjectJudgesManyEntries) {
-  CleanupRules rules(kListed, L"Launcher.exe");
-  EXPECT_TRUE(rules.Keeps(L"data\\a b.pak"));
-  EXPECT_FALSE(rules.Keeps(L"data"));
-  EXPECT_TRUE(rules.Keeps(L"bin\\Game.dll"));
+TEST(CleanupRules, ANameBeyondAsciiMatchesByItsWidenedUnits) {
+  const std::unordered_set<std::wstring_view> listed{L"bin/\xFFC3\xFFA9"};
+  const CleanupRules rules(listed, L"Launcher.exe");
+  EXPECT_TRUE(rules.Keeps(L"bin\\\xFFC3\xFFA9"));
+  EXPECT_FALSE(rules.Keeps(L"bin\\\x00C3\x00A9"));
+  EXPECT_FALSE(rules.Keeps(L"bin\\\x00E9"));
 }
 
 }  // namespace

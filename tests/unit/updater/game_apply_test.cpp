@@ -11,8 +11,11 @@
 #include <system_error>
 #include <unordered_set>
 
+#include "core/directory_walk.h"
 #include "core/errors.h"
+#include "core/extended_length_path.h"
 #include "core/files.h"
+#include "core/format.h"
 #include "support/temp_folder.h"
 #include "support/thrown_message.h"
 #include "updater/own_executable.h"
@@ -24,8 +27,6 @@ using test::ReadWhole;
 using test::ThrownMessage;
 using test::WriteWhole;
 using testing::HasSubstr;
-
-using Names = std::unordered_set<std::wstring>;
 
 class GameFolder : public test::TempFolder {
  protected:
@@ -50,6 +51,11 @@ std::wstring NotEmptyDirectory(const std::function<void()>& call) {
   }
   ADD_FAILURE() << "nothing was thrown";
   return {};
+}
+
+/// A path below the current directory as the clean-up meets it.
+std::wstring Extended(std::wstring_view name) {
+  return Format(L"{}\\{}", file::ExtendedLengthPath(L"."), name);
 }
 
 using CleanUpTest = GameFolder;
@@ -138,7 +144,7 @@ TEST_F(CleanUpTest, PreservedNamesAreCaseSensitive) {
   CleanUp({});
   EXPECT_FALSE(file::Exists(L"saved"));
   MakeFile(L"saved\\profile.sav");
-  EXPECT_EQ(NotEmptyDirectory([] { CleanUp({}); }), L".\\saved");
+  EXPECT_EQ(NotEmptyDirectory([] { CleanUp({}); }), Extended(L"saved"));
 }
 
 TEST_F(CleanUpTest, ListedNamesMatchWithSlashesOnly) {
@@ -157,8 +163,32 @@ TEST_F(CleanUpTest, AnEmptyFolderIsRemoved) {
 
 TEST_F(CleanUpTest, AFolderThatHoldsEntriesCannotBeRemoved) {
   MakeFile(L"bin\\game.exe");
-  EXPECT_EQ(NotEmptyDirectory([] { CleanUp({L"bin/game.exe"}); }), L".\\bin");
+  EXPECT_EQ(NotEmptyDirectory([] { CleanUp({L"bin/game.exe"}); }), Extended(L"bin"));
   EXPECT_TRUE(file::Exists(L"bin\\game.exe"));
+}
+
+TEST_F(CleanUpTest, NamesBeyondAsciiMatchAsTheyAreListed) {
+  MakeFile(L"\xFFC3\xFFA9");
+  MakeFile(L"\x00E9");
+  CleanUp({L"\xFFC3\xFFA9"});
+  EXPECT_TRUE(file::Exists(L"\xFFC3\xFFA9"));
+  EXPECT_FALSE(file::Exists(L"\x00E9"));
+}
+
+TEST_F(CleanUpTest, APathOf300CharactersBelowAKeptFolderIsWalked) {
+  std::wstring path = file::ExtendedLengthPath(L".") + L"\\Saved";
+  ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+  for (int level = 0; level < 6; ++level) {
+    path += L"\\" + std::wstring(50, L'd');
+    ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr)) << level;
+  }
+  path += L"\\file";
+  test::WriteWhole(path, "kept");
+  MakeFile(L"unlisted");
+  CleanUp({});
+  EXPECT_TRUE(file::Exists(path));
+  EXPECT_FALSE(file::Exists(L"unlisted"));
+  file::RemoveTree(file::ExtendedLengthPath(L"Saved"));
 }
 
 TEST_F(CleanUpTest, AnEntryThatCannotBeRemovedRaisesAnError) {
@@ -205,6 +235,12 @@ TEST_F(ApplyUpdateTest, ListedDirectoriesAreMadeWithTheirParentsBeforeTheFilesAr
   EXPECT_EQ(ReadWhole(L"Saved\\a\\b\\data.pak"), "new");
 }
 
+TEST_F(ApplyUpdateTest, ListedDirectoriesAreWidenedByteByByte) {
+  manifest_.directories = {"Saved/\xC3\xA9"};
+  Apply();
+  EXPECT_TRUE(file::Exists(L"Saved\\\xFFC3\xFFA9"));
+}
+
 TEST_F(ApplyUpdateTest, AFailedCopyEndsItBeforeAnythingIsRemoved) {
   MakeFile(L"unlisted.dll");
   staged_.copies[0].name = L"missing/data.pak";
@@ -218,7 +254,7 @@ TEST_F(ApplyUpdateTest, AFailedCopyEndsItBeforeAnythingIsRemoved) {
 
 TEST_F(ApplyUpdateTest, AFailedCleanUpEndsItWithTheFilesInstalledAndAllElseOld) {
   MakeFile(L"bin\\game.exe");
-  EXPECT_EQ(NotEmptyDirectory([this] { Apply(); }), L".\\bin");
+  EXPECT_EQ(NotEmptyDirectory([this] { Apply(); }), Extended(L"bin"));
   EXPECT_EQ(ReadWhole(L"data.pak"), "new");
   EXPECT_EQ(ReadWhole(L"Intermediate\\Update\\data.pak"), "new");
   EXPECT_EQ(InstalledVersion(), "old version");

@@ -2,7 +2,6 @@
 
 #include "core/windows.h"
 
-#include <deque>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +11,8 @@
 
 #include "core/errors.h"
 #include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
 #include "support/loopback_server.h"
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
@@ -33,33 +34,29 @@ constexpr std::string_view kHelloDigest = "5d41402abc4b2a76b9719d911017c592";
 constexpr std::string_view kWorldDigest = "7d793037a0760186574b0282f2f435e7";
 constexpr std::string_view kUppercaseHelloDigest = "5D41402ABC4B2A76B9719D911017C592";
 
-/// A file line, which stays until the program ends.
-std::string_view Line(std::string_view name, std::string_view digest = kHelloDigest) {
-  static std::deque<std::string> lines;
-  return lines.emplace_back(Format("'{}' 5 {}", name, digest));
+FileEntry Entry(std::string_view name, std::string_view digest = kHelloDigest) {
+  return {WidenName(name), 5, digest};
 }
-
-FileEntry Hello(std::string_view name) { return EntryOf(Line(name)); }
 
 using FindSourceTest = test::TempFolder;
 
 TEST_F(FindSourceTest, ACurrentFileIsInstalled) {
   WriteWhole(L"a", "hello");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kInstalled);
+  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kInstalled);
 }
 
 TEST_F(FindSourceTest, ACompleteStagedFileIsStaged) {
-  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kServer);
   WriteWhole(L"a", "world");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kStaged);
+  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kStaged);
 }
 
 TEST_F(FindSourceTest, AnotherSizeOrDigestIsNoSource) {
   WriteWhole(L"a", "hell");
   WriteWhole(L"staged", "world");
-  EXPECT_EQ(FindSource(Hello("a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kServer);
 }
 
 TEST_F(FindSourceTest, AnUppercaseDigestNeverMatches) {
@@ -143,7 +140,11 @@ class StageFilesTest : public test::TempFolder {
     EXPECT_TRUE(CreateDirectoryW(L"bin", nullptr));
   }
 
-  StagedUpdate Stage() { return StageFiles(server_.Url("/updates/"), manifest_, processed_); }
+  StagedUpdate Stage() {
+    StagedUpdate staged;
+    StageFiles(server_.Url("/updates/"), manifest_, staged, processed_);
+    return staged;
+  }
   std::vector<std::wstring> Copies(const StagedUpdate& staged) {
     std::vector<std::wstring> copies;
     for (const StagedFile& copy : staged.copies) {
@@ -160,7 +161,7 @@ class StageFilesTest : public test::TempFolder {
 TEST_F(StageFilesTest, WithCurrentFilesNothingIsStaged) {
   WriteWhole(L"bin\\a", "hello");
   WriteWhole(L"b", "hello");
-  manifest_.fileLines = {Line("bin/a"), Line("b")};
+  manifest_.files = {Entry("bin/a"), Entry("b")};
   const StagedUpdate staged = Stage();
   EXPECT_THAT(staged.copies, IsEmpty());
   EXPECT_THAT(staged.names, UnorderedElementsAre(L"bin/a", L"b"));
@@ -174,8 +175,8 @@ TEST_F(StageFilesTest, EachFileIsTakenFromWhereItIs) {
   WriteWhole(L"Intermediate\\Update\\bin\\broken", "world");
   server_.Script("/updates/bin/new", test::Ok("hello"));
   server_.Script("/updates/bin/broken", test::Ok("hello"));
-  manifest_.fileLines = {Line("bin/new"), Line("bin/current"), Line("bin/staged"),
-                         Line("bin/broken")};
+  manifest_.files = {Entry("bin/new"), Entry("bin/current"), Entry("bin/staged"),
+                     Entry("bin/broken")};
   const StagedUpdate staged = Stage();
   EXPECT_THAT(Copies(staged), ElementsAre(L"Intermediate\\Update\\bin/new > bin/new",
                                           L"Intermediate\\Update\\bin/staged > bin/staged",
@@ -188,9 +189,29 @@ TEST_F(StageFilesTest, EachFileIsTakenFromWhereItIs) {
   EXPECT_EQ(ReadWhole(L"Intermediate\\Update\\bin\\broken"), "hello");
 }
 
+TEST_F(StageFilesTest, TheNamesAreViewsIntoTheEntries) {
+  WriteWhole(L"b", "hello");
+  server_.Script("/updates/a", test::Ok("hello"));
+  manifest_.files = {Entry("a"), Entry("b")};
+  const StagedUpdate staged = Stage();
+  EXPECT_EQ(staged.copies.at(0).name.data(), manifest_.files[0].name.data());
+  EXPECT_EQ(staged.names.find(L"b")->data(), manifest_.files[1].name.data());
+}
+
+TEST_F(StageFilesTest, ANameBeyondAsciiIsWidenedInThePathAndSentAsUtf8) {
+  manifest_.files = {Entry("\xC3\xA9")};
+  EXPECT_EQ(ThrownMessage<UpdaterException>([this] { static_cast<void>(Stage()); }),
+            Format("Failed to download game-file '{}' with error: '404 - no such file.'",
+                   ToUtf8(server_.Url("/updates/") + L"\xFFC3\xFFA9")));
+  WriteWhole(L"Intermediate\\Update\\\xFFC3\xFFA9", "hello");
+  EXPECT_THAT(Copies(Stage()), ElementsAre(L"Intermediate\\Update\\\xFFC3\xFFA9 > \xFFC3\xFFA9"));
+  WriteWhole(L"\xFFC3\xFFA9", "hello");
+  EXPECT_THAT(Stage().copies, IsEmpty());
+}
+
 TEST_F(StageFilesTest, WhatIsDownloadedIsNotChecked) {
   server_.Script("/updates/a", test::Ok("something else"));
-  manifest_.fileLines = {Line("a")};
+  manifest_.files = {Entry("a")};
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(ReadWhole(L"Intermediate\\Update\\a"), "something else");
   EXPECT_EQ(server_.Requests().size(), 1U);
@@ -199,7 +220,7 @@ TEST_F(StageFilesTest, WhatIsDownloadedIsNotChecked) {
 TEST_F(StageFilesTest, ABadDownloadIsFetchedAgainByTheNextRun) {
   server_.Script("/updates/a", test::Ok("w0rld"));
   server_.Script("/updates/a", test::Ok("hello"));
-  manifest_.fileLines = {Line("a")};
+  manifest_.files = {Entry("a")};
   static_cast<void>(Stage());
   static_cast<void>(Stage());
   static_cast<void>(Stage());  // Now it matches.
@@ -210,7 +231,7 @@ TEST_F(StageFilesTest, ABadDownloadIsFetchedAgainByTheNextRun) {
 TEST_F(StageFilesTest, AFileWithAnUppercaseDigestIsAlwaysDownloaded) {
   WriteWhole(L"a", "hello");
   server_.Script("/updates/a", test::Ok("hello"));
-  manifest_.fileLines = {Line("a", kUppercaseHelloDigest)};
+  manifest_.files = {Entry("a", kUppercaseHelloDigest)};
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(Stage().copies.size(), 1U);
   EXPECT_EQ(server_.Requests().size(), 2U);
@@ -220,7 +241,7 @@ TEST_F(StageFilesTest, TheFirstFailedDownloadEndsIt) {
   server_.Script("/updates/one", test::Ok("hello"));
   server_.Script("/updates/two", test::Ok("world"));
   server_.Script("/updates/four", test::Ok("hello"));
-  manifest_.fileLines = {Line("one"), Line("two", kWorldDigest), Line("three"), Line("four")};
+  manifest_.files = {Entry("one"), Entry("two", kWorldDigest), Entry("three"), Entry("four")};
   EXPECT_EQ(ThrownMessage<UpdaterException>([this] { static_cast<void>(Stage()); }),
             Format("Failed to download game-file '{}' with error: '404 - no such file.'",
                    server_.Url("/updates/three")));
@@ -233,7 +254,7 @@ TEST_F(StageFilesTest, TheFirstFailedDownloadEndsIt) {
 
 TEST_F(StageFilesTest, AFileThatCannotBeSavedEndsIt) {
   server_.Script("/updates/missing/a", test::Ok("hello"));
-  manifest_.fileLines = {Line("missing/a")};
+  manifest_.files = {Entry("missing/a")};
   EXPECT_EQ(
       ThrownMessage<file::FileException>([this] { static_cast<void>(Stage()); }),
       "Failed to open file for saving. File 'Intermediate\\Update\\missing/a'. Error: No such "

@@ -31,17 +31,17 @@ FileEntry OnlyEntry(const std::string& line) {
   static std::string text;  // What the entry's digest views.
   text = "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n" + line;
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
-  EXPECT_EQ(manifest.fileLines.size(), 1U);
-  return EntryOf(manifest.fileLines[0]);
+  EXPECT_EQ(manifest.files.size(), 1U);
+  return manifest.files.at(0);
 }
 
 void ExpectSmallest(std::string text) {
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, std::vector<std::string_view>{"bin"});
-  ASSERT_EQ(manifest.fileLines.size(), 1U);
-  EXPECT_TRUE(EntryOf(manifest.fileLines[0]).name == L"bin/Game.dll");
-  EXPECT_EQ(EntryOf(manifest.fileLines[0]).size, 1048576U);
-  EXPECT_EQ(EntryOf(manifest.fileLines[0]).digest, kDigest);
+  ASSERT_EQ(manifest.files.size(), 1U);
+  EXPECT_TRUE(manifest.files[0].name == L"bin/Game.dll");
+  EXPECT_EQ(manifest.files[0].size, 1048576U);
+  EXPECT_EQ(manifest.files[0].digest, kDigest);
 }
 
 TEST(GameManifest, TheSmallestHasSixLines) { ExpectSmallest(kSmallest); }
@@ -52,12 +52,12 @@ TEST(GameManifest, DirectoriesAndFilesKeepTheirOrder) {
       "\n'a' 1 " + kDigest + "\n";
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(manifest.directories, (std::vector<std::string_view>{"bin", " data dir ", "bin"}));
-  ASSERT_EQ(manifest.fileLines.size(), 2U);
-  EXPECT_EQ(manifest.fileLines.capacity(), 2U);
-  EXPECT_TRUE(EntryOf(manifest.fileLines[0]).name == L"b");
-  EXPECT_EQ(EntryOf(manifest.fileLines[0]).size, 2U);
-  EXPECT_TRUE(EntryOf(manifest.fileLines[1]).name == L"a");
-  EXPECT_EQ(EntryOf(manifest.fileLines[1]).size, 1U);
+  ASSERT_EQ(manifest.files.size(), 2U);
+  EXPECT_EQ(manifest.files.capacity(), 2U);
+  EXPECT_TRUE(manifest.files[0].name == L"b");
+  EXPECT_EQ(manifest.files[0].size, 2U);
+  EXPECT_TRUE(manifest.files[1].name == L"a");
+  EXPECT_EQ(manifest.files[1].size, 1U);
 }
 
 TEST(GameManifest, LineEndsAndBlankLinesChangeNothing) {
@@ -69,12 +69,36 @@ TEST(GameManifest, LineEndsAndBlankLinesChangeNothing) {
   ExpectSmallest("Game\rUpdate\nFileVersion:\r 1\nDirectories: 1\nb\rin\nFiles:\n" + kFileLine);
 }
 
+TEST(GameManifest, ARejectedTextHasLostItsCarriageReturnsToo) {
+  std::string text = "GameUpdate\r\nFileVersion: 2\r\na\r\nb\r\n";
+  EXPECT_THROW((void)ReadGameUpdateManifest(text), UpdaterException);
+  EXPECT_EQ(text, "GameUpdate\nFileVersion: 2\na\nb\n");
+}
+
+TEST(GameManifest, OfSeveralFaultsTheFirstLinesIsReported) {
+  const std::string rest = "\nbin\nFiles:\n" + kFileLine;
+  EXPECT_EQ(ErrorOf("gameUpdate\nfileVersion: 2\ndirectories: 0" + rest),
+            "Invalid header 'gameUpdate'. (is expecting 'GameUpdate')");
+  EXPECT_EQ(ErrorOf("GameUpdate\nfileVersion: 2\ndirectories: 0" + rest),
+            "Invalid file-version name 'fileVersion'. (is expecting 'FileVersion')");
+  EXPECT_EQ(ErrorOf("GameUpdate\nFileVersion: 2\ndirectories: 0" + rest),
+            "Invalid file-version FileVersion. (supported: 1)");
+  EXPECT_EQ(ErrorOf("GameUpdate\nFileVersion: 1\ndirectories: 0" + rest),
+            "Invalid directory-name 'directories'. (expected: 'Directories')");
+  EXPECT_EQ(ErrorOf("gameUpdate\nb\nc"), "Invalid amount of lines (3, at least 4 expected).");
+}
+
+TEST(GameManifest, OfSeveralFaultsInAFileLineTheNameIsReportedThenTheSize) {
+  EXPECT_EQ(FileLineError("'' 0 x"), "Invalid file-name at line 0: ''");
+  EXPECT_EQ(FileLineError("'a' 0 x"), "Invalid empty file size at line 0, for file 'a'");
+}
+
 TEST(GameManifest, TheTextLosesItsCarriageReturnsAndIsViewed) {
   std::string text = "\r" + kSmallest;
   const GameUpdateManifest manifest = ReadGameUpdateManifest(text);
   EXPECT_EQ(text, kSmallest);
   EXPECT_EQ(manifest.directories[0].data(), text.data() + text.find("bin"));
-  EXPECT_EQ(EntryOf(manifest.fileLines[0]).digest.data(), text.data() + text.size() - 32);
+  EXPECT_EQ(manifest.files[0].digest.data(), text.data() + text.size() - 32);
 }
 
 TEST(GameManifest, ADirectoryLineIsNotChecked) {
@@ -288,8 +312,7 @@ std::string ErrorByTheRules(const std::string& line) {
          " at line 0 for file '" + name + "'.";
 }
 
-// Lines that are right at first sight are not read byte by byte: nothing wrong may pass for one.
-TEST(GameManifest, EveryMixtureOfRightAndWrongPartsIsJudgedByTheRules) {
+TEST(GameManifest, EveryMixtureOfRightAndWrongPartsIsReadByTheRules) {
   const std::string twenty = "18446744073709551616";  // 2^64, which wraps to 0.
   std::vector<std::string> sizes = {"",  "0",  "00", "01",  "-1",  "-0",
                                     "x", "7x", "x7", "7 7", twenty};

@@ -47,10 +47,40 @@ TEST(VersionNumber, WordsAreSigned) {
   EXPECT_LT(Version(0, 0, 0, -2147483647 - 1), Version(0, 0, 0, 2147483647));
 }
 
-TEST(VersionNumber, ItsWordsAreReadInTheirOrder) {
-  const std::string bytes = test::kPlainHeader + test::Words({1, -2, 3, 0x01020304});
+GameVersion Read(const std::string& bytes) {
   file::ArchiveReader reader{std::string_view(bytes)};
-  EXPECT_EQ(ReadVersionNumber(reader), Version(1, -2, 3, 0x01020304));
+  return ReadGameVersion(reader);
+}
+
+TEST(GameVersion, ASupportedRecordHasAllItsFieldsInFileOrder) {
+  for (const std::string& bytes :
+       {VersionBytes({1, -2, 3, 0x01020304}), CheckedVersionBytes({1, -2, 3, 0x01020304})}) {
+    const GameVersion version = Read(bytes);
+    EXPECT_EQ(version.header, "GameVersion");
+    EXPECT_EQ(version.fileVersion, 1U);
+    EXPECT_EQ(version.number, Version(1, -2, 3, 0x01020304));
+    EXPECT_TRUE(version.IsSupported());
+  }
+}
+
+TEST(GameVersion, ReadingStopsAtTheFirstFieldOfAnotherRecord) {
+  const GameVersion otherHeader = Read(VersionBytes({1, 2, 3, 4}, "GameVersio"));
+  EXPECT_EQ(otherHeader.header, "GameVersio");
+  EXPECT_EQ(otherHeader.fileVersion, 0U);
+  EXPECT_FALSE(otherHeader.IsSupported());
+
+  const GameVersion otherFileVersion = Read(VersionBytes({1, 2, 3, 4}, "GameVersion", 2));
+  EXPECT_EQ(otherFileVersion.fileVersion, 2U);
+  EXPECT_EQ(otherFileVersion.number, VersionNumber{});
+  EXPECT_FALSE(otherFileVersion.IsSupported());
+}
+
+// The fields behind another header word have other types, and reading them as numbers would throw.
+TEST(GameVersion, ACheckedRecordOfAnotherKindIsNotSupported) {
+  const GameVersion version =
+      Read(test::kCheckedHeader + test::CheckedString("Save") + test::CheckedWide(L"name"));
+  EXPECT_EQ(version.header, "Save");
+  EXPECT_FALSE(version.IsSupported());
 }
 
 class CheckGameVersionTest : public test::TempFolder {

@@ -93,6 +93,12 @@ TEST(ManifestText, ASecondBlankBelongsToTheValue) {
   EXPECT_EQ(ReadDecimal<std::uint32_t>(value), 0U);
 }
 
+TEST(ManifestText, PartOfASeparatorBelongsToTheKey) {
+  const auto [key, value] = SplitKeyValue("a:b: c", ": ");
+  EXPECT_EQ(key, "a:b");
+  EXPECT_EQ(value, "c");
+}
+
 TEST(ManifestText, KeysAreNotTrimmed) {
   EXPECT_EQ(SplitKeyValue("FileVersion : 1", ": ").key, "FileVersion ");
   EXPECT_EQ(SplitKeyValue(" FileVersion: 1", ": ").key, " FileVersion");
