@@ -506,8 +506,8 @@ TEST_P(HostileArchives, SettingsWithAnyOneDamageAreWhatTheirLayoutSays) {
 
 std::string ForetoldVersion(std::string_view bytes) {
   Foretold archive(bytes);
-  if (archive.Narrow() != "GameVersion") archive.Wrong("no version record");
-  if (archive.Scalar() != 1) archive.Wrong("no version record");
+  if (archive.Narrow() != "GameVersion") archive.Wrong("not a version record");
+  if (archive.Scalar() != 1) archive.Wrong("not a version record");
   return archive.Or(Hex(archive.Block()));
 }
 

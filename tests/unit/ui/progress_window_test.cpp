@@ -19,7 +19,7 @@
 #include "support/replaced_call.h"
 
 extern "C" {
-extern void* VE_IMPORTED(GetProcAddress);
+extern void* VE_IMPORTED(InitCommonControlsEx);
 extern void* VE_IMPORTED(RegisterClassW);
 extern void* VE_IMPORTED(DestroyWindow);
 extern void* VE_IMPORTED(Sleep);
@@ -333,15 +333,8 @@ class Preparations {
     return 0;
   }
 
-  /// The function is looked up when it is needed.
-  static FARPROC WINAPI Find(HMODULE library, const char* name) {
-    EXPECT_EQ(library, GetModuleHandleW(L"comctl32.dll"));
-    EXPECT_STREQ(name, "InitCommonControlsEx");
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&InitControls));
-  }
-
   inline static std::vector<std::string> made_;
-  test::ReplacedCall find_{VE_IMPORTED(GetProcAddress), &Find};
+  test::ReplacedCall controls_{VE_IMPORTED(InitCommonControlsEx), &InitControls};
   test::ReplacedCall register_{VE_IMPORTED(RegisterClassW), &Register};
 };
 
