@@ -7,9 +7,9 @@
 
 namespace ve::file {
 
-/// Maps the file and reads the archive's header from it. The reader owns the mapping; while it
-/// lives nobody can write the file. Throws `MappedFileException` if the file cannot be mapped and
-/// `FileException` if the header is rejected; the file is closed then.
+/// Maps the file and reads the archive's header. The reader owns the mapping; while it lives, the
+/// file cannot be written. Throws `MappedFileException` if the file cannot be mapped, and
+/// `FileException`, with the file closed again, if the header is not valid.
 [[nodiscard]] ArchiveReader OpenArchiveFile(std::wstring_view path);
 
 }  // namespace ve::file

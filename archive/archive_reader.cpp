@@ -51,7 +51,7 @@ std::span<const std::byte> ArchiveReader::ReadData() {
 
 std::int64_t ArchiveReader::ReadTime() {
   ExpectType(ArchiveType::kSystemTime, "Invalid system-time-identifier {} (was expecting {}).");
-  return ReadPrimitive<std::int64_t>();  // The one scalar without a width, on purpose.
+  return ReadPrimitive<std::int64_t>();  // The only scalar without a width: writers write none.
 }
 
 void ArchiveReader::ExpectTuple(std::uint8_t count) {

@@ -13,7 +13,7 @@
 namespace ve::file {
 
 /// Reads the values of one archive in their order. Strings and data are views into the archive's
-/// bytes, which must outlive them; they may stand at any address, aligned or not.
+/// bytes, which must outlive them; they may be unaligned.
 ///
 /// Data that ends too early is no error here: what is missing reads as 0 or empty, and the readers
 /// of the records reject such values with messages of their own. In checked mode a wrong identifier
@@ -40,7 +40,8 @@ class ArchiveReader {
   /// Ticks of 100 nanoseconds since 1970-01-01 UTC.
   std::int64_t ReadTime();
 
-  // What stands in front of a compound value's contents; nothing in plain mode.
+  // Read before a compound value's contents; nothing in plain mode. Not called by the Launcher,
+  // like `ReadBool`, `ReadData` and `ReadTime`; part of the support library.
   void ExpectTuple(std::uint8_t count);
   void ExpectArray();
   void ExpectPair();

@@ -63,7 +63,7 @@ void ArchiveWriter::WriteData(const std::function<void(ArchiveWriter&)>& writeCo
 
 void ArchiveWriter::WriteTime(std::int64_t ticks) {
   WriteType(ArchiveType::kSystemTime);
-  WritePrimitive(ticks);  // The one scalar without a width, on purpose.
+  WritePrimitive(ticks);  // The only scalar without a width: readers expect none.
 }
 
 void ArchiveWriter::WriteTupleHeader(std::uint8_t count) {

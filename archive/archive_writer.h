@@ -15,14 +15,15 @@
 
 namespace ve::file {
 
-/// Writes one archive, to a file or to memory. Errors of the output are not checked: a file that
-/// cannot be opened is one that nothing is written to.
+/// Writes one archive, to a file or to memory. Does not check the output's errors: nothing is
+/// written to a file that cannot be opened. Not called by the Launcher; part of the support
+/// library, used by publish.exe.
 class ArchiveWriter {
  public:
   /// Creates or replaces the file (at most 255 characters of the path are used) and writes the
   /// header.
   ArchiveWriter(std::wstring_view path, ArchiveMode mode);
-  /// Writes the header to memory; `Bytes` tells what has been written.
+  /// Writes the header to memory; `Bytes` returns what has been written.
   explicit ArchiveWriter(ArchiveMode mode);
 
   void WriteU32(std::uint32_t value);
@@ -36,7 +37,7 @@ class ArchiveWriter {
   /// Ticks of 100 nanoseconds since 1970-01-01 UTC.
   void WriteTime(std::int64_t ticks);
 
-  // What stands in front of a compound value's contents; nothing in plain mode.
+  // Written before a compound value's contents; nothing in plain mode.
   void WriteTupleHeader(std::uint8_t count);
   void WriteArrayHeader();
   void WritePairHeader();

@@ -16,7 +16,7 @@ UpdaterSettings ReadUpdaterSettings(std::string_view bytes) {
   }
   const std::uint32_t fileVersion = reader.ReadU32();
   if (fileVersion != UpdaterSettings::kFileVersion) {
-    // The header word stands where one would expect the version found, on purpose.
+    // The header word stands in the place of the version: support knows the message so.
     ThrowUpdaterException("Invalid file-version {} in UpdaterData.vpak (supported: {}).", header,
                           UpdaterSettings::kFileVersion);
   }
@@ -26,7 +26,8 @@ UpdaterSettings ReadUpdaterSettings(std::string_view bytes) {
   const std::wstring_view channel = reader.ReadWideString();
   if (std::find(kReleaseChannels.begin(), kReleaseChannels.end(), channel) ==
       kReleaseChannels.end()) {
-    // One value for two placeholders, on purpose: the channel is not shown.
+    // One value for two placeholders: the message ends with "{INVALID}" and does not show the
+    // channel. Support knows it so.
     ThrowUpdaterException(
         "Invalid release-channel '{}' in UpdaterData.vpak (with file-version {}).", fileVersion);
   }

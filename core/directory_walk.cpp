@@ -17,7 +17,7 @@ bool IsDots(const wchar_t* name) {
   return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
-/// Whether there is a directory at the path that is no link.
+/// Whether there is a directory at the path that is not a link.
 bool IsTree(const std::wstring& path) {
   WIN32_FIND_DATAW found{};
   const UniqueFindHandle search(
@@ -73,7 +73,7 @@ bool HoldsEntries(std::wstring_view path) {
 }
 
 void RemoveTree(std::wstring_view path) {
-  // Without its trailing separators, behind which a link would stand for what it leads to.
+  // Without trailing separators: with one, the path of a link means the link's target.
   const std::wstring root(path.substr(0, path.find_last_not_of(L"\\/") + 1));
   if (IsTree(root)) {
     // A directory's contents come after it on the walk, so the way back removes them first.

@@ -1,5 +1,5 @@
 // The exceptions of this program. The message is all that an exception carries: the handlers catch
-// std::exception and log what(); the classes only let code tell the areas apart.
+// std::exception and log what(); the classes let code distinguish the areas.
 //
 //   std::runtime_error
 //     ve::VERuntimeError                    the base of the library's own errors

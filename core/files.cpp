@@ -9,6 +9,7 @@
 
 #include "core/errors.h"
 #include "core/file_errors.h"
+#include "core/file_time.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
 #include "core/truncated_string.h"
@@ -78,7 +79,7 @@ bool IsDirectory(const std::wstring& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-/// ERROR_SUCCESS if the directory stands afterwards.
+/// Returns ERROR_SUCCESS if the directory exists afterwards.
 DWORD CreateOne(const std::wstring& path) {
   if (CreateDirectoryW(path.c_str(), nullptr) != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
@@ -105,7 +106,8 @@ DWORD CreateAll(const std::wstring& path) {
   return parentCode == ERROR_SUCCESS ? CreateOne(path) : parentCode;
 }
 
-/// Throws the filesystem error for a creation that ended with `code`, after telling the sink.
+/// Throws the filesystem error of a creation that failed with `code`, after sending `message` to
+/// the sink.
 void ReportCreation(DWORD code, const char* operation, std::string_view message,
                     std::wstring_view path) {
   if (code == ERROR_SUCCESS) return;
@@ -115,14 +117,6 @@ void ReportCreation(DWORD code, const char* operation, std::string_view message,
     FormatToSink(message, 1, ToUtf8(path), error.what());
     throw;
   }
-}
-
-constexpr std::int64_t kTicksPerSecond = 10'000'000;
-constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-
-/// 100-nanosecond ticks since 1601-01-01 UTC.
-std::int64_t Ticks(const FILETIME& time) {
-  return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
 }
 
 /// Queries what a path names, at the end of all links. Returns the Windows error code; only
@@ -212,14 +206,14 @@ std::wstring AppendExtension(std::wstring_view name, std::wstring_view extension
 std::int64_t FileCreationTimeSeconds(std::wstring_view path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (QueryAttributes(path, data) != ERROR_SUCCESS) return 0;
-  return Ticks(data.ftCreationTime) / kTicksPerSecond - kSecondsFrom1601To1970;
+  return UnixTicks(data.ftCreationTime) / kTicksPerSecond;
 }
 
 std::int64_t LastWriteTicks(std::wstring_view path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   const DWORD code = QueryAttributes(path, data);
   if (code != ERROR_SUCCESS) ThrowFilesystemError("last_write_time", path, code);
-  return Ticks(data.ftLastWriteTime) - kSecondsFrom1601To1970 * kTicksPerSecond;
+  return UnixTicks(data.ftLastWriteTime);
 }
 
 bool Exists(std::wstring_view path) {

@@ -1,5 +1,7 @@
 #include "core/log.h"
 
+#include "core/windows.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -9,10 +11,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
-#include <ratio>
 #include <sstream>
 #include <utility>
 
+#include "core/file_time.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/working_directory.h"
@@ -37,16 +39,16 @@ class WorkingDirectoryScope {
   std::wstring previous_;
 };
 
-using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-
-std::int64_t TicksAt(std::chrono::system_clock::time_point moment) {
-  // Explicitly: the clock itself counts in units that differ between standard libraries.
-  return std::chrono::duration_cast<Ticks>(moment.time_since_epoch()).count();
+/// 100-nanosecond ticks since 1970-01-01 UTC.
+std::int64_t CurrentTicks() {
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  return UnixTicks(now);
 }
 
 template <class Char>
 std::basic_string<Char> LocalTimeText(std::int64_t ticks, const Char* format) {
-  const std::time_t seconds = static_cast<std::time_t>(ticks / Ticks::period::den);
+  const std::time_t seconds = static_cast<std::time_t>(ticks / kTicksPerSecond);
   std::tm local{};
   localtime_s(&local, &seconds);
   std::basic_ostringstream<Char> text;
@@ -58,7 +60,7 @@ std::wstring TwoDigits(float value) {
   constexpr float kMax = 1e9F;  // Ten digits fail as surely as more would.
   const float shown = std::isfinite(value) ? std::clamp(std::floor(value), -kMax, kMax) : kMax;
   const std::wstring digits = Format(L"{}", static_cast<std::int32_t>(shown));
-  // The subtraction is not checked: three digits ask for an impossible length, on purpose.
+  // Three digits ask for an impossible length, and so throw std::length_error.
   return std::wstring(2 - digits.size(), L'0') + digits;
 }
 
@@ -68,8 +70,7 @@ void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody) {
   try {
     file::EnsureDirectory(kLogFolder);
   } catch (const std::exception&) {
-    // Entries are written by handlers of failures; a log that cannot be kept must not become
-    // another failure and keep the player from the game.
+    // The caller is handling a failure already. A second one would keep the player from the game.
     return;
   }
   const WorkingDirectoryScope scope(kLogDirectory);
@@ -79,25 +80,19 @@ void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody) {
   log << "\n\n";
 }
 
-std::string TimeStamp() { return TimeStampAt(std::chrono::system_clock::now()); }
-
-std::wstring FileNameTimeStamp() { return FileNameTimeStampAt(std::chrono::system_clock::now()); }
-
-std::string TimeStampAt(std::chrono::system_clock::time_point moment) {
+std::string TimeStamp() {
   static constexpr auto kZeros = [] {
     std::array<char, 255> zeros{};
     zeros.fill('0');
     return zeros;
   }();
-  const std::int64_t ticks = TicksAt(moment);
+  const std::int64_t ticks = CurrentTicks();
   const std::string milliseconds = Format("{}", ticks / 10'000 % 1'000);
   return Format("[{}-{}{}]", LocalTimeText(ticks, "%d.%m.%Y %H:%M:%S"),
                 std::string_view(kZeros.data(), 3 - milliseconds.size()), milliseconds);
 }
 
-std::wstring FileNameTimeStampAt(std::chrono::system_clock::time_point moment) {
-  return LocalTimeText(TicksAt(moment), L"%d_%m_%Y-%H_%M_%S");
-}
+std::wstring FileNameTimeStamp() { return LocalTimeText(CurrentTicks(), L"%d_%m_%Y-%H_%M_%S"); }
 
 std::wstring DurationText(float seconds) {
   return Format(L"{}.{}:{}", TwoDigits(seconds / 3600.0F), TwoDigits(seconds / 60.0F),

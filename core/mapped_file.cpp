@@ -33,7 +33,7 @@ UniqueFileHandle OpenForReading(std::wstring_view path) {
                                path);
     }
     const std::wstring error = WindowsErrorText();
-    // The number shown is that of the attempt that failed, so it begins with 0, on purpose.
+    // The message counts the failed attempts from 0; those who collect messages rely on it.
     FormatToSink("Failed to CreateFile when trying to open mapped file '{}' (trying again {}): {}",
                  1, ToUtf8(path), attempt, ToUtf8(error));
     Sleep(kMillisecondsBetweenAttempts);
@@ -97,7 +97,7 @@ std::span<const std::byte> MappedFile::Bytes() const noexcept {
 void MappedFile::Close() noexcept {
   if (!IsOpen()) return;
   size_ = 0;
-  // The first step's name is spelt so on purpose.
+  // The first step's name is misspelled in the message, which is fixed.
   ReportClose(view_.Close(), "UnmapingViewOfFile");
   ReportClose(mapping_.Close(), "CloseHandle(Mapping)");
   ReportClose(file_.Close(), "CloseHandle(File)");

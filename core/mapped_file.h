@@ -1,4 +1,7 @@
 // A read-only memory-mapped view of a whole file.
+//
+//   const ve::file::MappedFile mapped = ve::file::MappedFile::Open(L"Updater\\GameVersion.vpak");
+//   const std::span<const std::byte> content = mapped.Bytes();
 #pragma once
 
 #include <cstddef>
@@ -10,10 +13,11 @@
 
 namespace ve::file {
 
-/// Owns the file, its mapping and the view. Open exactly when its size is not zero. Movable; the
-/// destination owns what was open. Used by one thread at a time.
+/// Owns a file, its mapping and the view of it. Open exactly when the size is not zero. Movable;
+/// the destination of a move owns what was open. Used by one thread at a time.
 ///
-/// While it is open, nobody can write or replace the file: close it before saving to the same path.
+/// While it is open, the file cannot be written or replaced: close it before saving to the same
+/// path.
 class MappedFile {
  public:
   MappedFile() noexcept = default;
@@ -23,18 +27,17 @@ class MappedFile {
   MappedFile& operator=(const MappedFile&) = delete;
   ~MappedFile() { Close(); }
 
-  /// Opens a file that others may read at the same time. A file that cannot be opened is tried
-  /// three times, half a second apart, because it may be locked for a moment; the first two
-  /// failures go to the message sink at level 1. Throws `MappedFileException`, also for an empty
-  /// file, which Windows does not map.
+  /// Opens a file for shared reading. Tries three times, half a second apart, because a virus
+  /// scanner may lock the file for a moment; sends the first two failures to the message sink at
+  /// level 1. Throws `MappedFileException`, also for an empty file, which Windows does not map.
   [[nodiscard]] static MappedFile Open(std::wstring_view path);
 
   /// The content, valid until the file is closed; moving the owner leaves it valid.
   [[nodiscard]] std::span<const std::byte> Bytes() const noexcept;
   [[nodiscard]] bool IsOpen() const noexcept { return size_ != 0; }
 
-  /// Releases everything. Never throws; a step that fails is told to the message sink at level 1
-  /// and does not keep the others from running.
+  /// Releases everything. Never throws: sends a step's failure to the message sink at level 1 and
+  /// goes on with the next step.
   void Close() noexcept;
 
  private:

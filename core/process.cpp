@@ -16,7 +16,7 @@
 namespace ve {
 namespace {
 
-/// Removes every carriage return but one in the first place, which is passed on, on purpose.
+/// Removes every carriage return but one in the first place: receivers get that one.
 std::string_view RemoveCarriageReturns(char* chunk, std::size_t size) {
   std::size_t kept = 1;
   for (std::size_t at = 1; at < size; ++at) {
@@ -25,7 +25,7 @@ std::string_view RemoveCarriageReturns(char* chunk, std::size_t size) {
   return {chunk, kept};
 }
 
-/// Reads what the command writes until nobody can write to the pipe any more.
+/// Forwards what the command writes until the last writer closes the pipe.
 void ForwardOutput(HANDLE readEnd, const OutputReceiver& receiver) {
   std::array<char, 1024> chunk;
   DWORD size = 0;
@@ -51,7 +51,7 @@ bool StartProcess(std::wstring_view application, std::wstring_view commandLine,
                                       workingDirectory.empty() ? nullptr : workingDirectory.data(),
                                       &startup, &started);
   if (created == FALSE) {
-    // First of all: converting the texts for the message may change the last error.
+    // First, because converting the texts for the message may change the last error.
     const std::wstring error = WindowsErrorText();
     FormatToSink("Failed to create process '{0}' with command-line '{1}'. Error: {2}", 1,
                  ToUtf8(application), ToUtf8(commandLine), ToUtf8(error));
@@ -62,7 +62,7 @@ bool StartProcess(std::wstring_view application, std::wstring_view commandLine,
 }
 
 bool ShellOpen(const wchar_t* pathOrAddress) {
-  // ShellExecuteW returns an instance handle for old times' sake; above 32 it means success.
+  // ShellExecuteW returns a number in place of a handle; above 32 it means success.
   const HINSTANCE result =
       ShellExecuteW(nullptr, L"open", pathOrAddress, nullptr, nullptr, SW_SHOW);
   return reinterpret_cast<INT_PTR>(result) > 32;
@@ -94,7 +94,7 @@ bool SystemCall(std::string_view command, const OutputReceiver& receiver) {
                      CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started) == FALSE) {
     const std::wstring error = WindowsErrorText();
     FormatToSink("Failed to perform sysCall '{}': {}", 1, command, ToUtf8(error));
-    // Both ends of the pipe stay open here, on purpose.
+    // Both ends of the pipe stay open on this path.
     static_cast<void>(readEnd.Release());
     static_cast<void>(writeEnd.Release());
     return false;
@@ -110,8 +110,7 @@ bool SystemCall(std::string_view command, const OutputReceiver& receiver) {
     WaitForSingleObject(process.Get(), INFINITE);
   }
 
-  // A command that has closed its output but still runs reports STILL_ACTIVE and counts as not
-  // finished, on purpose.
+  // STILL_ACTIVE, of a command that has closed its output but still runs, counts as not finished.
   DWORD exitCode = 0;
   if (GetExitCodeProcess(process.Get(), &exitCode) == FALSE) exitCode = 0;
   return exitCode == 0;

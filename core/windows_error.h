@@ -7,9 +7,9 @@
 
 namespace ve {
 
-/// The calling thread's last Windows error as the system words it, trailing line break included;
-/// the code in signed decimal when the system has no words for it; empty when there is no error.
-/// Call it directly after the failing call: nearly everything else may change the last error.
+/// The system's text for the calling thread's last Windows error, with its trailing line break; the
+/// code in signed decimal if the system has no text; empty if there is no error. Call it directly
+/// after the failing call: nearly every other call may change the last error.
 [[nodiscard]] std::wstring WindowsErrorText();
 
 /// The text for `code` that FormatMessageW finds with `flags` (the allocation and insert flags are

@@ -6,11 +6,11 @@
 
 namespace ve {
 
-/// Makes `directory` the current directory. On failure returns false, after telling the message
-/// sink at level 0 unless `quiet`.
+/// Makes `directory` the current directory. Returns whether that worked; unless `quiet`, sends a
+/// failure to the message sink at level 0.
 bool SetWorkingDirectory(std::wstring_view directory, bool quiet);
 
-/// The current directory as an absolute path; empty if it cannot be told.
+/// The current directory as an absolute path; empty on failure.
 [[nodiscard]] std::wstring WorkingDirectory();
 
 }  // namespace ve

@@ -10,11 +10,10 @@ namespace ve {
 /// The root that the process's command line names; none means the directory it was started in.
 [[nodiscard]] std::optional<std::wstring> ResolveGameRoot();
 
-/// The root that `arguments`, of which the first is the program, name. Without exactly one argument
-/// there is none. "FROM_SOLUTION" takes the last build recorded in the registry, found or not. Any
-/// other argument is a directory in which the newest ".vegame" file is searched; its folder is the
-/// root. Throws filesystem errors of that search; nobody catches them, which is meant for
-/// developers only.
+/// The root that `arguments` name, of which the first is the program. None unless there is exactly
+/// one more. "FROM_SOLUTION" means the last build recorded in the registry, empty if there is none.
+/// Any other argument is a directory: the root is the folder of the newest ".vegame" file below it.
+/// Throws that search's filesystem errors, which end the program; only developers pass an argument.
 [[nodiscard]] std::optional<std::wstring> ResolveGameRoot(
     std::span<const wchar_t* const> arguments);
 

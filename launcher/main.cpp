@@ -1,5 +1,5 @@
 // The Launcher's run: find the game's root, bring the Launcher and the game up to date, start the
-// game. There is no handler around it: what the steps do not handle ends the process.
+// game. An exception that the steps do not handle ends the process.
 #include "core/windows.h"
 
 #include <optional>
@@ -17,7 +17,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
     ve::SetWorkingDirectory(*root, false);
   }
   ve::RunUpdater();
-  // Whether the game starts or not, the Launcher has done its part: silence and 0, on purpose.
+  // A game that cannot be started is not reported: the dialogs belong to the updates.
   ve::StartProcess(ve::kGameProgram, L"", ve::kGameDirectory, false);
   return 0;
 }

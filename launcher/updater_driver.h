@@ -6,7 +6,7 @@
 
 namespace ve {
 
-/// The game, which every run ends with, and the directory that it is started in.
+/// The game, relative to its root, and the directory that it is started in.
 inline constexpr std::wstring_view kGameProgram = L"bin\\Velmorant Player.exe";
 inline constexpr std::wstring_view kGameDirectory = L"bin\\";
 
@@ -16,12 +16,12 @@ inline constexpr std::wstring_view kGameDirectory = L"bin\\";
 [[nodiscard]] std::wstring FindUpdatesUrl(std::wstring_view configuredUrl,
                                           std::wstring_view channel);
 
-/// The stage of a failure to read the settings, as its log entry names it.
+/// What stands in a log entry before the message of a failure to read the settings.
 inline constexpr std::string_view kSettingsLogPrefix = "While trying to access updater-data.";
 
-/// Reads the settings, finds the server, updates the Launcher, then the game. Returns when the game
-/// may be started; failures are logged. The self-update's restart and a failed game update that the
-/// player does not want to play on end the process instead.
+/// Reads the settings, finds the server, updates the Launcher, then the game. Logs failures and
+/// returns when the game may be started. Ends the process instead when the self-update restarts the
+/// Launcher, and when the game update fails and the player does not want the old version.
 void RunUpdater();
 
 }  // namespace ve

@@ -1,4 +1,4 @@
-// COM for the time of a download.
+// COM while downloads run.
 #pragma once
 
 namespace ve {

@@ -1,4 +1,8 @@
 // HTTP downloads into memory.
+//
+//   ve::DownloadResult result = ve::Download(url);
+//   if (!result.Succeeded()) ThrowUpdaterException("... '{}'", result.Error());
+//   Use(std::move(result.Body()));
 #pragma once
 
 #include <functional>
@@ -9,8 +13,8 @@
 
 namespace ve {
 
-/// What a download yielded: the response's body exactly as received, which may be empty, or the
-/// reason why there is none.
+/// The outcome of a download: the response's body exactly as received, which may be empty, or an
+/// error text.
 class DownloadResult {
  public:
   [[nodiscard]] static DownloadResult Success(std::string body) {
@@ -24,9 +28,9 @@ class DownloadResult {
   [[nodiscard]] bool Succeeded() const noexcept {
     return std::holds_alternative<std::string>(bodyOrError_);
   }
-  /// The body; only of a download that succeeded.
+  /// The body. Call it only if the download succeeded.
   [[nodiscard]] std::string& Body() { return std::get<std::string>(bodyOrError_); }
-  /// The reason; only of a download that failed.
+  /// The error text. Call it only if the download failed.
   [[nodiscard]] const std::wstring& Error() const { return std::get<std::wstring>(bodyOrError_); }
 
  private:
@@ -37,14 +41,14 @@ class DownloadResult {
   std::variant<std::string, std::wstring> bodyOrError_;
 };
 
-/// Fetches an http or https URL with one GET and waits for the whole body: straight from the
-/// server, past any cache and proxy, without credentials, following redirects as WinINet does. Only
-/// status 200 with a Content-Length succeeds; the length received is not compared with it. There is
-/// no retry and no time-out of our own. Network and server errors are returned; only memory
-/// exhaustion throws. Downloads must not overlap.
+/// Fetches an http or https URL with one GET and waits for the whole body. Bypasses caches and
+/// proxies, sends no credentials and follows redirects as WinINet does. Succeeds only with status
+/// 200 and a Content-Length; does not compare that length with the body's. No retry; the time-outs
+/// are WinINet's. Returns network and server errors; throws only when memory runs out. Downloads
+/// must not overlap.
 [[nodiscard]] DownloadResult Download(std::wstring_view url);
 
-/// `Download`, or what stands for it where a run is only foretold.
+/// `Download`, or what replaces it in a preview of publish.exe.
 using Downloader = std::function<DownloadResult(std::wstring_view url)>;
 
 }  // namespace ve

@@ -1,5 +1,5 @@
-// How the Launcher asks a server: the flags of its requests, the owner of their handles, and the
-// numbers in the head of an answer.
+// Building blocks of a request, also used by publish verify: the flags, the owner of the handles,
+// and the numbers in a response's header.
 #pragma once
 
 #include "core/windows.h"
@@ -24,12 +24,12 @@ struct InternetHandlePolicy {
 
 using UniqueInternetHandle = Unique<detail::InternetHandlePolicy>;
 
-/// Always from the server, never into the cache, never an answer to an authentication challenge.
+/// Fetches from the server, stores nothing in the cache, answers no authentication challenge.
 inline constexpr DWORD kRequestFlags =
     INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_AUTH;
 
-/// A number such as HTTP_QUERY_STATUS_CODE. None, with the last error set, if the answer's head has
-/// no such number.
+/// A number of the response's header, such as HTTP_QUERY_STATUS_CODE. None, with the last error
+/// set, if the header has no such number.
 [[nodiscard]] inline std::optional<DWORD> QueryNumber(HINTERNET request, DWORD what) noexcept {
   DWORD number = 0;
   DWORD size = sizeof(number);

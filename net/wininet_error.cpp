@@ -9,7 +9,7 @@
 namespace ve {
 namespace {
 
-/// What the server said last. False if that cannot be had.
+/// Sets `text` to the server's last response text. Returns whether there is one.
 bool LastResponse(std::wstring& text) {
   DWORD serverError = 0;
   DWORD length = 0;

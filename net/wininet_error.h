@@ -1,4 +1,4 @@
-// The words that WinINet has for its errors.
+// The texts of WinINet's errors.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +6,9 @@
 
 namespace ve {
 
-/// The calling thread's last WinINet error, taken when the object is made: the server's own words
-/// where it sent some (ERROR_INTERNET_EXTENDED_ERROR), else wininet.dll's with their trailing line
-/// break, else the code in signed decimal. Make it directly after the failing call.
+/// The calling thread's last WinINet error, read by the constructor: the server's text if it sent
+/// one (ERROR_INTERNET_EXTENDED_ERROR), else wininet.dll's text with its trailing line break, else
+/// the code in signed decimal. Construct it directly after the failing call.
 struct WinINetErrorText {
   WinINetErrorText();
 

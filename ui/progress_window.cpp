@@ -67,7 +67,7 @@ ProgressWindow::ProgressWindow(std::uint32_t total) : total_(total) {
 }
 
 ProgressWindow::~ProgressWindow() {
-  // With the window go its children; their owners then close handles that are gone, harmlessly.
+  // Destroying the window destroys its children; closing their handles again has no effect.
   window_.Reset();
   label_.Reset();
   bar_.Reset();
@@ -80,7 +80,8 @@ UniqueWindow ProgressWindow::MakeBar() const {
   const Placement placement = Centered(client.right, client.bottom,
                                        Adjusted(client.right - 16, GetSystemMetrics(SM_CYVSCROLL)));
   UniqueWindow bar = MakeWindow(PROGRESS_CLASSW, nullptr, kControlStyle, placement, window_.Get());
-  // The range has 16 bits, on purpose: with 70000 files the bar is full after 4464.
+  // PBM_SETRANGE takes 16 bits: with 70000 files the bar is full after 4464. Only the label counts
+  // further.
   SendMessageW(bar.Get(), PBM_SETRANGE, 0, MAKELPARAM(0, total_ & 0xFFFF));
   SendMessageW(bar.Get(), PBM_SETSTEP, 1, 0);
   return bar;
@@ -112,7 +113,7 @@ void RunProgressWindow(std::uint32_t total, const std::atomic<bool>& finished,
                        std::atomic<std::uint32_t>& counter) {
   ProgressWindow window(total);
   while (!finished) {
-    PumpMessages();  // Also a WM_QUIT does not end the window: the update goes on.
+    PumpMessages();  // WM_QUIT is ignored: the update goes on.
     Sleep(10);
     const auto done = static_cast<std::int32_t>(counter.exchange(0));
     for (std::int32_t file = 0; file < done; ++file) window.Step();

@@ -1,7 +1,7 @@
 // The progress window and the thread that it lives on.
 //
-// The window counts files. Everything about it happens on the progress thread; the main thread only
-// raises an atomic counter and, at the end, an atomic flag.
+// The window counts files. Only the progress thread touches it; the main thread increments an
+// atomic counter and, at the end, sets an atomic flag.
 #pragma once
 
 #include "core/windows.h"
@@ -27,8 +27,8 @@ struct Placement {
 /// negative left and top) is not part of it.
 [[nodiscard]] Placement Centered(int areaWidth, int areaHeight, const RECT& adjusted) noexcept;
 
-/// The window with its bar and its label. Made, stepped and destroyed on one thread. Without a
-/// desktop to show it on, everything goes to handles that do not exist and has no effect.
+/// The window with its bar and its label. Construct, step and destroy it on one thread. Without a
+/// desktop, or once the window is closed, its calls have no effect.
 class ProgressWindow {
  public:
   explicit ProgressWindow(std::uint32_t total);
@@ -36,7 +36,7 @@ class ProgressWindow {
   ProgressWindow& operator=(const ProgressWindow&) = delete;
   ~ProgressWindow();
 
-  /// One file more is done.
+  /// Counts one more file as done.
   void Step();
 
  private:
@@ -50,15 +50,15 @@ class ProgressWindow {
   std::uint32_t total_;
 };
 
-/// Handles all queued messages of the calling thread. True if WM_QUIT was among them.
+/// Handles all queued messages of the calling thread. Returns whether WM_QUIT was among them.
 bool PumpMessages();
 
-/// Shows the window until `finished`, stepping it by what `counter` holds every 10 milliseconds.
-/// Files counted after the last round are not shown.
+/// Shows the window until `finished`. Every 10 milliseconds, takes the count out of `counter` and
+/// steps the window as often. Files counted after the last round are not shown.
 void RunProgressWindow(std::uint32_t total, const std::atomic<bool>& finished,
                        std::atomic<std::uint32_t>& counter);
 
-/// The progress thread's procedure. Of `entries` only the number is read, once.
+/// The progress thread's procedure: reads the number of `entries`, once, and runs the window.
 template <std::ranges::sized_range Entries>
 unsigned ProgressThread(const Entries& entries, const std::atomic<bool>& finished,
                         std::atomic<std::uint32_t>& counter) {
