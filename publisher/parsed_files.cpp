@@ -10,7 +10,7 @@
 #include "core/errors.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "updater/updater_manifest_reader.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {

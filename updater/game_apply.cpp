@@ -5,6 +5,7 @@
 
 #include "core/errors.h"
 #include "core/files.h"
+#include "updater/build_config.h"
 #include "updater/game_version.h"
 #include "updater/own_executable.h"
 
@@ -26,7 +27,7 @@ void InstallStagedFiles(const StagedUpdate& staged) {
 /// True if the entry is gone, false if it is a directory to go on into.
 bool RemoveEntry(std::wstring_view path, const RemoveCall& remove) {
   const DWORD code = remove(path);
-  if (code == ERROR_DIR_NOT_EMPTY && KeepsNonEmptyDirectories()) return false;
+  if (code == ERROR_DIR_NOT_EMPTY && kBuildConfig.keepsNonEmptyDirectories) return false;
   if (code != ERROR_SUCCESS) file::ThrowFilesystemError("remove", path, code);
   return true;
 }
@@ -40,9 +41,6 @@ void RemoveStagingFolder() {
 }
 
 }  // namespace
-
-// The one difference between the strict program and the one for games that live in "bin\".
-bool KeepsNonEmptyDirectories() noexcept { return LAUNCHER_KEEP_NONEMPTY_DIRS; }
 
 file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
                               const RemoveCall& remove) {

@@ -19,10 +19,6 @@ namespace ve::sdk {
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 
-/// Whether this build keeps a directory that the clean-up cannot remove because it still holds
-/// entries, and goes on into it; if not, that ends the update.
-[[nodiscard]] bool KeepsNonEmptyDirectories() noexcept;
-
 /// Where the clean-up's walk begins.
 inline constexpr std::wstring_view kCleanupRoot = L".";
 
@@ -34,9 +30,9 @@ using RemoveCall = std::function<DWORD(std::wstring_view path)>;
 [[nodiscard]] file::WalkAction CleanUpEntry(CleanupRules& rules, std::wstring_view path,
                                             const RemoveCall& remove);
 
-/// Removes every entry of the current directory that is neither listed nor preserved. Removing a
-/// directory that still holds entries fails, and that throws, on purpose, also where all that it
-/// holds is listed; only a build whose clean-up walks on keeps it and goes on into it.
+/// Removes every entry of the current directory that is neither listed nor preserved. Throws for a
+/// directory that is not empty, even if all files in it are listed; a build that keeps non-empty
+/// directories keeps it and recurses into it instead (`BuildConfig`).
 void CleanUp(const std::unordered_set<std::wstring>& listedNames);
 
 }  // namespace ve::sdk

@@ -16,6 +16,7 @@
 #include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "core/working_directory.h"
+#include "updater/build_config.h"
 #include "updater/download_messages.h"
 #include "updater/failure_log.h"
 #include "updater/own_executable.h"
@@ -94,14 +95,12 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 }
 
 void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
-  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kOwnUpdaterVersion);
-  if (offered > kOwnUpdaterVersion) ReplaceExecutable(updaterUrl);
+  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kBuildConfig.version);
+  if (offered > kBuildConfig.version) ReplaceExecutable(updaterUrl);
   RefreshSettings(updaterUrl, settings);
 }
 
 }  // namespace
-
-std::uint32_t OwnLauncherVersion() noexcept { return kOwnUpdaterVersion; }
 
 std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
 

@@ -21,9 +21,6 @@ void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings);
 
 // Its parts, for whoever has to foretell it.
 
-/// The version that this build takes itself for.
-[[nodiscard]] std::uint32_t OwnLauncherVersion() noexcept;
-
 /// Where the previous executable is put during an update.
 inline constexpr std::wstring_view kParkedExecutable = L"_old.exe";
 

@@ -5,21 +5,21 @@
 #include <string>
 #include <string_view>
 
-#include "updater/updater_manifest_reader.h"
-
 namespace ve::sdk {
 
-/// The version of this build of the Launcher. It is told by nothing else, not even by the
-/// executable's own version resource.
-inline constexpr std::uint32_t kOwnUpdaterVersion = LAUNCHER_VERSION;
+/// The lowest format version that is read. There is no highest: newer formats are read like this
+/// one.
+inline constexpr std::uint32_t kMinimumFileVersion = 1;
 
-/// Reads the manifest as this build does.
-[[nodiscard]] inline std::uint32_t ReadUpdaterManifest(std::string& text) {
-  return ReadUpdaterManifest(text, kOwnUpdaterVersion);
-}
+/// Reads the manifest, whose carriage returns are removed in place, and returns the offered
+/// version, which is `ownVersion` or a higher one. Throws `UpdaterException`, also for an offered
+/// version below that. `judged`, if given, is the line at fault then, in the text without its
+/// carriage returns, or nothing at the end of a text that ends too early.
+[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion,
+                                                std::string_view* judged = nullptr);
 
-/// Writes the manifest that offers this build's version; for publishing. At most 255 characters of
-/// the path are used, and failures of the stream are not checked.
-void WriteUpdaterManifest(std::wstring_view path);
+/// Writes the manifest that offers `version`; for publishing. At most 255 characters of the path
+/// are used, and failures of the stream are not checked.
+void WriteUpdaterManifest(std::wstring_view path, std::uint32_t version);
 
 }  // namespace ve::sdk
