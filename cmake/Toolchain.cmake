@@ -20,7 +20,6 @@ if(MSVC)
   # The standard functions that Microsoft's library would rather see replaced by its own.
   target_compile_definitions(ve_warnings INTERFACE _CRT_SECURE_NO_WARNINGS)
   target_compile_options(ve_warnings INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
-  add_link_options(/SUBSYSTEM:CONSOLE,6.00)
 else()
   target_compile_options(
     ve_warnings

@@ -16,8 +16,8 @@
 #include "launcher/updater_driver.h"
 #include "publisher/name_rules.h"
 #include "publisher/paths.h"
+#include "updater/build_config.h"
 #include "updater/cleanup_rules.h"
-#include "updater/game_apply.h"
 
 namespace ve::publish {
 namespace {
@@ -236,7 +236,7 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
           "the folder is the players' own: what a later version no longer has stays on "
           "their disks, and each update replaces what they changed in its files",
           "Publish there only what is meant to behave so.");
-    } else if (inRoot && !isKept && !sdk::KeepsNonEmptyDirectories()) {
+    } else if (inRoot && !isKept && !sdk::kBuildConfig.keepsNonEmptyDirectories) {
       diagnostics.AddWarning(
           subject,
           "the clean-up of this build of the Launcher cannot remove the folder, which "

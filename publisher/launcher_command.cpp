@@ -18,6 +18,7 @@
 #include "publisher/paths.h"
 #include "publisher/server_layout.h"
 #include "publisher/whole_file.h"
+#include "updater/build_config.h"
 #include "updater/updater_manifest.h"
 
 namespace ve::publish {
@@ -71,12 +72,12 @@ void CheckExecutable(const std::string& path, const std::string& content,
     return;
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
-  if (version == sdk::kOwnUpdaterVersion) return;
+  if (version == sdk::kBuildConfig.version) return;
   const std::string found =
       version ? Format("its version is {}", *version) : std::string("it has no version resource");
   diagnostics.AddError(
       DisplayPath(absolute),
-      Format("{}, and this tool publishes version {}", found, sdk::kOwnUpdaterVersion),
+      Format("{}, and this tool publishes version {}", found, sdk::kBuildConfig.version),
       "Publish with the tool that was built together with this Launcher.");
 }
 
@@ -120,7 +121,7 @@ std::wstring ExecutablePlace(const Parts& parts) {
 void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
   const std::optional<std::uint32_t> version = PublishedVersion(folder);
   if (!version) return;
-  if (*version > sdk::kOwnUpdaterVersion) {
+  if (*version > sdk::kBuildConfig.version) {
     diagnostics.AddWarning(
         ToUtf8(parts.executableName),
         Format("the server had version {}: players who have that keep it, and their "
@@ -129,7 +130,7 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& 
         "Publish a higher version soon.");
   }
   const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
-  if (*version == sdk::kOwnUpdaterVersion && executable && *executable != parts.executable) {
+  if (*version == sdk::kBuildConfig.version && executable && *executable != parts.executable) {
     diagnostics.AddWarning(
         ToUtf8(parts.executableName),
         Format("the server had another file with the same version {}: players who have "
@@ -200,10 +201,10 @@ class TemporaryFile {
 /// file, and what it wrote is read back as the Launcher reads it.
 std::string UpdaterManifest() {
   const TemporaryFile file;
-  sdk::WriteUpdaterManifest(file.Path());
+  sdk::WriteUpdaterManifest(file.Path(), sdk::kBuildConfig.version);
   std::string content = ReadWholeFile(file.Path());
   std::string text = content;
-  if (sdk::ReadUpdaterManifest(text, 0) != sdk::kOwnUpdaterVersion) {
+  if (sdk::ReadUpdaterManifest(text, 0) != sdk::kBuildConfig.version) {
     throw VERuntimeError("the updater manifest does not read back as it was written");
   }
   return content;
@@ -227,7 +228,7 @@ void Publish(const Options& options, const Parts& parts, Console& console,
   WarnOfPublished(folders.live, parts, options, diagnostics);
   Write(folders.live, parts);
   console.Say(Format("Published version {} of the Launcher, {}, to {} in {}",
-                     sdk::kOwnUpdaterVersion, ToUtf8(parts.executableName), options.channel,
+                     sdk::kBuildConfig.version, ToUtf8(parts.executableName), options.channel,
                      DisplayPath(ExtendedLengthPath(options.server))));
   console.Report()["published"] = true;
 }
@@ -237,7 +238,7 @@ int Run(const Options& options, Console& console) {
   const std::wstring path = ExtendedLengthPath(options.executable);
   Parts parts;
   parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
-  console.Report() = {{"version", sdk::kOwnUpdaterVersion},
+  console.Report() = {{"version", sdk::kBuildConfig.version},
                       {"executable", ToUtf8(parts.executableName)},
                       {"channel", options.channel},
                       {"server", DisplayPath(ExtendedLengthPath(options.server))}};

@@ -7,7 +7,7 @@
 #include "core/errors.h"
 #include "core/unicode.h"
 #include "publisher/archive_records.h"
-#include "updater/updater_manifest_reader.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {

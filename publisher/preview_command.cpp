@@ -12,7 +12,7 @@
 #include "publisher/paths.h"
 #include "publisher/preview.h"
 #include "publisher/version_text.h"
-#include "updater/game_apply.h"
+#include "updater/build_config.h"
 #include "updater/self_update.h"
 
 namespace ve::publish {
@@ -32,8 +32,8 @@ std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& di
   if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
   diagnostics.AddWarning(DisplayPath(path), "it has no version resource",
                          Format("It was taken for version {}, as which this tool was built.",
-                                sdk::OwnLauncherVersion()));
-  return sdk::OwnLauncherVersion();
+                                sdk::kBuildConfig.version));
+  return sdk::kBuildConfig.version;
 }
 
 void CheckInput(const Options& options, const std::wstring& installed, Diagnostics& diagnostics) {
@@ -101,9 +101,10 @@ void PrintFiles(const PreviewPlan& plan, Console& console) {
   }
   PrintAll(console, "makes the directory", plan.directories);
   console.Say(Format("  installs {} files", plan.copied.size()));
-  console.Say(Format("  clean-up{}: {} entries",
-                     sdk::KeepsNonEmptyDirectories() ? ", which goes on into filled folders" : "",
-                     plan.removed.size()));
+  console.Say(Format(
+      "  clean-up{}: {} entries",
+      sdk::kBuildConfig.keepsNonEmptyDirectories ? ", which goes on into filled folders" : "",
+      plan.removed.size()));
   PrintAll(console, "removes", plan.removed);
 }
 
@@ -235,7 +236,7 @@ Json AsJson(const PreviewPlan& plan, std::uint32_t ownVersion) {
         {"downloaded", AsJson(plan.downloaded)},
         {"directories", List(plan.directories)},
         {"copied", List(plan.copied)},
-        {"keepsNonEmptyDirectories", sdk::KeepsNonEmptyDirectories()},
+        {"keepsNonEmptyDirectories", sdk::kBuildConfig.keepsNonEmptyDirectories},
         {"removed", List(plan.removed)},
         {"stagingRemoved", plan.stagingRemoved},
         {"versionWritten", plan.versionWritten},

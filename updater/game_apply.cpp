@@ -6,6 +6,7 @@
 #include "core/errors.h"
 #include "core/extended_length_path.h"
 #include "core/files.h"
+#include "updater/build_config.h"
 #include "updater/game_version.h"
 #include "updater/own_executable.h"
 
@@ -28,7 +29,7 @@ void InstallStagedFiles(const StagedUpdate& staged) {
 /// ERROR_DIR_NOT_EMPTY: a filled directory that a process has as its current directory, such as
 /// "bin" while a crash reporter of the game runs, fails as being in use.
 bool KeepsFilledDirectory(const file::DirectoryEntry& entry, DWORD failure) {
-  if (!KeepsNonEmptyDirectories() || !entry.ShouldRecurse()) return false;
+  if (!kBuildConfig.keepsNonEmptyDirectories || !entry.ShouldRecurse()) return false;
   return failure == ERROR_DIR_NOT_EMPTY || file::HoldsEntries(entry.path);
 }
 
@@ -41,9 +42,6 @@ void RemoveStagingFolder() {
 }
 
 }  // namespace
-
-// The one difference between the strict program and the one for games that live in "bin\".
-bool KeepsNonEmptyDirectories() noexcept { return LAUNCHER_KEEP_NONEMPTY_DIRS; }
 
 file::WalkAction CleanUpEntry(const CleanupRules& rules, const file::DirectoryEntry& entry,
                               std::wstring_view relativePath, const RemoveCall& remove) {

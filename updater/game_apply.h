@@ -19,13 +19,9 @@ namespace ve::sdk {
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 
-/// Whether this build keeps a directory that the clean-up cannot remove because it holds entries,
-/// and cleans up inside it. Otherwise such a directory ends the update.
-[[nodiscard]] bool KeepsNonEmptyDirectories() noexcept;
-
 /// Removes every entry below the current directory that is neither listed nor preserved. Throws a
 /// filesystem error ("remove") for what cannot be removed: also for a directory that still holds
-/// entries, be they all listed, unless this build keeps those.
+/// entries, be they all listed, unless this build keeps those (`BuildConfig`).
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
 
 // Building blocks, also used by the preview of publish.exe.

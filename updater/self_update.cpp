@@ -16,6 +16,7 @@
 #include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "core/working_directory.h"
+#include "updater/build_config.h"
 #include "updater/download_messages.h"
 #include "updater/failure_log.h"
 #include "updater/own_executable.h"
@@ -28,12 +29,12 @@ void DeleteStaleExecutable() {
   try {
     file::Remove(kParkedExecutable);
   } catch (const std::exception&) {
-    // It may still be running or locked; the next start tries again.
+    // It may be running or locked. The next start tries again.
   }
 }
 
-/// Shows the restart message, starts the executable and ends this process, also if it did not
-/// start.
+/// Shows the restart message, starts the executable and ends this process, whether it started or
+/// not.
 [[noreturn]] void Restart(std::wstring_view executable) {
   MessageBoxW(nullptr,
               L"Game-launcher finshed updating itself and needs to restart itself. Press OK to "
@@ -80,7 +81,7 @@ void PutParkedExecutableBack(std::wstring_view executable) {
     SetSystemAttribute(kParkedExecutable, true);
     Restart(executable);
   } catch (...) {
-    // Fires while an exception leaves this handler, be it the one caught or one of the rollback.
+    // Shown for any exception that leaves this handler: the one caught, or one of the rollback.
     const ScopeFail showDialog([] {
       MessageBoxW(nullptr,
                   L"Critical error while downloading new version of game launcher. Please try "
@@ -94,14 +95,12 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 }
 
 void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
-  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kOwnUpdaterVersion);
-  if (offered > kOwnUpdaterVersion) ReplaceExecutable(updaterUrl);
+  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kBuildConfig.version);
+  if (offered > kBuildConfig.version) ReplaceExecutable(updaterUrl);
   RefreshSettings(updaterUrl, settings);
 }
 
 }  // namespace
-
-std::uint32_t OwnLauncherVersion() noexcept { return kOwnUpdaterVersion; }
 
 std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
 

@@ -12,19 +12,17 @@ namespace ve::sdk {
 /// Brings the Launcher up to date from the "updater/" folder below `updatesUrl`, which ends with a
 /// slash. `settings` is the settings archive as it was read at the start.
 ///
-/// Returns when there was nothing to do, or after a failure, which it has logged. When it has
-/// replaced the executable or the settings archive it starts the Launcher anew and ends this
-/// process with exit code 0. On disk it leaves the current build; the new build with the previous
-/// one beside it as "_old.exe", which the next start deletes; or, where installing the new build
-/// failed, the previous one put back.
+/// Returns when the Launcher and its settings are current, or after a failure, which it logs. After
+/// replacing the executable or the settings archive, starts the new Launcher and ends this process
+/// with exit code 0.
+///
+/// Leaves on disk one of: the current build; the new build, with the previous one beside it as
+/// "_old.exe" until the next start; the previous build again, after a failed replacement.
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings);
 
-// Its parts, for whoever has to foretell it.
+// Building blocks, also used by the preview of publish.exe.
 
-/// The version that this build takes itself for.
-[[nodiscard]] std::uint32_t OwnLauncherVersion() noexcept;
-
-/// Where the previous executable is put during an update.
+/// The name of the previous executable after an update.
 inline constexpr std::wstring_view kParkedExecutable = L"_old.exe";
 
 inline constexpr const wchar_t* kRestartCaption = L"Restart required.";
@@ -34,20 +32,20 @@ inline constexpr const wchar_t* kSelfUpdateFailedCaption =
 /// The URL of the folder that the Launcher's own update is in.
 [[nodiscard]] std::wstring UpdaterUrl(std::wstring_view updatesUrl);
 
-/// The stage as the log entry of a failure names it.
+/// What stands in a log entry before the message of a failed self-update.
 [[nodiscard]] std::string SelfUpdateLogPrefix(std::wstring_view updaterUrl);
 
-/// The version of the Launcher that the server offers to one of version `ownVersion`. Throws
-/// `UpdaterException`.
+/// Downloads and reads the updater manifest. Returns the offered version, `ownVersion` or higher.
+/// Throws `UpdaterException`.
 [[nodiscard]] std::uint32_t FetchOfferedLauncher(std::wstring_view updaterUrl,
                                                  std::uint32_t ownVersion,
                                                  const Downloader& download = Download);
 
-/// The offered executable. Throws `UpdaterException`.
+/// Downloads the offered executable. Throws `UpdaterException`.
 [[nodiscard]] std::string FetchNewBuild(std::wstring_view updaterUrl, std::wstring_view executable,
                                         const Downloader& download = Download);
 
-/// The server's settings archive. Throws `UpdaterException`.
+/// Downloads the server's settings archive. Throws `UpdaterException`.
 [[nodiscard]] std::string FetchSettings(std::wstring_view updaterUrl,
                                         const Downloader& download = Download);
 

@@ -57,13 +57,13 @@ std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion) {
   return offered;
 }
 
-void WriteUpdaterManifest(std::wstring_view path) {
+void WriteUpdaterManifest(std::wstring_view path, std::uint32_t version) {
   // In text mode: every line feed is stored as carriage return and line feed.
   std::ofstream manifest(std::filesystem::path(WidePath(path).Get()),
                          std::ios::out | std::ios::trunc);
   manifest << kHeader << '\n'
            << Format("{}: {}\n", kFileVersionKey, kMinimumFileVersion)
-           << Format("{}: {}", kVersionKey, kOwnUpdaterVersion);
+           << Format("{}: {}", kVersionKey, version);
 }
 
 }  // namespace ve::sdk

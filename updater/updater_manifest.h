@@ -5,21 +5,19 @@
 #include <string>
 #include <string_view>
 
-#include "updater/updater_manifest_reader.h"
-
 namespace ve::sdk {
 
-/// The version of this build of the Launcher. It is told by nothing else, not even by the
-/// executable's own version resource.
-inline constexpr std::uint32_t kOwnUpdaterVersion = LAUNCHER_VERSION;
+/// The lowest format version that is read. There is no highest: later formats are read like this
+/// one.
+inline constexpr std::uint32_t kMinimumFileVersion = 1;
 
-/// Reads the manifest as this build does.
-[[nodiscard]] inline std::uint32_t ReadUpdaterManifest(std::string& text) {
-  return ReadUpdaterManifest(text, kOwnUpdaterVersion);
-}
+/// Reads the manifest, removes the carriage returns from `text` in place, and returns the offered
+/// version. Throws `UpdaterException` if the manifest is not valid or offers a version below
+/// `ownVersion`.
+[[nodiscard]] std::uint32_t ReadUpdaterManifest(std::string& text, std::uint32_t ownVersion);
 
-/// Writes the manifest that offers this build's version; for publishing. At most 255 characters of
-/// the path are used, and failures of the stream are not checked.
-void WriteUpdaterManifest(std::wstring_view path);
+/// Writes the manifest that offers `version`. Uses at most 255 characters of the path and ignores
+/// write errors. Not called by the Launcher; part of the support library for publishing.
+void WriteUpdaterManifest(std::wstring_view path, std::uint32_t version);
 
 }  // namespace ve::sdk

@@ -20,7 +20,7 @@ wine_dir=/usr/lib/wine
 # Debian's own, which is the one that has Debian's pytest.
 python=/usr/bin/python3
 
-build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest libcli11-dev
+build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest python3 libcli11-dev
   nlohmann-json3-dev)
 # The fonts and the X libraries are only recommended by libwine; without them windows are drawn with
 # stand-ins.

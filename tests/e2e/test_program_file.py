@@ -1,10 +1,9 @@
-"""The program file itself, and the layers that it is built from."""
+"""The program files themselves, and the layers that they are built from."""
 
-import json
 import pathlib
 import re
-import shlex
 import subprocess
+import sys
 
 import pytest
 
@@ -74,8 +73,9 @@ def test_it_holds_the_words_for_a_failed_application_that_no_run_comes_to(build:
     assert text.encode("utf-16-le") + b"\0\0" in build.launcher.read_bytes()
 
 
-def test_its_version_resource_says_6(build: Build):
-    assert fixed_file_version(build.launcher) == (6, 0, 0, 0)
+def test_its_version_resource_has_the_version_of_the_build(build: Build):
+    version = int((build.path / "version.txt").read_text())
+    assert fixed_file_version(build.launcher) == (version, 0, 0, 0)
 
 
 def test_its_manifest_asks_for_nothing_that_changes_its_behaviour(build: Build):
@@ -88,30 +88,36 @@ def test_its_manifest_asks_for_nothing_that_changes_its_behaviour(build: Build):
 
 
 @pytest.mark.parametrize(
-    ("source", "header", "compiles"),
+    ("source", "include", "problem"),
     [
-        ("core/format.cpp", "core/files.h", True),
-        ("core/format.cpp", "net/download.h", False),
-        ("core/format.cpp", "archive/archive_reader.h", False),
-        ("net/download.cpp", "ui/progress_window.h", False),
-        ("archive/archive_reader.cpp", "updater/manifest_text.h", False),
-        ("updater/self_update.cpp", "net/download.h", True),
-        ("updater/self_update.cpp", "launcher/game_root.h", False),
+        ("core/a.cpp", '"core/a.h"', None),
+        ("net/a.cpp", '"core/a.h"', None),
+        ("net/a.cpp", "<string>", None),
+        ("net/a.h", '"ui/a.h"', "net/a.h:2: ui/a.h: net/ does not declare ui in DEPS"),
+        ("net/a.cpp", "<ui/a.h>", "net/a.cpp:2: ui/a.h: net/ does not declare ui in DEPS"),
+        ("net/a.cpp", '"../ui/a.h"', "net/a.cpp:2: ../ui/a.h: net/ does not declare ui in DEPS"),
+        ("core/a.cpp", '"net/a.h"', "core/a.cpp:2: net/a.h: core/ does not declare net in DEPS"),
+        ("core/a.cpp", '"a.h"', 'core/a.cpp:2: a.h: write "core/a.h"'),
+        ("tests/unit/net/a_test.cpp", '"net/a.h"', None),
+        ("tests/unit/net/a_test.cpp", '"ui/a.h"', "net/a_test.cpp:2: ui/a.h: net/ does not declare ui in DEPS"),
     ],
 )
-def test_a_source_sees_only_its_own_layer_and_those_below(build: Build, source, header, compiles):
-    commands = json.loads((build.path / "compile_commands.json").read_text())
-    command = next(c for c in commands if c["file"] == str(PROJECT / source))
-    words = shlex.split(command["command"])
-    words = words[: words.index("-o")]
-    result = subprocess.run(
-        [*words, "-fsyntax-only", "-x", "c++", "-"],
-        input=f'#include "{header}"\n',
-        cwd=command["directory"],
-        capture_output=True,
-        text=True,
-        check=False,
-    )
-    assert (result.returncode == 0) == compiles, result.stderr
-    if not compiles:
-        assert f"{header}: No such file or directory" in result.stderr
+def test_an_include_of_an_undeclared_layer_is_rejected(tmp_path, source, include, problem):
+    def put(name: str, text: str) -> None:
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).write_text(text)
+
+    put("core/CMakeLists.txt", "ve_layer(core LIBS user32)\n")
+    put("net/CMakeLists.txt", "ve_layer(net\n  DEPS core  # ui\n  LIBS wininet ui)\n")
+    put("ui/CMakeLists.txt", "ve_layer(ui DEPS core)\n")
+    put("tests/unit/CMakeLists.txt", "ve_unit_tests(net DEPS net core LIBS ws2_32)\n")
+    for layer in ("core", "net", "ui"):
+        put(f"{layer}/a.h", "#pragma once\n")
+    put(source, f"// A comment.\n#include {include}\n")
+    command = [sys.executable, str(PROJECT / "scripts/lib/check_includes.py"), str(tmp_path)]
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
+    assert done.returncode == (0 if problem is None else 1), done.stderr
+    if problem is None:
+        assert done.stdout == ""
+    else:
+        assert done.stdout.splitlines()[0].endswith(problem)

@@ -268,7 +268,7 @@ TEST_F(RepeatedOperations, SettingsAndManifests) {
   Repeat([&] {
     EXPECT_EQ(sdk::ReadUpdaterSettings(settings).channel, L"release");
     std::string updater = "Velmorant Updater\nFileVersion: 1\nVersion: 7";
-    EXPECT_EQ(sdk::ReadUpdaterManifest(updater), 7U);
+    EXPECT_EQ(sdk::ReadUpdaterManifest(updater, 6), 7U);
     std::string game =
         "GameUpdate\nFileVersion: 1\nDirectories: 1\nbin\nFiles:\n'bin/a' 10000 " + digest + "\n";
     EXPECT_EQ(sdk::ReadGameUpdateManifest(game).files.size(), 1U);

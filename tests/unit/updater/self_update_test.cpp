@@ -11,6 +11,7 @@
 #include "support/log_entries.h"
 #include "support/loopback_server.h"
 #include "support/temp_folder.h"
+#include "updater/build_config.h"
 #include "updater/own_executable.h"
 
 namespace ve::sdk {
@@ -20,6 +21,8 @@ using test::Ok;
 using test::ReadWhole;
 using test::WriteWhole;
 using testing::ElementsAre;
+
+const std::string kOwnVersion = std::to_string(kBuildConfig.version);
 
 /// The runs that return; those that restart the program end their process.
 class SelfUpdate : public test::TempFolder {
@@ -50,7 +53,7 @@ class SelfUpdate : public test::TempFolder {
 };
 
 TEST_F(SelfUpdate, ACurrentLauncherWithTheServersSettingsIsLeftAlone) {
-  Offer("6");
+  Offer(kOwnVersion);
   ServeSettings(std::string_view("same\0settings", 13));
   Run(std::string_view("same\0settings", 13));
   EXPECT_FALSE(test::HasLog());
@@ -73,16 +76,19 @@ TEST_F(SelfUpdate, AManifestThatIsInvalidIsLogged) {
 }
 
 TEST_F(SelfUpdate, AnOlderVersionIsLoggedAndNothingElseAskedFor) {
-  Offer("5");
+  const std::string older = std::to_string(kBuildConfig.version - 1);
+  Offer(older);
   Run("settings");
-  ExpectLogged("Trying to downgrade updater to version '5' (from '6'). Downgrade is not supported");
+  ExpectLogged(
+      Format("Trying to downgrade updater to version '{}' (from '{}'). Downgrade is not supported",
+             older, kOwnVersion));
   EXPECT_THAT(server_.RequestedPaths(), ElementsAre("/updates/updater/updater.manifest"));
 }
 
 TEST_F(SelfUpdate, ANewVersionIsAskedForByTheNameOfTheRunningExecutable) {
   const std::wstring own(OwnExecutableName());
   WriteWhole(own, "running");
-  Offer("7");
+  Offer(std::to_string(kBuildConfig.version + 1));
   Run("settings");
   ExpectLogged(Format("Failed to download new updater-exe '{}'. 404 - no such file.", own));
   EXPECT_THAT(server_.RequestedPaths(),
@@ -99,14 +105,14 @@ TEST_F(SelfUpdate, ANegativeVersionCountsAsNewer) {
 }
 
 TEST_F(SelfUpdate, SettingsThatCannotBeHadAreLogged) {
-  Offer("6");
+  Offer(kOwnVersion);
   Run("settings");
   ExpectLogged("Failed to download updater-data file with error: '404 - no such file.'");
 }
 
 TEST_F(SelfUpdate, MissingLocalSettingsAreLogged) {
   ASSERT_TRUE(DeleteFileW(L"Updater\\UpdaterData.vpak"));
-  Offer("6");
+  Offer(kOwnVersion);
   ServeSettings("settings");
   Run("settings");
   // The folder is the game's, not that of the log.
@@ -122,7 +128,7 @@ TEST_F(SelfUpdate, SettingsThatCannotBeSavedAreLogged) {
   const HANDLE locked = CreateFileW(L"Updater\\UpdaterData.vpak", GENERIC_READ, FILE_SHARE_READ,
                                     nullptr, OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(locked, INVALID_HANDLE_VALUE);
-  Offer("6");
+  Offer(kOwnVersion);
   ServeSettings("settingz");
   Run("settings");
   CloseHandle(locked);
@@ -143,7 +149,7 @@ TEST_F(SelfUpdate, AStaleExecutableThatIsInUseIsLeftWithoutAWord) {
   const HANDLE locked =
       CreateFileW(L"_old.exe", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(locked, INVALID_HANDLE_VALUE);
-  Offer("6");
+  Offer(kOwnVersion);
   ServeSettings("settings");
   Run("settings");
   CloseHandle(locked);

@@ -12,16 +12,18 @@
 namespace ve::sdk {
 namespace {
 
-std::uint32_t Offered(std::string text) { return ReadUpdaterManifest(text); }
+constexpr std::uint32_t kOwnVersion = 6;
+
+std::uint32_t Offered(std::string text) { return ReadUpdaterManifest(text, kOwnVersion); }
 std::string ErrorOf(std::string text) {
-  return test::ThrownMessage<UpdaterException>([&] { (void)ReadUpdaterManifest(text); });
+  return test::ThrownMessage<UpdaterException>(
+      [&] { (void)ReadUpdaterManifest(text, kOwnVersion); });
 }
 std::string Manifest(const std::string& fileVersionLine, const std::string& versionLine) {
   return "Velmorant Updater\n" + fileVersionLine + "\n" + versionLine;
 }
 
 TEST(UpdaterManifest, OffersItsVersion) {
-  EXPECT_EQ(kOwnUpdaterVersion, 6U);
   EXPECT_EQ(Offered("Velmorant Updater\nFileVersion: 1\nVersion: 6"), 6U);
   EXPECT_EQ(Offered("Velmorant Updater\nFileVersion: 1\nVersion: 7"), 7U);
 }
@@ -35,7 +37,7 @@ TEST(UpdaterManifest, LineEndsBlankLinesAndFurtherLinesChangeNothing) {
 
 TEST(UpdaterManifest, TheTextLosesItsCarriageReturns) {
   std::string text = "Velmorant Updater\r\nFileVersion: 1\r\nVersion: 6\r\n";
-  EXPECT_EQ(ReadUpdaterManifest(text), 6U);
+  EXPECT_EQ(ReadUpdaterManifest(text, kOwnVersion), 6U);
   EXPECT_EQ(text, "Velmorant Updater\nFileVersion: 1\nVersion: 6\n");
 }
 
@@ -119,33 +121,33 @@ TEST(UpdaterManifest, TheFirstFaultIsReported) {
 using UpdaterManifestFile = test::TempFolder;
 
 TEST_F(UpdaterManifestFile, IsWrittenWithWindowsLineEndsAndNoLastOne) {
-  WriteUpdaterManifest(L"updater.manifest");
+  WriteUpdaterManifest(L"updater.manifest", kOwnVersion);
   EXPECT_EQ(test::ReadWhole(L"updater.manifest"),
             "Velmorant Updater\r\nFileVersion: 1\r\nVersion: 6");
 }
 
-TEST_F(UpdaterManifestFile, ReadsAsThisBuildsVersion) {
-  WriteUpdaterManifest(L"updater.manifest");
-  EXPECT_EQ(Offered(test::ReadWhole(L"updater.manifest")), kOwnUpdaterVersion);
+TEST_F(UpdaterManifestFile, ReadsAsTheVersionWritten) {
+  WriteUpdaterManifest(L"updater.manifest", kOwnVersion);
+  EXPECT_EQ(Offered(test::ReadWhole(L"updater.manifest")), kOwnVersion);
 }
 
 TEST_F(UpdaterManifestFile, ReplacesAnOlderOne) {
   test::WriteWhole(L"updater.manifest", std::string(500, 'x'));
-  WriteUpdaterManifest(L"updater.manifest");
+  WriteUpdaterManifest(L"updater.manifest", kOwnVersion);
   EXPECT_EQ(test::ReadWhole(L"updater.manifest").size(), 45U);
 }
 
 TEST_F(UpdaterManifestFile, OfThePathAtMost255CharactersAreUsed) {
   std::wstring path;
   for (int i = 0; i < 110; ++i) path += L".\\";
-  WriteUpdaterManifest(path + std::wstring(60, L'n'));
+  WriteUpdaterManifest(path + std::wstring(60, L'n'), kOwnVersion);
   EXPECT_FALSE(file::Exists(std::wstring(60, L'n')));
   ASSERT_TRUE(file::Exists(std::wstring(35, L'n')));
   EXPECT_EQ(test::ReadWhole(std::wstring(35, L'n')).size(), 45U);
 }
 
 TEST_F(UpdaterManifestFile, ThatCannotBeOpenedIsNoError) {
-  WriteUpdaterManifest(L"missing\\updater.manifest");
+  WriteUpdaterManifest(L"missing\\updater.manifest", kOwnVersion);
   EXPECT_FALSE(file::Exists(L"missing"));
 }
 
