@@ -11,7 +11,13 @@
 
 #include "core/files.h"
 #include "support/host_program.h"
+#include "support/replaced_call.h"
 #include "support/temp_folder.h"
+
+extern "C" {
+extern void* VE_IMPORTED(FindFirstFileExW);
+extern void* VE_IMPORTED(FindNextFileW);
+}
 
 namespace ve::file {
 namespace {
@@ -41,8 +47,8 @@ bool IsLinkedFolder(const wchar_t* path) {
 
 /// A program of the host's cannot be waited for, only what it does.
 bool AwaitLink(bool present) {
-  const ULONGLONG patience = GetTickCount64() + 60'000;
-  while (IsLinkedFolder(kLink) != present && GetTickCount64() < patience) Sleep(5);
+  const ULONGLONG deadline = GetTickCount64() + 60'000;
+  while (IsLinkedFolder(kLink) != present && GetTickCount64() < deadline) Sleep(5);
   return IsLinkedFolder(kLink) == present;
 }
 
@@ -116,9 +122,10 @@ TEST_F(Walk, GoesOnWhereTheVisitRemovesADirectory) {
   EXPECT_FALSE(Exists(L"root\\empty"));
 }
 
-void ExpectWalkError(const wchar_t* root, DWORD code) {
+/// Expects that the walk of `root` fails at `directory`.
+void ExpectWalkError(const wchar_t* root, DWORD code, const wchar_t* directory) {
   const std::filesystem::filesystem_error expected(
-      "directory_entry::status", std::filesystem::path(root),
+      "directory_entry::status", std::filesystem::path(directory),
       std::error_code(static_cast<int>(code), std::system_category()));
   try {
     Met(root);
@@ -126,12 +133,52 @@ void ExpectWalkError(const wchar_t* root, DWORD code) {
   } catch (const std::filesystem::filesystem_error& error) {
     EXPECT_STREQ(error.what(), expected.what());
     EXPECT_EQ(error.code(), expected.code());
+    EXPECT_EQ(error.path1(), expected.path1());
   }
 }
 
-TEST_F(Walk, OfAnEmptyRootFails) { ExpectWalkError(L"", ERROR_PATH_NOT_FOUND); }
+TEST_F(Walk, OfAnEmptyRootFails) { ExpectWalkError(L"", ERROR_PATH_NOT_FOUND, L""); }
 
-TEST_F(Walk, OfAMissingDirectoryFails) { ExpectWalkError(L"missing", ERROR_PATH_NOT_FOUND); }
+TEST_F(Walk, OfAMissingDirectoryFails) {
+  ExpectWalkError(L"missing", ERROR_PATH_NOT_FOUND, L"missing");
+}
+
+TEST_F(Walk, OfAFileFails) {
+  // Systems differ in the code for a file in a directory's place.
+  WIN32_FIND_DATAW found{};
+  ASSERT_EQ(FindFirstFileW(L"root\\file\\*", &found), INVALID_HANDLE_VALUE);
+  const DWORD code = GetLastError();
+  ASSERT_NE(code, DWORD{ERROR_FILE_NOT_FOUND});
+  ExpectWalkError(L"root\\file", code, L"root\\file");
+}
+
+TEST_F(Walk, OfADirectoryWhoseSubdirectoryCannotBeReadFails) {
+  static void* const real = VE_IMPORTED(FindFirstFileExW);
+  const test::ReplacedCall failing(
+      VE_IMPORTED(FindFirstFileExW),
+      +[](const wchar_t* path, FINDEX_INFO_LEVELS level, void* data, FINDEX_SEARCH_OPS search,
+          void* filter, DWORD flags) -> HANDLE {
+        if (std::wstring_view(path) == L"root\\a\\b\\*") {
+          SetLastError(ERROR_ACCESS_DENIED);
+          return INVALID_HANDLE_VALUE;
+        }
+        return reinterpret_cast<decltype(&FindFirstFileExW)>(real)(path, level, data, search,
+                                                                   filter, flags);
+      });
+  ExpectWalkError(L"root", ERROR_ACCESS_DENIED, L"root\\a\\b");
+}
+
+TEST_F(Walk, OfADirectoryThatCannotBeReadToItsEndFails) {
+  static void* const real = VE_IMPORTED(FindNextFileW);
+  const test::ReplacedCall failing(
+      VE_IMPORTED(FindNextFileW), +[](HANDLE search, WIN32_FIND_DATAW* found) -> BOOL {
+        const BOOL next = reinterpret_cast<decltype(&FindNextFileW)>(real)(search, found);
+        if (next == FALSE) SetLastError(ERROR_NOT_READY);
+        return next;
+      });
+  ExpectWalkError(L"root\\a\\b", ERROR_NOT_READY, L"root\\a\\b");
+  ExpectWalkError(L"root\\a", ERROR_NOT_READY, L"root\\a\\b");
+}
 
 TEST(DirectoryEntry, IsALinkByItsTag) {
   constexpr DWORD kPlain = FILE_ATTRIBUTE_DIRECTORY;

@@ -9,8 +9,10 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 #include <winioctl.h>
 
 #include "core/errors.h"
@@ -34,6 +36,7 @@ using test::SinkRecorder;
 using test::WriteWhole;
 using testing::ElementsAre;
 using testing::Pair;
+using testing::StartsWith;
 
 std::error_code WindowsCode(DWORD code) { return {static_cast<int>(code), std::system_category()}; }
 
@@ -66,7 +69,7 @@ bool IsFolder(const wchar_t* path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-/// Nobody holds the file open: it can be opened alone.
+/// Expects that the file can be opened without sharing, so that no handle to it is left.
 void ExpectReleased(const wchar_t* path) {
   const UniqueFileHandle alone(
       CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -161,14 +164,49 @@ TEST_F(Files, AWriteThatFallsShortIsNotReported) {
   EXPECT_TRUE(sink.Messages().empty());
 }
 
-TEST_F(Files, ANarrowPathIsInTheActiveCodePage) {
-  char name[8] = {};
+/// A text in the active code page; none if that lacks one of the characters.
+std::optional<std::string> InActiveCodePage(const wchar_t* text) {
+  char narrow[32] = {};
   BOOL replaced = FALSE;
-  ASSERT_NE(WideCharToMultiByte(CP_ACP, 0, L"\x00E9", -1, name, 8, nullptr, &replaced), 0);
-  if (replaced != FALSE) GTEST_SKIP() << "the active code page has no e with an acute accent";
-  SaveFile(name, "abc");
-  EXPECT_EQ(ReadWhole(L"\x00E9"), "abc");
-  EXPECT_EQ(LoadFile(name), "abc");
+  const int length = WideCharToMultiByte(CP_ACP, 0, text, -1, narrow, 32, nullptr, &replaced);
+  if (length == 0 || replaced != FALSE) return {};
+  return narrow;
+}
+
+TEST_F(Files, ANarrowPathIsInTheActiveCodePage) {
+  // The euro: where a code page has it, its byte is not the character's number.
+  const std::optional<std::string> name = InActiveCodePage(L"\x20AC \x00E9");
+  if (!name) GTEST_SKIP() << "the active code page has no euro or no e with an acute accent";
+  SaveFile(*name, "abc");
+  EXPECT_EQ(ReadWhole(L"\x20AC \x00E9"), "abc");
+  EXPECT_EQ(LoadFile(*name), "abc");
+}
+
+TEST_F(Files, ANarrowPathIsReportedByteForByte) {
+  const std::string name = "\x80 \xE9\xFF";
+  const std::string rest = " File '" + name + "'. Error: ";
+  EXPECT_THAT(FileExceptionText([&] { static_cast<void>(LoadFile(name)); }),
+              StartsWith("Failed to open file for loading." + rest));
+  EXPECT_THAT(FileExceptionText([&] { SaveFile("missing\\" + name, "x"); }),
+              StartsWith("Failed to open file for saving. File 'missing\\" + name + "'. Error: "));
+}
+
+TEST_F(Files, TheSizeOfANarrowPathIsQueriedInTheActiveCodePage) {
+  const std::optional<std::string> name = InActiveCodePage(L"\x20AC \x00E9");
+  if (!name) GTEST_SKIP() << "the active code page has no euro or no e with an acute accent";
+  WriteWhole(L"\x20AC \x00E9", "abc");
+  static std::vector<std::wstring> queried;
+  queried.clear();
+  const ReplacedCall recording(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t* path, GET_FILEEX_INFO_LEVELS, void*) -> BOOL {
+        queried.emplace_back(path);
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+      });
+  ExpectFilesystemError("file_size", L"\x20AC \x00E9", ERROR_ACCESS_DENIED,
+                        [&] { static_cast<void>(LoadFile(*name)); });
+  EXPECT_THAT(queried, ElementsAre(L"\x20AC \x00E9"));
 }
 
 TEST_F(Files, APathOf255CharactersOpens) {
@@ -460,8 +498,8 @@ class LinkToTarget {
 
   /// A program of the host's cannot be waited for, only what it does.
   static void Await(bool present) {
-    const ULONGLONG patience = GetTickCount64() + 60'000;
-    while (Exists(kName) != present && GetTickCount64() < patience) Sleep(5);
+    const ULONGLONG deadline = GetTickCount64() + 60'000;
+    while (Exists(kName) != present && GetTickCount64() < deadline) Sleep(5);
   }
 };
 

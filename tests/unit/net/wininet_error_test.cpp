@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/format_message_recorder.h"
 #include "support/replaced_call.h"
 #include "support/wininet_text.h"
 
@@ -84,6 +85,26 @@ TEST(WinINetError, AnErrorWithoutWordsIsItsSignedNumber) {
 TEST(WinINetError, TheSystemsOwnWordsAreNotUsed) {
   // The system has words for code 87, wininet.dll may have none.
   EXPECT_EQ(TextOf(ERROR_INVALID_PARAMETER).text, test::WinINetWords(ERROR_INVALID_PARAMETER));
+}
+
+TEST(WinINetError, WininetDllIsAskedInTheNeutralLanguageAndTheBufferFreed) {
+  const test::FormatMessageRecorder recorder;
+  const WinINetErrorText error = TextOf(ERROR_INTERNET_TIMEOUT);
+  EXPECT_EQ(error.text, test::FormatMessageRecorder::kText);
+  EXPECT_EQ(error.code, -1);
+  const HMODULE wininet = GetModuleHandleW(L"wininet.dll");
+  ASSERT_NE(wininet, nullptr);
+  // From a module (0x800), into a buffer of the system's (0x100), inserts ignored (0x200).
+  EXPECT_THAT(recorder.Recorded(),
+              testing::ElementsAre(test::FormatMessageRecorder::Arguments{
+                  0xB00, wininet, ERROR_INTERNET_TIMEOUT, 0x400, true, false}));
+  EXPECT_EQ(recorder.TimesFreed(), 1);
+}
+
+TEST(WinINetError, WithoutAnErrorNothingIsAsked) {
+  const test::FormatMessageRecorder recorder;
+  EXPECT_EQ(TextOf(ERROR_SUCCESS).text, L"");
+  EXPECT_TRUE(recorder.Recorded().empty());
 }
 
 TEST(WinINetError, AnExtendedErrorIsWhatTheServerSaidLast) {
