@@ -91,9 +91,9 @@ TEST_F(Files, EveryByteIsLoadedAsItIs) {
   EXPECT_EQ(LoadFile("file"), content);
 }
 
-TEST_F(Files, TheSizeQueriedIsTheLengthHoweverLittleIsRead) {
+TEST_F(Files, TheContentHasTheQueriedSizeAlsoAfterAShortRead) {
   WriteWhole(L"file", "abc");
-  const ReplacedCall told(
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
@@ -314,7 +314,7 @@ TEST_F(Files, APathBeyondAsciiIsReportedAsUtf8) {
                                1U)));
 }
 
-TEST_F(Files, APathThatIsNoValidUtf16RaisesTheErrorOfItsOperation) {
+TEST_F(Files, AnInvalidUtf16PathRaisesTheErrorOfItsOperation) {
   const SinkRecorder sink;
   ExpectFilesystemError("file_size", L"x\xFFFD", ERROR_FILE_NOT_FOUND,
                         [] { static_cast<void>(FileSize(L"x\xD800")); });
@@ -326,7 +326,7 @@ TEST_F(Files, APathThatIsNoValidUtf16RaisesTheErrorOfItsOperation) {
       << sink.Messages()[0].first;
 }
 
-TEST_F(Files, AFileWhereAFolderIsWantedIsReportedAndThrown) {
+TEST_F(Files, AFileInTheFoldersPlaceIsReportedAndThrown) {
   const SinkRecorder sink;
   WriteWhole(L"file", "x");
   ExpectFilesystemError("create_directory", L"file", ERROR_ALREADY_EXISTS,
@@ -362,7 +362,7 @@ TEST_F(Files, FoldersBelowAFileAreReportedAndThrown) {
       ElementsAre(Pair("Failed to create all directories on path 'file\\one\\two': " + text, 1U)));
 }
 
-TEST_F(Files, EnsuringIsContentWithAnythingThatExists) {
+TEST_F(Files, EnsuringDoesNothingWhereAFileOrFolderExists) {
   const SinkRecorder sink;
   WriteWhole(L"file", "x");
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
@@ -404,8 +404,8 @@ void SetTimes(const wchar_t* path, ULONGLONG created, ULONGLONG written) {
 constexpr ULONGLONG k2020 = 132'223'104'000'000'000;  // 2020-01-01 00:00 UTC, 1577836800 s of 1970.
 
 TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
-  // Told for the system, because Wine keeps no creation time that could be set.
-  const ReplacedCall told(
+  // Faked, because Wine keeps no creation time that could be set.
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         const auto time = [](ULONGLONG value) {
@@ -420,7 +420,7 @@ TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
   EXPECT_EQ(FileCreationTimeSeconds(L"file"), 1'577'836'801);
 }
 
-TEST_F(Files, TheCreationTimeIsTheSystems) {
+TEST_F(Files, TheCreationTimeIsThatOfTheSystem) {
   WriteWhole(L"file", "x");
   WIN32_FILE_ATTRIBUTE_DATA data{};
   ASSERT_TRUE(GetFileAttributesExW(L"file", GetFileExInfoStandard, &data));
@@ -430,7 +430,9 @@ TEST_F(Files, TheCreationTimeIsTheSystems) {
             static_cast<std::int64_t>(created / 10'000'000) - 11'644'473'600);
 }
 
-TEST_F(Files, AMissingFileWasCreatedAtZero) { EXPECT_EQ(FileCreationTimeSeconds(L"missing"), 0); }
+TEST_F(Files, AMissingFileHasTheCreationTimeZero) {
+  EXPECT_EQ(FileCreationTimeSeconds(L"missing"), 0);
+}
 
 TEST_F(Files, TheWriteTimeIsExactToTheTick) {
   WriteWhole(L"file", "x");
@@ -443,7 +445,7 @@ TEST_F(Files, AMissingFileHasNoWriteTime) {
                         [] { static_cast<void>(LastWriteTicks(L"missing")); });
 }
 
-TEST_F(Files, ExistenceMindsNeitherKindNorTrailingSeparator) {
+TEST_F(Files, FilesAndFoldersExistWithAndWithoutATrailingSeparator) {
   WriteWhole(L"file", "x");
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   EXPECT_TRUE(Exists(L"file"));
@@ -462,7 +464,7 @@ TEST_F(Files, TheSizeIsThatOfTheContent) {
   EXPECT_EQ(FileSize(L"empty"), 0U);
 }
 
-TEST_F(Files, ASizeOf64BitsIsTold) {
+TEST_F(Files, ASizeBeyond32BitsIsReturned) {
   {
     const UniqueFileHandle file(
         CreateFileW(L"file", GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
@@ -476,8 +478,8 @@ TEST_F(Files, ASizeOf64BitsIsTold) {
   EXPECT_EQ(FileSize(L"file"), (std::uint64_t{1} << 32) + 7);
 }
 
-/// A link to the file "target" while it exists. Wine only says that it makes one, and removes what
-/// a link points to in its place, so there the host does both.
+/// A link to the file "target" while it exists. Wine makes no links, and removes a link's target in
+/// its place, so under Wine the host does both.
 class LinkToTarget {
  public:
   LinkToTarget() {
@@ -496,7 +498,7 @@ class LinkToTarget {
  private:
   static constexpr const wchar_t* kName = L"link";
 
-  /// A program of the host's cannot be waited for, only what it does.
+  /// The end of a host program cannot be awaited, only its effect.
   static void Await(bool present) {
     const ULONGLONG deadline = GetTickCount64() + 60'000;
     while (Exists(kName) != present && GetTickCount64() < deadline) Sleep(5);
@@ -512,12 +514,12 @@ TEST_F(Files, ALinkHasTheSizeAndWriteTimeOfItsTarget) {
   EXPECT_EQ(LastWriteTicks(L"link"), 15'778'368'001'234'567);
 }
 
-TEST_F(Files, WhatTheSystemTellsOfALinkItselfIsNotTaken) {
+TEST_F(Files, TheAttributesOfALinkItselfAreNotUsed) {
   WriteWhole(L"link", "12345");
   SetTimes(L"link", k2020, k2020 + 1'234'567);
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   // As Windows does: Wine looks through links to files by itself.
-  const ReplacedCall told(
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
@@ -556,7 +558,7 @@ TEST_F(Files, RemovingNothingIsNoError) {
   EXPECT_NO_THROW(Remove(L"missing\\file"));
 }
 
-TEST_F(Files, TryingToRemoveTellsTheCode) {
+TEST_F(Files, TryRemoveReturnsTheErrorCode) {
   WriteWhole(L"file", "x");
   WriteWhole(L"locked", "x");
   ASSERT_TRUE(CreateDirectoryW(L"empty", nullptr));

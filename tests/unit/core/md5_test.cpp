@@ -49,7 +49,7 @@ TEST(Md5, GivesTheResultsOfTheRfcsTestSuite) {
             "57edf4a22be3c955ac49da2e2107b67a");
 }
 
-TEST(Md5, PadsRightAroundTheEndOfABlock) {
+TEST(Md5, PaddingIsRightAroundTheEndOfABlock) {
   // Taken from another implementation, over as many letters x.
   const std::pair<std::size_t, const char*> expected[] = {
       {55, "04364420e25c512fd958a70738aa8f72"},  {56, "668a72d5ba17f08e62dabcafad6db14b"},

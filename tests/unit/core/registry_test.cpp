@@ -274,7 +274,7 @@ TEST_F(Registry, AValueExistsWhateverItsType) {
   EXPECT_TRUE(sink.Messages().empty());
 }
 
-TEST_F(Registry, TheHiveIsChosen) {
+TEST_F(Registry, ValuesAreReadFromTheGivenHive) {
   constexpr const wchar_t* kSystem = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
   StoreText(kKey, L"name", L"x");
   EXPECT_FALSE(RegistryValueExists(Hive::kLocalMachine, kKey, L"name"));
@@ -283,7 +283,7 @@ TEST_F(Registry, TheHiveIsChosen) {
   EXPECT_FALSE(RegistryValueExists(Hive::kCurrentUser, kSystem, L"CurrentVersion"));
 }
 
-TEST_F(Registry, ANumberIsWrittenAndItsKeyMade) {
+TEST_F(Registry, ANumberIsWrittenAndItsKeyCreated) {
   EXPECT_TRUE(WriteRegistryNumber(Hive::kCurrentUser, kKey + L"\\new", L"name", 4294967295U));
   DWORD type = 0;
   DWORD number = 0;
@@ -296,7 +296,7 @@ TEST_F(Registry, ANumberIsWrittenAndItsKeyMade) {
   EXPECT_EQ(number, 4294967295U);
 }
 
-TEST_F(Registry, ANumberIsWrittenIntoTheHiveChosen) {
+TEST_F(Registry, ANumberIsWrittenIntoTheGivenHive) {
   const WriteRecorder write;
   for (const auto& [hive, key] : {std::pair(Hive::kCurrentUser, HKEY_CURRENT_USER),
                                   std::pair(Hive::kLocalMachine, HKEY_LOCAL_MACHINE)}) {

@@ -18,7 +18,7 @@ std::string TextOf(DWORD code) {
 
 TEST(WindowsError, NoErrorHasNoText) { EXPECT_EQ(TextOf(0), ""); }
 
-TEST(WindowsError, TheTextIsTheSystemsWithItsLineBreak) {
+TEST(WindowsError, TheTextIsThatOfTheSystemWithItsLineBreak) {
   EXPECT_EQ(TextOf(ERROR_FILE_NOT_FOUND), test::SystemText(ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(TextOf(ERROR_ACCESS_DENIED), test::SystemText(ERROR_ACCESS_DENIED));
   EXPECT_NE(TextOf(ERROR_ACCESS_DENIED), TextOf(ERROR_FILE_NOT_FOUND));
@@ -30,7 +30,7 @@ TEST(WindowsError, InsertsStayAsTheyAre) {
   EXPECT_EQ(TextOf(ERROR_BAD_EXE_FORMAT), test::SystemText(ERROR_BAD_EXE_FORMAT));
 }
 
-TEST(WindowsError, ACodeWithoutWordsIsASignedNumber) {
+TEST(WindowsError, ACodeWithoutATextIsASignedNumber) {
   EXPECT_EQ(TextOf(99999), "99999");
   EXPECT_EQ(TextOf(0xFFFF1234), "-60876");
   EXPECT_EQ(TextOf(0x80000000 | 0x2FFFFFFF), "-1342177281");
@@ -70,7 +70,7 @@ TEST(WindowsError, WithoutAnErrorTheSystemIsNotAsked) {
   EXPECT_TRUE(recorder.Recorded().empty());
 }
 
-TEST(WindowsError, AModulesTableIsAskedOnRequest) {
+TEST(WindowsError, AModulesTableHasItsOwnCodes) {
   // 12007, a host name that cannot be resolved, is in this module's table only.
   const HMODULE wininet = LoadLibraryW(L"wininet.dll");
   ASSERT_NE(wininet, nullptr);
