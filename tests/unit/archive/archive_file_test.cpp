@@ -40,12 +40,12 @@ TEST_F(ArchiveFile, AFileIsReadLikeBytesInMemory) {
   EXPECT_EQ(reader.ReadU32(), 0U);
 }
 
-TEST_F(ArchiveFile, TheModeIsTheFiles) {
+TEST_F(ArchiveFile, TheModeIsThatOfTheFile) {
   test::WriteWhole(L"a.vpak", kCheckedHeader);
   EXPECT_EQ(OpenArchiveFile(L"a.vpak").Mode(), ArchiveMode::kChecked);
 }
 
-TEST_F(ArchiveFile, TheFileEndsWithItsLastByteAndNotWithThePage) {
+TEST_F(ArchiveFile, TheArchiveEndsWithTheFileNotWithThePage) {
   test::WriteWhole(L"a.vpak", kPlainHeader + U32(8) + "1234567");
   EXPECT_EQ(OpenArchiveFile(L"a.vpak").ReadString(), "");
 }

@@ -118,7 +118,7 @@ TEST(ArchiveReader, CheckedValuesCarryIdentifiersAndWidths) {
   EXPECT_EQ(reader.ReadU32(), 7U);
 }
 
-TEST(ArchiveReader, CheckedCompoundsStandBehindTheirIdentifiers) {
+TEST(ArchiveReader, CheckedCompoundsFollowTheirIdentifiers) {
   const std::string bytes = kCheckedHeader + "\x39\xDF\x10\x37\x03" + "\x6E\x1F\x0D\x4E" +
                             "\xA1\x9C\x10\x5D" + "\xAB\x9B\xE5\x1A" + "\xA7\xAA\x81\x25" +
                             CheckedU32(7);
@@ -142,7 +142,7 @@ TEST(ArchiveReader, PlainCompoundsHaveNothingInFront) {
   EXPECT_EQ(reader.ReadU32(), 7U);
 }
 
-TEST(ArchiveReader, AWideStringIsNoString) {
+TEST(ArchiveReader, AWideStringIsRejectedAsAString) {
   EXPECT_EQ(FileError(kCheckedHeader + CheckedWide(L"ab"), [](auto& r) { r.ReadString(); }),
             "Invalid string-identifier 793148466 (was expecting 793518264).");
 }
@@ -194,7 +194,7 @@ TEST(ArchiveReader, ATupleWithoutItsSizeHasTheSizeZero) {
             "Invalid size of tuple 0 (was expecting 3).");
 }
 
-TEST(ArchiveReader, AWrongWidthIsRejectedWhereverAScalarStands) {
+TEST(ArchiveReader, AWrongWidthIsRejectedForEveryScalar) {
   const auto u32 = [](ArchiveReader& r) { r.ReadU32(); };
   EXPECT_EQ(FileError(kCheckedHeader + U32(8) + U32(1), u32),
             "Invalid debug-size for type. Was 8, expected 4.");
@@ -237,7 +237,7 @@ TEST(ArchiveReader, AShortTimeIsZero) {
   EXPECT_FALSE(reader.ReadBool());
 }
 
-TEST(ArchiveReader, ReadingAtTheEndGivesZerosForEver) {
+TEST(ArchiveReader, EveryReadAtTheEndGivesZero) {
   ArchiveReader reader(kPlainHeader);
   for (int again = 0; again < 3; ++again) {
     EXPECT_EQ(reader.ReadU32(), 0U);

@@ -25,7 +25,7 @@ using test::U32;
 
 std::span<const std::byte> Raw(std::string_view text) { return std::as_bytes(std::span(text)); }
 
-/// What stands behind the header once `write` has run.
+/// The bytes after the header once `write` has run.
 std::string Written(ArchiveMode mode, const std::function<void(ArchiveWriter&)>& write) {
   ArchiveWriter writer(mode);
   write(writer);
@@ -43,7 +43,7 @@ std::string Checked(const std::function<void(ArchiveWriter&)>& write) {
 constexpr std::array<std::byte, 16> kBlock{std::byte{1}, std::byte{2}, std::byte{0xFF}};
 const std::string kBlockBytes = "\x01\x02\xFF" + std::string(13, '\0');
 
-TEST(ArchiveWriter, MakingOneWritesTheHeader) {
+TEST(ArchiveWriter, TheConstructorWritesTheHeader) {
   EXPECT_EQ(ArchiveWriter(ArchiveMode::kPlain).Bytes(), "\xA1\xFC\x26\x61\x01\0\0\0\0"s);
   EXPECT_EQ(ArchiveWriter(ArchiveMode::kChecked).Bytes(), "\xA1\xFC\x26\x61\x01\0\0\0\x01"s);
 }
@@ -198,7 +198,7 @@ TEST_F(ArchiveWriterFiles, AnExistingFileIsReplaced) {
   EXPECT_EQ(test::ReadWhole(L"a.vpak"), kCheckedHeader);
 }
 
-TEST_F(ArchiveWriterFiles, OthersMayReadAndWriteTheFileMeanwhile) {
+TEST_F(ArchiveWriterFiles, TheFileIsSharedForReadingAndWriting) {
   const ArchiveWriter writer(L"a.vpak", ArchiveMode::kPlain);
   const UniqueFileHandle other(CreateFileW(L"a.vpak", GENERIC_READ | GENERIC_WRITE,
                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -211,7 +211,7 @@ TEST_F(ArchiveWriterFiles, APathBeyondAsciiIsWide) {
   EXPECT_TRUE(Exists(L"\x0416\x20AC.vpak"));
 }
 
-TEST_F(ArchiveWriterFiles, AFileThatCannotBeOpenedIsOneThatNothingIsWrittenTo) {
+TEST_F(ArchiveWriterFiles, WritingToAFileThatCannotBeOpenedDoesNothing) {
   ArchiveWriter writer(L"missing\\a.vpak", ArchiveMode::kPlain);
   writer.WriteU32(1);
   writer.WriteData([](ArchiveWriter& w) { w.WriteBool(true); });

@@ -111,7 +111,7 @@ TEST_P(UpdaterSettingsModes, ShowTheFileVersionWhereTheChannelIsExpected) {
   }
 }
 
-TEST_P(UpdaterSettingsModes, ACheckOrderIsHeaderVersionUrlChannel) {
+TEST_P(UpdaterSettingsModes, AreCheckedInTheOrderHeaderVersionUrlChannel) {
   EXPECT_EQ(ErrorOf({.header = "x", .fileVersion = 2, .url = L"", .channel = L""}),
             "Invalid header 'x' in UpdaterData.vpak (was expecting 'UpdaterData').");
   EXPECT_EQ(ErrorOf({.fileVersion = 2, .url = L"", .channel = L""}),

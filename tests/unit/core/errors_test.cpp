@@ -39,7 +39,7 @@ TEST(Errors, AMappedFileExceptionIsCaughtAsEachOfItsBases) {
   EXPECT_FALSE(IsCaughtAs<sdk::UpdaterException>(error));
 }
 
-TEST(Errors, TheAreasAreToldApart) {
+TEST(Errors, UpdaterAndFileExceptionsAreUnrelated) {
   EXPECT_TRUE(IsCaughtAs<VERuntimeError>(sdk::UpdaterException("x")));
   EXPECT_FALSE(IsCaughtAs<file::FileException>(sdk::UpdaterException("x")));
   EXPECT_TRUE(IsCaughtAs<VERuntimeError>(file::FileException("x")));
@@ -47,7 +47,7 @@ TEST(Errors, TheAreasAreToldApart) {
   EXPECT_FALSE(IsCaughtAs<file::MappedFileException>(file::FileException("x")));
 }
 
-TEST(Errors, AFilesystemErrorIsNotOneOfTheLibrarysOwn) {
+TEST(Errors, AFilesystemErrorIsNotAVERuntimeError) {
   const std::filesystem::filesystem_error error("file_size", std::error_code());
   EXPECT_FALSE(IsCaughtAs<VERuntimeError>(error));
   EXPECT_TRUE(IsCaughtAs<std::exception>(error));

@@ -9,8 +9,10 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 #include <winioctl.h>
 
 #include "core/errors.h"
@@ -34,6 +36,7 @@ using test::SinkRecorder;
 using test::WriteWhole;
 using testing::ElementsAre;
 using testing::Pair;
+using testing::StartsWith;
 
 std::error_code WindowsCode(DWORD code) { return {static_cast<int>(code), std::system_category()}; }
 
@@ -66,7 +69,7 @@ bool IsFolder(const wchar_t* path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-/// Nobody holds the file open: it can be opened alone.
+/// Expects that the file can be opened without sharing, so that no handle to it is left.
 void ExpectReleased(const wchar_t* path) {
   const UniqueFileHandle alone(
       CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -88,9 +91,9 @@ TEST_F(Files, EveryByteIsLoadedAsItIs) {
   EXPECT_EQ(LoadFile("file"), content);
 }
 
-TEST_F(Files, TheSizeQueriedIsTheLengthHoweverLittleIsRead) {
+TEST_F(Files, TheContentHasTheQueriedSizeAlsoAfterAShortRead) {
   WriteWhole(L"file", "abc");
-  const ReplacedCall told(
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
@@ -161,14 +164,49 @@ TEST_F(Files, AWriteThatFallsShortIsNotReported) {
   EXPECT_TRUE(sink.Messages().empty());
 }
 
-TEST_F(Files, ANarrowPathIsInTheActiveCodePage) {
-  char name[8] = {};
+/// A text in the active code page; none if that lacks one of the characters.
+std::optional<std::string> InActiveCodePage(const wchar_t* text) {
+  char narrow[32] = {};
   BOOL replaced = FALSE;
-  ASSERT_NE(WideCharToMultiByte(CP_ACP, 0, L"\x00E9", -1, name, 8, nullptr, &replaced), 0);
-  if (replaced != FALSE) GTEST_SKIP() << "the active code page has no e with an acute accent";
-  SaveFile(name, "abc");
-  EXPECT_EQ(ReadWhole(L"\x00E9"), "abc");
-  EXPECT_EQ(LoadFile(name), "abc");
+  const int length = WideCharToMultiByte(CP_ACP, 0, text, -1, narrow, 32, nullptr, &replaced);
+  if (length == 0 || replaced != FALSE) return {};
+  return narrow;
+}
+
+TEST_F(Files, ANarrowPathIsInTheActiveCodePage) {
+  // The euro: where a code page has it, its byte is not the character's number.
+  const std::optional<std::string> name = InActiveCodePage(L"\x20AC \x00E9");
+  if (!name) GTEST_SKIP() << "the active code page has no euro or no e with an acute accent";
+  SaveFile(*name, "abc");
+  EXPECT_EQ(ReadWhole(L"\x20AC \x00E9"), "abc");
+  EXPECT_EQ(LoadFile(*name), "abc");
+}
+
+TEST_F(Files, ANarrowPathIsReportedByteForByte) {
+  const std::string name = "\x80 \xE9\xFF";
+  const std::string rest = " File '" + name + "'. Error: ";
+  EXPECT_THAT(FileExceptionText([&] { static_cast<void>(LoadFile(name)); }),
+              StartsWith("Failed to open file for loading." + rest));
+  EXPECT_THAT(FileExceptionText([&] { SaveFile("missing\\" + name, "x"); }),
+              StartsWith("Failed to open file for saving. File 'missing\\" + name + "'. Error: "));
+}
+
+TEST_F(Files, TheSizeOfANarrowPathIsQueriedInTheActiveCodePage) {
+  const std::optional<std::string> name = InActiveCodePage(L"\x20AC \x00E9");
+  if (!name) GTEST_SKIP() << "the active code page has no euro or no e with an acute accent";
+  WriteWhole(L"\x20AC \x00E9", "abc");
+  static std::vector<std::wstring> queried;
+  queried.clear();
+  const ReplacedCall recording(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t* path, GET_FILEEX_INFO_LEVELS, void*) -> BOOL {
+        queried.emplace_back(path);
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+      });
+  ExpectFilesystemError("file_size", L"\x20AC \x00E9", ERROR_ACCESS_DENIED,
+                        [&] { static_cast<void>(LoadFile(*name)); });
+  EXPECT_THAT(queried, ElementsAre(L"\x20AC \x00E9"));
 }
 
 TEST_F(Files, APathOf255CharactersOpens) {
@@ -276,7 +314,7 @@ TEST_F(Files, APathBeyondAsciiIsReportedAsUtf8) {
                                1U)));
 }
 
-TEST_F(Files, APathThatIsNoValidUtf16RaisesTheErrorOfItsOperation) {
+TEST_F(Files, AnInvalidUtf16PathRaisesTheErrorOfItsOperation) {
   const SinkRecorder sink;
   ExpectFilesystemError("file_size", L"x\xFFFD", ERROR_FILE_NOT_FOUND,
                         [] { static_cast<void>(FileSize(L"x\xD800")); });
@@ -288,7 +326,7 @@ TEST_F(Files, APathThatIsNoValidUtf16RaisesTheErrorOfItsOperation) {
       << sink.Messages()[0].first;
 }
 
-TEST_F(Files, AFileWhereAFolderIsWantedIsReportedAndThrown) {
+TEST_F(Files, AFileInTheFoldersPlaceIsReportedAndThrown) {
   const SinkRecorder sink;
   WriteWhole(L"file", "x");
   ExpectFilesystemError("create_directory", L"file", ERROR_ALREADY_EXISTS,
@@ -324,7 +362,7 @@ TEST_F(Files, FoldersBelowAFileAreReportedAndThrown) {
       ElementsAre(Pair("Failed to create all directories on path 'file\\one\\two': " + text, 1U)));
 }
 
-TEST_F(Files, EnsuringIsContentWithAnythingThatExists) {
+TEST_F(Files, EnsuringDoesNothingWhereAFileOrFolderExists) {
   const SinkRecorder sink;
   WriteWhole(L"file", "x");
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
@@ -366,8 +404,8 @@ void SetTimes(const wchar_t* path, ULONGLONG created, ULONGLONG written) {
 constexpr ULONGLONG k2020 = 132'223'104'000'000'000;  // 2020-01-01 00:00 UTC, 1577836800 s of 1970.
 
 TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
-  // Told for the system, because Wine keeps no creation time that could be set.
-  const ReplacedCall told(
+  // Faked, because Wine keeps no creation time that could be set.
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         const auto time = [](ULONGLONG value) {
@@ -382,7 +420,7 @@ TEST_F(Files, TheCreationTimeIsNotTheWriteTime) {
   EXPECT_EQ(FileCreationTimeSeconds(L"file"), 1'577'836'801);
 }
 
-TEST_F(Files, TheCreationTimeIsTheSystems) {
+TEST_F(Files, TheCreationTimeIsThatOfTheSystem) {
   WriteWhole(L"file", "x");
   WIN32_FILE_ATTRIBUTE_DATA data{};
   ASSERT_TRUE(GetFileAttributesExW(L"file", GetFileExInfoStandard, &data));
@@ -392,7 +430,9 @@ TEST_F(Files, TheCreationTimeIsTheSystems) {
             static_cast<std::int64_t>(created / 10'000'000) - 11'644'473'600);
 }
 
-TEST_F(Files, AMissingFileWasCreatedAtZero) { EXPECT_EQ(FileCreationTimeSeconds(L"missing"), 0); }
+TEST_F(Files, AMissingFileHasTheCreationTimeZero) {
+  EXPECT_EQ(FileCreationTimeSeconds(L"missing"), 0);
+}
 
 TEST_F(Files, TheWriteTimeIsExactToTheTick) {
   WriteWhole(L"file", "x");
@@ -405,7 +445,7 @@ TEST_F(Files, AMissingFileHasNoWriteTime) {
                         [] { static_cast<void>(LastWriteTicks(L"missing")); });
 }
 
-TEST_F(Files, ExistenceMindsNeitherKindNorTrailingSeparator) {
+TEST_F(Files, FilesAndFoldersExistWithAndWithoutATrailingSeparator) {
   WriteWhole(L"file", "x");
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   EXPECT_TRUE(Exists(L"file"));
@@ -424,7 +464,7 @@ TEST_F(Files, TheSizeIsThatOfTheContent) {
   EXPECT_EQ(FileSize(L"empty"), 0U);
 }
 
-TEST_F(Files, ASizeOf64BitsIsTold) {
+TEST_F(Files, ASizeBeyond32BitsIsReturned) {
   {
     const UniqueFileHandle file(
         CreateFileW(L"file", GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
@@ -438,8 +478,8 @@ TEST_F(Files, ASizeOf64BitsIsTold) {
   EXPECT_EQ(FileSize(L"file"), (std::uint64_t{1} << 32) + 7);
 }
 
-/// A link to the file "target" while it exists. Wine only says that it makes one, and removes what
-/// a link points to in its place, so there the host does both.
+/// A link to the file "target" while it exists. Wine makes no links, and removes a link's target in
+/// its place, so under Wine the host does both.
 class LinkToTarget {
  public:
   LinkToTarget() {
@@ -458,10 +498,10 @@ class LinkToTarget {
  private:
   static constexpr const wchar_t* kName = L"link";
 
-  /// A program of the host's cannot be waited for, only what it does.
+  /// The end of a host program cannot be awaited, only its effect.
   static void Await(bool present) {
-    const ULONGLONG patience = GetTickCount64() + 60'000;
-    while (Exists(kName) != present && GetTickCount64() < patience) Sleep(5);
+    const ULONGLONG deadline = GetTickCount64() + 60'000;
+    while (Exists(kName) != present && GetTickCount64() < deadline) Sleep(5);
   }
 };
 
@@ -474,12 +514,12 @@ TEST_F(Files, ALinkHasTheSizeAndWriteTimeOfItsTarget) {
   EXPECT_EQ(LastWriteTicks(L"link"), 15'778'368'001'234'567);
 }
 
-TEST_F(Files, WhatTheSystemTellsOfALinkItselfIsNotTaken) {
+TEST_F(Files, TheAttributesOfALinkItselfAreNotUsed) {
   WriteWhole(L"link", "12345");
   SetTimes(L"link", k2020, k2020 + 1'234'567);
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   // As Windows does: Wine looks through links to files by itself.
-  const ReplacedCall told(
+  const ReplacedCall faked(
       VE_IMPORTED(GetFileAttributesExW),
       +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
         auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
@@ -518,7 +558,7 @@ TEST_F(Files, RemovingNothingIsNoError) {
   EXPECT_NO_THROW(Remove(L"missing\\file"));
 }
 
-TEST_F(Files, TryingToRemoveTellsTheCode) {
+TEST_F(Files, TryRemoveReturnsTheErrorCode) {
   WriteWhole(L"file", "x");
   WriteWhole(L"locked", "x");
   ASSERT_TRUE(CreateDirectoryW(L"empty", nullptr));

@@ -58,7 +58,7 @@ TEST_F(Handle, ClosingKeepsTheLastError) {
   EXPECT_EQ(closed, (Values{1, 3, 4}));
 }
 
-TEST_F(Handle, ClosingOnDemandSaysWhetherItWorkedAndLeavesTheCallsError) {
+TEST_F(Handle, CloseReturnsWhetherItWorkedAndKeepsTheErrorOfTheCall) {
   Number good(1);
   Number bad(-1);
   SetLastError(2);

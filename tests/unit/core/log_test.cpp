@@ -67,7 +67,7 @@ std::chrono::system_clock::time_point MomentOf(WORD milliseconds, std::int64_t m
       std::chrono::duration_cast<std::chrono::system_clock::duration>(Ticks(ticks)));
 }
 
-TEST_F(Log, AFirstEntryMakesTheFolderAndTheFile) {
+TEST_F(Log, AFirstEntryCreatesTheFolderAndTheFile) {
   const SinkRecorder sink;
   WriteLogEntry(WriteBody);
   const std::string log = ReadWhole(L"Logs\\updater.log");
@@ -112,7 +112,7 @@ TEST_F(Log, ABodyThatThrowsLeavesTheDirectoryAsItWas) {
   EXPECT_EQ(ReadWhole(L"Logs\\updater.log").substr(27), "\r\nbegun");
 }
 
-TEST_F(Log, ADirectoryThatCannotBePutBackIsReported) {
+TEST_F(Log, ADirectoryThatCannotBeRestoredIsReported) {
   const SinkRecorder sink;
   std::unique_ptr<ReplacedCall> failing;
   WriteLogEntry([&failing](std::ostream&) {
@@ -129,7 +129,7 @@ TEST_F(Log, ADirectoryThatCannotBePutBackIsReported) {
                                0U)));
 }
 
-TEST_F(Log, TheEntryIsInTheFileBeforeTheDirectoryIsPutBack) {
+TEST_F(Log, TheEntryIsInTheFileBeforeTheDirectoryIsRestored) {
   static std::string written;
   std::unique_ptr<ReplacedCall> restoring;
   WriteLogEntry([&restoring](std::ostream& out) {
@@ -145,7 +145,7 @@ TEST_F(Log, TheEntryIsInTheFileBeforeTheDirectoryIsPutBack) {
   EXPECT_EQ(written.substr(27), "\r\nbody\r\n\r\n");
 }
 
-TEST_F(Log, OthersMayReadAndWriteTheFileMeanwhile) {
+TEST_F(Log, TheFileIsSharedForReadingAndWriting) {
   CreateDirectoryW(L"Logs", nullptr);
   const UniqueFileHandle other(CreateFileW(L"Logs\\updater.log", GENERIC_READ | GENERIC_WRITE,
                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_NEW,
@@ -166,7 +166,7 @@ TEST_F(Log, OthersMayReadAndWriteTheFileMeanwhile) {
   EXPECT_EQ(std::string(text.data(), size).substr(27), "\r\nbody\r\n\r\n");
 }
 
-TEST_F(Log, AFileThatCannotBeOpenedIsNobodysFailure) {
+TEST_F(Log, AFileThatCannotBeOpenedIsIgnored) {
   ASSERT_TRUE(CreateDirectoryW(L"Logs", nullptr));
   ASSERT_TRUE(CreateDirectoryW(L"Logs\\updater.log", nullptr));
   const SinkRecorder sink;
@@ -181,7 +181,7 @@ TEST_F(Log, AFileThatCannotBeOpenedIsNobodysFailure) {
   EXPECT_TRUE(sink.Messages().empty());
 }
 
-TEST_F(Log, AFolderThatCannotBeMadeMeansNoEntryAndNoFailure) {
+TEST_F(Log, WithoutAFolderNothingIsWrittenAndNothingThrown) {
   const SinkRecorder sink;
   bool called = false;
   {
@@ -202,9 +202,9 @@ TEST_F(Log, AFolderThatCannotBeMadeMeansNoEntryAndNoFailure) {
       ElementsAre(Pair(Format("Failed to create directory 'Logs': {}", expected.what()), 1U)));
 }
 
-TEST_F(Log, WhereTheFolderIsAFileTheEntryGoesBesideIt) {
+TEST_F(Log, WithAFileNamedLikeTheFolderTheEntryGoesBesideIt) {
   test::WriteWhole(L"Logs", "a file");
-  // Systems differ in what they say to a file in a directory's place.
+  // Systems differ in the error for a file in a directory's place.
   ASSERT_FALSE(SetCurrentDirectoryW(L"Logs\\"));
   const int code = static_cast<int>(GetLastError());
   const SinkRecorder sink;
@@ -283,7 +283,7 @@ TEST_F(Log, ADurationOfAHundredMinutesFails) {
   EXPECT_THROW(static_cast<void>(DurationText(360'000.0F)), std::length_error);
 }
 
-TEST_F(Log, ADurationThatNoNumberCanShowFails) {
+TEST_F(Log, ADurationBeyondAllIntegersFails) {
   using Limits = std::numeric_limits<float>;
   for (const float seconds : {Limits::infinity(), Limits::quiet_NaN(), 3e38F}) {
     EXPECT_THROW(static_cast<void>(DurationText(seconds)), std::length_error) << seconds;

@@ -2,9 +2,10 @@
 
 #include "core/windows.h"
 
-#include <algorithm>
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -18,10 +19,15 @@
 #include "support/system_text.h"
 #include "support/temp_folder.h"
 
-extern "C" void* VE_IMPORTED(CreateFileW);
-extern "C" void* VE_IMPORTED(GetFileSizeEx);
-extern "C" void* VE_IMPORTED(MapViewOfFile);
-extern "C" void* VE_IMPORTED(Sleep);
+extern "C" {
+extern void* VE_IMPORTED(CloseHandle);
+extern void* VE_IMPORTED(CreateFileMappingW);
+extern void* VE_IMPORTED(CreateFileW);
+extern void* VE_IMPORTED(GetFileSizeEx);
+extern void* VE_IMPORTED(MapViewOfFile);
+extern void* VE_IMPORTED(Sleep);
+extern void* VE_IMPORTED(UnmapViewOfFile);
+}
 
 namespace ve::file {
 namespace {
@@ -50,14 +56,14 @@ std::string Retry(const std::string& path, int attempt, DWORD code) {
                 path, attempt, SystemText(code));
 }
 
-/// Nobody holds the file open: it can be opened alone.
+/// Expects that the file can be opened without sharing, so that no handle to it is left.
 void ExpectReleased(const wchar_t* path) {
   const UniqueFileHandle alone(
       CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_TRUE(alone);
 }
 
-/// A message sink that lets the file at "file" be opened after as many messages as wanted.
+/// A message sink that makes the file at "file" available after a number of messages.
 class Available {
  public:
   Available(std::size_t messages, void (*makeAvailable)()) {
@@ -133,6 +139,158 @@ TEST_F(Mapped, AFileIsOpenedForReadingInSequence) {
   }
   const Arguments expected(L"file", 0x80000000, 1, nullptr, 3, 0x08000001, nullptr);
   EXPECT_THAT(asked, ElementsAre(expected, expected, expected));
+}
+
+/// Records the calls of opening and closing in their order, with their arguments. The handles are
+/// numbers, the view is the text "abc".
+class Calls {
+ public:
+  /// Every call named in `failing` fails, with a code of its own.
+  explicit Calls(std::set<std::string> failing = {}) {
+    calls_.clear();
+    failing_ = std::move(failing);
+  }
+  Calls(const Calls&) = delete;
+  Calls& operator=(const Calls&) = delete;
+
+  [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
+
+ private:
+  static constexpr ULONG_PTR kFile = 0x70000001;
+  static constexpr ULONG_PTR kMapping = 0x70000002;
+
+  static std::string Name(HANDLE handle) {
+    if (reinterpret_cast<ULONG_PTR>(handle) == kFile) return "file";
+    return reinterpret_cast<ULONG_PTR>(handle) == kMapping ? "mapping" : "another handle";
+  }
+  /// Whether the call succeeds.
+  static bool Record(const char* name, DWORD error, const std::string& arguments) {
+    calls_.push_back(std::string(name) + " " + arguments);
+    const bool succeeds = !failing_.contains(name);
+    SetLastError(succeeds ? ERROR_SUCCESS : error);
+    return succeeds;
+  }
+
+  static HANDLE WINAPI Open(const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD,
+                            HANDLE) {
+    return reinterpret_cast<HANDLE>(kFile);
+  }
+  static HANDLE WINAPI Map(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
+                           DWORD sizeHigh, DWORD sizeLow, const wchar_t* name) {
+    const std::string sizes = Format("{} {}", sizeHigh, sizeLow);
+    const bool succeeds =
+        Record("map", ERROR_ACCESS_DENIED,
+               Name(file) + Format(" {} {} {} {}", security == nullptr ? "null" : "given",
+                                   protection, sizes, name == nullptr ? "null" : "given"));
+    return succeeds ? reinterpret_cast<HANDLE>(kMapping) : nullptr;
+  }
+  static BOOL WINAPI Size(HANDLE file, LARGE_INTEGER* size) {
+    size->QuadPart = 3;
+    return Record("size", ERROR_INVALID_FUNCTION, Name(file)) ? TRUE : FALSE;
+  }
+  static void* WINAPI View(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow,
+                           SIZE_T size) {
+    const bool succeeds =
+        Record("view", ERROR_NOT_ENOUGH_MEMORY,
+               Name(mapping) + Format(" {} {} {} {}", access, offsetHigh, offsetLow, size));
+    return succeeds ? view_.data() : nullptr;
+  }
+  static BOOL WINAPI Unview(const void* view) {
+    return Record("unmap", ERROR_INVALID_ADDRESS, view == view_.data() ? "view" : "another view")
+               ? TRUE
+               : FALSE;
+  }
+  static BOOL WINAPI Close(HANDLE handle) {
+    return Record("close", ERROR_INVALID_HANDLE, Name(handle)) ? TRUE : FALSE;
+  }
+
+  inline static std::vector<std::string> calls_;
+  inline static std::set<std::string> failing_;
+  inline static std::array<char, 3> view_ = {'a', 'b', 'c'};
+  ReplacedCall open_{VE_IMPORTED(CreateFileW), &Open};
+  ReplacedCall map_{VE_IMPORTED(CreateFileMappingW), &Map};
+  ReplacedCall size_{VE_IMPORTED(GetFileSizeEx), &Size};
+  ReplacedCall mapView_{VE_IMPORTED(MapViewOfFile), &View};
+  ReplacedCall unview_{VE_IMPORTED(UnmapViewOfFile), &Unview};
+  ReplacedCall close_{VE_IMPORTED(CloseHandle), &Close};
+};
+
+constexpr const char* kMap = "map file null 2 0 0 null";
+constexpr const char* kSize = "size file";
+constexpr const char* kView = "view mapping 4 0 0 0";
+constexpr const char* kCloseMapping = "close mapping";
+constexpr const char* kCloseFile = "close file";
+
+TEST(MappedCalls, TheWholeFileIsMappedForReadingAndClosedInTheReverseOrder) {
+  const Calls calls;
+  {
+    const MappedFile file = MappedFile::Open(L"file");
+    EXPECT_EQ(TextOf(file), "abc");
+  }
+  EXPECT_THAT(Calls::Made(),
+              ElementsAre(kMap, kSize, kView, "unmap view", kCloseMapping, kCloseFile));
+}
+
+/// The message of a failure and the calls until it was thrown, when each of these calls fails.
+std::pair<std::string, std::vector<std::string>> FailingAt(std::set<std::string> failing) {
+  const Calls calls(std::move(failing));
+  std::string error = OpenError(L"file");
+  return {std::move(error), Calls::Made()};
+}
+
+TEST(MappedCalls, AFailedMappingClosesTheFile) {
+  EXPECT_THAT(FailingAt({"map"}),
+              Pair("Failed to CreateFileMapping when trying to open mapped file 'file': " +
+                       SystemText(ERROR_ACCESS_DENIED),
+                   ElementsAre(kMap, kCloseFile)));
+}
+
+TEST(MappedCalls, AFailedSizeQueryClosesTheMappingThenTheFile) {
+  EXPECT_THAT(FailingAt({"size"}),
+              Pair("Failed to GetFileSizeEx when trying to open mapped file 'file': " +
+                       SystemText(ERROR_INVALID_FUNCTION),
+                   ElementsAre(kMap, kSize, kCloseMapping, kCloseFile)));
+}
+
+TEST(MappedCalls, AFailedViewClosesTheMappingThenTheFile) {
+  EXPECT_THAT(FailingAt({"view"}),
+              Pair("Failed to MapViewOfFile when trying to open mapped file 'file': " +
+                       SystemText(ERROR_NOT_ENOUGH_MEMORY),
+                   ElementsAre(kMap, kSize, kView, kCloseMapping, kCloseFile)));
+}
+
+TEST(MappedCalls, OfTwoFailuresTheFirstInTheOrderOfTheCallsIsReported) {
+  EXPECT_TRUE(FailingAt({"map", "size"}).first.starts_with("Failed to CreateFileMapping"));
+  EXPECT_TRUE(FailingAt({"size", "view"}).first.starts_with("Failed to GetFileSizeEx"));
+}
+
+TEST(MappedCalls, AFailureToCloseAfterAFailedOpeningIsNotReported) {
+  const SinkRecorder sink;
+  EXPECT_TRUE(FailingAt({"size", "close"}).first.starts_with("Failed to GetFileSizeEx"));
+  EXPECT_TRUE(sink.Messages().empty());
+}
+
+TEST(MappedCalls, EveryStepOfClosingRunsAndReportsItsFailure) {
+  const SinkRecorder sink;
+  const Calls calls({"unmap", "close"});
+  {
+    MappedFile file = MappedFile::Open(L"file");
+    file.Close();
+    file.Close();
+  }
+  EXPECT_THAT(Calls::Made(),
+              ElementsAre(kMap, kSize, kView, "unmap view", kCloseMapping, kCloseFile));
+  EXPECT_THAT(
+      sink.Messages(),
+      ElementsAre(Pair("Failed to close memory-mapped file (at UnmapingViewOfFile), error : " +
+                           SystemText(ERROR_INVALID_ADDRESS),
+                       1U),
+                  Pair("Failed to close memory-mapped file (at CloseHandle(Mapping)), error : " +
+                           SystemText(ERROR_INVALID_HANDLE),
+                       1U),
+                  Pair("Failed to close memory-mapped file (at CloseHandle(File)), error : " +
+                           SystemText(ERROR_INVALID_HANDLE),
+                       1U)));
 }
 
 TEST_F(Mapped, OthersMayReadTheOpenFileButNotWriteOrRemoveIt) {
@@ -275,43 +433,6 @@ TEST_F(Mapped, AMoveOntoAnOpenFileClosesThatOne) {
   file = MappedFile::Open(L"two");
   ExpectReleased(L"one");
   EXPECT_EQ(TextOf(file), "defg");
-}
-
-TEST_F(Mapped, EveryStepOfClosingRunsAndReportsItsFailure) {
-  const auto handles = [] {
-    std::vector<HANDLE> open;
-    for (ULONG_PTR value = 4; value < 0x4000; value += 4) {
-      DWORD flags = 0;
-      auto* const handle = reinterpret_cast<HANDLE>(value);
-      if (GetHandleInformation(handle, &flags) != FALSE) open.push_back(handle);
-    }
-    return open;
-  };
-  const SinkRecorder sink;
-  test::WriteWhole(L"file", "abc");
-  const std::vector<HANDLE> before = handles();
-  MappedFile file = MappedFile::Open(L"file");
-  // Take from the owner everything that it is going to close.
-  ASSERT_TRUE(UnmapViewOfFile(file.Bytes().data()));
-  int taken = 0;
-  for (HANDLE handle : handles()) {
-    if (std::find(before.begin(), before.end(), handle) != before.end()) continue;
-    CloseHandle(handle);
-    ++taken;
-  }
-  ASSERT_EQ(taken, 2);
-  file.Close();
-  EXPECT_THAT(
-      sink.Messages(),
-      ElementsAre(Pair("Failed to close memory-mapped file (at UnmapingViewOfFile), error : " +
-                           SystemText(ERROR_INVALID_ADDRESS),
-                       1U),
-                  Pair("Failed to close memory-mapped file (at CloseHandle(Mapping)), error : " +
-                           SystemText(ERROR_INVALID_HANDLE),
-                       1U),
-                  Pair("Failed to close memory-mapped file (at CloseHandle(File)), error : " +
-                           SystemText(ERROR_INVALID_HANDLE),
-                       1U)));
 }
 
 }  // namespace

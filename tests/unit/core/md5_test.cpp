@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <span>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -20,6 +23,9 @@
 
 namespace ve {
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 std::span<const std::byte> BytesOf(std::string_view text) {
   return std::as_bytes(std::span(text.data(), text.size()));
@@ -43,7 +49,7 @@ TEST(Md5, GivesTheResultsOfTheRfcsTestSuite) {
             "57edf4a22be3c955ac49da2e2107b67a");
 }
 
-TEST(Md5, PadsRightAroundTheEndOfABlock) {
+TEST(Md5, PaddingIsRightAroundTheEndOfABlock) {
   // Taken from another implementation, over as many letters x.
   const std::pair<std::size_t, const char*> expected[] = {
       {55, "04364420e25c512fd958a70738aa8f72"},  {56, "668a72d5ba17f08e62dabcafad6db14b"},
@@ -83,6 +89,36 @@ TEST(Md5, ASecondFinalizeChangesNothing) {
   md5.Finalize();
   md5.Finalize();
   EXPECT_EQ(md5.Hex(), "900150983cd24fb0d6963f7d28e17f72");
+}
+
+/// The bytes that the object itself consists of.
+std::string MemoryOf(const Md5& md5) {
+  static_assert(std::is_trivially_copyable_v<Md5>);
+  std::string memory(sizeof(md5), '\0');
+  std::memcpy(memory.data(), &md5, memory.size());
+  return memory;
+}
+
+std::string LittleEndian(std::uint32_t number) {
+  std::string bytes(sizeof(number), '\0');
+  std::memcpy(bytes.data(), &number, bytes.size());
+  return bytes;
+}
+
+TEST(Md5, FinalizeClearsTheBlockBufferAndTheBitCount) {
+  const std::string tail = "the end of the input";
+  const std::string input = std::string(70'000 - tail.size(), 'x') + tail;
+  constexpr std::uint32_t kBits = 70'000 * 8;
+  constexpr std::uint32_t kPaddedBits = (70'000 + 63) / 64 * 64 * 8;
+  Md5 md5;
+  md5.Update(BytesOf(input));
+  EXPECT_THAT(MemoryOf(md5), HasSubstr(tail));
+  EXPECT_THAT(MemoryOf(md5), HasSubstr(LittleEndian(kBits)));
+  md5.Finalize();
+  EXPECT_THAT(MemoryOf(md5), Not(HasSubstr(tail)));
+  // Neither as it was nor with the padding counted.
+  EXPECT_THAT(MemoryOf(md5), Not(HasSubstr(LittleEndian(kBits))));
+  EXPECT_THAT(MemoryOf(md5), Not(HasSubstr(LittleEndian(kPaddedBits))));
 }
 
 TEST(Md5, IsWrittenToAStream) {

@@ -34,7 +34,7 @@ TEST(MessageSink, ReceivesFormattedMessages) {
               ElementsAre(Pair("none", 0U), Pair("a 2 -3 d", 1U), Pair("a{INVALID}", 1U)));
 }
 
-TEST(MessageSink, WithNoneInstalledAFailureIsStillTheCallersResult) {
+TEST(MessageSink, WithoutASinkAFailureIsStillReturned) {
   InstallMessageSink(nullptr);
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();

@@ -3,13 +3,15 @@
 #include "core/windows.h"
 
 #include <array>
+#include <cstddef>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -21,11 +23,17 @@
 #include "support/system_text.h"
 #include "support/temp_folder.h"
 
-extern "C" void* VE_IMPORTED(CreatePipe);
-extern "C" void* VE_IMPORTED(CreateProcessA);
-extern "C" void* VE_IMPORTED(CreateProcessW);
-extern "C" void* VE_IMPORTED(SetHandleInformation);
-extern "C" void* VE_IMPORTED(GetExitCodeProcess);
+extern "C" {
+extern void* VE_IMPORTED(CloseHandle);
+extern void* VE_IMPORTED(CreatePipe);
+extern void* VE_IMPORTED(CreateProcessA);
+extern void* VE_IMPORTED(CreateProcessW);
+extern void* VE_IMPORTED(GetExitCodeProcess);
+extern void* VE_IMPORTED(ReadFile);
+extern void* VE_IMPORTED(SetHandleInformation);
+extern void* VE_IMPORTED(ShellExecuteW);
+extern void* VE_IMPORTED(WaitForSingleObject);
+}
 
 namespace ve {
 namespace {
@@ -36,14 +44,14 @@ using test::SystemText;
 using testing::ElementsAre;
 using testing::Pair;
 
-constexpr DWORD kPatience = 120'000;  // Only a hang takes this long.
+constexpr DWORD kTimeout = 120'000;  // Milliseconds; only a hang takes this long.
 
-// The child of these tests is this program. What it does is told by environment variables and
-// settled before the first test could run.
+// The child of these tests is this program. Environment variables say what it does; it ends before
+// any test could run.
 constexpr const wchar_t* kRole = L"VE_TEST_CHILD";
 constexpr const char* kText = "VE_TEST_CHILD_TEXT";
 
-/// What a reporting child tells of itself, in memory that it shares with the test.
+/// What a reporting child writes about itself into memory that it shares with the test.
 struct Report {
   DWORD processId;
   BOOL isDebugged;
@@ -62,7 +70,7 @@ void Write(DWORD stream, std::string_view text) {
   WriteFile(GetStdHandle(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
-/// Fills in the report and stays until it is told to go.
+/// Fills in the report and stays until the test sets an event.
 void ReportAndWait() {
   const std::string name = ChildText();
   const UniqueHandle memory(OpenFileMappingA(FILE_MAP_WRITE, FALSE, name.c_str()));
@@ -77,7 +85,7 @@ void ReportAndWait() {
   std::wstring_view(GetCommandLineW()).copy(report->commandLine.data(), 511);
   GetModuleFileNameW(nullptr, report->image.data(), 512);
   SetEvent(reported.Get());
-  WaitForSingleObject(leave.Get(), kPatience);
+  WaitForSingleObject(leave.Get(), kTimeout);
 }
 
 [[maybe_unused]] const bool kIsNoChild = [] {
@@ -90,7 +98,7 @@ void ReportAndWait() {
   if (role == L"write error") Write(STD_ERROR_HANDLE, ChildText());
   if (role == L"write command line") Write(STD_OUTPUT_HANDLE, GetCommandLineA());
   if (role == L"close output") {
-    // The console that nobody sees may have inherited the output too; it ends with its last user.
+    // The hidden console may have inherited the output too; it ends with its last user.
     FreeConsole();
     HANDLE const output = GetStdHandle(STD_OUTPUT_HANDLE);
     HANDLE const error = GetStdHandle(STD_ERROR_HANDLE);
@@ -101,7 +109,7 @@ void ReportAndWait() {
   ExitProcess(role == L"exit" ? static_cast<UINT>(std::stoul(ChildText())) : 0);
 }();
 
-/// Tells the children started while it exists what to do.
+/// What the children started while it exists do.
 class Role {
  public:
   explicit Role(const wchar_t* role, const std::string& text = "") {
@@ -130,21 +138,21 @@ class ReportingChild {
   ReportingChild(const ReportingChild&) = delete;
   ReportingChild& operator=(const ReportingChild&) = delete;
   ~ReportingChild() {
-    const UniqueHandle process(started_ ? OpenProcess(SYNCHRONIZE, FALSE, Told().processId)
+    const UniqueHandle process(started_ ? OpenProcess(SYNCHRONIZE, FALSE, Received().processId)
                                         : nullptr);
     SetEvent(leave_.Get());
-    if (process) WaitForSingleObject(process.Get(), kPatience);
+    if (process) WaitForSingleObject(process.Get(), kTimeout);
   }
 
   /// Waits for the report.
   const Report& Await() {
-    started_ = WaitForSingleObject(ready_.Get(), kPatience) == WAIT_OBJECT_0;
+    started_ = WaitForSingleObject(ready_.Get(), kTimeout) == WAIT_OBJECT_0;
     EXPECT_TRUE(started_);
-    return Told();
+    return Received();
   }
 
  private:
-  const Report& Told() const { return *static_cast<const Report*>(view_.Get()); }
+  const Report& Received() const { return *static_cast<const Report*>(view_.Get()); }
 
   inline static int number_ = 0;
   std::string name_;
@@ -164,60 +172,76 @@ std::wstring OwnImage() {
 
 std::string OwnCommand() { return "\"" + ToUtf8(OwnImage()) + "\""; }
 
-/// This process's handles that `matches` accepts.
-template <class Matches>
-std::set<HANDLE> OwnHandles(Matches matches) {
-  std::set<HANDLE> handles;
-  for (ULONG_PTR value = 4; value < 0x4000; value += 4) {
-    auto* const handle = reinterpret_cast<HANDLE>(value);
-    if (matches(handle)) handles.insert(handle);
-  }
-  return handles;
-}
-
-std::set<HANDLE> OwnPipes() {
-  return OwnHandles([](HANDLE handle) { return GetFileType(handle) == FILE_TYPE_PIPE; });
-}
-
-/// What CreateProcessA and CreateProcessW were last asked for, while a `Creation` exists. They
-/// create nothing and hand out no handles.
+/// Records the arguments of CreateProcessA and CreateProcessW while it exists. The calls create
+/// nothing and hand out no handles.
 class Creation {
  public:
   struct Arguments {
+    std::string application;  ///< In UTF-8; "(null)" for a null pointer, as the next two.
+    std::string commandLine;
+    std::string directory;
+    bool hasSecurity;  ///< Of the process or the thread.
     bool inheritHandles;
     DWORD flags;
+    bool hasEnvironment;
+    DWORD startupSize;
     DWORD startupFlags;
     HANDLE input;
     HANDLE output;
     HANDLE error;
     bool isOutputInheritablePipe;
+    bool isStartupElseZero;  ///< All of it but the size, the flags and the three handles.
+    bool isResultZero;       ///< The PROCESS_INFORMATION, before the call.
   };
 
-  Creation() { asked_.reset(); }
+  Creation() { recorded_.reset(); }
   Creation(const Creation&) = delete;
   Creation& operator=(const Creation&) = delete;
 
-  [[nodiscard]] static const std::optional<Arguments>& Asked() { return asked_; }
+  [[nodiscard]] static const std::optional<Arguments>& Recorded() { return recorded_; }
 
  private:
+  static std::string Text(const char* text) { return text == nullptr ? "(null)" : text; }
+  static std::string Text(const wchar_t* text) { return text == nullptr ? "(null)" : ToUtf8(text); }
+
+  template <class Struct>
+  static bool IsZero(const Struct& data) {
+    constexpr std::array<std::byte, sizeof(Struct)> kZero{};
+    return std::memcmp(&data, kZero.data(), kZero.size()) == 0;
+  }
+
   template <class Char, class Startup>
-  static BOOL WINAPI Record(const Char*, Char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*,
-                            BOOL inheritHandles, DWORD flags, void*, const Char*, Startup* startup,
-                            PROCESS_INFORMATION*) {
+  static BOOL WINAPI Record(const Char* application, Char* commandLine,
+                            SECURITY_ATTRIBUTES* processSecurity,
+                            SECURITY_ATTRIBUTES* threadSecurity, BOOL inheritHandles, DWORD flags,
+                            void* environment, const Char* directory, Startup* startup,
+                            PROCESS_INFORMATION* result) {
     DWORD handleFlags = 0;
     const bool isInheritable = GetHandleInformation(startup->hStdOutput, &handleFlags) != FALSE &&
                                (handleFlags & HANDLE_FLAG_INHERIT) != 0;
-    asked_ = {inheritHandles != FALSE,
-              flags,
-              startup->dwFlags,
-              startup->hStdInput,
-              startup->hStdOutput,
-              startup->hStdError,
-              isInheritable && GetFileType(startup->hStdOutput) == FILE_TYPE_PIPE};
+    Startup rest = *startup;
+    rest.cb = rest.dwFlags = 0;
+    rest.hStdInput = rest.hStdOutput = rest.hStdError = nullptr;
+    recorded_ = {Text(application),
+                 Text(commandLine),
+                 Text(directory),
+                 processSecurity != nullptr || threadSecurity != nullptr,
+                 inheritHandles != FALSE,
+                 flags,
+                 environment != nullptr,
+                 startup->cb,
+                 startup->dwFlags,
+                 startup->hStdInput,
+                 startup->hStdOutput,
+                 startup->hStdError,
+                 isInheritable && GetFileType(startup->hStdOutput) == FILE_TYPE_PIPE,
+                 IsZero(rest),
+                 IsZero(*result)};
+    if (commandLine != nullptr) *commandLine = Char{'#'};  // As CreateProcessW may.
     return TRUE;
   }
 
-  inline static std::optional<Arguments> asked_;
+  inline static std::optional<Arguments> recorded_;
   ReplacedCall narrow_{VE_IMPORTED(CreateProcessA), &Record<char, STARTUPINFOA>};
   ReplacedCall wide_{VE_IMPORTED(CreateProcessW), &Record<wchar_t, STARTUPINFOW>};
 };
@@ -274,7 +298,7 @@ TEST_F(Process, IsDebuggedByTheCallerWithTheFlag) {
   DWORD exitCode = 0;
   DEBUG_EVENT event{};
   do {
-    ASSERT_TRUE(WaitForDebugEvent(&event, kPatience));
+    ASSERT_TRUE(WaitForDebugEvent(&event, kTimeout));
     if (event.dwDebugEventCode == CREATE_PROCESS_DEBUG_EVENT) {
       created = true;
       CloseHandle(event.u.CreateProcessInfo.hFile);
@@ -289,15 +313,67 @@ TEST_F(Process, IsDebuggedByTheCallerWithTheFlag) {
   EXPECT_EQ(exitCode, 42U);
 }
 
-TEST_F(Process, IsCreatedWithNoFlagButTheDebuggers) {
+TEST_F(Process, IsCreatedWithPlainArguments) {
+  const Creation creation;
+  EXPECT_TRUE(StartProcess(L"game.exe", L"one \x20AC", L"bin\\", false));
+  ASSERT_TRUE(creation.Recorded().has_value());
+  const Creation::Arguments& recorded = *creation.Recorded();
+  EXPECT_EQ(recorded.application, "game.exe");
+  EXPECT_EQ(recorded.commandLine, "one \xE2\x82\xAC");
+  EXPECT_EQ(recorded.directory, "bin\\");
+  EXPECT_FALSE(recorded.hasSecurity);
+  EXPECT_FALSE(recorded.inheritHandles);
+  EXPECT_EQ(recorded.flags, 0U);
+  EXPECT_FALSE(recorded.hasEnvironment);
+  EXPECT_EQ(recorded.startupSize, sizeof(STARTUPINFOW));
+  EXPECT_EQ(recorded.startupFlags, 0U);
+  EXPECT_EQ(recorded.input, nullptr);
+  EXPECT_EQ(recorded.output, nullptr);
+  EXPECT_EQ(recorded.error, nullptr);
+  EXPECT_TRUE(recorded.isStartupElseZero);
+  EXPECT_TRUE(recorded.isResultZero);
+}
+
+TEST_F(Process, AnEmptyDirectoryIsPassedAsNullAndAnEmptyCommandLineAsEmpty) {
   const Creation creation;
   EXPECT_TRUE(StartProcess(L"game.exe", L"", L"", false));
-  ASSERT_TRUE(creation.Asked().has_value());
-  EXPECT_EQ(creation.Asked()->flags, 0U);
-  EXPECT_EQ(creation.Asked()->startupFlags, 0U);
-  EXPECT_FALSE(creation.Asked()->inheritHandles);
+  ASSERT_TRUE(creation.Recorded().has_value());
+  EXPECT_EQ(creation.Recorded()->directory, "(null)");
+  EXPECT_EQ(creation.Recorded()->commandLine, "");
+}
+
+TEST_F(Process, TheDebugFlagIsTheOnlyCreationFlag) {
+  const Creation creation;
   EXPECT_TRUE(StartProcess(L"game.exe", L"", L"", true));
-  EXPECT_EQ(creation.Asked()->flags, 2U);
+  ASSERT_TRUE(creation.Recorded().has_value());
+  EXPECT_EQ(creation.Recorded()->flags, 2U);
+}
+
+TEST_F(Process, TheApplicationAndTheCommandLineAreCutAt255CharactersTheDirectoryIsNot) {
+  const Creation creation;
+  const std::wstring directory(300, L'd');
+  EXPECT_TRUE(StartProcess(std::wstring(256, L'a'), std::wstring(300, L'c'), directory, false));
+  ASSERT_TRUE(creation.Recorded().has_value());
+  EXPECT_EQ(creation.Recorded()->application, std::string(255, 'a'));
+  EXPECT_EQ(creation.Recorded()->commandLine, std::string(255, 'c'));
+  EXPECT_EQ(creation.Recorded()->directory, std::string(300, 'd'));
+}
+
+TEST_F(Process, TheMessageOfAFailureShowsTheTextsUncut) {
+  const SinkRecorder sink;
+  const ReplacedCall failing(
+      VE_IMPORTED(CreateProcessW),
+      +[](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD, void*,
+          const wchar_t*, STARTUPINFOW*, PROCESS_INFORMATION*) -> BOOL {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+      });
+  EXPECT_FALSE(StartProcess(std::wstring(300, L'a'), std::wstring(300, L'c'), L"", false));
+  EXPECT_THAT(sink.Messages(),
+              ElementsAre(Pair("Failed to create process '" + std::string(300, 'a') +
+                                   "' with command-line '" + std::string(300, 'c') +
+                                   "'. Error: " + SystemText(ERROR_ACCESS_DENIED),
+                               1U)));
 }
 
 TEST_F(Process, InheritsNoHandles) {
@@ -309,24 +385,38 @@ TEST_F(Process, InheritsNoHandles) {
   ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
   child.Await();
   writeEnd.Reset();
-  // Nobody can write any more, though the child still runs.
+  // The pipe has no writer left, though the child still runs.
   EXPECT_FALSE(PeekNamedPipe(readEnd.Get(), nullptr, 0, nullptr, nullptr, nullptr));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
 }
 
-TEST_F(Process, LeavesNoHandleOfTheChildOpen) {
-  ReportingChild child;
-  ASSERT_TRUE(StartProcess(OwnImage(), L"", L"", false));
-  const DWORD processId = child.Await().processId;
-  EXPECT_TRUE(OwnHandles([processId](HANDLE handle) {
-                return GetProcessId(handle) == processId ||
-                       GetProcessIdOfThread(handle) == processId;
-              }).empty());
+TEST_F(Process, ItsHandlesAreClosedAtOnce) {
+  static std::vector<HANDLE> closed;
+  closed.clear();
+  static auto* const process = reinterpret_cast<HANDLE>(ULONG_PTR{0x70000001});
+  static auto* const thread = reinterpret_cast<HANDLE>(ULONG_PTR{0x70000002});
+  {
+    const ReplacedCall creating(
+        VE_IMPORTED(CreateProcessW),
+        +[](const wchar_t*, wchar_t*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD,
+            void*, const wchar_t*, STARTUPINFOW*, PROCESS_INFORMATION* result) -> BOOL {
+          result->hProcess = process;
+          result->hThread = thread;
+          return TRUE;
+        });
+    const ReplacedCall closing(
+        VE_IMPORTED(CloseHandle), +[](HANDLE handle) -> BOOL {
+          closed.push_back(handle);
+          return TRUE;
+        });
+    EXPECT_TRUE(StartProcess(L"game.exe", L"", L"", false));
+  }
+  EXPECT_THAT(closed, testing::UnorderedElementsAre(process, thread));
 }
 
-TEST_F(Process, ThatIsMissingIsReportedWithTheSystemsTextAndItsLineBreak) {
+TEST_F(Process, AMissingApplicationIsReportedWithTheSystemsTextAndItsLineBreak) {
   const SinkRecorder sink;
-  // With an empty command line: making a message of it must not replace the error.
+  // With an empty command line: converting it for the message must not replace the last error.
   EXPECT_FALSE(StartProcess(L"bin\\Velmorant Player.exe", L"", L"", false));
   EXPECT_FALSE(StartProcess(L"missing.exe", L"missing \x20AC", L"", false));
   EXPECT_TRUE(SystemText(ERROR_FILE_NOT_FOUND).ends_with("\r\n"));
@@ -341,7 +431,7 @@ TEST_F(Process, ThatIsMissingIsReportedWithTheSystemsTextAndItsLineBreak) {
                                1U)));
 }
 
-TEST_F(Process, ThatIsMissingWithAnEmptyCommandLineIsError2) {
+TEST_F(Process, AMissingApplicationWithAnEmptyCommandLineIsError2) {
   const SinkRecorder sink;
   EXPECT_FALSE(StartProcess(L"missing.exe", L"", L"", false));
   EXPECT_THAT(sink.Messages(), ElementsAre(Pair("Failed to create process 'missing.exe' with "
@@ -350,13 +440,42 @@ TEST_F(Process, ThatIsMissingWithAnEmptyCommandLineIsError2) {
                                                 1U)));
 }
 
-TEST_F(Process, OpenedByTheShellIsOnlyToldByTheResult) {
+TEST(ShellOpen, AFailureIsReturnedAndNotReported) {
   const SinkRecorder sink;
   EXPECT_FALSE(ShellOpen(L"missing file.exe"));
   EXPECT_TRUE(sink.Messages().empty());
 }
 
-TEST_F(Process, IsOpenedByTheShell) {
+TEST(ShellOpen, ThePathIsOpenedAndShownWithoutAnOwner) {
+  using Arguments =
+      std::tuple<HWND, std::wstring, std::wstring, const wchar_t*, const wchar_t*, int>;
+  static std::vector<Arguments> recorded;
+  recorded.clear();
+  const ReplacedCall recording(
+      VE_IMPORTED(ShellExecuteW),
+      +[](HWND owner, const wchar_t* verb, const wchar_t* path, const wchar_t* parameters,
+          const wchar_t* directory, int show) -> HINSTANCE {
+        recorded.emplace_back(owner, verb == nullptr ? L"(null)" : verb, path, parameters,
+                              directory, show);
+        return reinterpret_cast<HINSTANCE>(42);
+      });
+  EXPECT_TRUE(ShellOpen(L"https://example.com/"));
+  EXPECT_THAT(recorded, ElementsAre(Arguments(nullptr, L"open", L"https://example.com/", nullptr,
+                                              nullptr, 5)));
+}
+
+TEST(ShellOpen, OnlyAResultAbove32IsSuccess) {
+  static INT_PTR result;
+  const ReplacedCall answering(
+      VE_IMPORTED(ShellExecuteW),
+      +[](HWND, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, int) -> HINSTANCE {
+        return reinterpret_cast<HINSTANCE>(result);
+      });
+  for (result = 0; result <= 32; ++result) EXPECT_FALSE(ShellOpen(L"path")) << result;
+  for (result = 33; result <= 42; ++result) EXPECT_TRUE(ShellOpen(L"path")) << result;
+}
+
+TEST_F(Process, ShellOpenStartsAProgram) {
   // Elsewhere: the shell may hold the current directory for a moment longer than the child runs.
   ASSERT_TRUE(SetCurrentDirectoryW(L"C:\\"));
   ReportingChild child;
@@ -400,28 +519,156 @@ TEST_F(SystemCallTest, OutputComesInChunksOfAtMost1024Bytes) {
   EXPECT_THAT(ChunksOf(x + "x\ry\r"), ElementsAre(x + "x", "\ry"));
 }
 
+/// Expects what is the same for every command.
+void ExpectPlainCommand(const Creation::Arguments& recorded) {
+  EXPECT_EQ(recorded.application, "(null)");
+  EXPECT_EQ(recorded.directory, "(null)");
+  EXPECT_FALSE(recorded.hasSecurity);
+  EXPECT_FALSE(recorded.hasEnvironment);
+  EXPECT_EQ(recorded.flags, 0x08000000U);  // No window.
+  EXPECT_EQ(recorded.startupSize, sizeof(STARTUPINFOA));
+  EXPECT_EQ(recorded.input, nullptr);
+  EXPECT_TRUE(recorded.isStartupElseZero);
+  EXPECT_TRUE(recorded.isResultZero);
+}
+
 TEST_F(SystemCallTest, WithoutAReceiverTheCommandInheritsNothing) {
   const Creation creation;
   SystemCall("command");
-  ASSERT_TRUE(creation.Asked().has_value());
-  EXPECT_FALSE(creation.Asked()->inheritHandles);
-  EXPECT_EQ(creation.Asked()->flags, 0x08000000U);  // No window.
-  EXPECT_EQ(creation.Asked()->startupFlags, 0U);
-  EXPECT_EQ(creation.Asked()->input, nullptr);
-  EXPECT_EQ(creation.Asked()->output, nullptr);
-  EXPECT_EQ(creation.Asked()->error, nullptr);
+  ASSERT_TRUE(creation.Recorded().has_value());
+  ExpectPlainCommand(*creation.Recorded());
+  EXPECT_EQ(creation.Recorded()->commandLine, "command");
+  EXPECT_FALSE(creation.Recorded()->inheritHandles);
+  EXPECT_EQ(creation.Recorded()->startupFlags, 0U);
+  EXPECT_EQ(creation.Recorded()->output, nullptr);
+  EXPECT_EQ(creation.Recorded()->error, nullptr);
 }
 
 TEST_F(SystemCallTest, WithAReceiverTheCommandInheritsThePipeForBothOutputs) {
   const Creation creation;
-  SystemCall("command", [](std::string_view) {});
-  ASSERT_TRUE(creation.Asked().has_value());
-  EXPECT_TRUE(creation.Asked()->inheritHandles);
-  EXPECT_EQ(creation.Asked()->flags, 0x08000000U);         // No window.
-  EXPECT_EQ(creation.Asked()->startupFlags, 0x00000100U);  // These standard handles.
-  EXPECT_EQ(creation.Asked()->input, nullptr);
-  EXPECT_TRUE(creation.Asked()->isOutputInheritablePipe);
-  EXPECT_EQ(creation.Asked()->error, creation.Asked()->output);
+  // Fails, so that a mistake about the ends of the pipe cannot make the test wait for output.
+  const ReplacedCall read(
+      VE_IMPORTED(ReadFile),
+      +[](HANDLE, void*, DWORD, DWORD*, OVERLAPPED*) -> BOOL { return FALSE; });
+  SystemCall("command \xE9", [](std::string_view) {});
+  ASSERT_TRUE(creation.Recorded().has_value());
+  ExpectPlainCommand(*creation.Recorded());
+  EXPECT_EQ(creation.Recorded()->commandLine, "command \xE9");
+  EXPECT_TRUE(creation.Recorded()->inheritHandles);
+  EXPECT_EQ(creation.Recorded()->startupFlags, 0x00000100U);  // These standard handles.
+  EXPECT_TRUE(creation.Recorded()->isOutputInheritablePipe);
+  EXPECT_EQ(creation.Recorded()->error, creation.Recorded()->output);
+}
+
+/// Records the calls about the pipe and the process in their order. The ends of the pipe and the
+/// process are numbers that stand for handles; the output of the command is "text".
+class PipeCalls {
+ public:
+  PipeCalls() { calls_.clear(); }
+  PipeCalls(const PipeCalls&) = delete;
+  PipeCalls& operator=(const PipeCalls&) = delete;
+
+  [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
+
+ private:
+  static constexpr std::array<const char*, 4> kNames = {"read end", "write end", "process",
+                                                        "thread"};
+  static constexpr ULONG_PTR kFirst = 0x70000001;
+
+  static HANDLE Handle(ULONG_PTR index) { return reinterpret_cast<HANDLE>(kFirst + index); }
+  static std::string Name(HANDLE handle) {
+    const ULONG_PTR index = reinterpret_cast<ULONG_PTR>(handle) - kFirst;
+    return index < kNames.size() ? kNames.at(index) : "another handle";
+  }
+
+  static BOOL WINAPI Create(HANDLE* readEnd, HANDLE* writeEnd, SECURITY_ATTRIBUTES* security,
+                            DWORD size) {
+    *readEnd = Handle(0);
+    *writeEnd = Handle(1);
+    if (security == nullptr) {
+      calls_.emplace_back("pipe without security attributes");
+      return TRUE;
+    }
+    calls_.push_back(Format("pipe of size {}, length {}, descriptor {}, ", size,
+                            security->nLength == sizeof(SECURITY_ATTRIBUTES) ? "right" : "wrong",
+                            security->lpSecurityDescriptor == nullptr ? "null" : "given") +
+                     (security->bInheritHandle != FALSE ? "inheritable" : "not inheritable"));
+    return TRUE;
+  }
+  static BOOL WINAPI SetInformation(HANDLE handle, DWORD mask, DWORD flags) {
+    calls_.push_back(Format("{}: mask {}, flags {}", Name(handle), mask, flags));
+    return TRUE;
+  }
+  static BOOL WINAPI CreateProcess(const char*, char*, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*,
+                                   BOOL, DWORD, void*, const char*, STARTUPINFOA* startup,
+                                   PROCESS_INFORMATION* result) {
+    calls_.push_back(
+        Format("create, output {}, error {}", Name(startup->hStdOutput), Name(startup->hStdError)));
+    result->hProcess = Handle(2);
+    result->hThread = Handle(3);
+    return TRUE;
+  }
+  static BOOL WINAPI Read(HANDLE handle, void* buffer, DWORD size, DWORD* read,
+                          OVERLAPPED* overlapped) {
+    const std::string call =
+        Format("read {} bytes from {}{}", size, Name(handle), overlapped == nullptr ? "" : "!");
+    *read = calls_.back() != call ? 4 : 0;
+    std::memcpy(buffer, "text", *read);
+    calls_.push_back(call);
+    return TRUE;
+  }
+  static DWORD WINAPI Wait(HANDLE handle, DWORD milliseconds) {
+    calls_.push_back(Format("wait for {} {}", Name(handle), milliseconds));
+    return WAIT_OBJECT_0;
+  }
+  static BOOL WINAPI ExitCode(HANDLE handle, DWORD* code) {
+    calls_.push_back(Format("exit code of {}", Name(handle)));
+    *code = 0;
+    return TRUE;
+  }
+  static BOOL WINAPI Close(HANDLE handle) {
+    calls_.push_back(Format("close {}", Name(handle)));
+    return TRUE;
+  }
+
+  inline static std::vector<std::string> calls_;
+  ReplacedCall create_{VE_IMPORTED(CreatePipe), &Create};
+  ReplacedCall setInformation_{VE_IMPORTED(SetHandleInformation), &SetInformation};
+  ReplacedCall createProcess_{VE_IMPORTED(CreateProcessA), &CreateProcess};
+  ReplacedCall read_{VE_IMPORTED(ReadFile), &Read};
+  ReplacedCall wait_{VE_IMPORTED(WaitForSingleObject), &Wait};
+  ReplacedCall exitCode_{VE_IMPORTED(GetExitCodeProcess), &ExitCode};
+  ReplacedCall close_{VE_IMPORTED(CloseHandle), &Close};
+};
+
+TEST_F(SystemCallTest, WithAReceiverReadsUntilTheEndOfTheOutputAndDoesNotWait) {
+  std::string received;
+  std::vector<std::string> made;
+  {
+    const PipeCalls calls;
+    EXPECT_TRUE(SystemCall("command", [&received](std::string_view chunk) { received += chunk; }));
+    made = PipeCalls::Made();
+  }
+  EXPECT_EQ(received, "text");
+  // The write end is closed before the first read: with it open, the output would never end.
+  EXPECT_THAT(made,
+              ElementsAre("pipe of size 0, length right, descriptor null, inheritable",
+                          "read end: mask 1, flags 0", "create, output write end, error write end",
+                          "close write end", "read 1024 bytes from read end",
+                          "read 1024 bytes from read end", "close read end", "exit code of process",
+                          "close thread", "close process"));
+}
+
+TEST_F(SystemCallTest, WithoutAReceiverWaitsForTheProcessWithoutATimeOut) {
+  std::vector<std::string> made;
+  {
+    const PipeCalls calls;
+    EXPECT_TRUE(SystemCall("command"));
+    made = PipeCalls::Made();
+  }
+  EXPECT_THAT(made, ElementsAre("create, output another handle, error another handle",
+                                "wait for process 4294967295", "exit code of process",
+                                "close thread", "close process"));
 }
 
 TEST_F(SystemCallTest, TheReceiverGetsTheErrorOutputToo) {
@@ -488,21 +735,25 @@ TEST_F(SystemCallTest, ACommandThatCannotBeStartedIsReported) {
 
 TEST_F(SystemCallTest, ACommandThatCannotBeStartedLeavesItsPipeOpen) {
   const SinkRecorder sink;
-  const std::set<HANDLE> before = OwnPipes();
+  static std::vector<HANDLE> ends;
+  ends.clear();
+  static void* const realCreatePipe = VE_IMPORTED(CreatePipe);
+  const ReplacedCall recording(
+      VE_IMPORTED(CreatePipe),
+      +[](HANDLE* readEnd, HANDLE* writeEnd, SECURITY_ATTRIBUTES* security, DWORD size) -> BOOL {
+        const BOOL created = reinterpret_cast<decltype(&CreatePipe)>(realCreatePipe)(
+            readEnd, writeEnd, security, size);
+        ends = {*readEnd, *writeEnd};
+        return created;
+      });
   EXPECT_FALSE(SystemCall("no-such-program", [](std::string_view) {}));
   EXPECT_THAT(sink.Messages(), ElementsAre(Pair("Failed to perform sysCall 'no-such-program': " +
                                                     SystemText(ERROR_FILE_NOT_FOUND),
                                                 1U)));
-  std::set<HANDLE> left = OwnPipes();
-  for (HANDLE pipe : before) left.erase(pipe);
-  EXPECT_EQ(left.size(), 2U);
-  for (HANDLE pipe : left) CloseHandle(pipe);
-}
-
-TEST_F(SystemCallTest, ACommandThatRanLeavesNoPipeOpen) {
-  const std::set<HANDLE> before = OwnPipes();
-  ChunksOf("x");
-  EXPECT_EQ(OwnPipes(), before);
+  ASSERT_EQ(ends.size(), 2U);
+  // Closing an end succeeds, so it was open.
+  EXPECT_TRUE(CloseHandle(ends[0]));
+  EXPECT_TRUE(CloseHandle(ends[1]));
 }
 
 TEST_F(SystemCallTest, APipeThatCannotBeMadeIsNotReported) {

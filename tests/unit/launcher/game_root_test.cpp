@@ -18,8 +18,13 @@
 #include "support/sink_recorder.h"
 #include "support/temp_folder.h"
 
-extern "C" void* VE_IMPORTED(GetCommandLineW);
-extern "C" void* VE_IMPORTED(GetFileAttributesExW);
+extern "C" {
+extern void* VE_IMPORTED(CommandLineToArgvW);
+extern void* VE_IMPORTED(FindFirstFileExW);
+extern void* VE_IMPORTED(FindNextFileW);
+extern void* VE_IMPORTED(GetCommandLineW);
+extern void* VE_IMPORTED(GetFileAttributesExW);
+}
 
 namespace ve {
 namespace {
@@ -93,14 +98,14 @@ TEST_F(GameRoot, AmongEqualTimesTheFirstOneMetWins) {
   MakeFile(L"tree\\a\\x.vegame", k2020);
   MakeFile(L"tree\\b\\y.vegame", k2020);
   WIN32_FIND_DATAW found{};
-  const UniqueFindHandle search(FindFirstFileW(L"tree\\?", &found));
+  const UniqueFindHandle search(FindFirstFileW(L"tree\\*", &found));
   ASSERT_TRUE(search);
-  std::wstring first = found.cFileName;
-  while (first == L"." && FindNextFileW(search.Get(), &found)) first = found.cFileName;
-  EXPECT_EQ(RootFor({L"tree"}), L"tree\\" + first);
+  // The two entries with dots come at any place of the file system's order.
+  while (found.cFileName[0] == L'.') ASSERT_TRUE(FindNextFileW(search.Get(), &found));
+  EXPECT_EQ(RootFor({L"tree"}), std::wstring(L"tree\\") + found.cFileName);
 }
 
-TEST_F(GameRoot, AProjectFromBefore1970IsNone) {
+TEST_F(GameRoot, AProjectNotWrittenAfter1970IsIgnored) {
   MakeFolder(L"tree");
   MakeFile(L"tree\\x.vegame", k1970);
   EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
@@ -124,13 +129,13 @@ TEST_F(GameRoot, TheExtensionIsCaseSensitive) {
   EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
 }
 
-TEST_F(GameRoot, AFileThatIsAllExtensionIsNoProject) {
+TEST_F(GameRoot, AFileNamedLikeTheExtensionIsNotAProject) {
   MakeFolder(L"tree");
   MakeFile(L"tree\\.vegame", k2020);
   EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
 }
 
-TEST_F(GameRoot, AFolderIsNoProjectButIsSearched) {
+TEST_F(GameRoot, AFolderIsNotAProjectButIsSearched) {
   MakeFolder(L"tree");
   MakeFolder(L"tree\\x.vegame");
   EXPECT_EQ(RootFor({L"tree"}), std::nullopt);
@@ -151,14 +156,15 @@ TEST_F(GameRoot, TheRootHasNoSeparatorAtItsEnd) {
   EXPECT_EQ(RootFor({L"tree/"}), L"tree/a");
 }
 
-/// The code of the filesystem error that the argument raises; its operation must be the walk's.
-int WalkErrorFor(const wchar_t* argument) {
+/// The code of the filesystem error that the argument raises. Its operation must be the walk's, its
+/// path `directory`.
+int WalkErrorFor(const wchar_t* argument, const wchar_t* directory) {
   try {
     static_cast<void>(RootFor({argument}));
   } catch (const std::filesystem::filesystem_error& error) {
     EXPECT_THAT(error.what(), HasSubstr("directory_entry::status"));
     EXPECT_EQ(error.code().category(), std::system_category());
-    EXPECT_EQ(error.path1().native(), argument);
+    EXPECT_EQ(error.path1().native(), directory);
     return error.code().value();
   }
   ADD_FAILURE() << "nothing was thrown";
@@ -166,11 +172,48 @@ int WalkErrorFor(const wchar_t* argument) {
 }
 
 TEST_F(GameRoot, AFolderThatCannotBeReadRaisesAnError) {
-  EXPECT_EQ(WalkErrorFor(L"missing"), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(WalkErrorFor(L""), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(WalkErrorFor(L"missing", L"missing"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(WalkErrorFor(L"", L""), ERROR_PATH_NOT_FOUND);
 }
 
-TEST_F(GameRoot, AProjectWhoseWriteTimeCannotBeToldRaisesAnError) {
+TEST_F(GameRoot, AnArgumentThatNamesAFileRaisesAnError) {
+  MakeFile(L"x.vegame", k2020);
+  EXPECT_NE(WalkErrorFor(L"x.vegame", L"x.vegame"), 0);
+}
+
+TEST_F(GameRoot, ASubfolderThatCannotBeReadRaisesAnErrorAlsoAfterAProject) {
+  MakeFolder(L"tree");
+  MakeFolder(L"tree\\a");
+  MakeFile(L"tree\\x.vegame", k2020);
+  static void* const real = VE_IMPORTED(FindFirstFileExW);
+  const test::ReplacedCall failing(
+      VE_IMPORTED(FindFirstFileExW),
+      +[](const wchar_t* path, FINDEX_INFO_LEVELS level, void* data, FINDEX_SEARCH_OPS search,
+          void* filter, DWORD flags) -> HANDLE {
+        if (std::wstring_view(path) == L"tree\\a\\*") {
+          SetLastError(ERROR_ACCESS_DENIED);
+          return INVALID_HANDLE_VALUE;
+        }
+        return reinterpret_cast<decltype(&FindFirstFileExW)>(real)(path, level, data, search,
+                                                                   filter, flags);
+      });
+  EXPECT_EQ(WalkErrorFor(L"tree", L"tree\\a"), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(GameRoot, AFolderThatCannotBeReadToItsEndRaisesAnError) {
+  MakeFolder(L"tree");
+  MakeFile(L"tree\\x.vegame", k2020);
+  static void* const real = VE_IMPORTED(FindNextFileW);
+  const test::ReplacedCall failing(
+      VE_IMPORTED(FindNextFileW), +[](HANDLE search, WIN32_FIND_DATAW* found) -> BOOL {
+        const BOOL next = reinterpret_cast<decltype(&FindNextFileW)>(real)(search, found);
+        if (next == FALSE) SetLastError(ERROR_NOT_READY);
+        return next;
+      });
+  EXPECT_EQ(WalkErrorFor(L"tree", L"tree"), ERROR_NOT_READY);
+}
+
+TEST_F(GameRoot, AProjectWhoseWriteTimeCannotBeReadRaisesAnError) {
   MakeFolder(L"tree");
   MakeFile(L"tree\\x.vegame", k2020);
   const test::ReplacedCall failing(
@@ -190,7 +233,8 @@ TEST_F(GameRoot, AProjectWhoseWriteTimeCannotBeToldRaisesAnError) {
 }
 
 TEST_F(GameRoot, TheMarkerIsCaseSensitive) {
-  EXPECT_EQ(WalkErrorFor(L"from_solution"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(WalkErrorFor(L"from_solution", L"from_solution"), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(WalkErrorFor(L"FROM_SOLUTION ", L"FROM_SOLUTION "), ERROR_PATH_NOT_FOUND);
   MakeFolder(L"from_solution");
   MakeFile(L"from_solution\\x.vegame", k2020);
   EXPECT_EQ(RootFor({L"from_solution"}), L"from_solution");
@@ -235,17 +279,23 @@ TEST_F(GameRootFromRegistry, WithoutALastBuildTheRootIsFoundAndEmpty) {
   EXPECT_EQ(WorkingDirectory(), Folder());
 }
 
-TEST_F(GameRoot, IsFoundByTheOwnCommandLine) {
+TEST_F(GameRoot, IsReadFromTheCommandLineOfTheProcess) {
   MakeFolder(L"a tree");
   MakeFile(L"a tree\\x.vegame", k2020);
   static std::wstring commandLine;
-  const test::ReplacedCall told(
+  const test::ReplacedCall given(
       VE_IMPORTED(GetCommandLineW), +[]() -> wchar_t* { return commandLine.data(); });
   commandLine = L"\"C:\\a game\\Launcher.exe\" \"a tree\"";
   EXPECT_EQ(ResolveGameRoot(), L"a tree");
   commandLine = L"\"C:\\a game\\Launcher.exe\" a tree";
   EXPECT_EQ(ResolveGameRoot(), std::nullopt);
   commandLine = L"\"C:\\a game\\Launcher.exe\"";
+  EXPECT_EQ(ResolveGameRoot(), std::nullopt);
+}
+
+TEST_F(GameRoot, ACommandLineThatCannotBeSplitNamesNone) {
+  const test::ReplacedCall failing(
+      VE_IMPORTED(CommandLineToArgvW), +[](const wchar_t*, int*) -> wchar_t** { return nullptr; });
   EXPECT_EQ(ResolveGameRoot(), std::nullopt);
 }
 

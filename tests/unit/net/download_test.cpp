@@ -47,7 +47,7 @@ constexpr DWORD kConnectionReset = 10054;
 constexpr DWORD kConnectionAborted = 12030;
 constexpr DWORD kConnectionWasReset = 12031;
 
-/// What a download of the one scripted answer says.
+/// The result of a download that gets this answer.
 DownloadResult DownloadOf(Answer answer) {
   LoopbackServer server;
   server.Script("/file", std::move(answer));
@@ -67,7 +67,7 @@ TEST(Download, AnOkResponseYieldsItsBody) {
   EXPECT_EQ(result.Body(), "the content");
 }
 
-TEST(Download, AnEmptyBodyIsASuccessToo) {
+TEST(Download, AnEmptyBodyIsASuccess) {
   DownloadResult result = DownloadOf(Ok(""));
   ASSERT_TRUE(result.Succeeded());
   EXPECT_EQ(result.Body(), "");
@@ -104,7 +104,7 @@ TEST(Download, AChunkedBodyIsRefused) {
   EXPECT_EQ(result.Error(), WinINetWords(kHeaderNotFound));
 }
 
-TEST(Download, ThreeStatusesHaveWordsOfTheirOwn) {
+TEST(Download, ThreeStatusesHaveTheirOwnTexts) {
   EXPECT_EQ(DownloadOf(Reply("401 Unauthorized", "x")).Error(), L"401 - unauthorized.");
   EXPECT_EQ(DownloadOf(Reply("404 Not Found", "x")).Error(), L"404 - no such file.");
   EXPECT_EQ(DownloadOf(Reply("500 Internal Server Error", "x")).Error(),
@@ -151,7 +151,7 @@ void ExpectShortBodyOrFailedRead(DownloadResult result) {
   }
 }
 
-TEST(Download, ABodyThatEndsEarlyIsNotWaitedFor) {
+TEST(Download, ABodyThatEndsEarlyIsReturnedOrFailsTheRead) {
   const std::string bytes =
       "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 100\r\n\r\nshort";
   ExpectShortBodyOrFailedRead(DownloadOf({bytes, Ending::kClose}));
@@ -166,7 +166,7 @@ TEST(Download, AFailureIsNotTriedAgain) {
   EXPECT_THAT(server.RequestedPaths(), ElementsAre("/file"));
 }
 
-TEST(Download, AnUnreachableServerFailsWithTheWordsOfWinINet) {
+TEST(Download, AnUnreachableServerFailsWithTheTextOfWinINet) {
   std::wstring url;
   {
     const LoopbackServer gone;
@@ -177,7 +177,7 @@ TEST(Download, AnUnreachableServerFailsWithTheWordsOfWinINet) {
   EXPECT_EQ(result.Error(), WinINetWords(12029));
 }
 
-TEST(Download, UrlsThatAreNoneFailWithTheWordsOfWinINet) {
+TEST(Download, InvalidUrlsFailWithTheTextOfWinINet) {
   // Wine refuses the empty URL as a parameter, Windows as a URL without a scheme.
   EXPECT_THAT(Download(L"").Error(), AnyOf(WinINetWords(ERROR_INVALID_PARAMETER),
                                            WinINetWords(ERROR_INTERNET_UNRECOGNIZED_SCHEME)));
@@ -196,7 +196,7 @@ TEST(Download, TheRequestNamesNoProgramAndAsksPastAllCaches) {
   EXPECT_THAT(head, Not(HasSubstr("If-Modified-Since")));
 }
 
-TEST(Download, EveryDownloadAsksTheServerAnew) {
+TEST(Download, EveryDownloadAsksTheServerAgain) {
   LoopbackServer server;
   constexpr const char* kCacheable = "Cache-Control: max-age=86400, public\r\n";
   server.Script("/file", Reply("200 OK", "first", kCacheable));
@@ -215,8 +215,8 @@ TEST(Download, NothingIsLeftInTheSystemsCache) {
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
 }
 
-/// The calls of a download in their order, with what decides about them. They reach no network:
-/// the response has the status 200, the given length and one piece, "piece".
+/// Records the calls of a download in their order, with their arguments. They reach no network: the
+/// response has the status 200, the given length and one piece, "piece".
 class Calls {
  public:
   explicit Calls(DWORD contentLength) {
@@ -226,7 +226,7 @@ class Calls {
 
   [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
 
-  /// Which call does not succeed; as in Made().
+  /// Makes the call that Made() shows like this fail.
   static void Fail(const std::string& call) { failing_ = call; }
   ~Calls() { failing_.clear(); }
   Calls(const Calls&) = delete;
@@ -298,7 +298,7 @@ constexpr const char* kRead = "read request 1024";
 constexpr const char* kCloseRequest = "close request, COM 1";
 constexpr const char* kCloseRoot = "close root, COM 1";
 
-TEST(Download, CallsTheSystemAsItShouldAndClosesTheRequestBeforeItsRoot) {
+TEST(Download, CallsWinINetInOrderAndClosesTheRequestBeforeItsRoot) {
   const Calls calls(5);
   DownloadResult result = Download(L"http://server/");
   ASSERT_TRUE(result.Succeeded());
@@ -308,14 +308,14 @@ TEST(Download, CallsTheSystemAsItShouldAndClosesTheRequestBeforeItsRoot) {
   EXPECT_EQ(ComScope::Count(), 0U);
 }
 
-TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
+TEST(Download, AFailedCallReturnsItsErrorAfterClosingWhatIsOpen) {
   const std::vector<std::string> all = {kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead};
   for (std::size_t failing = 0; failing < all.size(); ++failing) {
     const Calls calls(5);
     Calls::Fail(all[failing]);
     const DownloadResult result = Download(L"http://server/");
     ASSERT_FALSE(result.Succeeded()) << all[failing];
-    // Closing has an error of its own, which must not take its place.
+    // Closing sets another last error, which must not replace the reported one.
     EXPECT_EQ(result.Error(), WinINetWords(ERROR_INTERNET_TIMEOUT)) << all[failing];
     std::vector<std::string> expected(all.begin(), all.begin() + static_cast<int>(failing) + 1);
     if (failing > 1) expected.emplace_back(kCloseRequest);
@@ -325,7 +325,7 @@ TEST(Download, AfterEveryFailedCallItClosesWhatIsOpenAndTellsThatCallsError) {
   }
 }
 
-TEST(Download, WithoutTheMemoryThatTheLengthAsksForItThrowsAndClosesAllTheSame) {
+TEST(Download, WithTooLittleMemoryForTheLengthItThrowsAfterClosing) {
   constexpr DWORD kTooMuch = 50'000'000;
   static void* const realMalloc = VE_IMPORTED(malloc);
   const Calls calls(kTooMuch);

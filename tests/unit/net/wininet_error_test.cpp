@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/format_message_recorder.h"
 #include "support/replaced_call.h"
 #include "support/wininet_text.h"
 
@@ -18,10 +19,10 @@ extern "C" void* VE_IMPORTED(InternetGetLastResponseInfoW);
 namespace ve {
 namespace {
 
-/// Plays the server's last response, which Wine never has, while it exists.
+/// Answers for the server's last response, which Wine never has, while it exists.
 class LastResponse {
  public:
-  /// Without a text, it is gone when it is asked for the second time.
+  /// Without a text, the second call fails.
   explicit LastResponse(std::optional<std::wstring> text) {
     text_ = std::move(text);
     sizes_.clear();
@@ -65,7 +66,7 @@ TEST(WinINetError, NoErrorIsEmpty) {
   EXPECT_EQ(error.code, 0);
 }
 
-TEST(WinINetError, KnownErrorsHaveTheWordsOfWinINetWithTheirLineBreak) {
+TEST(WinINetError, KnownErrorsHaveTheTextOfWinINetWithItsLineBreak) {
   for (const int code : {ERROR_INTERNET_TIMEOUT, ERROR_INTERNET_UNRECOGNIZED_SCHEME,
                          ERROR_INTERNET_NAME_NOT_RESOLVED, ERROR_INTERNET_CANNOT_CONNECT}) {
     const WinINetErrorText error = TextOf(static_cast<DWORD>(code));
@@ -75,18 +76,38 @@ TEST(WinINetError, KnownErrorsHaveTheWordsOfWinINetWithTheirLineBreak) {
   }
 }
 
-TEST(WinINetError, AnErrorWithoutWordsIsItsSignedNumber) {
+TEST(WinINetError, AnErrorWithoutATextIsItsSignedNumber) {
   EXPECT_EQ(TextOf(99999).text, L"99999");
   EXPECT_EQ(TextOf(99999).code, -1);
   EXPECT_EQ(TextOf(0xC0000005).text, L"-1073741819");
 }
 
-TEST(WinINetError, TheSystemsOwnWordsAreNotUsed) {
-  // The system has words for code 87, wininet.dll may have none.
+TEST(WinINetError, TheSystemsTextIsNotUsed) {
+  // The system has a text for code 87, wininet.dll may have none.
   EXPECT_EQ(TextOf(ERROR_INVALID_PARAMETER).text, test::WinINetWords(ERROR_INVALID_PARAMETER));
 }
 
-TEST(WinINetError, AnExtendedErrorIsWhatTheServerSaidLast) {
+TEST(WinINetError, WininetDllIsAskedInTheNeutralLanguageAndTheBufferFreed) {
+  const test::FormatMessageRecorder recorder;
+  const WinINetErrorText error = TextOf(ERROR_INTERNET_TIMEOUT);
+  EXPECT_EQ(error.text, test::FormatMessageRecorder::kText);
+  EXPECT_EQ(error.code, -1);
+  const HMODULE wininet = GetModuleHandleW(L"wininet.dll");
+  ASSERT_NE(wininet, nullptr);
+  // From a module (0x800), into a buffer of the system's (0x100), inserts ignored (0x200).
+  EXPECT_THAT(recorder.Recorded(),
+              testing::ElementsAre(test::FormatMessageRecorder::Arguments{
+                  0xB00, wininet, ERROR_INTERNET_TIMEOUT, 0x400, true, false}));
+  EXPECT_EQ(recorder.TimesFreed(), 1);
+}
+
+TEST(WinINetError, WithoutAnErrorNothingIsAsked) {
+  const test::FormatMessageRecorder recorder;
+  EXPECT_EQ(TextOf(ERROR_SUCCESS).text, L"");
+  EXPECT_TRUE(recorder.Recorded().empty());
+}
+
+TEST(WinINetError, AnExtendedErrorHasTheServersLastResponse) {
   const LastResponse response(L"busy");
   const WinINetErrorText error = TextOf(ERROR_INTERNET_EXTENDED_ERROR);
   EXPECT_EQ(error.text, L"busy");
@@ -94,12 +115,12 @@ TEST(WinINetError, AnExtendedErrorIsWhatTheServerSaidLast) {
   EXPECT_THAT(LastResponse::BufferSizes(), testing::ElementsAre(0U, 5U));
 }
 
-TEST(WinINetError, AResponseShorterThanAnnouncedHasItsOwnLength) {
+TEST(WinINetError, AResponseShorterThanAnnouncedIsReturnedWithItsLength) {
   const LastResponse response(L"no");
   EXPECT_EQ(TextOf(ERROR_INTERNET_EXTENDED_ERROR).text, L"no");
 }
 
-TEST(WinINetError, AResponseThatIsGoneLeavesTheWordsForTheExtendedError) {
+TEST(WinINetError, WithoutAResponseTheTextIsThatOfTheExtendedError) {
   const LastResponse response(std::nullopt);
   const WinINetErrorText error = TextOf(ERROR_INTERNET_EXTENDED_ERROR);
   EXPECT_EQ(error.text, test::WinINetWords(ERROR_INTERNET_EXTENDED_ERROR));

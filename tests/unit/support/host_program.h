@@ -1,4 +1,4 @@
-// Programs of the system that Wine runs on, for what Wine itself cannot make.
+// Programs of the system that Wine runs on, for what Wine itself cannot do, such as making links.
 #pragma once
 
 #include "core/windows.h"
@@ -9,7 +9,7 @@
 
 namespace ve::test {
 
-/// Runs a program of the host's. False on Windows, which has none.
+/// Starts a program of the host without waiting for it. False on Windows, which has no host.
 [[nodiscard]] inline bool RunOnHost(const wchar_t* program, std::wstring command) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);

@@ -1,4 +1,4 @@
-// The log as the code under test leaves it in the current directory.
+// The log that the code under test wrote in the current directory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,10 +10,10 @@
 
 namespace ve::test {
 
-/// Whether there is a log at all.
+/// Whether there is a log.
 [[nodiscard]] inline bool HasLog() { return file::Exists(L"Logs\\updater.log"); }
 
-/// What follows the time stamp's line in a log of exactly one entry, byte for byte.
+/// All that follows the time stamp's line in a log of exactly one entry.
 [[nodiscard]] inline std::string OnlyLogEntry() {
   const std::string log = ReadWhole(L"Logs\\updater.log");
   const std::size_t end = log.find("\r\n");

@@ -1,5 +1,5 @@
-// A small HTTP server on 127.0.0.1 in a thread of the test's process. What it answers is scripted
-// byte by byte, so that it can also answer what no real server would.
+// A small HTTP server on 127.0.0.1 in a thread of the test's process. Its responses are scripted
+// byte by byte, so that a test can also send invalid ones.
 #pragma once
 
 #include "core/windows.h"
@@ -23,19 +23,19 @@
 namespace ve::test {
 
 enum class Ending {
-  kClose,  ///< An orderly end of the connection.
-  /// A broken one: what the client has not got yet is lost. (Some systems still let it look
-  /// orderly.)
+  kClose,  ///< The connection is shut down in order.
+  /// The connection is reset: data not received yet is lost. (Some clients report a normal end
+  /// all the same.)
   kReset,
 };
 
-/// Everything that the server sends for one request, as it stands, and how it hangs up.
+/// The bytes that the server sends for one request, and how it closes the connection.
 struct Answer {
   std::string bytes;
   Ending ending = Ending::kClose;
 };
 
-/// A complete response with its Content-Length. `status` is such as "200 OK"; `headers` are further
+/// A complete response with a Content-Length. `status` is "200 OK" or the like; `headers` are more
 /// header lines, each with its line break.
 [[nodiscard]] inline Answer Reply(std::string_view status, std::string_view body,
                                   std::string_view headers = "") {
@@ -75,7 +75,7 @@ class LoopbackServer {
     WSACleanup();
   }
 
-  /// Adds to the path's script: its answers are given in their order, the last one for ever.
+  /// Adds a response to the path's script. They are sent in order; the last one is repeated.
   void Script(const std::string& path, Answer answer) {
     const std::lock_guard lock(mutex_);
     scripts_[path].push_back(std::move(answer));
@@ -86,7 +86,7 @@ class LoopbackServer {
     return Format(L"http://127.0.0.1:{}{}", port_, path);
   }
 
-  /// What was asked for until now, in order.
+  /// The requests received until now, in order.
   [[nodiscard]] std::vector<Request> Requests() {
     const std::lock_guard lock(mutex_);
     return requests_;
@@ -98,14 +98,14 @@ class LoopbackServer {
   }
 
  private:
-  static constexpr DWORD kMaxMillisecondsOfSilence = 5'000;
+  static constexpr DWORD kTimeout = 120'000;  // Milliseconds; only a hang takes this long.
 
   void Serve() {
     while (!stopped_) {
       fd_set readable;
       FD_ZERO(&readable);
       FD_SET(listener_, &readable);
-      timeval wait{0, 20'000};  // So that the end of the test is noticed.
+      timeval wait{0, 20'000};  // Microseconds between two looks at stopped_.
       if (select(0, &readable, nullptr, nullptr, &wait) != 1) continue;
       const SOCKET connection = accept(listener_, nullptr, nullptr);
       if (connection == INVALID_SOCKET) continue;
@@ -115,10 +115,10 @@ class LoopbackServer {
   }
 
   void ServeConnection(SOCKET connection) {
-    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO,
-               reinterpret_cast<const char*>(&kMaxMillisecondsOfSilence), sizeof(DWORD));
-    setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO,
-               reinterpret_cast<const char*>(&kMaxMillisecondsOfSilence), sizeof(DWORD));
+    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&kTimeout),
+               sizeof(DWORD));
+    setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&kTimeout),
+               sizeof(DWORD));
     std::string head;
     while (!head.ends_with("\r\n\r\n")) {
       char byte = 0;

@@ -1,4 +1,4 @@
-// A registry of its own for the current user, seen by this process alone.
+// An empty HKEY_CURRENT_USER that only this process sees.
 #pragma once
 
 #include "core/windows.h"
@@ -18,7 +18,7 @@ struct RegistryKeyPolicy {
 };
 using UniqueRegistryKey = Unique<RegistryKeyPolicy>;
 
-/// While it exists, HKEY_CURRENT_USER is an empty key that is removed in the end.
+/// While it exists, HKEY_CURRENT_USER is a temporary key, removed with everything in it at the end.
 class PrivateRegistry {
  public:
   PrivateRegistry() : name_(Format(L"Software\\ve-test-{}", GetCurrentProcessId())) {

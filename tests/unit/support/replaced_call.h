@@ -1,4 +1,5 @@
-// Replaces a Windows call that the code under test makes, for failures that cannot be provoked.
+// Replaces a Windows call that the code under test makes, to record its arguments or to make it
+// fail.
 //
 // The program reaches every function of a DLL through a pointer in its import table, and the linker
 // names that pointer. A test declares it
@@ -12,15 +13,16 @@
 //         return FALSE;
 //       });
 //
-// The compiler takes the pointer for constant: a function that makes the call itself, before and
-// after, may go on with what it read first. The code under test stands in another file.
+// The compiler assumes that the pointer does not change: a function that makes the call itself
+// before and after the replacement may use what it read first. Code under test in another file is
+// safe.
 #pragma once
 
 #include "core/windows.h"
 
 #include <utility>
 
-/// The linker's own name of the pointer, which alone may look like that.
+/// The linker's name for the pointer; such names are otherwise reserved.
 #define VE_IMPORTED(function) __imp_##function  // NOLINT(bugprone-reserved-identifier)
 
 namespace ve::test {

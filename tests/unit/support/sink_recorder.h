@@ -1,4 +1,4 @@
-// Records what the message sink receives while it exists.
+// Records the messages sent to the message sink while it exists.
 #pragma once
 
 #include <string>

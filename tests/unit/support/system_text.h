@@ -1,4 +1,4 @@
-// The system's own words for an error code, asked for apart from the code under test.
+// The system's text for an error code, queried independently of the code under test.
 #pragma once
 
 #include "core/windows.h"
@@ -8,8 +8,7 @@
 
 namespace ve::test {
 
-/// With the line break that the system ends its texts with. ASCII as long as the system speaks
-/// English.
+/// Ends with the system's line break. ASCII on an English system.
 [[nodiscard]] inline std::string SystemText(DWORD code) {
   std::array<char, 1024> text{};
   const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,

@@ -1,4 +1,5 @@
-// A folder of its own for a test, current while the test runs and removed with everything in it.
+// A temporary folder for each test: the current directory while the test runs, then removed with
+// everything in it.
 #pragma once
 
 #include "core/windows.h"
@@ -33,7 +34,7 @@ class TempFolder : public testing::Test {
     try {
       file::RemoveTree(folder_);
     } catch (const std::exception& error) {
-      ADD_FAILURE() << "something of the test is still open: " << error.what();
+      ADD_FAILURE() << "the test leaves a file or folder open: " << error.what();
     }
   }
 
@@ -45,7 +46,7 @@ class TempFolder : public testing::Test {
   std::wstring before_;
 };
 
-/// Writes and reads whole files by the standard library alone, apart from the code under test.
+/// Write and read whole files by the standard library, independently of the code under test.
 inline void WriteWhole(const std::wstring& path, std::string_view content) {
   std::ofstream out(std::filesystem::path(path), std::ios::binary | std::ios::trunc);
   out.write(content.data(), static_cast<std::streamsize>(content.size()));

@@ -1,4 +1,4 @@
-// What a call throws: exactly the named class, and its message.
+// The message of the exception that a call throws.
 #pragma once
 
 #include <gtest/gtest.h>

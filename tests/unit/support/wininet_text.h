@@ -1,4 +1,4 @@
-// The words of wininet.dll, asked for apart from the code under test.
+// The text of wininet.dll for an error, queried independently of the code under test.
 #pragma once
 
 #include "core/windows.h"
@@ -8,8 +8,8 @@
 
 namespace ve::test {
 
-/// The text for a WinINet error; the number where wininet.dll has no words for it. Which errors
-/// have words differs between systems.
+/// The text for a WinINet error; the number where wininet.dll has no text for it. Which errors have
+/// a text differs between systems.
 [[nodiscard]] inline std::wstring WinINetWords(DWORD code) {
   std::array<wchar_t, 512> text{};
   const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS,

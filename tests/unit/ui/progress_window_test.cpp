@@ -2,27 +2,44 @@
 
 #include <commctrl.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <functional>
-#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <iostream>
-#include <optional>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/format.h"
+#include "core/unicode.h"
 #include "support/replaced_call.h"
 
 extern "C" {
-extern void* VE_IMPORTED(InitCommonControlsEx);
-extern void* VE_IMPORTED(RegisterClassW);
+extern void* VE_IMPORTED(AdjustWindowRect);
+extern void* VE_IMPORTED(CreateWindowExW);
 extern void* VE_IMPORTED(DestroyWindow);
+extern void* VE_IMPORTED(DispatchMessageW);
+extern void* VE_IMPORTED(GetClientRect);
+extern void* VE_IMPORTED(GetSystemMetrics);
+extern void* VE_IMPORTED(InitCommonControlsEx);
+extern void* VE_IMPORTED(PeekMessageW);
+extern void* VE_IMPORTED(RegisterClassW);
+extern void* VE_IMPORTED(SendMessageW);
+extern void* VE_IMPORTED(SetWindowTextW);
 extern void* VE_IMPORTED(Sleep);
+extern void* VE_IMPORTED(TranslateMessage);
 }
 
 namespace ve {
@@ -101,7 +118,7 @@ class StepRecorder {
   [[nodiscard]] static const std::vector<std::wstring>& Steps() { return steps_; }
 
  private:
-  /// What is called on the window's thread as soon as it is installed finds the procedure before.
+  /// `before` is set first: the window's thread may call the new procedure at once.
   static void Subclass(HWND control, WNDPROC procedure, std::atomic<WNDPROC>& before) {
     before = reinterpret_cast<WNDPROC>(GetWindowLongPtrW(control, GWLP_WNDPROC));
     SetWindowLongPtrW(control, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
@@ -128,31 +145,44 @@ class StepRecorder {
 class ProgressThreadTest : public testing::Test {
  protected:
   void Start(std::size_t total) {
-    entries_.resize(total);
-    thread_ = std::thread([this] { result_ = ProgressThread(entries_, finished_, counter_); });
+    shared_->entries.resize(total);
+    // The thread shares what it uses: a window that stays fails the test and is left behind.
+    std::thread([shared = shared_] {
+      shared->result = ProgressThread(shared->entries, shared->finished, shared->counter);
+      shared->ended = true;
+    }).detach();
+    started_ = true;
     ASSERT_TRUE(Eventually([] { return FindProgressWindows().size() == 1; }));
     window_ = FindProgressWindows().front();
     ASSERT_TRUE(Eventually([this] { return FindLabel(window_) != nullptr; }));
   }
   void Finish() {
     finished_ = true;
-    thread_.join();
-    EXPECT_EQ(result_, 0U);
+    ASSERT_TRUE(Eventually([this] { return shared_->ended.load(); })) << "the window stays";
+    started_ = false;
+    EXPECT_EQ(shared_->result, 0U);
     EXPECT_THAT(FindProgressWindows(), IsEmpty());
   }
   ~ProgressThreadTest() override {
     finished_ = true;
-    if (thread_.joinable()) thread_.join();
+    EXPECT_TRUE(!started_ || Eventually([this] { return shared_->ended.load(); }));
   }
 
-  std::atomic<bool> finished_ = false;
-  std::atomic<std::uint32_t> counter_ = 0;
-  HWND window_ = nullptr;
-
  private:
-  std::vector<int> entries_;
-  unsigned result_ = 1;
-  std::thread thread_;
+  struct Shared {
+    std::vector<int> entries;
+    std::atomic<bool> finished = false;
+    std::atomic<std::uint32_t> counter = 0;
+    unsigned result = 1;
+    std::atomic<bool> ended = false;
+  };
+  std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
+  bool started_ = false;
+
+ protected:
+  std::atomic<bool>& finished_ = shared_->finished;
+  std::atomic<std::uint32_t>& counter_ = shared_->counter;
+  HWND window_ = nullptr;
 };
 
 void ExpectPlacement(const Placement& placement, int x, int y, int width, int height) {
@@ -175,7 +205,7 @@ TEST(Centered, HalvesAreCutTowardZeroAlsoBelowIt) {
   ExpectPlacement(Centered(100, 100, {0, 0, 103, 105}), -1, -2, 103, 105);
 }
 
-TEST(ProgressWindow, ItsClassIsPlain) {
+TEST(ProgressWindow, TheWindowClassHasOnlyAProcedureAndAName) {
   const ProgressWindow window(1);
   WNDCLASSW registered{};
   ASSERT_TRUE(GetClassInfoW(GetModuleHandleW(nullptr), L"UpdaterWindow", &registered));
@@ -189,7 +219,7 @@ TEST(ProgressWindow, ItsClassIsPlain) {
   EXPECT_EQ(registered.lpfnWndProc, &DefWindowProcW);
 }
 
-TEST(ProgressWindow, ItsClassStaysWhenItGoes) {
+TEST(ProgressWindow, TheWindowClassStaysRegistered) {
   { const ProgressWindow window(1); }
   WNDCLASSW registered{};
   EXPECT_TRUE(GetClassInfoW(GetModuleHandleW(nullptr), L"UpdaterWindow", &registered));
@@ -197,7 +227,7 @@ TEST(ProgressWindow, ItsClassStaysWhenItGoes) {
   EXPECT_EQ(FindProgressWindows().size(), 1U);
 }
 
-TEST(ProgressWindow, TheWindowStandsInTheMiddleOfTheScreen) {
+TEST(ProgressWindow, TheWindowIsInTheMiddleOfTheScreen) {
   const ProgressWindow progress(1);
   ASSERT_EQ(FindProgressWindows().size(), 1U);
   const HWND window = FindProgressWindows().front();
@@ -225,7 +255,7 @@ TEST(ProgressWindow, TheWindowIsVisibleAndHasNoSystemMenu) {
   EXPECT_EQ(extendedStyle & ~DWORD{WS_EX_WINDOWEDGE}, 0U);
 }
 
-TEST(ProgressWindow, TheLabelStandsAtTheTopLeft) {
+TEST(ProgressWindow, TheLabelIsAtTheTopLeft) {
   const ProgressWindow progress(12);
   ASSERT_EQ(FindProgressWindows().size(), 1U);
   const HWND label = FindLabel(FindProgressWindows().front());
@@ -240,7 +270,7 @@ TEST(ProgressWindow, TheLabelStandsAtTheTopLeft) {
   EXPECT_EQ(place.bottom - place.top, 32);
 }
 
-TEST(ProgressWindow, TheBarStandsInTheMiddleOfTheClientArea) {
+TEST(ProgressWindow, TheBarIsInTheMiddleOfTheClientArea) {
   const ProgressWindow progress(12);
   ASSERT_EQ(FindProgressWindows().size(), 1U);
   const HWND window = FindProgressWindows().front();
@@ -300,7 +330,7 @@ TEST(ProgressWindow, TheLabelCountsOnWhenTheBarIsFull) {
   EXPECT_EQ(TextOf(FindLabel(window)), L"4 / 65539");
 }
 
-TEST(ProgressWindow, DestroyingItTakesItsControlsAlong) {
+TEST(ProgressWindow, ItsControlsAreDestroyedWithIt) {
   HWND label = nullptr;
   HWND bar = nullptr;
   {
@@ -316,75 +346,320 @@ TEST(ProgressWindow, DestroyingItTakesItsControlsAlong) {
   EXPECT_FALSE(IsWindow(bar));
 }
 
-/// The calls that prepare the making of windows, recorded and not made. Only before the process has
-/// made its first progress window.
-class Preparations {
+/// Records how the class is registered. Only before the process has made its first progress window.
+class ClassRecorder {
  public:
-  Preparations() { made_.clear(); }
-  [[nodiscard]] static const std::vector<std::string>& Made() { return made_; }
+  ClassRecorder() { recorded_.clear(); }
+  [[nodiscard]] static const std::vector<std::string>& Recorded() { return recorded_; }
 
  private:
-  static BOOL WINAPI InitControls(const INITCOMMONCONTROLSEX* controls) {
-    made_.push_back(Format("controls {} {}", controls->dwSize, controls->dwICC));
-    return FALSE;
-  }
-  static ATOM WINAPI Register(const WNDCLASSW*) {
-    made_.emplace_back("class");
+  static ATOM WINAPI Register(const WNDCLASSW* given) {
+    WNDCLASSW rest = *given;
+    const bool isPlain = rest.lpfnWndProc == &DefWindowProcW &&
+                         rest.hInstance == GetModuleHandleW(nullptr) &&
+                         std::wstring_view(rest.lpszClassName) == L"UpdaterWindow";
+    rest.lpfnWndProc = nullptr;
+    rest.hInstance = nullptr;
+    rest.lpszClassName = nullptr;
+    constexpr WNDCLASSW kZero{};
+    recorded_.emplace_back(
+        isPlain && std::memcmp(&rest, &kZero, sizeof(rest)) == 0 ? "plain class" : "another class");
     return 0;
   }
 
-  inline static std::vector<std::string> made_;
-  test::ReplacedCall controls_{VE_IMPORTED(InitCommonControlsEx), &InitControls};
+  inline static std::vector<std::string> recorded_;
   test::ReplacedCall register_{VE_IMPORTED(RegisterClassW), &Register};
 };
 
-TEST(ProgressWindow, TheFirstOneOfAProcessAloneRegistersItsClassAndPreparesTheBars) {
-  // Other tests of the same process may have made the first one.
+TEST(ProgressWindow, OnlyTheFirstOfAProcessRegistersTheClass) {
+  // In a process of its own: another test may have made the first window.
   EXPECT_EXIT(
       {
         {
-          const Preparations preparations;
+          const ClassRecorder recorder;
           for (int i = 0; i < 3; ++i) {
             const ProgressWindow window(1);
           }
         }
-        for (const std::string& call : Preparations::Made()) std::cerr << call << '\n';
+        for (const std::string& call : ClassRecorder::Recorded()) std::cerr << call << '\n';
         std::exit(0);
       },
-      testing::ExitedWithCode(0), "^class\ncontrols 8 32\n$");
+      testing::ExitedWithCode(0), "^plain class\n$");
 }
 
-TEST(ProgressWindow, IsDestroyedBeforeItsLabelAndThatBeforeItsBar) {
-  static std::vector<HWND> destroyed;
-  destroyed.clear();
-  static void* real = VE_IMPORTED(DestroyWindow);
-  const auto destroy = [](HWND window) -> BOOL {
-    destroyed.push_back(window);
-    return reinterpret_cast<decltype(&DestroyWindow)>(real)(window);
-  };
-  std::optional<ProgressWindow> progress(std::in_place, 1);
-  ASSERT_EQ(FindProgressWindows().size(), 1U);
-  const HWND window = FindProgressWindows().front();
-  const HWND label = FindLabel(window);
-  const HWND bar = FindBar(window);
-  const test::ReplacedCall call(VE_IMPORTED(DestroyWindow), +destroy);
-  progress.reset();
-  EXPECT_THAT(destroyed, ElementsAre(window, label, bar));
+/// Records how the common controls are initialised. Only before the process has made its first
+/// progress window.
+class ControlsRecorder {
+ public:
+  ControlsRecorder() { recorded_.clear(); }
+  [[nodiscard]] static const std::vector<std::string>& Recorded() { return recorded_; }
+
+ private:
+  static BOOL WINAPI InitControls(const INITCOMMONCONTROLSEX* controls) {
+    recorded_.push_back(Format("controls {} {}", controls->dwSize, controls->dwICC));
+    return FALSE;
+  }
+
+  inline static std::vector<std::string> recorded_;
+  test::ReplacedCall controls_{VE_IMPORTED(InitCommonControlsEx), &InitControls};
+};
+
+TEST(ProgressWindow, OnlyTheFirstOfAProcessInitialisesTheBarsClassAndNoOther) {
+  // In a process of its own: another test may have made the first window.
+  EXPECT_EXIT(
+      {
+        {
+          const ControlsRecorder recorder;
+          for (int i = 0; i < 3; ++i) {
+            const ProgressWindow window(1);
+          }
+        }
+        for (const std::string& call : ControlsRecorder::Recorded()) std::cerr << call << '\n';
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^controls 8 32\n$");
 }
 
-TEST(RunProgressWindow, SleepsForTenMillisecondsInEveryRound) {
-  static std::vector<DWORD> slept;
-  static std::atomic<bool> finished;
-  slept.clear();
-  finished = false;
-  const test::ReplacedCall call(
-      VE_IMPORTED(Sleep), +[](DWORD milliseconds) {
-        slept.push_back(milliseconds);
-        finished = slept.size() == 3;
-      });
+/// Replaces the calls about windows and messages and records them in their order, with their
+/// arguments. The windows are the numbers 1 (the window), 2 (the bar) and 3 (the label), in the
+/// order of their creation.
+class FakeDesktop {
+ public:
+  FakeDesktop() {
+    calls_.clear();
+    messages_.clear();
+    windows_ = 0;
+    pumps_ = 0;
+    onSleep_ = nullptr;
+    onText_ = nullptr;
+  }
+  FakeDesktop(const FakeDesktop&) = delete;
+  FakeDesktop& operator=(const FakeDesktop&) = delete;
+
+  [[nodiscard]] static const std::vector<std::string>& Calls() { return calls_; }
+  /// Forgets the calls made until now.
+  static void Clear() { calls_.clear(); }
+
+  /// Puts a message into the queue.
+  static void Post(UINT message) { messages_.push_back(message); }
+  static void OnSleep(std::function<void()> call) { onSleep_ = std::move(call); }
+  static void OnText(std::function<void()> call) { onText_ = std::move(call); }
+
+ private:
+  static std::string Text(const wchar_t* text) {
+    return text == nullptr ? "null" : "'" + ToUtf8(text) + "'";
+  }
+  static std::string Number(HWND window) {
+    return Format("{}", reinterpret_cast<std::uintptr_t>(window));
+  }
+  template <class Integer>
+  static std::string Join(const char* name, std::initializer_list<Integer> numbers) {
+    std::string text = name;
+    for (const Integer number : numbers) text += Format(" {}", number);
+    return text;
+  }
+
+  static int WINAPI Metrics(int index) {
+    calls_.push_back(Format("metric {}", index));
+    switch (index) {
+      case 0:
+        return 1001;
+      case 1:
+        return 801;
+      case 20:
+        return 17;
+      default:
+        return 5;
+    }
+  }
+  static BOOL WINAPI Adjust(RECT* rectangle, DWORD style, BOOL menu) {
+    calls_.push_back(Join<LONG>("adjust", {rectangle->left, rectangle->top, rectangle->right,
+                                           rectangle->bottom, static_cast<LONG>(style), menu}));
+    *rectangle = {rectangle->left - 3, rectangle->top - 5, rectangle->right + 7,
+                  rectangle->bottom + 9};
+    return TRUE;
+  }
+  static BOOL WINAPI Client(HWND window, RECT* rectangle) {
+    calls_.push_back("client " + Number(window));
+    *rectangle = {0, 0, 380, 150};
+    return TRUE;
+  }
+  static HWND WINAPI Create(DWORD extendedStyle, const wchar_t* className, const wchar_t* text,
+                            DWORD style, int x, int y, int width, int height, HWND parent,
+                            HMENU menu, HINSTANCE, void* data) {
+    calls_.push_back("create " + Text(className) + " " + Text(text) +
+                     Join<DWORD>("", {extendedStyle, style}) +
+                     Join<int>("", {x, y, width, height}) + ", parent " + Number(parent) +
+                     (menu == nullptr && data == nullptr ? "" : ", menu or data"));
+    return reinterpret_cast<HWND>(++windows_);
+  }
+  static LRESULT WINAPI Send(HWND window, UINT message, WPARAM wide, LPARAM argument) {
+    calls_.push_back("send " + Number(window) + Format(" {} {} {}", message, wide, argument));
+    return 0;
+  }
+  static BOOL WINAPI SetText(HWND window, const wchar_t* text) {
+    calls_.push_back("text " + Number(window) + " " + Text(text));
+    if (onText_) onText_();
+    return TRUE;
+  }
+  static BOOL WINAPI Destroy(HWND window) {
+    calls_.push_back("destroy " + Number(window));
+    return TRUE;
+  }
+  static BOOL WINAPI Peek(MSG* message, HWND window, UINT first, UINT last, UINT remove) {
+    calls_.push_back("peek " + Number(window) + Join<UINT>("", {first, last, remove}));
+    // A loop that does not end is a failure rather than a hang.
+    if (++pumps_ > 1000) throw std::runtime_error("the messages are pumped again and again");
+    if (messages_.empty()) return FALSE;
+    *message = {};
+    message->message = messages_.front();
+    messages_.pop_front();
+    return TRUE;
+  }
+  static BOOL WINAPI Translate(const MSG* message) {
+    calls_.push_back(Format("translate {}", message->message));
+    return FALSE;
+  }
+  static LRESULT WINAPI Dispatch(const MSG* message) {
+    calls_.push_back(Format("dispatch {}", message->message));
+    return 0;
+  }
+  static void WINAPI Wait(DWORD milliseconds) {
+    calls_.push_back(Format("sleep {}", milliseconds));
+    if (onSleep_) onSleep_();
+  }
+
+  inline static std::vector<std::string> calls_;
+  inline static std::deque<UINT> messages_;
+  inline static std::uintptr_t windows_ = 0;
+  inline static int pumps_ = 0;
+  inline static std::function<void()> onSleep_;
+  inline static std::function<void()> onText_;
+  test::ReplacedCall metrics_{VE_IMPORTED(GetSystemMetrics), &Metrics};
+  test::ReplacedCall adjust_{VE_IMPORTED(AdjustWindowRect), &Adjust};
+  test::ReplacedCall client_{VE_IMPORTED(GetClientRect), &Client};
+  test::ReplacedCall create_{VE_IMPORTED(CreateWindowExW), &Create};
+  test::ReplacedCall send_{VE_IMPORTED(SendMessageW), &Send};
+  test::ReplacedCall setText_{VE_IMPORTED(SetWindowTextW), &SetText};
+  test::ReplacedCall destroy_{VE_IMPORTED(DestroyWindow), &Destroy};
+  test::ReplacedCall peek_{VE_IMPORTED(PeekMessageW), &Peek};
+  test::ReplacedCall translate_{VE_IMPORTED(TranslateMessage), &Translate};
+  test::ReplacedCall dispatch_{VE_IMPORTED(DispatchMessageW), &Dispatch};
+  test::ReplacedCall wait_{VE_IMPORTED(Sleep), &Wait};
+};
+
+constexpr const char* kPeek = "peek 0 0 0 1";  // Of any window, every message, removed.
+constexpr const char* kSleep = "sleep 10";
+constexpr const char* kStepBar = "send 2 1029 0 0";  // PBM_STEPIT
+
+TEST(ProgressWindowCalls, TheWindowsAreCreatedOneInTheOther) {
+  std::vector<std::string> calls;
+  {
+    const FakeDesktop desktop;
+    const ProgressWindow window(70000);
+    // The order of the queries is free; the arguments and what follows from them are not.
+    for (const std::string& call : FakeDesktop::Calls()) {
+      if (!call.starts_with("metric")) calls.push_back(call);
+    }
+    EXPECT_THAT(FakeDesktop::Calls(), testing::IsSupersetOf({"metric 0", "metric 1", "metric 20"}));
+    EXPECT_EQ(FakeDesktop::Calls().size(), calls.size() + 3);
+  }
+  EXPECT_THAT(calls,
+              ElementsAre("adjust 0 0 386 160 0 0",
+                          "create 'UpdaterWindow' 'Downloading...' 0 268435464 304 316 393 169, "
+                          "parent 0",
+                          "client 1", "adjust 0 0 364 17 0 0",
+                          "create 'msctls_progress32' null 0 1342177280 4 62 371 26, parent 1",
+                          "send 2 1025 0 292552704",  // PBM_SETRANGE, 0 to 4464.
+                          "send 2 1028 1 0",          // PBM_SETSTEP
+                          "create 'STATIC' '0 / 70000' 0 1342177280 16 16 300 32, parent 1"));
+}
+
+TEST(ProgressWindowCalls, AStepSetsTheTextThenStepsTheBar) {
+  const FakeDesktop desktop;
+  ProgressWindow window(3);
+  FakeDesktop::Clear();
+  window.Step();
+  window.Step();
+  EXPECT_THAT(FakeDesktop::Calls(),
+              ElementsAre("text 3 '1 / 3'", kStepBar, "text 3 '2 / 3'", kStepBar));
+}
+
+TEST(ProgressWindowCalls, TheLabelCountsBeyond16Bits) {
+  const FakeDesktop desktop;
+  ProgressWindow window(70000);
+  for (int file = 0; file < 70000; ++file) {
+    FakeDesktop::Clear();
+    window.Step();
+  }
+  EXPECT_THAT(FakeDesktop::Calls(), ElementsAre("text 3 '70000 / 70000'", kStepBar));
+}
+
+TEST(ProgressWindowCalls, TheWindowIsDestroyedBeforeItsLabelAndTheLabelBeforeTheBar) {
+  const FakeDesktop desktop;
+  {
+    const ProgressWindow window(3);
+    FakeDesktop::Clear();
+  }
+  EXPECT_THAT(FakeDesktop::Calls(), ElementsAre("destroy 1", "destroy 3", "destroy 2"));
+}
+
+TEST(RunProgressWindow, ARoundPumpsMessagesSleepsTakesTheCountAndSteps) {
+  const FakeDesktop desktop;
+  std::atomic<bool> finished = false;
   std::atomic<std::uint32_t> counter = 0;
+  std::vector<std::uint32_t> countersInSteps;
+  int rounds = 0;
+  FakeDesktop::OnSleep([&] {
+    if (++rounds == 1) FakeDesktop::Clear();
+    // Counted during the sleep, so shown in the same round.
+    if (rounds == 2) counter = 2;
+    if (rounds == 4) finished = true;
+  });
+  FakeDesktop::OnText([&] { countersInSteps.push_back(counter.exchange(1)); });
+  FakeDesktop::Post(WM_APP);
+  RunProgressWindow(9, finished, counter);
+  // The third round shows what was counted during the steps of the second, the fourth what was
+  // counted in the third.
+  EXPECT_THAT(FakeDesktop::Calls(),
+              ElementsAre(kPeek, kSleep, "text 3 '1 / 9'", kStepBar, "text 3 '2 / 9'", kStepBar,  //
+                          kPeek, kSleep, "text 3 '3 / 9'", kStepBar,                              //
+                          kPeek, kSleep, "text 3 '4 / 9'", kStepBar,                              //
+                          "destroy 1", "destroy 3", "destroy 2"));
+  // The count was set to 0 before the first step of its round.
+  EXPECT_THAT(countersInSteps, ElementsAre(0U, 1U, 0U, 0U));
+}
+
+TEST(RunProgressWindow, EveryRoundPumpsAllMessagesBeforeItsSleep) {
+  const FakeDesktop desktop;
+  std::atomic<bool> finished = false;
+  std::atomic<std::uint32_t> counter = 0;
+  int rounds = 0;
+  FakeDesktop::OnSleep([&] {
+    finished = ++rounds == 2;
+    FakeDesktop::Post(WM_QUIT);
+  });
+  FakeDesktop::Post(WM_PAINT);
+  FakeDesktop::Post(WM_TIMER);
   RunProgressWindow(1, finished, counter);
-  EXPECT_THAT(slept, ElementsAre(10U, 10U, 10U));
+  std::vector<std::string> calls = FakeDesktop::Calls();
+  calls.erase(calls.begin(), std::find(calls.begin(), calls.end(), kPeek));
+  EXPECT_THAT(calls, ElementsAre(kPeek, "translate 15", "dispatch 15", kPeek, "translate 275",
+                                 "dispatch 275", kPeek, kSleep,  //
+                                 kPeek, "translate 18", "dispatch 18", kPeek, kSleep, "destroy 1",
+                                 "destroy 3", "destroy 2"));
+}
+
+TEST(RunProgressWindow, ManyFilesOfOneRoundAreAllShown) {
+  const FakeDesktop desktop;
+  std::atomic<bool> finished = false;
+  std::atomic<std::uint32_t> counter = 70000;
+  FakeDesktop::OnSleep([&] { FakeDesktop::Clear(); });
+  std::uint32_t shown = 0;
+  FakeDesktop::OnText([&] { finished = ++shown == 70000; });
+  RunProgressWindow(70000, finished, counter);
+  EXPECT_EQ(FakeDesktop::Calls().size(), 2 * 70000U + 3);
+  EXPECT_EQ(FakeDesktop::Calls()[2 * 69999], "text 3 '70000 / 70000'");
 }
 
 TEST(PumpMessages, HandlesAllQueuedMessages) {
@@ -404,7 +679,16 @@ TEST(PumpMessages, HandlesAllQueuedMessages) {
   DestroyWindow(window);
 }
 
-TEST(PumpMessages, SaysWhetherAQuitWasAmongThem) {
+TEST(PumpMessages, AQuitIsTranslatedAndDispatchedLikeEveryMessage) {
+  const FakeDesktop desktop;
+  FakeDesktop::Post(WM_QUIT);
+  FakeDesktop::Post(WM_KEYDOWN);
+  EXPECT_TRUE(PumpMessages());
+  EXPECT_THAT(FakeDesktop::Calls(), ElementsAre(kPeek, "translate 18", "dispatch 18", kPeek,
+                                                "translate 256", "dispatch 256", kPeek));
+}
+
+TEST(PumpMessages, ReturnsWhetherAQuitWasAmongThem) {
   EXPECT_FALSE(PumpMessages());
   PostThreadMessageW(GetCurrentThreadId(), WM_NULL, 0, 0);
   PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
