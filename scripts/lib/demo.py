@@ -20,20 +20,27 @@ import time
 import traceback
 import urllib.parse
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tests/e2e"))
+from harness import dialogs, formats
+from harness.constants import (
+    BUILD_DIR,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    NEXT_VERSION,
+    PARKED,
+    PROJECT,
+    SETTINGS_FILE,
+    STAGING,
+    TIMEOUT,
+    VERSION_FILE,
+)
+from harness.driver import TERMINATED, Build, Watcher
+from harness.game_folder import GameFolder, windows_path
+from harness.nginx_server import NginxServer, Request
+from harness.publishing import command_line
 
-import dialogs  # noqa: E402
-import formats  # noqa: E402
-from driver import TERMINATED, Build, Watcher  # noqa: E402
-from game_folder import STAGING, GameFolder, windows_path  # noqa: E402
-from nginx_server import NginxServer, Request  # noqa: E402
-from publishing import command_line  # noqa: E402
+BUILD = Build(BUILD_DIR)
+DEMO = PROJECT / "build/demo"
 
-BUILD = Build(ROOT / "build/release")
-DEMO = ROOT / "build/demo"
-
-TIMEOUT = 120.0  # seconds for one run; none takes a tenth of it
 
 PROGRESS_WINDOW_CLASS = "UpdaterWindow"
 GAME = "Velmorant Player.exe"
@@ -140,8 +147,8 @@ class Studio:
         game = GameFolder(root)
         write_tree(root, game_files("1.0") | OWN_FILES)
         game.put_copy("Launcher.exe", self.launcher)
-        game.put_copy("Updater/UpdaterData.vpak", self.settings)
-        game.put_copy("Updater/GameVersion.vpak", self.updates / "GameVersion.vpak")
+        game.put_copy(SETTINGS_FILE, self.settings)
+        game.put_copy(VERSION_FILE, self.updates / GAME_VERSION)
         return game
 
 
@@ -250,7 +257,7 @@ class Demo:
     def _watch(self, folder: GameFolder, answers: dict[str, str]) -> Run:
         run = Run(before=folder.tree())
         entries = len(folder.log())
-        self.tell("start", str(folder.path("Launcher.exe").relative_to(ROOT)))
+        self.tell("start", str(folder.path("Launcher.exe").relative_to(PROJECT)))
         paths = [windows_path(folder.root), windows_path(folder.path("Launcher.exe"))]
         watcher = Watcher(BUILD, ["run", *paths], {})
         try:
@@ -373,7 +380,7 @@ class Demo:
 
 # --- The runs ----------------------------------------------------------------------------------
 
-QUIET_REQUESTS = ["redirect.txt 404", "updater.manifest", "UpdaterData.vpak", "GameVersion.vpak"]
+QUIET_REQUESTS = ["redirect.txt 404", "updater.manifest", "UpdaterData.vpak", GAME_VERSION]
 OK_TO_UPDATE = {dialogs.UPDATE_AVAILABLE.caption: "OK"}
 
 
@@ -394,7 +401,7 @@ def current_game(demo: Demo, game: GameFolder) -> None:
 def new_launcher(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.scene(
         "2. A newer Launcher",
-        "The server now offers version 7 of the Launcher. The running one moves itself aside as "
+        f"The server now offers version {NEXT_VERSION} of the Launcher. The running one moves itself aside as "
         "_old.exe, puts the new one in its place and restarts; the new one deletes _old.exe and "
         "starts the game.",
     )
@@ -403,9 +410,9 @@ def new_launcher(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.check('only "Restart required." was shown', run.shown == [dialogs.RESTART_REQUIRED])
     demo.check(
         "_old.exe lay there during the restart",
-        "_old.exe" in run.during.get(dialogs.RESTART_REQUIRED.caption, ()),
+        PARKED in run.during.get(dialogs.RESTART_REQUIRED.caption, ()),
     )
-    demo.check("_old.exe is gone", "_old.exe" not in run.after)
+    demo.check("_old.exe is gone", PARKED not in run.after)
     demo.check(
         "the new Launcher is installed",
         game.read("Launcher.exe") == BUILD.next.read_bytes(),
@@ -447,7 +454,7 @@ def downloaded(run: Run, base: str) -> list[str]:
     """The game's files that were fetched: what was asked for after the manifest."""
     prefix = f"/{base}/updates/release/"
     names = [urllib.parse.unquote(request.path).removeprefix(prefix) for request in run.requests]
-    return names[names.index("game_update.manifest") + 1 :]
+    return names[names.index(GAME_MANIFEST) + 1 :]
 
 
 def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
@@ -475,7 +482,7 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check(
         "the staged files and the old version record are still there",
         game.has(f"{STAGING}/bin/{GAME}")
-        and run.after["Updater/GameVersion.vpak"] == run.before["Updater/GameVersion.vpak"],
+        and run.after[VERSION_FILE] == run.before[VERSION_FILE],
     )
     print()
     demo.say(
@@ -511,7 +518,7 @@ def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check("the staging folder is gone", not game.has(STAGING))
     demo.check(
         "the new version is recorded",
-        game.read("Updater/GameVersion.vpak") == formats.game_version(*VERSIONS["1.1"]),
+        game.read(VERSION_FILE) == formats.game_version(*VERSIONS["1.1"]),
     )
     demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
     demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
@@ -556,7 +563,7 @@ def walk(demo: Demo, server: NginxServer) -> None:
     game = strict.install(DEMO / "games/velmorant")
     studio_game = keep_dirs.install(DEMO / "games/studio")
     server.start()
-    demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {strict.url}")
+    demo.say(f"nginx serves {server.tree.relative_to(PROJECT)} at {strict.url}")
     current_game(demo, game)
     new_launcher(demo, game, strict)
     declined_update(demo, game, strict)
@@ -593,7 +600,7 @@ def main() -> int:
         server.stop()
 
     print(f"\n{'-' * 100}")
-    print(f"{demo.shots} screenshots are in {(DEMO / 'screenshots').relative_to(ROOT)}/.")
+    print(f"{demo.shots} screenshots are in {(DEMO / 'screenshots').relative_to(PROJECT)}/.")
     counts = f"{demo.runs} runs, {demo.checks - len(demo.wrong)} checks held, {len(demo.wrong)} did not"
     if failure:
         print(f"Verdict: FAILED: {failure} ({counts})")

@@ -6,14 +6,12 @@ import select
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
-from game_folder import GAME, STAGING
-from scene import INSTALLED, NEWER
+from harness import formats
+from harness.constants import CHECK, GAME, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, ok
+from harness.scene import INSTALLED, NEWER
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 NEW_VERSION = formats.game_version(*NEWER)
 OLD_VERSION = formats.game_version(*INSTALLED)
 
@@ -63,7 +61,7 @@ def test_an_update_installs_all_files_and_records_the_version(flat):
 def test_the_new_version_is_not_offered_again(flat):
     assert_updated(flat, updated(flat, {"data.pak": b"data"}))
     run = flat.run()
-    assert run.requests == flat.requests("GameVersion.vpak")
+    assert run.requests == flat.requests(GAME_VERSION)
     assert (run.dialogs, run.changes()) == ([], {})
 
 
@@ -91,7 +89,7 @@ def test_when_success_is_told_everything_is_in_place_and_the_progress_window_is_
 def test_the_servers_version_file_is_stored_byte_for_byte(flat):
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
     content = formats.game_version(*NEWER, checked=True) + b"trailing bytes"
-    flat.serve("GameVersion.vpak", content)
+    flat.serve(GAME_VERSION, content)
     run = flat.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     assert flat.folder.read(VERSION_FILE) == content
     assert run.exit_code == 0
@@ -100,7 +98,7 @@ def test_the_servers_version_file_is_stored_byte_for_byte(flat):
 def test_without_an_installed_version_what_the_second_download_gave_is_stored_unchecked(flat):
     flat.folder.remove(VERSION_FILE)
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
-    flat.serve("GameVersion.vpak", b"not even an archive")
+    flat.serve(GAME_VERSION, b"not even an archive")
     run = flat.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     assert run.requests == flat.requests(*CHECK, "data.pak")
     assert flat.folder.read(VERSION_FILE) == b"not even an archive"

@@ -11,15 +11,19 @@ import random
 
 import pytest
 
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED
-from killed import (
+from harness.constants import (
     EXECUTABLE,
-    FETCHED,
-    KILLED,
+    GAME_MANIFEST,
+    GAME_VERSION,
     PARKED,
     SETTINGS_FILE,
     VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED
+from harness.killed import (
+    FETCHED,
+    KILLED,
     GameUpdate,
     Moment,
     Operation,
@@ -207,12 +211,12 @@ def finish_game_update(made: GameUpdate, killed: dict, state: str) -> None:
     scene = made.scene
     if state == "done":
         run = scene.run()
-        assert run.requests == scene.requests("GameVersion.vpak")
+        assert run.requests == scene.requests(GAME_VERSION)
         assert whole_tree(scene.folder) == killed
     else:
         run = scene.run(made.answers, expected_exits=(0 if made.walks_on else TERMINATED,))
         assert run.requests == scene.requests(
-            "GameVersion.vpak", "game_update.manifest", *made.missing_after(killed)
+            GAME_VERSION, GAME_MANIFEST, *made.missing_after(killed)
         )
         assert whole_tree(scene.folder) == made.final_after(killed)
     if made.walks_on or state == "done":

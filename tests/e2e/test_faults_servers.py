@@ -14,18 +14,30 @@ from typing import Callable
 
 import pytest
 
-import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_FAILED, UPDATE_SUCCESSFUL
-from driver import TERMINATED, LauncherRun, cancel, ok
-from game_folder import GAME, LOG, STAGING
-from scene import NEWER, Scene, matches
-from scripted_server import Answer, redirect
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    LOG,
+    NEXT_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_FAILED, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, LauncherRun, cancel, ok
+from harness.scene import NEWER, Scene, matches
+from harness.scripted_server import Answer, redirect
 
 HTML = b"<!DOCTYPE html>\n<html><body>\nPlease log in to the network.\n</body></html>\n"
 NOISE_SIZE = 8 << 20
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS_FILE = "Updater/UpdaterData.vpak"
-PARKED = "_old.exe"
 
 
 def noise() -> bytes:
@@ -163,13 +175,13 @@ def archive_error(bytes_: bytes) -> str | None:
 
 def spoilt_redirect(case: Case) -> str:
     scene = case.scene
-    scene.server.serve("redirect.txt", scene.server.url.encode())
+    scene.server.serve(REDIRECT, scene.server.url.encode())
     if case.refused:
         # There is nothing before it: nothing answers at all.
         scene.server.refuse()
         case.delivery = Delivery(errors=(PLATFORM,))
     else:
-        case.spoil("redirect.txt", "")
+        case.spoil(REDIRECT, "")
     before = whole(scene)
     run = scene.run()
     assert (run.dialogs, run.exit_code) == ([], 0)
@@ -191,7 +203,7 @@ def spoilt_redirect(case: Case) -> str:
 
 def spoilt_updater_manifest(case: Case) -> str:
     scene = case.scene
-    case.spoil(scene.updates + "updater/updater.manifest", "redirect.txt")
+    case.spoil(scene.updates + UPDATER_MANIFEST, REDIRECT)
     run = scene.run()
     assert (run.dialogs, run.exit_code) == ([], 0)
     run.assert_game_started()
@@ -206,7 +218,7 @@ def spoilt_updater_manifest(case: Case) -> str:
         )
         assert set(run.changes()) == {"Logs", LOG}
         return "a log entry; the game starts"
-    if body == formats.updater_manifest(6):
+    if body == formats.updater_manifest(OWN_VERSION):
         assert run.changes() == {}
         return "used as it is"
     lines = [line for line in body.replace(b"\r", b"").split(b"\n") if line]
@@ -219,7 +231,8 @@ def spoilt_updater_manifest(case: Case) -> str:
         message = None
     else:
         message = (
-            "Trying to downgrade updater to version '0' (from '6'). Downgrade is not supported"
+            f"Trying to downgrade updater to version '0' (from '{OWN_VERSION}'). "
+            "Downgrade is not supported"
         )
     if message:
         case.assert_log(run, scene.self_update_entry(message))
@@ -235,7 +248,7 @@ def spoilt_updater_manifest(case: Case) -> str:
 def spoilt_settings(case: Case) -> str:
     scene = case.scene
     case.spoil(
-        scene.updates + "updater/UpdaterData.vpak", scene.updates + "updater/updater.manifest"
+        scene.updates + UPDATER_DATA, scene.updates + UPDATER_MANIFEST
     )
     body = case.delivery.body
     if body is None or body == scene.settings:
@@ -267,9 +280,9 @@ def spoilt_settings(case: Case) -> str:
 def spoilt_launcher(case: Case) -> str:
     scene = case.scene
     good = scene.build.next.read_bytes()
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", good)
-    case.spoil(scene.updates + "updater/Launcher.exe", scene.updates + "updater/updater.manifest")
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, good)
+    case.spoil(scene.updates + UPDATER_EXECUTABLE, scene.updates + UPDATER_MANIFEST)
     body = case.delivery.body
     if body is None:
         run = scene.run()
@@ -310,7 +323,7 @@ def spoilt_version(case: Case) -> str:
     """The version file that is compared with the installed one."""
     scene = case.scene
     good = scene.offer_game_version(*NEWER)
-    case.spoil(scene.updates + "GameVersion.vpak", scene.updates + "updater/UpdaterData.vpak")
+    case.spoil(scene.updates + GAME_VERSION, scene.updates + UPDATER_DATA)
     body = case.delivery.body
     run = scene.run([cancel(UPDATE_AVAILABLE)] if body == good else [])
     assert run.exit_code == 0
@@ -392,7 +405,7 @@ def spoilt_second_version(case: Case) -> str:
     scene = case.scene
     changes = offer_update(case)
     scene.folder.remove(VERSION_FILE)
-    case.spoil(scene.updates + "GameVersion.vpak", scene.updates + "updater/UpdaterData.vpak")
+    case.spoil(scene.updates + GAME_VERSION, scene.updates + UPDATER_DATA)
     body = case.delivery.body
     if body is None:
         return failed_before_download(
@@ -411,7 +424,7 @@ def spoilt_game_manifest(case: Case) -> str:
     scene = case.scene
     changes = offer_update(case)
     good = scene.server.answers[f"/{scene.updates}game_update.manifest"].body
-    case.spoil(scene.updates + "game_update.manifest", scene.updates + "GameVersion.vpak")
+    case.spoil(scene.updates + GAME_MANIFEST, scene.updates + GAME_VERSION)
     body = case.delivery.body
     if body is None:
         return failed_before_download(
@@ -459,13 +472,13 @@ def spoilt_game_file(case: Case) -> str:
 
 
 ROWS = {
-    "redirect.txt": spoilt_redirect,
+    REDIRECT: spoilt_redirect,
     "updater.manifest": spoilt_updater_manifest,
     "UpdaterData.vpak": spoilt_settings,
     "Launcher.exe": spoilt_launcher,
     "GameVersion.vpak, first": spoilt_version,
     "GameVersion.vpak, second": spoilt_second_version,
-    "game_update.manifest": spoilt_game_manifest,
+    GAME_MANIFEST: spoilt_game_manifest,
     "a game file": spoilt_game_file,
 }
 

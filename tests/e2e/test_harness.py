@@ -7,12 +7,12 @@ import urllib.request
 
 import pytest
 
-import driver
-from dialogs import Dialog
-from driver import ENDED_BY_TEST, EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
-from formats import Archive
-from game_folder import GAME
-from scripted_server import Answer, ClosedPort, ScriptedServer
+from harness import driver
+from harness.constants import GAME
+from harness.dialogs import Dialog
+from harness.driver import ENDED_BY_TEST, EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
+from harness.formats import Archive
+from harness.scripted_server import Answer, ClosedPort, ScriptedServer
 
 
 def probe(build, temp_dir: pathlib.Path, *arguments: str, answers: list[Press] | None = None) -> Run:

@@ -2,14 +2,12 @@
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
-from game_folder import GAME, STAGING
-from scene import INSTALLED, NEWER
+from harness import formats
+from harness.constants import CHECK, GAME, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, ok
+from harness.scene import INSTALLED, NEWER
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 
 
 @pytest.fixture
@@ -77,7 +75,7 @@ def test_the_next_run_finds_the_game_current(studio):
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
     studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     run = studio.run()
-    assert run.requests == studio.requests("GameVersion.vpak")
+    assert run.requests == studio.requests(GAME_VERSION)
     assert run.changes() == {}
     run.assert_game_started()
 
@@ -148,6 +146,6 @@ def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
 
 def test_without_an_update_it_is_the_same_launcher(studio):
     run = studio.run()
-    assert run.requests == studio.requests("GameVersion.vpak")
+    assert run.requests == studio.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_started()

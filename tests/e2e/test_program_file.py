@@ -8,7 +8,8 @@ import subprocess
 
 import pytest
 
-from driver import PROJECT, Build
+from harness.constants import OWN_VERSION, PROJECT
+from harness.driver import Build
 
 OBJDUMP = "x86_64-w64-mingw32-objdump"
 
@@ -74,8 +75,8 @@ def test_it_holds_the_words_for_a_failed_application_that_no_run_comes_to(build:
     assert text.encode("utf-16-le") + b"\0\0" in build.launcher.read_bytes()
 
 
-def test_its_version_resource_says_6(build: Build):
-    assert fixed_file_version(build.launcher) == (6, 0, 0, 0)
+def test_its_version_resource_is_its_version(build: Build):
+    assert fixed_file_version(build.launcher) == (OWN_VERSION, 0, 0, 0)
 
 
 def test_its_manifest_asks_for_nothing_that_changes_its_behaviour(build: Build):

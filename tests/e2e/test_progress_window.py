@@ -4,9 +4,9 @@ import time
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import ENDED_BY_TEST, ok
+from harness import formats
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import ENDED_BY_TEST, ok
 
 FILES = {f"file{number}": f"content {number}".encode() for number in range(1, 6)}
 

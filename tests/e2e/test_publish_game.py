@@ -13,13 +13,28 @@ import urllib.parse
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import Watcher, ok, run_launcher
-from game_folder import GAME, STAGING, GameFolder, windows_path
-from nginx_server import TIMEOUT, NginxServer
-from published import expected_channel, make_build, parents, tree_of
-from publishing import Published, command_line, publish
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    TIMEOUT,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import Watcher, ok, run_launcher
+from harness.game_folder import GameFolder, windows_path
+from harness.nginx_server import NginxServer
+from harness.published import expected_channel, make_build, parents, tree_of
+from harness.publishing import Published, command_line, publish
 
 FILES = {
     "readme.txt": b"read me",
@@ -120,17 +135,17 @@ def test_other_channels_and_the_launchers_update_stay(publish_game, server):
     kept = {
         "beta/GameVersion.vpak": b"beta",
         "release/updater/Launcher.exe": b"launcher",
-        "release/updater/updater.manifest": formats.updater_manifest(6),
+        "release/updater/updater.manifest": formats.updater_manifest(OWN_VERSION),
     }
     make_build(updates, kept)
     for version in ("1.0.0.0", "1.0.0.1"):
         assert publish_game(FILES, version).code == 0
         assert sorted(os.listdir(updates)) == ["beta", "release"]
         expected = {**expected_channel(FILES, version), "updater": None}
-        for name in ("updater/Launcher.exe", "updater/updater.manifest"):
+        for name in (UPDATER_EXECUTABLE, UPDATER_MANIFEST):
             expected[name] = kept["release/" + name]
         assert tree_of(updates / "release") == expected
-        assert tree_of(updates / "beta") == {"GameVersion.vpak": b"beta"}
+        assert tree_of(updates / "beta") == {GAME_VERSION: b"beta"}
 
 
 def test_in_words_it_says_what_was_done(build, temp_dir, server):
@@ -197,12 +212,12 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp
         "bin/nul.txt": b"x",
         "bin/" + "n" * 200 + "/" + "m" * 31: b"x",
         "bin/half.publishing": b"x",
-        "game_update.manifest": b"x",
+        GAME_MANIFEST: b"x",
         "GAMEVERSION.vpak": b"x",
-        "Updater/UpdaterData.vpak": b"x",
+        SETTINGS_FILE: b"x",
         "intermediate/update/x": b"x",
         "launcher.exe": b"x",
-        "_old.exe": b"x",
+        PARKED: b"x",
     }
     source = make_build(temp_dir / "build", files)
     with (source / "bin/large.dat").open("wb") as large:
@@ -459,14 +474,14 @@ class Interrupted:
 
 
 def version_of(channel: pathlib.Path) -> str:
-    content = (channel / "GameVersion.vpak").read_bytes()
+    content = (channel / GAME_VERSION).read_bytes()
     for version in ("1.0.0.0", "1.0.0.1"):
-        if content == expected_channel({}, version)["GameVersion.vpak"]:
+        if content == expected_channel({}, version)[GAME_VERSION]:
             return version
     raise AssertionError(f"no version file: {content!r}")
 
 
-UPDATER = {"updater": None, "updater/Launcher.exe": b"launcher"}
+UPDATER = {"updater": None, UPDATER_EXECUTABLE: b"launcher"}
 OLD_CHANNEL = {**expected_channel(OLD, "1.0.0.0"), **UPDATER}
 NEW_CHANNEL = {**expected_channel(NEW, "1.0.0.1"), **UPDATER}
 
@@ -584,7 +599,7 @@ def test_another_run_waits_for_the_second_process(interrupted, held_swaps):
             break
     assert os.listdir(interrupted.updates) == ["release"]
     served = tree_of(interrupted.updates / "release")
-    assert served == {**NEW_CHANNEL, "GameVersion.vpak": expected_channel({}, "1.0.0.2")["GameVersion.vpak"]}
+    assert served == {**NEW_CHANNEL, GAME_VERSION: expected_channel({}, "1.0.0.2")[GAME_VERSION]}
 
 
 def test_without_the_second_process_the_old_version_stays_and_that_is_told(interrupted, held_swaps):
@@ -657,7 +672,7 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
             time.sleep(0.001)
         process.send_signal(signal.SIGSTOP)
         # The version file is the last but what is linked: before it nothing was compared again.
-        in_time = following.exists() and not (following / "GameVersion.vpak").exists()
+        in_time = following.exists() and not (following / GAME_VERSION).exists()
         if in_time:
             changed.write_bytes(NEW["z.txt"][::-1])
         process.send_signal(signal.SIGCONT)
@@ -775,7 +790,7 @@ class Player:
         self.settings_file.write_bytes(self.settings)
         self.folder = GameFolder(temp_dir / "game")
         self.folder.put_copy("Launcher.exe", launcher)
-        self.folder.put("Updater/UpdaterData.vpak", self.settings)
+        self.folder.put(SETTINGS_FILE, self.settings)
         done = publish(
             build, "launcher", "--exe", launcher, "--settings", self.settings_file,
             "--channel", "release", "--server", server, program=program,
@@ -791,7 +806,7 @@ class Player:
     def install(self, files: dict[str, bytes], version: str) -> None:
         for name, content in files.items():
             self.folder.put(name, content)
-        self.folder.put("Updater/GameVersion.vpak", expected_channel(files, version)["GameVersion.vpak"])
+        self.folder.put(VERSION_FILE, expected_channel(files, version)[GAME_VERSION])
 
     def update(self, files: dict[str, bytes], version: str, left: set[str] = frozenset()) -> list[str]:
         """One run of the Launcher, which has to make the installation equal to the build, but for
@@ -802,9 +817,9 @@ class Player:
         assert (run.exit_code, run.log) == (0, [])
         assert not self.folder.has(STAGING)
         expected = expected_channel(files, version)
-        del expected["game_update.manifest"]
-        expected["Updater/GameVersion.vpak"] = expected.pop("GameVersion.vpak")
-        expected["Updater/UpdaterData.vpak"] = self.settings
+        del expected[GAME_MANIFEST]
+        expected[VERSION_FILE] = expected.pop(GAME_VERSION)
+        expected[SETTINGS_FILE] = self.settings
         expected["Launcher.exe"] = self.folder.read("Launcher.exe")
         expected.update(dict.fromkeys(["Updater", "Intermediate", *left]))
         assert tree_of(self.folder.root) == expected
@@ -812,11 +827,11 @@ class Player:
         requests = self.nginx.new_requests()
         head = "/updates/release/"
         assert [(r.path, r.status) for r in requests[:5]] == [
-            ("/redirect.txt", 404),
-            (head + "updater/updater.manifest", 200),
-            (head + "updater/UpdaterData.vpak", 200),
-            (head + "GameVersion.vpak", 200),
-            (head + "game_update.manifest", 200),
+            ("/" + REDIRECT, 404),
+            (head + UPDATER_MANIFEST, 200),
+            (head + UPDATER_DATA, 200),
+            (head + GAME_VERSION, 200),
+            (head + GAME_MANIFEST, 200),
         ]
         assert {r.status for r in requests[5:]} <= {200}
         return [urllib.parse.unquote(r.path[len(head) :]) for r in requests[5:]]

@@ -4,9 +4,9 @@ import struct
 
 import pytest
 
-import formats
-from game_folder import windows_path
-from publishing import publish
+from harness import formats
+from harness.game_folder import windows_path
+from harness.publishing import publish
 
 URL = "https://updates.example/"
 DIGEST = "0123456789abcdef0123456789abcdef"

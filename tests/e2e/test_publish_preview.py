@@ -11,17 +11,30 @@ import urllib.parse
 
 import pytest
 
-import dialogs
-import formats
-from driver import TERMINATED, Press
-from game_folder import GAME, LOG, STAGING, parse_log
-from publishing import Published, publish
-from scene import INSTALLED, NEWER
-from scripted_server import Answer, redirect
+from harness import dialogs, formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    LOG,
+    NEXT_VERSION,
+    OLDER_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.driver import TERMINATED, Press
+from harness.game_folder import parse_log
+from harness.publishing import Published, publish
+from harness.scene import INSTALLED, NEWER
+from harness.scripted_server import Answer, redirect
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS = "Updater/UpdaterData.vpak"
-PARKED = "_old.exe"
 NO_PROGRAM = b"this is no program, so that nothing follows the restart"
 READ_ONLY = 0o444
 
@@ -60,7 +73,7 @@ class Oracle:
         folder.mkdir(exist_ok=True)
         for path, answer in self.scene.server.answers.items():
             plain = Answer(answer.body) == answer
-            if path == "/redirect.txt" and plain or "\\" in path or not plain and answer.status != 404:
+            if path == "/" + REDIRECT and plain or "\\" in path or not plain and answer.status != 404:
                 return None
             if plain:
                 file = folder / urllib.parse.unquote(path[1:])
@@ -114,7 +127,7 @@ class Oracle:
         happened = [urllib.parse.unquote(path) for path in run.requests]
         assert requests == (happened[: len(requests)] if restarts else happened)
         updates = urllib.parse.unquote(told["updatesUrl"].removeprefix(self.url.rstrip("/")))
-        manifest = updates + "game_update.manifest"
+        manifest = updates + GAME_MANIFEST
         payloads = happened[happened.index(manifest) + 1 :] if manifest in happened else []
         downloaded = [updates + file["name"] for file in game["downloaded"]]
         assert downloaded == payloads[: len(downloaded)]
@@ -545,13 +558,13 @@ def test_an_installed_version_that_is_missing_or_broken(keep_dirs, version):
 
 @pytest.mark.parametrize("content", [b"", b"nonsense", formats.game_version(*NEWER, header="Other")])
 def test_a_version_of_the_server_that_is_broken(scene, content):
-    scene.serve("GameVersion.vpak", content)
+    scene.serve(GAME_VERSION, content)
     assert Oracle(scene).check()["gameStarted"]
 
 
 def test_a_server_without_a_version_for_an_installation_without_one(scene):
     scene.folder.remove(VERSION_FILE)
-    scene.serve("GameVersion.vpak", Answer(b"", status=404))
+    scene.serve(GAME_VERSION, Answer(b"", status=404))
     told = Oracle(scene).check()
     assert told["dialogs"] == ["Update available", "Update failed."]
 
@@ -567,7 +580,7 @@ def test_a_server_without_a_version_for_an_installation_without_one(scene):
 )
 def test_a_refused_manifest(scene, manifest):
     offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
-    scene.serve("game_update.manifest", manifest)
+    scene.serve(GAME_MANIFEST, manifest)
     told = Oracle(scene).check()
     assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
 
@@ -586,16 +599,16 @@ def test_a_refused_manifest(scene, manifest):
     ],
 )
 def test_refused_settings(scene, settings):
-    scene.folder.remove(SETTINGS)
+    scene.folder.remove(SETTINGS_FILE)
     if settings is not None:
-        scene.folder.put(SETTINGS, settings)
+        scene.folder.put(SETTINGS_FILE, settings)
     scene.folder.put(PARKED, b"stale, and left alone")
     told = Oracle(scene).check()
     assert (told["requests"], len(told["log"]), told["gameStarted"]) == ([], 1, True)
 
 
 def test_a_redirection_is_followed(scene):
-    scene.server.serve("redirect.txt", f"{scene.server.url}other/".encode())
+    scene.server.serve(REDIRECT, f"{scene.server.url}other/".encode())
     told = Oracle(scene).check()
     assert told["updatesUrl"] == f"{scene.server.url}other/updates/release/"
     assert len(told["log"]) == 2
@@ -604,8 +617,8 @@ def test_a_redirection_is_followed(scene):
 def test_a_folder_with_a_redirection_is_warned_of(scene):
     oracle = Oracle(scene)
     folder = oracle.served_folder()
-    (folder / "redirect.txt").write_text("https://elsewhere.example.com/")
-    assert any("redirect.txt" in warning for warning in oracle.preview("--server", folder).warnings)
+    (folder / REDIRECT).write_text("https://elsewhere.example.com/")
+    assert any(REDIRECT in warning for warning in oracle.preview("--server", folder).warnings)
 
 
 def test_another_channel(scene):
@@ -621,15 +634,15 @@ def test_a_stale_executable(scene, name):
 
 
 def test_a_launcher_of_the_server_that_is_older_is_logged_and_the_game_is_updated(keep_dirs):
-    keep_dirs.scene.offer_launcher(5)
+    keep_dirs.scene.offer_launcher(OLDER_VERSION)
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
     told = keep_dirs.check()
     assert (told["launcher"]["outcome"], told["game"]["outcome"]) == ("failed", "done")
-    assert told["launcher"]["ownVersion"] == 6
+    assert told["launcher"]["ownVersion"] == OWN_VERSION
 
 
 def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(keep_dirs):
-    keep_dirs.scene.offer_launcher(5)
+    keep_dirs.scene.offer_launcher(OLDER_VERSION)
     keep_dirs.scene.folder.put("Logs", b"a file in the place of the folder")
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
     told = keep_dirs.foretell()
@@ -639,7 +652,7 @@ def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(keep_dirs):
     assert (run.exit_code, told["game"]["outcome"]) == (0, "done")
 
 
-@pytest.mark.parametrize("name", ["updater/updater.manifest", "updater/UpdaterData.vpak"])
+@pytest.mark.parametrize("name", [UPDATER_MANIFEST, UPDATER_DATA])
 def test_a_server_without_a_launcher(scene, name):
     scene.serve(name, Answer(b"", status=404))
     told = Oracle(scene).check()
@@ -647,8 +660,8 @@ def test_a_server_without_a_launcher(scene, name):
 
 
 def test_a_newer_launcher_ends_the_run_with_a_restart(scene):
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, NO_PROGRAM)
     offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
     told = Oracle(scene).check(expected_exits=(0,))
     assert told["dialogs"] == ["Restart required."]
@@ -662,13 +675,13 @@ def test_a_newer_launcher_ends_the_run_with_a_restart(scene):
 def test_the_newer_launcher_is_foretold_by_its_own_tool(scene):
     oracle = Oracle(scene)
     oracle.use(scene.build.next, scene.build.publish_next)
-    scene.offer_launcher(7)
+    scene.offer_launcher(NEXT_VERSION)
     told = oracle.check()
-    assert (told["launcher"]["outcome"], told["launcher"]["ownVersion"]) == ("current", 7)
+    assert (told["launcher"]["outcome"], told["launcher"]["ownVersion"]) == ("current", NEXT_VERSION)
 
 
 def test_a_newer_launcher_that_cannot_be_had(scene):
-    scene.offer_launcher(7)
+    scene.offer_launcher(NEXT_VERSION)
     told = Oracle(scene).check()
     assert told["launcher"]["outcome"] == "failed"
     assert "404" in told["log"][0]
@@ -676,8 +689,8 @@ def test_a_newer_launcher_that_cannot_be_had(scene):
 
 def test_a_newer_launcher_that_cannot_take_its_place(scene):
     """A full folder where the previous executable is to be put."""
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, NO_PROGRAM)
     scene.folder.put(PARKED + "/file", b"in the way")
     told = Oracle(scene).check()
     assert told["dialogs"] == ["Error while loading new version of updater"]
@@ -685,10 +698,10 @@ def test_a_newer_launcher_that_cannot_take_its_place(scene):
 
 
 def test_other_settings_of_the_server_end_the_run_with_a_restart(scene):
-    scene.serve("updater/UpdaterData.vpak", b"nonsense")
+    scene.serve(UPDATER_DATA, b"nonsense")
     told = Oracle(scene).check()
     assert told["launcher"]["outcome"] == "settings replaced"
-    assert scene.folder.read(SETTINGS) == b"nonsense"
+    assert scene.folder.read(SETTINGS_FILE) == b"nonsense"
 
 
 def test_a_launcher_without_a_version_resource_is_taken_for_the_tools_own(scene):
@@ -696,7 +709,7 @@ def test_a_launcher_without_a_version_resource_is_taken_for_the_tools_own(scene)
     scene.folder.put("Launcher.exe", NO_PROGRAM)
     done = oracle.preview("--url", scene.server.url)
     assert any("version resource" in warning for warning in done.warnings)
-    assert done.report["launcher"]["ownVersion"] == 6
+    assert done.report["launcher"]["ownVersion"] == OWN_VERSION
 
 
 def test_a_missing_game_is_not_started(scene):
@@ -731,7 +744,7 @@ def test_names_that_no_build_may_have_are_warned_of(keep_dirs):
 
 def test_another_url_than_the_installed_one_is_warned_of(scene):
     oracle = Oracle(scene)
-    scene.folder.put(SETTINGS, formats.updater_data("http://old.example.com/"))
+    scene.folder.put(SETTINGS_FILE, formats.updater_data("http://old.example.com/"))
     done = oracle.preview("--url", scene.server.url)
     assert any("old.example.com" in warning for warning in done.warnings)
 
@@ -809,9 +822,9 @@ class Generator:
             if name.lower() not in {n.lower() for n in listed} or self.chance(10):
                 listed[name] = self.random.randbytes(self.random.randrange(1, 40))
         for name, content in listed.items():
-            for temp_dir in (name, f"{STAGING}/{name}"):
+            for path in (name, f"{STAGING}/{name}"):
                 kind = self.random.randrange(5)
-                here = self.other_case(temp_dir) if self.chance(10) and STAGING not in place else temp_dir
+                here = self.other_case(path) if self.chance(10) and STAGING not in path else path
                 if kind == 0:
                     self.put(here, content)
                 elif kind == 1:
@@ -847,7 +860,7 @@ class Generator:
             if self.chance(2):
                 self.scene.serve(name.replace(" ", "%20"), Answer(b"", status=404))
                 self.scene.serve(name, Answer(b"", status=404))
-        self.scene.offer_launcher(5 if self.chance(10) else 6)
+        self.scene.offer_launcher(OLDER_VERSION if self.chance(10) else OWN_VERSION)
         if self.chance(10):
             self.scene.folder.remove(VERSION_FILE)
 

@@ -6,15 +6,13 @@ abnormally, on purpose, with everything staged and copied. What is tested are th
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
-from driver import TERMINATED, cancel, ok
-from game_folder import STAGING
-from scene import INSTALLED
-from scripted_server import Answer
+from harness import formats
+from harness.constants import CHECK, GAME_MANIFEST, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
+from harness.driver import TERMINATED, cancel, ok
+from harness.scene import INSTALLED
+from harness.scripted_server import Answer
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 
 FILES = {
     "data/one": b"content of one",
@@ -201,7 +199,7 @@ def test_windows_line_breaks_and_empty_lines_change_nothing(scene):
     scene.offer_game(FILES)
     lines = [formats.file_line(name, content) for name, content in FILES.items()]
     text = formats.game_manifest(["data"], lines).replace(b"\n", b"\r\n\r\n")
-    scene.serve("game_update.manifest", b"\r\n" + text)
+    scene.serve(GAME_MANIFEST, b"\r\n" + text)
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK, *FILES)
     assert scene.folder.read("data/five") == FILES["data/five"]
@@ -390,7 +388,7 @@ def test_an_installed_file_of_another_size_is_not_read(scene):
 def test_without_an_installed_version_the_update_goes_on_with_a_version_file_nobody_checks(scene):
     scene.folder.remove(VERSION_FILE)
     scene.offer_game({"data/one": b"1"})
-    scene.serve("GameVersion.vpak", b"not even an archive")
+    scene.serve(GAME_VERSION, b"not even an archive")
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK, "data/one")
     assert scene.folder.read("data/one") == b"1"

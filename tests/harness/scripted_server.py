@@ -9,6 +9,8 @@ import socket
 import struct
 import threading
 
+from harness.constants import TIMEOUT
+
 
 class Gate:
     """Holds an answer back until the test has seen what it wants to see meanwhile."""
@@ -27,7 +29,7 @@ class Gate:
 
     def hold(self) -> None:
         self._reached.set()
-        self._opened.wait(120)
+        self._opened.wait(TIMEOUT)
 
 
 @dataclasses.dataclass
@@ -110,7 +112,7 @@ class ScriptedServer:
         if self._port_keeper:
             self._port_keeper.close()
         for thread in self._connections:
-            thread.join(30)
+            thread.join(TIMEOUT)
         assert not self._failures, f"the server failed: {self._failures!r}"
 
     def _accept(self) -> None:
@@ -130,7 +132,7 @@ class ScriptedServer:
             self._accepting = False
             # The accepting thread does not notice that its socket is closed: this wakes it.
             self._socket.shutdown(socket.SHUT_RDWR)
-            self._thread.join(30)
+            self._thread.join(TIMEOUT)
             self._socket.close()
 
     def refuse(self) -> None:
@@ -141,7 +143,7 @@ class ScriptedServer:
         self._port_keeper.bind(("127.0.0.1", self.port))
 
     def _serve_one(self, connection: socket.socket) -> None:
-        connection.settimeout(120)
+        connection.settimeout(TIMEOUT)
         try:
             with connection:
                 self._answer(connection)

@@ -7,8 +7,8 @@ import pathlib
 import subprocess
 import warnings
 
-from driver import WINE, Build
-from game_folder import windows_path
+from harness.driver import WINE, Build
+from harness.game_folder import windows_path
 
 
 @dataclasses.dataclass

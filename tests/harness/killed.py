@@ -10,17 +10,22 @@ import shutil
 import time
 from typing import Callable
 
-import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
-from driver import ENDED_BY_TEST, LauncherRun, Press, ok
-from game_folder import GAME, GameFolder, windows_path
-from scene import INSTALLED, NEWER, Scene
+from harness import formats
+from harness.constants import (
+    EXECUTABLE,
+    GAME,
+    NEXT_VERSION,
+    PARKED,
+    SETTINGS_FILE,
+    UPDATER_DATA,
+    VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
+from harness.driver import ENDED_BY_TEST, LauncherRun, Press, ok
+from harness.game_folder import GameFolder, windows_path
+from harness.scene import INSTALLED, NEWER, Scene
 
 KILLED = 9
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS_FILE = "Updater/UpdaterData.vpak"
-EXECUTABLE = "Launcher.exe"
-PARKED = "_old.exe"
 
 Tree = dict[str, bytes | None]
 
@@ -349,7 +354,7 @@ class SelfUpdate:
         # No multiple of a buffer of the C runtime: its end is written on closing.
         self.new = scene.build.next.read_bytes()
         self.new += b"the end" if len(self.new) % 4096 == 0 else b""
-        scene.offer_launcher(7)
+        scene.offer_launcher(NEXT_VERSION)
         scene.serve(f"updater/{EXECUTABLE}", self.new)
         self.before = whole_tree(scene.folder)
         self.final = self.before | {EXECUTABLE: self.new}
@@ -382,7 +387,7 @@ class SettingsUpdate:
             scene.folder.put(name, content)
         self.old = scene.settings
         self.new = formats.updater_data(scene.server.url, "release", checked=True)
-        scene.serve("updater/UpdaterData.vpak", self.new)
+        scene.serve(UPDATER_DATA, self.new)
         self.before = whole_tree(scene.folder)
         self.final = self.before | {SETTINGS_FILE: self.new}
 

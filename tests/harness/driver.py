@@ -14,15 +14,13 @@ import time
 import warnings
 from typing import Callable
 
-from dialogs import Dialog
-from game_folder import GAME, GameFolder, windows_path
-from scripted_server import Gate, ScriptedServer
+from harness.constants import GAME, PROJECT, TIMEOUT
+from harness.dialogs import Dialog
+from harness.game_folder import GameFolder, windows_path
+from harness.scripted_server import Gate, ScriptedServer
 
-PROJECT = pathlib.Path(__file__).resolve().parents[2]
 WINE = PROJECT / "scripts" / "wine"
 
-# Far more than any run takes: only a run that hangs meets it.
-TIMEOUT = 120.0
 
 TERMINATED = 3
 EXIT_MINUS_ONE = 0xFFFFFFFF
@@ -96,11 +94,11 @@ class Watcher:
         except BrokenPipeError:
             pass
         try:
-            self._process.wait(30)
+            self._process.wait(TIMEOUT)
         except subprocess.TimeoutExpired:
             self._process.kill()
             self._process.wait()
-        self._reader.join(30)
+        self._reader.join(TIMEOUT)
         self._process.stdout.close()
 
     def errors(self) -> str:

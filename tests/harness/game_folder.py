@@ -6,9 +6,8 @@ import pathlib
 import re
 import shutil
 
-GAME = "bin/Velmorant Player.exe"
-LOG = "Logs/updater.log"
-STAGING = "Intermediate/Update"
+from harness.constants import LOG
+
 HIDDEN_ATTRIBUTE = 0x2
 SYSTEM_ATTRIBUTE = 0x4
 
