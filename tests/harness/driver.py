@@ -25,6 +25,7 @@ WINE = PROJECT / "scripts" / "wine"
 TERMINATED = 3
 EXIT_MINUS_ONE = 0xFFFFFFFF
 ENDED_BY_TEST = 0xDEAD
+WS_EX_TOPMOST = 0x8
 
 # How often in a session Wine may fail to get the Launcher started.
 FAILED_STARTS_ALLOWED = 2
@@ -109,10 +110,10 @@ class Watcher:
 
 @dataclasses.dataclass
 class Press:
-    """The answer to an expected dialog: given once the condition "when" holds, if there is one.
-    "meanwhile" is called while the dialog is up."""
+    """The answer to an expected dialog: a button's label, or the result to end the dialog with. It
+    is given once the condition "when" holds, if there is one. "meanwhile" is called before it."""
 
-    button: str
+    button: str | int
     dialog: Dialog
     meanwhile: Callable[[], None] | None = None
     when: Callable[["Run"], bool] | None = None
@@ -124,6 +125,11 @@ def ok(dialog: Dialog, **options) -> Press:
 
 def cancel(dialog: Dialog, **options) -> Press:
     return Press("Cancel", dialog, **options)
+
+
+# Results of a message box that are neither OK's nor Cancel's: 0 stands for a box that could not be
+# shown, the others for the buttons that none of the Launcher's boxes has.
+OTHER_RESULTS = (0, 6, 7, -1)
 
 
 @dataclasses.dataclass
@@ -155,7 +161,7 @@ class Run:
         self.started = False
         self.completed = False
         self.ended = False
-        self.grabbed: set[int] = set()
+        self.blocked: set[int] = set()
         self._open_windows: set[int] = set()
         self._open_dialogs: dict[int, int] = {}  # window to process
         self._pending: tuple[Press, dict] | None = None
@@ -174,6 +180,11 @@ class Run:
         while not condition(self):
             assert not self.ended, f"the run ended before: {what}; {self.describe()}"
             self._take_event(what, pause=0.02)
+
+    def take_reports(self) -> None:
+        """Takes what has been reported so far."""
+        while not self._watcher.events.empty():
+            self._take_event("a report")
 
     def wait_for(self, gate: Gate) -> None:
         """Goes on until the program waits for the answer that the gate holds back."""
@@ -202,14 +213,13 @@ class Run:
         """Asks a window to close, as its keyboard shortcut does."""
         self._watcher.order(f"close {window['window']}")
 
-    def grab_window(self, window: dict) -> None:
-        """Takes hold of a window as if to move it, which keeps its thread busy until it is dropped;
-        returns when that is so."""
-        self._watcher.order(f"grab {window['window']}")
-        self.wait_until(lambda r: window["window"] in r.grabbed, "the hold on the window")
+    def block_window(self, window: dict) -> None:
+        """Keeps the window's thread busy until it is released. Returns when the thread is blocked."""
+        self._watcher.order(f"block {window['window']}")
+        self.wait_until(lambda r: window["window"] in r.blocked, "the blocked window")
 
-    def drop_window(self, window: dict) -> None:
-        self._watcher.order(f"drop {window['window']}")
+    def release_window(self, window: dict) -> None:
+        self._watcher.order(f"release {window['window']}")
 
     def close(self) -> None:
         self._watcher.close()
@@ -250,8 +260,8 @@ class Run:
             if process == event["process"]:
                 del self._open_dialogs[window]
 
-    def _on_grabbed(self, event: dict) -> None:
-        self.grabbed.add(event["window"])
+    def _on_blocked(self, event: dict) -> None:
+        self.blocked.add(event["window"])
 
     def _on_gone(self, event: dict) -> None:
         self._open_windows.discard(event["window"])
@@ -275,6 +285,8 @@ class Run:
             event["text"],
             tuple(button["label"] for button in event["buttons"]),
             event["icon"],
+            event["default"],
+            event["extendedStyle"] & WS_EX_TOPMOST != 0,
         )
         self.dialogs.append(shown)
         self._open_dialogs[event["window"]] = event["process"]
@@ -287,6 +299,9 @@ class Run:
     def _press(self, expected: Press, event: dict) -> None:
         if expected.meanwhile:
             expected.meanwhile()
+        if isinstance(expected.button, int):
+            self._watcher.order(f"answer {event['window']} {expected.button}")
+            return
         for button in event["buttons"]:
             if button["label"] == expected.button:
                 self._watcher.order(f"press {event['window']} {button['id']}")

@@ -23,7 +23,7 @@ from harness.constants import (
 from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
 from harness.driver import ENDED_BY_TEST, LauncherRun, Press, ok
 from harness.game_folder import GameFolder, windows_path
-from harness.scene import INSTALLED, NEWER, Scene
+from harness.scene import INSTALLED, NEWER, NOTE, Scene
 
 KILLED = 9
 
@@ -113,7 +113,8 @@ def run_recorded(
         run.finish()
     finally:
         run.close()
-    return run, record.read_text("utf-8").splitlines()
+    lines = record.read_text("utf-8").splitlines()
+    return run, [line for line in lines if not line.startswith(NOTE)]
 
 
 @dataclasses.dataclass(frozen=True)

@@ -25,6 +25,9 @@ from harness.scripted_server import Answer, ScriptedServer
 INSTALLED = (0, 0, 0, 1)
 NEWER = (0, 0, 0, 2)
 
+# How a Launcher that records its operations marks what is none.
+NOTE = "note "
+
 # A text of the platform for a transport error: words, or the code in decimal where it has none.
 PLATFORM_TEXT = r"(?:-?\d+|[A-Z][^']*)"
 
@@ -105,6 +108,15 @@ class Scene:
     def run(self, answers: list[Press] | None = None, **options) -> LauncherRun:
         options.setdefault("launcher", self.launcher)
         return run_launcher(self.build, self.folder, self.server, answers=answers, **options)
+
+    def run_noted(self, answers: list[Press] | None = None, **options) -> tuple[LauncherRun, list[str]]:
+        """A run of a Launcher that notes its message boxes and its exit, and these notes."""
+        record = self.temp_dir / "operations.txt"
+        self.install_launcher(self.build.faults)
+        environment = {"LAUNCHER_FAULT_RECORD": windows_path(record)}
+        run = self.run(answers, environment=environment, **options)
+        lines = record.read_text("utf-8").splitlines()
+        return run, [line.removeprefix(NOTE) for line in lines if line.startswith(NOTE)]
 
     # --- Log entries ---
 
