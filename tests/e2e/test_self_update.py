@@ -19,7 +19,7 @@ from harness.constants import (
     request_path,
 )
 from harness.dialogs import RESTART_REQUIRED, SELF_UPDATE_FAILED, UPDATE_AVAILABLE
-from harness.driver import cancel, ok
+from harness.driver import Press, cancel, ok
 from harness.game_folder import (
     HIDDEN_ATTRIBUTE,
     SYSTEM_ATTRIBUTE,
@@ -188,6 +188,48 @@ def test_a_new_launcher_that_cannot_be_fetched_is_logged_without_a_dialog(scene,
     run.assert_game_started()
 
 
+# --- How the restarted Launcher is started ----------------------------------------------------
+
+
+def replace_by_recorder(scene) -> Press:
+    """The server's newer Launcher is a program that records its own start."""
+    offer_next_launcher(scene)
+    scene.serve(UPDATER_EXECUTABLE, scene.build.player.read_bytes())
+    return ok(RESTART_REQUIRED)
+
+
+def restart_recorder_for_settings(scene) -> Press:
+    """The server has other settings, and the Launcher becomes a program that records its start."""
+    scene.serve(UPDATER_DATA, scene.settings + b"!")
+
+    def exchange() -> None:
+        scene.folder.path(EXECUTABLE).rename(scene.temp_dir / "running.exe")
+        scene.folder.put_copy(EXECUTABLE, scene.build.player)
+
+    return ok(RESTART_REQUIRED, meanwhile=exchange)
+
+
+@pytest.mark.parametrize("prepare", [replace_by_recorder, restart_recorder_for_settings])
+@pytest.mark.parametrize("elsewhere", [False, True])
+def test_the_restarted_launcher_gets_no_arguments_and_the_game_root_as_its_directory(
+    scene, prepare, elsewhere
+):
+    """Also where the first one was started in another folder, with the game root as its argument."""
+    options = {}
+    if elsewhere:
+        folder = scene.temp_dir / "elsewhere"
+        folder.mkdir()
+        options = {"directory": folder, "arguments": [windows_path(scene.folder.root)]}
+        scene.folder.put("project.vegame", b"")
+    run = scene.run([prepare(scene)], expected_exits=BOTH, **options)
+    root = windows_path(scene.folder.root)
+    assert len(run.game_starts) == 1
+    start = run.game_starts[0]
+    assert (start.directory.rstrip("\\"), start.program) == (root, f"{root}\\{EXECUTABLE}")
+    assert start.has_no_arguments(), start.command_line
+    assert run.starts == 2
+
+
 # --- Installing it fails ----------------------------------------------------------------------
 
 
@@ -241,6 +283,9 @@ def test_a_failure_of_the_rollback_shows_the_dialog_all_the_same(scene):
     """As above, but with a folder, which can be neither written to nor replaced."""
     old = scene.build.launcher.read_bytes()
     offer_next_launcher(scene)
+    set_windows_attributes(
+        scene.folder.path(EXECUTABLE), HIDDEN_ATTRIBUTE | SYSTEM_ATTRIBUTE
+    )
     scene.folder.directory("launcher.exe")
     run = scene.run([ok(SELF_UPDATE_FAILED)])
     assert len(run.log) == 1
@@ -249,6 +294,8 @@ def test_a_failure_of_the_rollback_shows_the_dialog_all_the_same(scene):
     assert "rename" in run.log[0]
     assert "saving" not in run.log[0]
     assert scene.folder.read(PARKED) == old
+    # The system attribute goes only once the executable is back in its place.
+    assert windows_attributes(scene.folder.path(PARKED)) == HIDDEN_ATTRIBUTE | SYSTEM_ATTRIBUTE
     assert run.requests == [*REPLACING, request_path(GAME_VERSION)]
     run.assert_game_started()
 
