@@ -275,6 +275,32 @@ def test_a_staging_folder_that_cannot_be_removed_is_no_failure(flat):
     assert (run.log, run.exit_code) == ([], 0)
 
 
+# --- Links to nowhere -------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("where", ["", f"{STAGING}/"])
+def test_a_dangling_link_under_a_listed_name_counts_as_no_file(flat, where):
+    """The file is downloaded, and written to where the link leads."""
+    flat.folder.directory(STAGING)
+    flat.folder.path(f"{where}data.pak").symlink_to(flat.temp_dir / "target")
+    run = updated(flat, {"data.pak": b"data"})
+    assert run.requests == flat.requests(*CHECK, "data.pak")
+    assert flat.folder.read("data.pak") == b"data"
+    assert_updated(flat, run)
+
+
+@pytest.mark.parametrize("where", ["", f"{STAGING}/"])
+def test_a_link_to_a_current_file_under_a_listed_name_counts_as_that_file(flat, where):
+    target = flat.temp_dir / "target"
+    target.write_bytes(b"data")
+    flat.folder.directory(STAGING)
+    flat.folder.path(f"{where}data.pak").symlink_to(target)
+    run = updated(flat, {"data.pak": b"data"})
+    assert run.requests == flat.requests(*CHECK)
+    assert flat.folder.read("data.pak") == b"data"
+    assert_updated(flat, run)
+
+
 # --- Failures: the program ends, on purpose without a word ------------------------------------
 
 

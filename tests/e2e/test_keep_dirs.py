@@ -149,3 +149,64 @@ def test_without_an_update_it_is_the_same_launcher(studio):
     assert run.requests == studio.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_started()
+
+
+# --- Filled directories that cannot be removed for another reason -----------------------------
+
+
+def occupied(scene, name: str) -> None:
+    """Another process has the directory as its current one: removing it fails as a sharing
+    violation."""
+    scene.occupy(name)
+
+
+def read_only(scene, name: str) -> None:
+    scene.folder.path(name).chmod(0o555)
+
+
+def test_an_empty_directory_that_is_in_use_ends_the_program(studio):
+    studio.folder.directory("bin/empty")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    studio.occupy("bin/empty")
+    run = studio.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert studio.folder.has("bin/empty")
+    assert studio.folder.read(VERSION_FILE) == formats.game_version(*INSTALLED)
+    run.assert_game_not_started()
+
+
+@pytest.mark.parametrize("hinder", [occupied, read_only])
+def test_the_strict_launcher_ends_at_such_a_directory(scene, hinder):
+    offer(scene, {"bin/new.dll": b"new"}, ["bin"])
+    hinder(scene, "bin")
+    run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert scene.folder.read(VERSION_FILE) == formats.game_version(*INSTALLED)
+    run.assert_game_not_started()
+
+
+# --- Paths longer than 259 characters ---------------------------------------------------------
+
+DEEP = "/".join(letter * 90 for letter in "abcd")
+
+
+def test_a_deep_tree_below_a_kept_folder_does_not_stop_the_update(studio):
+    studio.folder.put(f"Saved/{DEEP}/profile.sav", b"the player's")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert studio.folder.read(f"Saved/{DEEP}/profile.sav") == b"the player's"
+    run.assert_game_started()
+
+
+def test_an_unlisted_file_in_a_deep_tree_is_removed(studio):
+    studio.folder.put(f"bin/{DEEP}/old.dll", b"unlisted")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert not studio.folder.has(f"bin/{DEEP}/old.dll")
+    run.assert_game_started()
+
+
+def test_the_strict_launcher_passes_a_deep_tree_below_a_kept_folder(scene):
+    scene.folder.remove("bin")
+    scene.folder.put(f"Saved/{DEEP}/profile.sav", b"the player's")
+    scene.offer_game({"data.pak": b"data"}, ["Saved"])
+    scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert scene.folder.read(f"Saved/{DEEP}/profile.sav") == b"the player's"

@@ -895,9 +895,10 @@ def generated(seed: int, count: int) -> dict[str, bytes]:
     return files
 
 
-def test_a_build_of_5000_files_and_its_successor(build, player, server):
+@pytest.mark.parametrize("count", [1000, pytest.param(5000, marks=pytest.mark.long)])
+def test_a_large_build_and_its_successor(build, player, server, count):
     made = player(build.keep_dirs, build.publish_keep_dirs)
-    first = {GAME: build.player.read_bytes(), **generated(1, 5000)}
+    first = {GAME: build.player.read_bytes(), **generated(1, count)}
     made.publish("first", first, "1.0.0.0")
     made.install(first, "1.0.0.0")
     names = sorted(first)

@@ -141,7 +141,14 @@ class Scene:
 
     def lock(self, name: str, share: str = "none") -> Watcher:
         """Another process keeps the file open; others may do nothing with it, or only read it."""
-        holder = Watcher(self.build, ["hold", windows_path(self.folder.path(name)), share], {})
+        return self._helper("hold", windows_path(self.folder.path(name)), share)
+
+    def occupy(self, name: str) -> Watcher:
+        """Another process has the folder as its current directory."""
+        return self._helper("occupy", windows_path(self.folder.path(name)))
+
+    def _helper(self, *arguments: str) -> Watcher:
+        holder = Watcher(self.build, list(arguments), {})
         self._helpers.append(holder)
         event = holder.events.get(timeout=TIMEOUT)
         assert event == {"event": "held"}, event
