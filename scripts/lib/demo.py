@@ -1,7 +1,7 @@
-"""Walks through the runs of the Launcher that a player sees, against a real server, and tells them.
+"""Runs the Launcher as a player does, against a real server, and prints what happens.
 
 Started by scripts/demo, which provides the display, the Wine prefix and the built programs. Every
-run is watched by watch.exe; what is told and checked is what it, the server's access log, the game
+run is watched by watch.exe; what is printed and checked comes from it, the server's access log, the game
 folder and the log file show.
 """
 
@@ -56,7 +56,7 @@ def noise(seed: str, size: int) -> bytes:
 @functools.cache
 def game_files(version: str) -> dict[str, bytes]:
     """The game in one of its two versions: names as a manifest lists them, and contents."""
-    # What follows the end of an executable is no part of the program.
+    # Bytes behind the end of an executable do not change the program.
     player = BUILD.player.read_bytes() + f"build {version}".encode()
     files = {
         f"bin/{GAME}": player,
@@ -115,7 +115,7 @@ class Studio:
         return self.www / "updates/release"
 
     def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> None:
-        """A run of the publishing tool, told as the studio sees it."""
+        """Runs the publishing tool and prints its output."""
         shown = [short(a) if isinstance(a, pathlib.Path) else a for a in arguments]
         self.demo.tell("published", "publish " + " ".join(shown))
         done = subprocess.run(
@@ -156,7 +156,7 @@ class Studio:
 
 
 def take_screenshot(name: str, window: dict) -> None:
-    """Saves a window as it stands on the screen, once it has been painted."""
+    """Saves a window's screenshot, once it has been painted."""
     place = "{width}x{height}+{x}+{y}".format(**window)
     last = b""
     deadline = time.monotonic() + 5
@@ -213,7 +213,7 @@ class Demo:
         self.wrong: list[str] = []
         self.shots = 0
 
-    # --- Telling -----------------------------------------------------------------------------
+    # --- Printing ----------------------------------------------------------------------------
 
     def say(self, text: str) -> None:
         print(textwrap.fill(text, 100), flush=True)
@@ -226,7 +226,7 @@ class Demo:
         sys.stdout.flush()
 
     def check(self, claim: str, holds: bool) -> None:
-        """In front of a person the outcome depends on the answers: then it is told, not judged."""
+        """Prints whether a claim holds. A false one fails the demo, unless a person gives the answers."""
         self.checks += 1
         if holds:
             self.tell("ok", claim)
@@ -264,7 +264,7 @@ class Demo:
             self._follow(watcher, run, folder, answers)
         finally:
             watcher.close()
-        # What the runtime of a program without a console says, and nobody sees.
+        # What the C runtime prints; a program without a console does not show it.
         if watcher.errors():
             self.tell("runtime", watcher.errors())
         self.server.settle()
@@ -331,7 +331,7 @@ class Demo:
             identifier = report["buttons"][labels.index(answers[caption])]["id"]
             watcher.order(f"press {report['window']} {identifier}")
         else:
-            raise RuntimeError(f"nobody expected the dialog [{caption}]")
+            raise RuntimeError(f"unexpected dialog [{caption}]")
 
     def _controls(self, watcher: Watcher, run: Run, window: dict, controls: list[dict]) -> None:
         if window["class"] == PROGRESS_WINDOW_CLASS:
@@ -339,7 +339,7 @@ class Demo:
             if not {"static", "msctls_progress32"} <= by_class.keys():
                 return  # The window is still being made.
             label, bar = by_class["static"]["text"], by_class["msctls_progress32"]
-            # The bar steps after the label: both are reported, the text is told once.
+            # The bar steps after the label: both are reported, the text is printed once.
             if label not in run.progress:
                 run.progress.append(label)
                 self.tell("progress", f"{label} (bar {bar['low']} to {bar['high']})")
@@ -488,7 +488,7 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.say(
         "What happened: the new files are in place, but the version record is still the old one, "
         "because it is written after the clean-up. So the next start offers the update again; "
-        "whoever cancels plays the new version."
+        "a player who cancels plays the new version."
     )
     print()
     run = demo.run(game, {dialogs.UPDATE_AVAILABLE.caption: "Cancel"})
@@ -593,7 +593,7 @@ def main() -> int:
         walk(demo, server)
     except KeyboardInterrupt:
         failure = "interrupted"
-    except Exception as error:  # The verdict stands last, whatever went wrong.
+    except Exception as error:  # The verdict is printed last in any case.
         traceback.print_exc()
         failure = str(error)
     finally:

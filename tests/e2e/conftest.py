@@ -32,7 +32,7 @@ def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item
 
 
 def pytest_terminal_summary(terminalreporter) -> None:
-    """What the tests of faults did and saw: each tells it by a property named "seen"."""
+    """Prints what the tests of faults saw: each reports it by properties named "seen" and "cell"."""
     seen: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
     tables: dict[str, dict[tuple[str, str], str]] = collections.defaultdict(dict)
     for report in terminalreporter.getreports("passed"):

@@ -46,7 +46,7 @@ def assert_offered(scene, run, requests: list[str]) -> None:
         (503, "503 - unknown error code."),
     ],
 )
-def test_any_status_but_200_is_a_failure_with_its_own_words(scene, status, error):
+def test_any_status_but_200_is_a_failure_with_its_own_message(scene, status, error):
     scene.serve(GAME_VERSION, Answer(formats.game_version(*NEWER), status=status))
     assert_refused(scene, scene.run(), error)
 

@@ -1,6 +1,6 @@
 """Disks that do not do what is asked of them: write protection, a full disk, long and strange names.
 
-Files that another process keeps open stand with the tests of the stages that meet them.
+The tests of each stage cover files that another process keeps open.
 """
 
 import os
@@ -86,7 +86,7 @@ def test_a_read_only_file_ends_the_update_which_goes_on_when_it_is_writable(stud
     run.assert_game_started()
 
 
-def test_a_read_only_file_that_is_kept_is_in_nobodys_way(studio):
+def test_a_read_only_file_that_is_kept_does_not_stop_the_update(studio):
     studio.folder.put("Saved/profile.sav", b"the player's")
     protect(studio, "Saved/profile.sav")
     offer(studio, {"bin/game.dll": b"new content"}, ["bin"])
@@ -112,7 +112,7 @@ def test_a_read_only_launcher_is_replaced_but_its_parked_copy_stays(scene):
 
 
 class SmallDisk:
-    """The game folder of a scene on a disk of its own."""
+    """The game folder of a scene on a separate disk."""
 
     def __init__(self, scene: Scene) -> None:
         self.scene = scene
@@ -172,9 +172,9 @@ def test_a_disk_too_full_to_install_ends_the_update_which_goes_on_when_there_is_
     run.assert_game_started()
 
 
-def test_what_a_full_disk_cut_off_is_installed_where_the_old_file_makes_room_for_it(small_disk):
-    """Nobody is told: what is written short is not noticed, and what was downloaded is not checked.
-    The next update finds that the file is not what it should be."""
+def test_a_file_cut_off_by_a_full_disk_is_installed_without_an_error(small_disk):
+    """A short write is not noticed, and a download is not checked. The next update finds that the
+    file has another digest."""
     scene = small_disk.scene
     scene.folder.put("bin/large.dat", LARGE[::-1])
     offer(scene, {"bin/large.dat": LARGE}, ["bin"])
@@ -208,7 +208,7 @@ def test_a_launcher_that_does_not_fit_on_the_disk_is_put_back_by_hand(small_disk
     run.assert_game_started()
 
 
-def test_a_log_that_the_disk_has_no_room_for_keeps_nobody_from_the_game(small_disk):
+def test_a_log_that_does_not_fit_on_the_disk_does_not_stop_the_game(small_disk):
     scene = small_disk.scene
     scene.serve(UPDATER_MANIFEST, Answer(status=503))
     scene.folder.directory("Logs")

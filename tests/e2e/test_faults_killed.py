@@ -2,7 +2,7 @@
 
 After each kill the disk is in one of the states that an update goes through, with the player's files
 untouched, and the next run ends with what an undisturbed one ends with. What the next run cannot
-mend by itself is told in docs/reliability.md, and tested here with the player's way out.
+repair by itself is described in docs/reliability.md; the player's repair is tested here.
 """
 
 import collections
@@ -316,7 +316,7 @@ def test_a_change_of_the_settings_goes_on_after_a_kill(scene, number, half, reco
 # --- At seeded moments ------------------------------------------------------------------------
 #
 # Here it is the Launchers as they ship that are killed, from outside, again and again in the same
-# folder. The moments are told by what the server sees; the clock only adds some that lie between.
+# folder. The server's view defines the moments; the clock only adds some in between.
 
 GAME_REQUESTS = [
     "updates/release/updater/updater.manifest",

@@ -1,5 +1,5 @@
-"""Every answer of the server is in turn replaced by what a broken server, or somebody on the way to
-it, may give instead. For each cell of this table it is told what the player sees, what is logged,
+"""Every answer of the server is in turn replaced by one of a broken server or proxy. For each cell of
+this table the report says what the player sees, what is logged,
 how the Launcher ends, whether the game starts, and what is changed on disk.
 
 The game folder is one whose clean-up completes, so that every update that can end well does.
@@ -170,7 +170,7 @@ def archive_error(bytes_: bytes) -> str | None:
 
 # --- The rows of the table: what one spoilt answer does ---------------------------------------
 #
-# Each returns what it saw, in words for the table.
+# Each returns what it saw, as text for the table.
 
 
 def spoilt_redirect(case: Case) -> str:
@@ -237,7 +237,7 @@ def spoilt_updater_manifest(case: Case) -> str:
     if message:
         case.assert_log(run, scene.self_update_entry(message))
     else:
-        # The first line stands in the message, whatever it holds, and a NUL ends the message.
+        # The message contains the first line; a NUL ends it.
         raw = scene.folder.read(LOG)
         assert raw.count(b"Error while running updater:") == 1
         assert b"Unknown header in received updater-manifest file (was '" + lines[0][:3] in raw
@@ -267,7 +267,7 @@ def spoilt_settings(case: Case) -> str:
         )
         assert set(run.changes()) == {"Logs", LOG}
         return "a log entry; the game starts"
-    # It is installed unchecked, and the Launcher that is started anew cannot read it.
+    # It is installed unchecked, and the restarted Launcher cannot read it.
     run = scene.run([ok(RESTART_REQUIRED)], expected_exits=(0, 0))
     assert scene.folder.read(SETTINGS_FILE) == body
     assert set(run.changes()) == {"Logs", LOG, SETTINGS_FILE}
@@ -387,7 +387,7 @@ def failed_before_download(case: Case, entry: Callable[[str], str] | re.Pattern)
         expected_exits=(0 if starts else 0xFFFFFFFF,),
     )
     if isinstance(entry, re.Pattern):
-        # Parts of a bad manifest stand in the message, whatever they hold.
+        # The message contains parts of the bad manifest.
         raw = case.scene.folder.read(LOG)
         assert raw.count(b"Error while running updater:") == 1 and entry.search(raw), raw[:2000]
     else:

@@ -115,7 +115,7 @@ def with_file(*lines: str) -> tuple[str, ...]:
         ),
     ],
 )
-def test_a_faulty_manifest_shows_the_dialog_and_is_logged_in_its_own_words(scene, lines, message):
+def test_a_faulty_manifest_shows_the_failure_box_and_logs_its_own_message(scene, lines, message):
     scene.offer_game_version(*NEWER)
     scene.serve(GAME_MANIFEST, "\n".join(lines).encode())
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])

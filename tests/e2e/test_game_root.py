@@ -100,7 +100,7 @@ def test_the_project_written_last_is_taken(scene, elsewhere, newest):
         pytest.param("project.vegame/file.txt", id="a directory"),
     ],
 )
-def test_what_is_no_project_file_is_not_found(scene, elsewhere, name):
+def test_a_file_of_another_extension_is_not_taken_for_a_project(scene, elsewhere, name):
     scene.folder.put(name, b"")
     run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     assert run.requests == []
@@ -182,7 +182,7 @@ def test_the_registry_marker_in_another_case_is_a_directory_name(scene, elsewher
     with registry_to_oneself(scene):
         scene.registry("add", KEY, "/v", "LastBuild", "/d", windows_path(game), "/f")
         run = scene.run(directory=elsewhere, arguments=["from_solution"])
-    # The project's directory is the root: it has no settings, and that stands in its own log.
+    # The project's directory is the root: it has no settings, which its own log says.
     assert run.requests == []
     assert (elsewhere / "from_solution" / "Logs" / "updater.log").exists()
     run.assert_game_not_started()

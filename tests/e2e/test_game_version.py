@@ -101,7 +101,7 @@ def test_a_declined_update_is_offered_again(scene):
         pytest.param(formats.game_version(*NEWER)[:25], id="cut in the file version"),
     ],
 )
-def test_an_installed_version_that_says_nothing_makes_the_update_available(scene, content):
+def test_a_missing_or_unknown_installed_version_makes_the_update_available(scene, content):
     """The server's version is not looked at before the player agrees."""
     scene.folder.remove(VERSION_FILE)
     if content is not None:
@@ -112,7 +112,7 @@ def test_an_installed_version_that_says_nothing_makes_the_update_available(scene
     run.assert_game_started()
 
 
-def test_an_installed_version_cut_short_is_version_nought(scene):
+def test_an_installed_version_cut_short_counts_as_version_0(scene):
     scene.folder.put(VERSION_FILE, formats.game_version(*NEWER)[:-1])
     scene.offer_game_version(0, 0, 0, 0)
     assert_no_update(scene, scene.run())

@@ -50,7 +50,7 @@ def test_a_box_is_reported_with_its_text_buttons_and_icon(build, temp_dir, style
     ("style", "default", "topmost"),
     [(1, "OK", False), (0x101, "Cancel", False), (0x1001, "OK", True)],
 )
-def test_a_boxs_default_button_and_its_place_in_front_are_reported(
+def test_the_default_button_and_the_topmost_style_of_a_box_are_reported(
     build, temp_dir, style, default, topmost
 ):
     box = Dialog("A caption", "text", ("OK", "Cancel"), "none", default, topmost)
@@ -153,7 +153,7 @@ def test_a_run_whose_watch_breaks_off_fails(build, temp_dir, monkeypatch):
         run.finish()
 
 
-def test_a_watch_that_reports_nonsense_fails_the_run_which_shows_it(build, temp_dir, monkeypatch):
+def test_an_invalid_report_of_the_watcher_fails_the_run_and_is_shown(build, temp_dir, monkeypatch):
     monkeypatch.setattr(driver, "WINE", temp_dir / "wine")
     driver.WINE.write_text("#!/bin/sh\necho nonsense\nexec cat >/dev/null\n")
     driver.WINE.chmod(0o755)

@@ -57,7 +57,7 @@ def test_a_game_in_bin_is_updated_to_the_end_and_started(studio):
     run.assert_game_started()
 
 
-def test_the_game_starts_only_after_success_was_told(studio):
+def test_the_game_starts_only_after_the_success_box(studio):
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
     starts = []
     run = studio.start(
@@ -113,7 +113,7 @@ def test_the_clean_up_reaches_into_folders(studio, name, kept):
     run.assert_game_started()
 
 
-def test_an_empty_folder_is_still_removed(studio):
+def test_an_empty_folder_is_removed(studio):
     studio.folder.directory("unlisted")
     offer(studio, {"bin/new.dll": b"new"}, ["bin", "listed"])
     studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
@@ -131,7 +131,7 @@ def test_a_file_listed_with_a_backslash_is_removed_right_after_its_installation(
     run.assert_game_started()
 
 
-def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
+def test_a_file_that_cannot_be_removed_ends_the_program(studio):
     studio.folder.put("bin/old.dll", b"in use")
     studio.lock("bin/old.dll", "read")
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
@@ -144,7 +144,7 @@ def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
     run.assert_game_not_started()
 
 
-def test_without_an_update_it_is_the_same_launcher(studio):
+def test_without_an_update_the_game_is_started_and_nothing_changes(studio):
     run = studio.run()
     assert run.requests == studio.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)

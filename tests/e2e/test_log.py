@@ -69,7 +69,7 @@ def test_a_line_break_inside_an_error_text_keeps_its_carriage_return(scene):
     assert re.search(rb"error: '[^'\r\n]+\r\r\n'\r\n\r\n", scene.folder.read(LOG))
 
 
-def test_a_log_that_cannot_be_opened_changes_nothing_else(scene):
+def test_a_log_that_cannot_be_opened_does_not_stop_the_game(scene):
     fail_both_updates(scene)
     scene.folder.directory(LOG)
     run = scene.run()

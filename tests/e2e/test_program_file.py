@@ -37,7 +37,7 @@ def resources(program: pathlib.Path) -> bytes:
 
 
 def fixed_file_version(program: pathlib.Path) -> tuple[int, ...]:
-    """The version in words, as VS_FIXEDFILEINFO holds it."""
+    """The version's four numbers, as VS_FIXEDFILEINFO holds them."""
     content = resources(program)
     at = content.index(bytes.fromhex("bd04effe")) + 8
     words = [int.from_bytes(content[at + 2 * i : at + 2 * i + 2], "little") for i in range(4)]
@@ -70,7 +70,7 @@ def test_it_keeps_the_runtime_from_showing_a_box(build: Build):
         "game again or contact the dev.",
     ],
 )
-def test_it_holds_the_words_for_a_failed_application_that_no_run_comes_to(build: Build, text):
+def test_it_contains_the_texts_of_the_box_for_a_failure_while_applying(build: Build, text):
     """A failure while applying ends the process before anything is shown."""
     assert text.encode("utf-16-le") + b"\0\0" in build.launcher.read_bytes()
 

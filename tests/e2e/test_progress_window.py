@@ -45,7 +45,7 @@ def held_at(scene, name: str, answers=WHOLE_UPDATE, **options):
     return run, gate
 
 
-def test_the_window_is_made_as_it_should(flat):
+def test_the_window_has_its_title_style_size_and_place(flat):
     run, gate = held_at(flat, "file1")
     gate.open()
     run.finish()
@@ -63,7 +63,7 @@ def test_the_window_is_made_as_it_should(flat):
     assert window["y"] == (window["screenHeight"] - 160) // 2
 
 
-def test_the_label_and_the_bar_stand_where_they_should(flat):
+def test_the_label_and_the_bar_have_their_place_size_and_style(flat):
     run, gate = held_at(flat, "file1")
     text, progress = controls(run)["static"], bar(run)
     window = run.windows[0]

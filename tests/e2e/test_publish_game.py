@@ -124,7 +124,7 @@ def test_read_only_and_hidden_files_are_published_like_others(publish_game, buil
     assert_published(server, files, "1.0.0.1")
     published = server / "updates/release/readme.txt"
     assert published.stat().st_mode & 0o200 and "user.DOSATTRIB" not in os.listxattr(published)
-    # Nothing of that stands in the way of the next version.
+    # The next version is published all the same.
     done = publish_game(FILES, "1.0.0.2")
     assert done.code == 0
     assert_published(server, FILES, "1.0.0.2")
@@ -148,7 +148,7 @@ def test_other_channels_and_the_launchers_update_stay(publish_game, server):
         assert tree_of(updates / "beta") == {GAME_VERSION: b"beta"}
 
 
-def test_in_words_it_says_what_was_done(build, temp_dir, server):
+def test_without_json_the_output_is_text(build, temp_dir, server):
     source = make_build(temp_dir / "build", {GAME: b"12345"})
     done = subprocess.run(
         command_line(build.publish_keep_dirs, "game", "--source", source, "--version", "1.0.0.0",
@@ -193,13 +193,13 @@ def test_a_version_file_that_cannot_be_read_is_refused_unless_forced(publish_gam
 
 
 @pytest.mark.parametrize("version", ["1.4", "1.4.0.2.1", "1.4.0.x", "-1.0.0.0", "1.0.0.2147483648", ""])
-def test_what_is_no_version_is_refused(publish_game, server, version):
+def test_an_invalid_version_is_refused(publish_game, server, version):
     done = publish_game(FILES, version)
     assert (done.code, done.refusals) == (1, [f"{version}: it is no version"])
     assert os.listdir(server) == []
 
 
-def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp_dir, server):
+def test_all_errors_of_a_build_are_reported_in_one_run(build, temp_dir, server):
     files = {
         "bin/fine.txt": b"fine",
         "bin/empty.txt": b"",
@@ -262,7 +262,7 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp
     assert os.listdir(server) == []
 
 
-def test_a_launcher_of_another_name_is_told_by_an_option(publish_game, server):
+def test_an_option_names_a_launcher_of_another_name(publish_game, server):
     files = {**FILES, "Start.exe": b"x"}
     done = publish_game(files, "1.0.0.0", "--launcher", "start.EXE")
     assert done.refusals == ["Start.exe: the Launcher cannot replace itself while it runs"]
@@ -320,7 +320,7 @@ PLAYERS = (
 )
 
 
-def test_the_clean_ups_doings_are_foretold(publish_game, build, server):
+def test_what_the_clean_up_will_remove_is_warned_of(publish_game, build, server):
     files = {"bin/data/x": b"x", "Saved/x": b"x", "archive.rar/x": b"x", "a.txt": b"x"}
     directories = ["bin/empty", "empty", "Logs", "nested/empty", "Screenshots/empty"]
     strict = publish_game(files, "1.0.0.0", directories=directories)
@@ -452,8 +452,8 @@ class Interrupted:
         while (self.updates / ".release.lock").exists():
             assert time.monotonic() < deadline, "the lock stays"
             time.sleep(0.005)
-        # One that was being started at the kill has neither lock nor order. Wine leaves it for ever
-        # where the first process did not come to letting it run.
+        # One that was being started at the kill has neither lock nor order. Wine never ends it
+        # where the first process was killed before it let it run.
         if left := swap_process(self.server):
             os.kill(left, signal.SIGKILL)
 
@@ -520,8 +520,8 @@ def test_killed_at_any_time_it_leaves_one_version_whole(interrupted):
 # --- The second process, which swaps the folders ----------------------------------------------
 
 class HeldSwap:
-    """A publish whose live folder somebody keeps open, so that the second process has to try for some
-    seconds to rename it."""
+    """A publish whose live folder another process keeps open: the second process retries the rename
+    for some seconds."""
 
     def __init__(self, interrupted: Interrupted) -> None:
         self.interrupted = interrupted
@@ -565,7 +565,7 @@ def held_swaps(interrupted):
         last.close()
 
 
-def test_killed_in_the_swap_it_leaves_that_to_the_second_process(interrupted, held_swaps):
+def test_the_second_process_completes_the_swap_when_the_first_is_killed(interrupted, held_swaps):
     updates = interrupted.updates
     for held in held_swaps:
         held.kill_first()
@@ -602,13 +602,13 @@ def test_another_run_waits_for_the_second_process(interrupted, held_swaps):
     assert served == {**NEW_CHANNEL, GAME_VERSION: expected_channel({}, "1.0.0.2")[GAME_VERSION]}
 
 
-def test_without_the_second_process_the_old_version_stays_and_that_is_told(interrupted, held_swaps):
+def test_when_the_second_process_is_killed_the_old_version_stays_and_an_error_is_reported(interrupted, held_swaps):
     for held in held_swaps:
         os.kill(held.swap, signal.SIGKILL)
         try:
             code = held.first.wait(10)
         except subprocess.TimeoutExpired:
-            continue  # Wine waits for ever for a process that is killed while it starts.
+            continue  # Wine waits forever for a process that is killed while it starts.
         if interrupted.refusals == ["publish: the process that swaps the folders did not come to its end"]:
             break
     assert code == 1
@@ -616,7 +616,7 @@ def test_without_the_second_process_the_old_version_stays_and_that_is_told(inter
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
 
-def test_a_live_folder_that_stays_in_use_is_refused_in_words(interrupted):
+def test_a_live_folder_that_stays_in_use_is_an_error(interrupted):
     live = windows_path(interrupted.updates / "release")
     holder = Watcher(interrupted.build, ["hold", live, "read"], {})
     try:
@@ -642,7 +642,7 @@ def test_the_second_process_does_nothing_without_its_order(interrupted):
     assert tree_of(interrupted.server) == before
 
 
-def test_the_help_does_not_tell_of_the_second_process(build):
+def test_the_help_does_not_mention_the_second_process(build):
     done = subprocess.run(command_line(build.publish, "--help"), stdout=subprocess.PIPE, check=True)
     assert b"settings" in done.stdout and b"swap" not in done.stdout
 
@@ -656,7 +656,7 @@ def test_a_server_with_a_long_path_is_served_by_the_second_process_too(build, te
         assert_published(server, FILES, version)
 
 
-# --- Who comes in the way ---------------------------------------------------------------------
+# --- Other processes -----------------------------------------------------------------------------
 
 
 def test_a_build_that_changes_meanwhile_is_refused(interrupted):
@@ -687,8 +687,8 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
 
 
 def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
-    """The first of all runs has nothing to lock while it judges its build. The other's result comes
-    into its place just then, after some attempts."""
+    """The first of all runs has nothing to lock while it checks its build. The other run's result
+    appears at that time, after some attempts."""
     source = make_build(temp_dir / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
     other = make_build(temp_dir / "other", FILES)
     assert publish_build(build, other, temp_dir / "elsewhere", "1.0.0.0").code == 0
@@ -719,7 +719,7 @@ def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
     assert_published(server, FILES, "1.0.0.0")
 
 
-def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build, temp_dir, server):
+def test_each_of_several_competing_runs_publishes_completely_or_is_refused(build, temp_dir, server):
     builds = {
         version: make_build(temp_dir / version, {**NEW, "bin/own.txt": version.encode()})
         for version in ("1.0.0.1", "1.0.0.2", "1.0.0.3")

@@ -83,7 +83,7 @@ def test_what_an_interrupted_run_left_is_removed(publish_launcher, build, server
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-def test_a_long_server_path_is_no_hindrance(build, temp_dir):
+def test_a_long_server_path_is_published_to(build, temp_dir):
     server = temp_dir / ("d" * 120) / ("e" * 120)
     server.mkdir(parents=True)
     settings = temp_dir / "settings.vpak"
@@ -93,7 +93,7 @@ def test_a_long_server_path_is_no_hindrance(build, temp_dir):
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-# --- Who comes in the way ---------------------------------------------------------------------
+# --- Other processes -----------------------------------------------------------------------------
 
 
 @pytest.fixture
@@ -121,7 +121,7 @@ def test_while_another_run_writes_to_the_channel_it_is_refused(publish_launcher,
 
 
 @pytest.mark.parametrize("name", ["Launcher.exe", "UpdaterData.vpak"])
-def test_nothing_is_offered_that_could_not_be_replaced(publish_launcher, build, server, keep_open, name):
+def test_a_file_in_use_on_the_server_leaves_the_manifest_as_it_was(publish_launcher, build, server, keep_open, name):
     publish_launcher()
     before = tree_of(server)
     updater = "updates/release/updater/"
@@ -155,7 +155,7 @@ def test_an_executable_without_a_version_is_refused(publish_launcher, build, ser
 
 
 @pytest.mark.parametrize("content", [b"", b"MZ", b"text", b"MZ" + bytes(58) + b"\xff\xff\xff\x7f" + bytes(60)])
-def test_what_is_no_program_is_refused(publish_launcher, temp_dir, server, content):
+def test_a_file_that_is_not_a_windows_executable_is_refused(publish_launcher, temp_dir, server, content):
     path = temp_dir / "Launcher.exe"
     path.write_bytes(content)
     done = publish_launcher(path)
@@ -164,7 +164,7 @@ def test_what_is_no_program_is_refused(publish_launcher, temp_dir, server, conte
     assert os.listdir(server) == []
 
 
-def test_settings_that_the_launcher_refuses_are_refused_in_its_words(publish_launcher, server):
+def test_settings_that_the_launcher_rejects_are_refused_with_its_message(publish_launcher, server):
     done = publish_launcher(settings=formats.updater_data(""))
     assert done.code == 1
     assert len(done.refusals) == 1
@@ -179,7 +179,7 @@ def test_settings_of_another_channel_are_refused(publish_launcher, server):
     assert os.listdir(server) == []
 
 
-def test_all_refusals_are_told_at_once(build, temp_dir, server):
+def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     path = temp_dir / "it's 100%.exe"
     path.write_bytes(b"text")
     arguments = ["--exe", path, "--settings", temp_dir / "missing.vpak", "--channel", "release"]

@@ -38,7 +38,7 @@ def test_an_older_archive_is_replaced_and_a_missing_folder_made(settings, temp_d
     assert written.read_bytes() == formats.updater_data(URL)
 
 
-def test_of_a_missing_slash_and_of_plain_http_is_warned(settings, temp_dir):
+def test_a_missing_slash_and_plain_http_are_warned_of(settings, temp_dir):
     done = settings("http://updates.example")
     assert done.code == 0
     assert done.warnings == [

@@ -1,5 +1,5 @@
 """The command that checks a published tree, in a folder and over HTTP: all that is wrong with a
-tree is told in one run, and nothing else."""
+tree is reported in one run, and nothing else."""
 
 import gzip
 import os
@@ -127,7 +127,7 @@ def test_a_folder_without_a_channel_is_refused(build, temp_dir):
     assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: is no channel"]
 
 
-def test_a_redirect_in_the_folder_is_told(tree):
+def test_a_redirect_in_the_folder_is_reported(tree):
     (tree.server / REDIRECT).write_bytes(b"https://elsewhere.example/")
     run = tree.verify()
     assert (run.code, run.refusals) == (0, [])
@@ -483,7 +483,7 @@ def test_characters_beyond_ascii_are_refused(tree):
         ),
     ],
 )
-def test_of_what_is_only_odd_is_warned(tree, damage, warnings):
+def test_odd_but_valid_trees_are_warned_of(tree, damage, warnings):
     damage(tree)
     run = tree.verify()
     assert (run.code, run.refusals) == (0, [])
@@ -632,7 +632,7 @@ def test_a_truncated_manifest_is_refused(tree, scripted):
 
 @pytest.mark.parametrize("name", [GAME_VERSION, GAME_MANIFEST, LEVEL, UPDATER_MANIFEST, UPDATER_DATA, UPDATER_EXECUTABLE])
 def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripted, name):
-    """What came is whole here: only the announced length tells that something is wrong."""
+    """What came is whole here: only the announced length shows the error."""
     body = scripted.answers["/updates/release/" + name.replace(" ", "%20")].body
     spoiled(scripted, name, length=str(len(body) + 1))
     run = verify_url(tree, scripted.url)

@@ -1,4 +1,4 @@
-"""The Launcher replaces itself, or its settings, and starts anew."""
+"""The Launcher replaces its executable or its settings, and restarts."""
 
 import pytest
 
@@ -57,7 +57,7 @@ REPLACING = [
 # --- A newer Launcher -------------------------------------------------------------------------
 
 
-def test_a_newer_launcher_replaces_this_one_which_is_gone_after_the_restart(scene):
+def test_a_newer_launcher_replaces_the_old_one_which_is_deleted_after_the_restart(scene):
     old = scene.build.launcher.read_bytes()
     new = offer_next_launcher(scene)
     run = scene.run([ok(RESTART_REQUIRED)], expected_exits=BOTH)
@@ -71,7 +71,7 @@ def test_a_newer_launcher_replaces_this_one_which_is_gone_after_the_restart(scen
     run.assert_game_started()
 
 
-def test_while_the_restart_is_announced_the_old_executable_is_parked_as_a_system_file(scene):
+def test_during_the_restart_box_the_old_executable_is_parked_as_a_system_file(scene):
     old = scene.build.launcher.read_bytes()
     new = offer_next_launcher(scene)
     seen = []
@@ -158,7 +158,7 @@ def test_what_the_server_gives_is_installed_unchecked_and_a_failed_restart_still
     run.assert_game_not_started()
 
 
-def test_after_a_self_update_the_old_launcher_updates_no_game(scene):
+def test_after_a_self_update_only_the_new_launcher_updates_the_game(scene):
     """The game update is the new Launcher's business, in its own run."""
     offer_next_launcher(scene)
     scene.offer_game_version(*NEWER)
@@ -234,7 +234,7 @@ def test_the_restarted_launcher_gets_no_arguments_and_the_game_root_as_its_direc
 
 
 def test_a_failed_rename_shows_the_dialog_then_logs_and_the_game_update_goes_on(scene):
-    """A folder stands where the executable is to be parked. The rollback finds "_old.exe" there
+    """A folder has the name of the parked executable. The rollback finds "_old.exe"
     and cannot put it back over the running executable: that second failure is the one logged."""
     offer_next_launcher(scene)
     scene.folder.put(f"{PARKED}/file", b"in the way")
@@ -279,7 +279,7 @@ def test_a_failed_write_is_rolled_back_then_the_dialog_then_the_log_entry(scene)
     run.assert_game_started()
 
 
-def test_a_failure_of_the_rollback_shows_the_dialog_all_the_same(scene):
+def test_a_failed_rollback_shows_the_dialog_and_logs_its_own_error(scene):
     """As above, but with a folder, which can be neither written to nor replaced."""
     old = scene.build.launcher.read_bytes()
     offer_next_launcher(scene)
@@ -362,7 +362,7 @@ def test_a_stale_executable_is_deleted_even_when_the_server_is_gone(scene):
     run.assert_game_started()
 
 
-def test_a_locked_stale_executable_is_ignored_without_a_word(scene):
+def test_a_locked_stale_executable_is_ignored(scene):
     scene.folder.put(PARKED, b"stale")
     scene.lock(PARKED, "read")
     run = scene.run()
@@ -371,7 +371,7 @@ def test_a_locked_stale_executable_is_ignored_without_a_word(scene):
     run.assert_game_started()
 
 
-def test_a_full_folder_in_the_stale_executables_place_is_ignored_without_a_word(scene):
+def test_a_filled_folder_in_the_stale_executables_place_is_ignored(scene):
     scene.folder.put(f"{PARKED}/file", b"content")
     run = scene.run()
     assert run.requests == scene.requests(GAME_VERSION)

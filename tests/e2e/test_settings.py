@@ -110,12 +110,12 @@ CHECKED = formats.updater_data(URL, checked=True)
         pytest.param(
             CHECKED[:9] + b"\x32\x7c\x46\x2f" + CHECKED[13:],
             "Invalid string-identifier 793148466 (was expecting 793518264).",
-            id="wide string where a string stands",
+            id="wide string in place of a string",
         ),
         pytest.param(
             CHECKED[:9] + CHECKED[9:].replace(b"\x32\x7c\x46\x2f", b"\xb8\x20\x4c\x2f", 1),
             "Invalid wstring-identifier 793518264 (was expecting 793148466).",
-            id="string where a wide string stands",
+            id="string in place of a wide string",
         ),
         pytest.param(
             CHECKED[:13] + b"\x08" + CHECKED[14:],
@@ -217,7 +217,7 @@ def test_a_redirect_is_not_looked_up_again_under_the_new_base(scene):
     ]
 
 
-def test_a_redirect_without_a_final_slash_is_not_mended(scene):
+def test_a_redirect_without_a_final_slash_gets_none(scene):
     scene.server.serve(REDIRECT, scene.server.url.encode() + b"moved")
     run = scene.run()
     assert run.requests[1:] == [

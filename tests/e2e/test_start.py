@@ -34,7 +34,7 @@ def test_the_launcher_does_not_wait_for_the_game(scene):
     run.assert_game_started()
 
 
-def test_a_missing_game_ends_in_silence_with_exit_code_0(scene):
+def test_a_missing_game_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.remove(GAME)
     run = scene.run()
     assert run.requests == scene.requests(GAME_VERSION)
@@ -44,7 +44,7 @@ def test_a_missing_game_ends_in_silence_with_exit_code_0(scene):
     run.assert_game_not_started()
 
 
-def test_a_broken_game_ends_in_silence_with_exit_code_0(scene):
+def test_a_broken_game_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.put(GAME, b"this is no program")
     run = scene.run()
     assert run.requests == scene.requests(GAME_VERSION)
@@ -53,7 +53,7 @@ def test_a_broken_game_ends_in_silence_with_exit_code_0(scene):
     run.assert_game_not_started()
 
 
-def test_a_missing_bin_folder_ends_in_silence_with_exit_code_0(scene):
+def test_a_missing_bin_folder_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.remove("bin")
     run = scene.run()
     assert run.requests == scene.requests(GAME_VERSION)

@@ -123,7 +123,7 @@ VERSION_NAME = "Unknown updater version name '{}' (should have been 'Version')"
     ],
 )
 def test_a_manifest_that_is_refused_is_logged_and_the_game_update_goes_on(scene, text, message):
-    """Nothing of the Launcher is fetched, nobody is asked, and the game's version is looked up."""
+    """Nothing of the Launcher is fetched, no dialog is shown, and the game's version is checked."""
     scene.serve(UPDATER_MANIFEST, text)
     run = scene.run()
     assert run.requests == [

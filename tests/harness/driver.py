@@ -1,4 +1,4 @@
-"""Starts the Launcher as a player does, answers its dialogs, and tells what happened."""
+"""Starts the Launcher as a player does, answers its dialogs, and records what happens."""
 
 import collections
 import dataclasses
@@ -77,7 +77,7 @@ class Watcher:
             self._garbled = line
         finally:
             self.events.put(None)
-        # Nobody wants the rest, but a full pipe would keep the watch from its end.
+        # The rest is dropped; a full pipe would block the watcher.
         for _ in self._process.stdout:
             pass
 
@@ -206,7 +206,7 @@ class Run:
         assert not missing, f"dialogs that never came: {missing}; {self.describe()}"
 
     def end_all(self) -> None:
-        """Ends everything that still runs, as the test's own doing."""
+        """Ends everything that still runs, on the test's behalf."""
         self._watcher.order("quit")
 
     def close_window(self, window: dict) -> None:

@@ -55,7 +55,7 @@ class KilledRun(LauncherRun):
         assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
 
     def go_until(self, condition: Callable[[], bool]) -> bool:
-        """Goes on until the condition holds, and tells whether it came to that."""
+        """Goes on until the condition holds or the run ends; returns whether it holds."""
         while not self.ended and not condition():
             self._take_event("a moment to kill at", pause=0.005)
         return condition()
@@ -341,7 +341,7 @@ class GameUpdate:
 
 
 class SelfUpdate:
-    """A newer Launcher is offered for one that stands in a game folder."""
+    """The server offers a newer Launcher than the installed one."""
 
     answers = [ok(RESTART_REQUIRED)]
     goes_on_from = ("unchanged",)

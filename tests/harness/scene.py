@@ -169,6 +169,6 @@ class Scene:
 
 
 def matches(pattern_of: str, entry: str) -> bool:
-    """Whether an entry is the text, in which "<platform>" stands for a text of the platform."""
+    """Whether an entry is the text, in which "<platform>" matches any text of the platform."""
     pattern = re.escape(pattern_of).replace("<platform>", PLATFORM_TEXT)
     return re.fullmatch(pattern, entry, re.DOTALL) is not None

@@ -53,7 +53,7 @@ class Answer:
     gate: Gate | None = None
     # Where the connection stops sending before the gate opens, in bytes of the body.
     gate_after: int | None = None
-    # The last answer: whoever comes later is refused a connection.
+    # The last answer: later connections are refused.
     last: bool = False
 
     def head(self) -> bytes:
@@ -136,7 +136,7 @@ class ScriptedServer:
             self._socket.close()
 
     def refuse(self) -> None:
-        """From here on connections are refused, and nobody else can take the port."""
+        """Refuses connections from now on, and keeps the port."""
         self._stop_accepting()
         self._port_keeper = socket.socket()
         self._port_keeper.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -165,7 +165,7 @@ class ScriptedServer:
         words = line.split(" ")
         path = words[1] if len(words) == 3 else line
         with self._lock:
-            # Whatever is not a plain request stands there as it came, for the test to stumble over.
+            # What is not a plain request is recorded as it is, so that the test fails.
             self.requests.append(path if len(words) == 3 and words[0] == "GET" else line)
             self.heads.append(text)
         answer = self.answers.get(path, NOT_FOUND)
@@ -212,7 +212,7 @@ class ScriptedServer:
 
 
 class ClosedPort:
-    """A loopback port that refuses connections and that nobody else can take meanwhile."""
+    """A loopback port that refuses connections and is kept from other processes."""
 
     def __init__(self) -> None:
         self._socket = socket.socket()

@@ -112,7 +112,7 @@ int Fail(const wchar_t* what) {
 
 // --- Orders -----------------------------------------------------------------------------------
 
-// The lines of standard input, read on a thread of its own because reading blocks.
+// The lines of standard input. A second thread reads them, because reading blocks.
 class Orders {
  public:
   Orders() : reader_([this] { Read(); }) { reader_.detach(); }
