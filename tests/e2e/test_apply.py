@@ -440,6 +440,17 @@ def test_an_unlisted_file_that_cannot_be_removed_ends_the_program(flat):
     assert_ended_abnormally(flat, run)
 
 
+def test_a_preserved_folder_that_cannot_be_read_ends_the_program(flat):
+    """The clean-up goes into preserved folders, too. Another process keeps this one closed."""
+    flat.folder.directory("Saved/locked")
+    flat.lock("Saved/locked")
+    flat.offer_game({"data.pak": b"data"}, ["Saved"])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert flat.folder.read("data.pak") == b"data"
+    assert flat.folder.has(STAGING)
+    assert_ended_abnormally(flat, run)
+
+
 def test_a_directory_that_cannot_be_made_in_the_game_folder_ends_the_program(flat):
     """A file has the name of a level of the path."""
     flat.folder.put("data", b"a file")

@@ -133,6 +133,25 @@ def test_a_search_directory_that_does_not_exist_ends_the_program(scene):
     run.assert_game_not_started()
 
 
+def test_a_file_as_the_search_directory_ends_the_program(scene):
+    file = scene.temp_dir / "file"
+    file.write_bytes(b"")
+    run = scene.run(arguments=[windows_path(file)], expected_exits=(TERMINATED,))
+    assert (run.requests, run.dialogs, run.changes()) == ([], [], {})
+    run.assert_game_not_started()
+
+
+def test_a_folder_below_the_search_directory_that_cannot_be_read_ends_the_program(scene):
+    """Another process keeps it closed. Without it there would be a project to find."""
+    scene.folder.put("project.vegame", b"")
+    scene.folder.directory("Saved/locked")
+    scene.lock("Saved/locked")
+    argument = windows_path(scene.folder.root)
+    run = scene.run(arguments=[argument], expected_exits=(TERMINATED,))
+    assert (run.requests, run.dialogs, run.changes()) == ([], [], {})
+    run.assert_game_not_started()
+
+
 def test_an_empty_argument_is_a_search_directory_that_cannot_be_read(scene):
     run = scene.run(arguments=[""], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED

@@ -656,7 +656,7 @@ def test_a_server_with_a_long_path_is_served_by_the_second_process_too(build, te
         assert_published(server, FILES, version)
 
 
-# --- Other processes -----------------------------------------------------------------------------
+# --- Other processes -------------------------------------------------------------------------
 
 
 def test_a_build_that_changes_meanwhile_is_refused(interrupted):

@@ -93,7 +93,7 @@ def test_a_long_server_path_is_published_to(build, temp_dir):
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-# --- Other processes -----------------------------------------------------------------------------
+# --- Other processes -------------------------------------------------------------------------
 
 
 @pytest.fixture
