@@ -21,22 +21,29 @@ import sys
 import time
 from collections.abc import Iterator
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(ROOT / "tests/e2e"))
+from harness import formats
+from harness.constants import (
+    BUILD_DIR,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    OWN_VERSION,
+    PROJECT,
+    SETTINGS_FILE,
+    TIMEOUT,
+    UPDATER_DATA,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.game_folder import windows_path
+from harness.nginx_server import NginxServer
 
-import formats  # noqa: E402
-from game_folder import windows_path  # noqa: E402
-from nginx_server import NginxServer  # noqa: E402
-
-WINE = ROOT / "scripts/wine"
-BUILD = ROOT / "build/bench"
-MEASURE = BUILD / "bench/measure.exe"
-BARE_START = BUILD / "bench/bare_start.exe"
-NATIVE = ROOT / "build/bench-native/native_bench"
+WINE = PROJECT / "scripts/wine"
+MEASURE = BUILD_DIR / "bench/measure.exe"
+BARE_START = BUILD_DIR / "bench/bare_start.exe"
+NATIVE = PROJECT / "build/bench-native/native_bench"
 MEBIBYTE = 1 << 20
 SIZE_LIMIT = 1.5 * MEBIBYTE
 MEMORY_LIMIT = 16.0  # MiB above the largest file
-TIMEOUT = 120.0  # seconds; for what takes no tenth of it
 
 
 @dataclasses.dataclass
@@ -220,7 +227,7 @@ class Bench:
             lines.append((name, formats.file_line(name, content), formats.md5(content)))
         cases = []
         for count in (files // 100, files // 10, files) if files >= 100 else (1, files // 10, files):
-            (tree.parent / "game_update.manifest").write_bytes(
+            (tree.parent / GAME_MANIFEST).write_bytes(
                 formats.game_manifest(["data"], [line for _, line, _ in lines[:count]])
             )
             sums = tree.parent / "sums"
@@ -262,24 +269,24 @@ class Bench:
         url = self.server.url(base)
         updates = self.work / "served" / base / "updates/release"
         (updates / "updater").mkdir(parents=True)
-        (updates / "updater/updater.manifest").write_bytes(formats.updater_manifest(6))
-        (updates / "updater/UpdaterData.vpak").write_bytes(formats.updater_data(url))
-        (updates / "GameVersion.vpak").write_bytes(formats.game_version(*version))
+        (updates / UPDATER_MANIFEST).write_bytes(formats.updater_manifest(OWN_VERSION))
+        (updates / UPDATER_DATA).write_bytes(formats.updater_data(url))
+        (updates / GAME_VERSION).write_bytes(formats.game_version(*version))
         for name, content in files.items():
             (updates / name).parent.mkdir(parents=True, exist_ok=True)
             (updates / name).write_bytes(content)
         folders = sorted({name.rpartition("/")[0] for name in files} - {""})
         lines = [formats.file_line(name, content) for name, content in files.items()]
-        (updates / "game_update.manifest").write_bytes(formats.game_manifest(folders, lines))
+        (updates / GAME_MANIFEST).write_bytes(formats.game_manifest(folders, lines))
         return url
 
     def game(self, name: str, url: str, version: tuple[int, ...] = (0, 0, 0, 1)) -> pathlib.Path:
         folder = self.work / name
         for part in ("bin", "Updater"):
             (folder / part).mkdir(parents=True)
-        shutil.copyfile(BUILD / "player/Velmorant Player.exe", folder / "bin/Velmorant Player.exe")
-        (folder / "Updater/UpdaterData.vpak").write_bytes(formats.updater_data(url))
-        (folder / "Updater/GameVersion.vpak").write_bytes(formats.game_version(*version))
+        shutil.copyfile(BUILD_DIR / "player/Velmorant Player.exe", folder / "bin/Velmorant Player.exe")
+        (folder / SETTINGS_FILE).write_bytes(formats.updater_data(url))
+        (folder / VERSION_FILE).write_bytes(formats.game_version(*version))
         return folder
 
     def whole_run(self) -> None:
@@ -307,7 +314,7 @@ class Bench:
         bare, with_com = Pairs(1), Pairs(1)
         start(BARE_START)
         for _ in range(3 * self.pairs):
-            ours = start(BUILD / "Launcher.exe")
+            ours = start(BUILD_DIR / "Launcher.exe")
             bare.add(ours, start(BARE_START))
             with_com.add(ours, start(BARE_START, "com"))
         for against, pairs, limit in (
@@ -388,7 +395,7 @@ class Bench:
         folder = self.game(f"memory{size}", url)
         confirm = subprocess.Popen([WINE, MEASURE, "confirm"], stdin=subprocess.DEVNULL)
         launcher = subprocess.Popen(
-            [WINE, BUILD / "walk-on/Launcher.exe"],
+            [WINE, BUILD_DIR / "walk-on/Launcher.exe"],
             cwd=folder,
             stdin=subprocess.DEVNULL,
             env={**os.environ, "VELMORANT_PLAYER_SECONDS": "0"},
@@ -417,7 +424,7 @@ class Bench:
         )
 
     def size(self) -> None:
-        size = (BUILD / "Launcher.exe").stat().st_size
+        size = (BUILD_DIR / "Launcher.exe").stat().st_size
         self.rows.append(
             Row("size of `Launcher.exe`", "", "at most 1.5 MiB", f"**{size / MEBIBYTE:.2f}** MiB", size <= SIZE_LIMIT)
         )
@@ -467,7 +474,7 @@ PARTS = (
 
 def parts_of_executable() -> list[tuple[str, str, int]]:
     """What the linker put into the executable, by its map: bytes of each part, largest first."""
-    text = (BUILD / "Launcher.map").read_text(errors="replace")
+    text = (BUILD_DIR / "Launcher.map").read_text(errors="replace")
     text = text[text.index("Linker script and memory map") :]
     sizes: collections.Counter[int] = collections.Counter()
     piece = re.compile(r"^ \.(?:text|rdata|data|pdata|xdata|rsrc|idata|CRT|tls)\S*\s+0x[0-9a-f]+\s+0x([0-9a-f]+) (\S.*)$", re.M)
@@ -497,7 +504,7 @@ def machine() -> str:
 
 
 def document(bench: Bench) -> str:
-    limits = (ROOT / "bench/limits.md").read_text()
+    limits = (PROJECT / "bench/limits.md").read_text()
     lines = [
         "# Performance",
         "",
@@ -552,7 +559,7 @@ def main() -> int:
     bench = Bench(options.work, options.quick, options.wineserver)
     bench.run_all()
     text = document(bench)
-    target = ROOT / ("build/performance-quick.md" if options.quick else "docs/performance.md")
+    target = PROJECT / ("build/performance-quick.md" if options.quick else "docs/performance.md")
     target.write_text(text)
     print()
     print(text)

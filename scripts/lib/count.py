@@ -30,7 +30,7 @@ def main() -> int:
     parser.add_argument("reports", nargs="*")
     parser.add_argument("--problems", type=int, default=0, help="failures that no report counts")
     parser.add_argument("--no-tests-wanted", action="store_true", help="no test at all is fine")
-    parser.add_argument("--failures", action="store_true", help="only tell whether any test failed")
+    parser.add_argument("--failures", action="store_true", help="only return whether any test failed")
     options = parser.parse_args()
 
     passed = failed = skipped = 0

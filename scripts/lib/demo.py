@@ -1,7 +1,7 @@
-"""Walks through the runs of the Launcher that a player sees, against a real server, and tells them.
+"""Runs the Launcher as a player does, against a real server, and prints what happens.
 
 Started by scripts/demo, which provides the display, the Wine prefix and the built programs. Every
-run is watched by watch.exe; what is told and checked is what it, the server's access log, the game
+run is watched by watch.exe; what is printed and checked comes from it, the server's access log, the game
 folder and the log file show.
 """
 
@@ -20,20 +20,27 @@ import time
 import traceback
 import urllib.parse
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tests/e2e"))
+from harness import dialogs, formats
+from harness.constants import (
+    BUILD_DIR,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    NEXT_VERSION,
+    PARKED,
+    PROJECT,
+    SETTINGS_FILE,
+    STAGING,
+    TIMEOUT,
+    VERSION_FILE,
+)
+from harness.driver import TERMINATED, Build, Watcher
+from harness.game_folder import GameFolder, windows_path
+from harness.nginx_server import NginxServer, Request
+from harness.publishing import command_line
 
-import dialogs  # noqa: E402
-import formats  # noqa: E402
-from driver import TERMINATED, Build, Watcher  # noqa: E402
-from game_folder import STAGING, GameFolder, windows_path  # noqa: E402
-from nginx_server import NginxServer, Request  # noqa: E402
-from publishing import command_line  # noqa: E402
+BUILD = Build(BUILD_DIR)
+DEMO = PROJECT / "build/demo"
 
-BUILD = Build(ROOT / "build/release")
-DEMO = ROOT / "build/demo"
-
-TIMEOUT = 120.0  # seconds for one run; none takes a tenth of it
 
 PROGRESS_WINDOW_CLASS = "UpdaterWindow"
 GAME = "Velmorant Player.exe"
@@ -49,7 +56,7 @@ def noise(seed: str, size: int) -> bytes:
 @functools.cache
 def game_files(version: str) -> dict[str, bytes]:
     """The game in one of its two versions: names as a manifest lists them, and contents."""
-    # What follows the end of an executable is no part of the program.
+    # Bytes behind the end of an executable do not change the program.
     player = BUILD.player.read_bytes() + f"build {version}".encode()
     files = {
         f"bin/{GAME}": player,
@@ -108,7 +115,7 @@ class Studio:
         return self.www / "updates/release"
 
     def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> None:
-        """A run of the publishing tool, told as the studio sees it."""
+        """Runs the publishing tool and prints its output."""
         shown = [short(a) if isinstance(a, pathlib.Path) else a for a in arguments]
         self.demo.tell("published", "publish " + " ".join(shown))
         done = subprocess.run(
@@ -140,8 +147,8 @@ class Studio:
         game = GameFolder(root)
         write_tree(root, game_files("1.0") | OWN_FILES)
         game.put_copy("Launcher.exe", self.launcher)
-        game.put_copy("Updater/UpdaterData.vpak", self.settings)
-        game.put_copy("Updater/GameVersion.vpak", self.updates / "GameVersion.vpak")
+        game.put_copy(SETTINGS_FILE, self.settings)
+        game.put_copy(VERSION_FILE, self.updates / GAME_VERSION)
         return game
 
 
@@ -149,7 +156,7 @@ class Studio:
 
 
 def take_screenshot(name: str, window: dict) -> None:
-    """Saves a window as it stands on the screen, once it has been painted."""
+    """Saves a window's screenshot, once it has been painted."""
     place = "{width}x{height}+{x}+{y}".format(**window)
     last = b""
     deadline = time.monotonic() + 5
@@ -206,7 +213,7 @@ class Demo:
         self.wrong: list[str] = []
         self.shots = 0
 
-    # --- Telling -----------------------------------------------------------------------------
+    # --- Printing ----------------------------------------------------------------------------
 
     def say(self, text: str) -> None:
         print(textwrap.fill(text, 100), flush=True)
@@ -219,7 +226,7 @@ class Demo:
         sys.stdout.flush()
 
     def check(self, claim: str, holds: bool) -> None:
-        """In front of a person the outcome depends on the answers: then it is told, not judged."""
+        """Prints whether a claim holds. A false one fails the demo, unless a person gives the answers."""
         self.checks += 1
         if holds:
             self.tell("ok", claim)
@@ -250,14 +257,14 @@ class Demo:
     def _watch(self, folder: GameFolder, answers: dict[str, str]) -> Run:
         run = Run(before=folder.tree())
         entries = len(folder.log())
-        self.tell("start", str(folder.path("Launcher.exe").relative_to(ROOT)))
+        self.tell("start", str(folder.path("Launcher.exe").relative_to(PROJECT)))
         paths = [windows_path(folder.root), windows_path(folder.path("Launcher.exe"))]
         watcher = Watcher(BUILD, ["run", *paths], {})
         try:
             self._follow(watcher, run, folder, answers)
         finally:
             watcher.close()
-        # What the runtime of a program without a console says, and nobody sees.
+        # What the C runtime prints; a program without a console does not show it.
         if watcher.errors():
             self.tell("runtime", watcher.errors())
         self.server.settle()
@@ -324,7 +331,7 @@ class Demo:
             identifier = report["buttons"][labels.index(answers[caption])]["id"]
             watcher.order(f"press {report['window']} {identifier}")
         else:
-            raise RuntimeError(f"nobody expected the dialog [{caption}]")
+            raise RuntimeError(f"unexpected dialog [{caption}]")
 
     def _controls(self, watcher: Watcher, run: Run, window: dict, controls: list[dict]) -> None:
         if window["class"] == PROGRESS_WINDOW_CLASS:
@@ -332,7 +339,7 @@ class Demo:
             if not {"static", "msctls_progress32"} <= by_class.keys():
                 return  # The window is still being made.
             label, bar = by_class["static"]["text"], by_class["msctls_progress32"]
-            # The bar steps after the label: both are reported, the text is told once.
+            # The bar steps after the label: both are reported, the text is printed once.
             if label not in run.progress:
                 run.progress.append(label)
                 self.tell("progress", f"{label} (bar {bar['low']} to {bar['high']})")
@@ -373,7 +380,7 @@ class Demo:
 
 # --- The runs ----------------------------------------------------------------------------------
 
-QUIET_REQUESTS = ["redirect.txt 404", "updater.manifest", "UpdaterData.vpak", "GameVersion.vpak"]
+QUIET_REQUESTS = ["redirect.txt 404", "updater.manifest", "UpdaterData.vpak", GAME_VERSION]
 OK_TO_UPDATE = {dialogs.UPDATE_AVAILABLE.caption: "OK"}
 
 
@@ -394,7 +401,7 @@ def current_game(demo: Demo, game: GameFolder) -> None:
 def new_launcher(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.scene(
         "2. A newer Launcher",
-        "The server now offers version 7 of the Launcher. The running one moves itself aside as "
+        f"The server now offers version {NEXT_VERSION} of the Launcher. The running one moves itself aside as "
         "_old.exe, puts the new one in its place and restarts; the new one deletes _old.exe and "
         "starts the game.",
     )
@@ -403,9 +410,9 @@ def new_launcher(demo: Demo, game: GameFolder, studio: Studio) -> None:
     demo.check('only "Restart required." was shown', run.shown == [dialogs.RESTART_REQUIRED])
     demo.check(
         "_old.exe lay there during the restart",
-        "_old.exe" in run.during.get(dialogs.RESTART_REQUIRED.caption, ()),
+        PARKED in run.during.get(dialogs.RESTART_REQUIRED.caption, ()),
     )
-    demo.check("_old.exe is gone", "_old.exe" not in run.after)
+    demo.check("_old.exe is gone", PARKED not in run.after)
     demo.check(
         "the new Launcher is installed",
         game.read("Launcher.exe") == BUILD.next.read_bytes(),
@@ -447,7 +454,7 @@ def downloaded(run: Run, base: str) -> list[str]:
     """The game's files that were fetched: what was asked for after the manifest."""
     prefix = f"/{base}/updates/release/"
     names = [urllib.parse.unquote(request.path).removeprefix(prefix) for request in run.requests]
-    return names[names.index("game_update.manifest") + 1 :]
+    return names[names.index(GAME_MANIFEST) + 1 :]
 
 
 def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
@@ -475,13 +482,13 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check(
         "the staged files and the old version record are still there",
         game.has(f"{STAGING}/bin/{GAME}")
-        and run.after["Updater/GameVersion.vpak"] == run.before["Updater/GameVersion.vpak"],
+        and run.after[VERSION_FILE] == run.before[VERSION_FILE],
     )
     print()
     demo.say(
         "What happened: the new files are in place, but the version record is still the old one, "
         "because it is written after the clean-up. So the next start offers the update again; "
-        "whoever cancels plays the new version."
+        "a player who cancels plays the new version."
     )
     print()
     run = demo.run(game, {dialogs.UPDATE_AVAILABLE.caption: "Cancel"})
@@ -511,7 +518,7 @@ def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check("the staging folder is gone", not game.has(STAGING))
     demo.check(
         "the new version is recorded",
-        game.read("Updater/GameVersion.vpak") == formats.game_version(*VERSIONS["1.1"]),
+        game.read(VERSION_FILE) == formats.game_version(*VERSIONS["1.1"]),
     )
     demo.check("the Launcher ended with 0", run.launcher_exits() == [0])
     demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
@@ -556,7 +563,7 @@ def walk(demo: Demo, server: NginxServer) -> None:
     game = strict.install(DEMO / "games/velmorant")
     studio_game = keep_dirs.install(DEMO / "games/studio")
     server.start()
-    demo.say(f"nginx serves {server.tree.relative_to(ROOT)} at {strict.url}")
+    demo.say(f"nginx serves {server.tree.relative_to(PROJECT)} at {strict.url}")
     current_game(demo, game)
     new_launcher(demo, game, strict)
     declined_update(demo, game, strict)
@@ -586,14 +593,14 @@ def main() -> int:
         walk(demo, server)
     except KeyboardInterrupt:
         failure = "interrupted"
-    except Exception as error:  # The verdict stands last, whatever went wrong.
+    except Exception as error:  # The verdict is printed last in any case.
         traceback.print_exc()
         failure = str(error)
     finally:
         server.stop()
 
     print(f"\n{'-' * 100}")
-    print(f"{demo.shots} screenshots are in {(DEMO / 'screenshots').relative_to(ROOT)}/.")
+    print(f"{demo.shots} screenshots are in {(DEMO / 'screenshots').relative_to(PROJECT)}/.")
     counts = f"{demo.runs} runs, {demo.checks - len(demo.wrong)} checks held, {len(demo.wrong)} did not"
     if failure:
         print(f"Verdict: FAILED: {failure} ({counts})")

@@ -14,20 +14,12 @@ import time
 
 import pytest
 
-from driver import PROJECT, WINE, Build, Watcher
-from scene import Scene
-from scripted_server import ScriptedServer
+from harness.constants import BUILD_DIR, TIMEOUT
+from harness.driver import WINE, Build, Watcher
+from harness.scene import Scene
+from harness.scripted_server import ScriptedServer
 
 WINE_SERVER = "/usr/lib/wine/wineserver64"
-
-
-def pytest_addoption(parser: pytest.Parser) -> None:
-    parser.addoption(
-        "--build",
-        default=os.environ.get("LAUNCHER_BUILD", str(PROJECT / "build" / "release")),
-        help="the build directory whose programs are tested, given as --build=DIR: after a blank pytest "
-        "takes it for a folder of tests (default: $LAUNCHER_BUILD, else build/release)",
-    )
 
 
 def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
@@ -40,7 +32,7 @@ def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item
 
 
 def pytest_terminal_summary(terminalreporter) -> None:
-    """What the tests of faults did and saw: each tells it by a property named "seen"."""
+    """Prints what the tests of faults saw: each reports it by properties named "seen" and "cell"."""
     seen: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
     tables: dict[str, dict[tuple[str, str], str]] = collections.defaultdict(dict)
     for report in terminalreporter.getreports("passed"):
@@ -117,12 +109,11 @@ def is_worker(config: pytest.Config) -> bool:
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    build = pathlib.Path(config.getoption("--build")).resolve()
-    for program in vars(Build(build)).values():
+    for program in vars(Build(BUILD_DIR)).values():
         if not program.exists():
-            raise pytest.UsageError(f"{program} is missing: build first, or name another --build")
+            raise pytest.UsageError(f"{program} is missing: build first, or set $LAUNCHER_BUILD")
     # Workers of a distributed run inherit the environment that the first process made.
-    config.stash[TEST_ENVIRONMENT] = None if is_worker(config) else TestEnvironment(build)
+    config.stash[TEST_ENVIRONMENT] = None if is_worker(config) else TestEnvironment(BUILD_DIR)
 
 
 def pytest_unconfigure(config: pytest.Config) -> None:
@@ -135,15 +126,15 @@ TEST_ENVIRONMENT = pytest.StashKey[TestEnvironment | None]()
 
 
 @pytest.fixture(scope="session")
-def build(request: pytest.FixtureRequest) -> Build:
-    return Build(pathlib.Path(request.config.getoption("--build")).resolve())
+def build() -> Build:
+    return Build(BUILD_DIR)
 
 
 @pytest.fixture(scope="session", autouse=True)
 def desktop(build: Build):
     """Keeps Wine's desktop process alive between the runs, which makes their start quick."""
     keeper = Watcher(build, ["desktop"], {})
-    assert keeper.events.get(timeout=120) == {"event": "ready"}
+    assert keeper.events.get(timeout=TIMEOUT) == {"event": "ready"}
     yield
     keeper.close()
 

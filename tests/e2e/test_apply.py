@@ -6,22 +6,20 @@ import select
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
-from game_folder import GAME, STAGING
-from scene import INSTALLED, NEWER
+from harness import formats
+from harness.constants import CHECK, GAME, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, ok
+from harness.scene import INSTALLED, NEWER
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 NEW_VERSION = formats.game_version(*NEWER)
 OLD_VERSION = formats.game_version(*INSTALLED)
 
 
 @pytest.fixture
 def flat(scene):
-    """A game without a filled folder of its own beside the preserved ones: the clean-up can pass.
-    The game's program has to go for that, and so no run here starts it."""
+    """A game whose only filled folders are preserved ones, so that the clean-up succeeds. It lacks
+    the game's program, which no run here starts."""
     scene.folder.remove("bin")
     return scene
 
@@ -63,11 +61,11 @@ def test_an_update_installs_all_files_and_records_the_version(flat):
 def test_the_new_version_is_not_offered_again(flat):
     assert_updated(flat, updated(flat, {"data.pak": b"data"}))
     run = flat.run()
-    assert run.requests == flat.requests("GameVersion.vpak")
+    assert run.requests == flat.requests(GAME_VERSION)
     assert (run.dialogs, run.changes()) == ([], {})
 
 
-def test_when_success_is_told_everything_is_in_place_and_the_progress_window_is_gone(flat):
+def test_before_the_success_box_all_files_are_installed_and_the_progress_window_is_closed(flat):
     flat.folder.put("unlisted.txt", b"goes")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
     seen = []
@@ -91,7 +89,7 @@ def test_when_success_is_told_everything_is_in_place_and_the_progress_window_is_
 def test_the_servers_version_file_is_stored_byte_for_byte(flat):
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
     content = formats.game_version(*NEWER, checked=True) + b"trailing bytes"
-    flat.serve("GameVersion.vpak", content)
+    flat.serve(GAME_VERSION, content)
     run = flat.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     assert flat.folder.read(VERSION_FILE) == content
     assert run.exit_code == 0
@@ -100,14 +98,14 @@ def test_the_servers_version_file_is_stored_byte_for_byte(flat):
 def test_without_an_installed_version_what_the_second_download_gave_is_stored_unchecked(flat):
     flat.folder.remove(VERSION_FILE)
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
-    flat.serve("GameVersion.vpak", b"not even an archive")
+    flat.serve(GAME_VERSION, b"not even an archive")
     run = flat.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     assert run.requests == flat.requests(*CHECK, "data.pak")
     assert flat.folder.read(VERSION_FILE) == b"not even an archive"
     assert (run.exit_code, run.log) == (0, [])
 
 
-def test_an_update_with_every_file_current_downloads_nothing_and_ends_well(flat):
+def test_an_update_with_every_file_current_downloads_nothing_and_succeeds(flat):
     flat.folder.put("data.pak", b"data")
     flat.folder.put("unlisted.txt", b"goes")
     run = updated(flat, {"data.pak": b"data"})
@@ -259,7 +257,7 @@ def test_a_listed_launcher_that_is_current_is_left_alone(flat):
 # --- The staging folder's removal -------------------------------------------------------------
 
 
-def test_the_staging_folder_goes_with_everything_in_it(flat):
+def test_the_staging_folder_is_removed_with_everything_in_it(flat):
     flat.folder.put(f"{STAGING}/left/over/file", b"from an older update")
     run = updated(flat, {"data.pak": b"data"})
     assert_updated(flat, run)
@@ -277,7 +275,35 @@ def test_a_staging_folder_that_cannot_be_removed_is_no_failure(flat):
     assert (run.log, run.exit_code) == ([], 0)
 
 
-# --- Failures: the program ends, on purpose without a word ------------------------------------
+# --- Links under listed names -----------------------------------------------------------------
+
+
+@pytest.mark.parametrize("where", ["", f"{STAGING}/"])
+def test_a_dangling_link_under_a_listed_name_counts_as_no_file(flat, where):
+    """The file is downloaded, and written to where the link leads."""
+    flat.folder.directory(STAGING)
+    flat.folder.path(f"{where}data.pak").symlink_to(flat.temp_dir / "target")
+    run = updated(flat, {"data.pak": b"data"})
+    assert run.requests == flat.requests(*CHECK, "data.pak")
+    assert flat.folder.read("data.pak") == b"data"
+    # Wine deletes what a link leads to in place of the link: the staging folder may stay.
+    assert flat.folder.read(VERSION_FILE) == NEW_VERSION
+
+
+@pytest.mark.parametrize("where", ["", f"{STAGING}/"])
+def test_a_link_to_a_current_file_under_a_listed_name_counts_as_that_file(flat, where):
+    target = flat.temp_dir / "target"
+    target.write_bytes(b"data")
+    flat.folder.directory(STAGING)
+    flat.folder.path(f"{where}data.pak").symlink_to(target)
+    run = updated(flat, {"data.pak": b"data"})
+    assert run.requests == flat.requests(*CHECK)
+    assert flat.folder.read("data.pak") == b"data"
+    # Wine deletes what a link leads to in place of the link: the staging folder may stay.
+    assert flat.folder.read(VERSION_FILE) == NEW_VERSION
+
+
+# --- Failures: the program ends without a box and without a log entry -------------------------
 
 
 def assert_ended_abnormally(scene, run) -> None:
@@ -300,7 +326,7 @@ def test_the_clean_up_ends_the_program_at_a_filled_folder_after_all_copies(scene
     assert_ended_abnormally(scene, run)
 
 
-def test_the_next_run_after_such_an_end_finds_everything_current_and_ends_alike(scene):
+def test_the_next_run_finds_every_file_current_and_ends_at_the_same_folder(scene):
     scene.offer_game({"bin/new.dll": b"new"}, ["bin"])
     scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
@@ -318,7 +344,7 @@ def test_even_a_folder_full_of_listed_files_ends_the_program(scene):
 
 
 class Pipe:
-    """A pipe with a name: who writes more than a little into it stands still until it is read."""
+    """A named pipe: a writer blocks when it is full, until it is read."""
 
     def __init__(self, path: pathlib.Path) -> None:
         os.mkfifo(path)
@@ -342,7 +368,7 @@ def pipe(scene):
     made.close()
 
 
-def test_the_progress_window_goes_when_the_applying_begins(flat, pipe):
+def test_the_progress_window_closes_before_the_first_file_is_copied(flat, pipe):
     """The first installed file is a pipe, in which the copying gets stuck until the window went."""
     content = bytes(range(256)) * 4096
     flat.folder.path("data.pak").symlink_to(flat.temp_dir / "pipe")
@@ -371,7 +397,7 @@ def test_the_progress_window_goes_when_the_applying_begins(flat, pipe):
     assert_updated(flat, run)
 
 
-def test_an_end_while_applying_comes_without_waiting_for_the_window_and_without_a_box(scene):
+def test_a_failure_while_applying_ends_the_program_without_a_box(scene):
     """The abnormal end comes while the window's thread has not been waited for; no box is shown."""
     scene.offer_game({"bin/new.dll": b"new"}, ["bin"])
     gate = scene.server.hold(scene.updates + "bin/new.dll")
@@ -414,8 +440,19 @@ def test_an_unlisted_file_that_cannot_be_removed_ends_the_program(flat):
     assert_ended_abnormally(flat, run)
 
 
+def test_a_preserved_folder_that_cannot_be_read_ends_the_program(flat):
+    """The clean-up goes into preserved folders, too. Another process keeps this one closed."""
+    flat.folder.directory("Saved/locked")
+    flat.lock("Saved/locked")
+    flat.offer_game({"data.pak": b"data"}, ["Saved"])
+    run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert flat.folder.read("data.pak") == b"data"
+    assert flat.folder.has(STAGING)
+    assert_ended_abnormally(flat, run)
+
+
 def test_a_directory_that_cannot_be_made_in_the_game_folder_ends_the_program(flat):
-    """A file stands where a level of the path has to be."""
+    """A file has the name of a level of the path."""
     flat.folder.put("data", b"a file")
     flat.offer_game({"other": b"o"}, ["data", "data/sub"])
     run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
@@ -424,7 +461,7 @@ def test_a_directory_that_cannot_be_made_in_the_game_folder_ends_the_program(fla
     assert_ended_abnormally(flat, run)
 
 
-def test_a_version_file_that_cannot_be_written_ends_the_program_after_all_else(flat):
+def test_a_version_file_that_cannot_be_written_ends_the_program_after_the_staging_folder_is_removed(flat):
     flat.lock(VERSION_FILE, "read")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
     run = flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
@@ -433,7 +470,7 @@ def test_a_version_file_that_cannot_be_written_ends_the_program_after_all_else(f
     assert_ended_abnormally(flat, run)
 
 
-def test_an_end_at_the_version_file_is_made_good_by_the_next_run(flat):
+def test_the_run_after_a_failed_write_of_the_version_file_succeeds(flat):
     holder = flat.lock(VERSION_FILE, "read")
     flat.offer_game({"data.pak": b"data"}, ["Saved"])
     assert_ended_abnormally(flat, flat.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,)))

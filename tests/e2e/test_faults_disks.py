@@ -1,6 +1,6 @@
 """Disks that do not do what is asked of them: write protection, a full disk, long and strange names.
 
-Files that another process keeps open stand with the tests of the stages that meet them.
+The tests of each stage cover files that another process keeps open.
 """
 
 import os
@@ -10,15 +10,23 @@ import subprocess
 
 import pytest
 
-import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
-from game_folder import GAME, STAGING
-from scene import INSTALLED, NEWER, Scene
-from scripted_server import Answer, ScriptedServer
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    NEXT_VERSION,
+    PARKED,
+    STAGING,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, ok
+from harness.scene import INSTALLED, NEWER, Scene
+from harness.scripted_server import Answer, ScriptedServer
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-PARKED = "_old.exe"
 UPDATED = [ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)]
 
 
@@ -71,14 +79,14 @@ def test_a_read_only_file_ends_the_update_which_goes_on_when_it_is_writable(stud
     run.assert_game_not_started()
     path.chmod(0o644)
     run = studio.run(UPDATED)
-    assert run.requests == studio.requests("GameVersion.vpak", "game_update.manifest")
+    assert run.requests == studio.requests(GAME_VERSION, GAME_MANIFEST)
     assert studio.folder.read("bin/game.dll") == b"new content"
     assert studio.folder.has(name) == listed
     assert studio.folder.read(VERSION_FILE) == formats.game_version(*NEWER)
     run.assert_game_started()
 
 
-def test_a_read_only_file_that_is_kept_is_in_nobodys_way(studio):
+def test_a_read_only_file_that_is_kept_does_not_stop_the_update(studio):
     studio.folder.put("Saved/profile.sav", b"the player's")
     protect(studio, "Saved/profile.sav")
     offer(studio, {"bin/game.dll": b"new content"}, ["bin"])
@@ -90,8 +98,8 @@ def test_a_read_only_file_that_is_kept_is_in_nobodys_way(studio):
 def test_a_read_only_launcher_is_replaced_but_its_parked_copy_stays(scene):
     """Renaming does not ask for the attribute, deleting does."""
     old, new = scene.build.launcher.read_bytes(), scene.build.next.read_bytes()
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", new)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, new)
     protect(scene, "Launcher.exe")
     run = scene.run([ok(RESTART_REQUIRED)], expected_exits=(0, 0))
     assert scene.folder.read("Launcher.exe") == new
@@ -104,7 +112,7 @@ def test_a_read_only_launcher_is_replaced_but_its_parked_copy_stays(scene):
 
 
 class SmallDisk:
-    """The game folder of a scene on a disk of its own."""
+    """The game folder of a scene on a separate disk."""
 
     def __init__(self, scene: Scene) -> None:
         self.scene = scene
@@ -164,9 +172,9 @@ def test_a_disk_too_full_to_install_ends_the_update_which_goes_on_when_there_is_
     run.assert_game_started()
 
 
-def test_what_a_full_disk_cut_off_is_installed_where_the_old_file_makes_room_for_it(small_disk):
-    """Nobody is told: what is written short is not noticed, and what was downloaded is not checked.
-    The next update finds that the file is not what it should be."""
+def test_a_file_cut_off_by_a_full_disk_is_installed_without_an_error(small_disk):
+    """A short write is not noticed, and a download is not checked. The next update finds that the
+    file has another digest."""
     scene = small_disk.scene
     scene.folder.put("bin/large.dat", LARGE[::-1])
     offer(scene, {"bin/large.dat": LARGE}, ["bin"])
@@ -185,8 +193,8 @@ def test_what_a_full_disk_cut_off_is_installed_where_the_old_file_makes_room_for
 def test_a_launcher_that_does_not_fit_on_the_disk_is_put_back_by_hand(small_disk):
     scene = small_disk.scene
     old, new = scene.folder.read("Launcher.exe"), scene.build.next.read_bytes()
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", new)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, new)
     small_disk.leave(100 << 10)
     run = scene.run([ok(RESTART_REQUIRED)])
     torn = scene.folder.read("Launcher.exe")
@@ -200,9 +208,9 @@ def test_a_launcher_that_does_not_fit_on_the_disk_is_put_back_by_hand(small_disk
     run.assert_game_started()
 
 
-def test_a_log_that_the_disk_has_no_room_for_keeps_nobody_from_the_game(small_disk):
+def test_a_log_that_does_not_fit_on_the_disk_does_not_stop_the_game(small_disk):
     scene = small_disk.scene
-    scene.serve("updater/updater.manifest", Answer(status=503))
+    scene.serve(UPDATER_MANIFEST, Answer(status=503))
     scene.folder.directory("Logs")
     small_disk.leave(0)
     run = scene.run()
@@ -256,8 +264,8 @@ def test_a_game_folder_with_blanks_and_other_letters_is_updated(strange_place):
 
 def test_a_launcher_in_a_folder_with_blanks_and_other_letters_is_replaced(strange_place):
     new = strange_place.build.next.read_bytes()
-    strange_place.offer_launcher(7)
-    strange_place.serve("updater/Launcher.exe", new)
+    strange_place.offer_launcher(NEXT_VERSION)
+    strange_place.serve(UPDATER_EXECUTABLE, new)
     run = strange_place.run([ok(RESTART_REQUIRED)], expected_exits=(0, 0))
     assert strange_place.folder.read("Launcher.exe") == new
     run.assert_game_started()

@@ -2,7 +2,7 @@
 
 After each kill the disk is in one of the states that an update goes through, with the player's files
 untouched, and the next run ends with what an undisturbed one ends with. What the next run cannot
-mend by itself is told in docs/reliability.md, and tested here with the player's way out.
+repair by itself is described in docs/reliability.md; the player's repair is tested here.
 """
 
 import collections
@@ -11,15 +11,19 @@ import random
 
 import pytest
 
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED
-from killed import (
+from harness.constants import (
     EXECUTABLE,
-    FETCHED,
-    KILLED,
+    GAME_MANIFEST,
+    GAME_VERSION,
     PARKED,
     SETTINGS_FILE,
     VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED
+from harness.killed import (
+    FETCHED,
+    KILLED,
     GameUpdate,
     Moment,
     Operation,
@@ -207,12 +211,12 @@ def finish_game_update(made: GameUpdate, killed: dict, state: str) -> None:
     scene = made.scene
     if state == "done":
         run = scene.run()
-        assert run.requests == scene.requests("GameVersion.vpak")
+        assert run.requests == scene.requests(GAME_VERSION)
         assert whole_tree(scene.folder) == killed
     else:
         run = scene.run(made.answers, expected_exits=(0 if made.walks_on else TERMINATED,))
         assert run.requests == scene.requests(
-            "GameVersion.vpak", "game_update.manifest", *made.missing_after(killed)
+            GAME_VERSION, GAME_MANIFEST, *made.missing_after(killed)
         )
         assert whole_tree(scene.folder) == made.final_after(killed)
     if made.walks_on or state == "done":
@@ -312,7 +316,7 @@ def test_a_change_of_the_settings_goes_on_after_a_kill(scene, number, half, reco
 # --- At seeded moments ------------------------------------------------------------------------
 #
 # Here it is the Launchers as they ship that are killed, from outside, again and again in the same
-# folder. The moments are told by what the server sees; the clock only adds some that lie between.
+# folder. The server's view defines the moments; the clock only adds some in between.
 
 GAME_REQUESTS = [
     "updates/release/updater/updater.manifest",

@@ -6,18 +6,18 @@ import random
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import ok
-from game_folder import GAME, STAGING, windows_path
-from scene import NEWER
+from harness import formats
+from harness.constants import GAME, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import ok
+from harness.game_folder import windows_path
+from harness.scene import NEWER
 
 pytestmark = pytest.mark.long
 
 # For machines that have much else to do.
 TIMEOUT = 3600
 MEBIBYTE = 1 << 20
-VERSION_FILE = "Updater/GameVersion.vpak"
 
 
 @pytest.fixture

@@ -1,5 +1,5 @@
-"""Every answer of the server is in turn replaced by what a broken server, or somebody on the way to
-it, may give instead. For each cell of this table it is told what the player sees, what is logged,
+"""Every answer of the server is in turn replaced by one of a broken server or proxy. For each cell of
+this table the report says what the player sees, what is logged,
 how the Launcher ends, whether the game starts, and what is changed on disk.
 
 The game folder is one whose clean-up completes, so that every update that can end well does.
@@ -14,18 +14,30 @@ from typing import Callable
 
 import pytest
 
-import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_FAILED, UPDATE_SUCCESSFUL
-from driver import TERMINATED, LauncherRun, cancel, ok
-from game_folder import GAME, LOG, STAGING
-from scene import NEWER, Scene, matches
-from scripted_server import Answer, redirect
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    LOG,
+    NEXT_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_FAILED, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, LauncherRun, cancel, ok
+from harness.scene import NEWER, Scene, matches
+from harness.scripted_server import Answer, redirect
 
 HTML = b"<!DOCTYPE html>\n<html><body>\nPlease log in to the network.\n</body></html>\n"
 NOISE_SIZE = 8 << 20
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS_FILE = "Updater/UpdaterData.vpak"
-PARKED = "_old.exe"
 
 
 def noise() -> bytes:
@@ -158,18 +170,18 @@ def archive_error(bytes_: bytes) -> str | None:
 
 # --- The rows of the table: what one spoilt answer does ---------------------------------------
 #
-# Each returns what it saw, in words for the table.
+# Each returns what it saw, as text for the table.
 
 
 def spoilt_redirect(case: Case) -> str:
     scene = case.scene
-    scene.server.serve("redirect.txt", scene.server.url.encode())
+    scene.server.serve(REDIRECT, scene.server.url.encode())
     if case.refused:
         # There is nothing before it: nothing answers at all.
         scene.server.refuse()
         case.delivery = Delivery(errors=(PLATFORM,))
     else:
-        case.spoil("redirect.txt", "")
+        case.spoil(REDIRECT, "")
     before = whole(scene)
     run = scene.run()
     assert (run.dialogs, run.exit_code) == ([], 0)
@@ -191,7 +203,7 @@ def spoilt_redirect(case: Case) -> str:
 
 def spoilt_updater_manifest(case: Case) -> str:
     scene = case.scene
-    case.spoil(scene.updates + "updater/updater.manifest", "redirect.txt")
+    case.spoil(scene.updates + UPDATER_MANIFEST, REDIRECT)
     run = scene.run()
     assert (run.dialogs, run.exit_code) == ([], 0)
     run.assert_game_started()
@@ -206,7 +218,7 @@ def spoilt_updater_manifest(case: Case) -> str:
         )
         assert set(run.changes()) == {"Logs", LOG}
         return "a log entry; the game starts"
-    if body == formats.updater_manifest(6):
+    if body == formats.updater_manifest(OWN_VERSION):
         assert run.changes() == {}
         return "used as it is"
     lines = [line for line in body.replace(b"\r", b"").split(b"\n") if line]
@@ -219,12 +231,13 @@ def spoilt_updater_manifest(case: Case) -> str:
         message = None
     else:
         message = (
-            "Trying to downgrade updater to version '0' (from '6'). Downgrade is not supported"
+            f"Trying to downgrade updater to version '0' (from '{OWN_VERSION}'). "
+            "Downgrade is not supported"
         )
     if message:
         case.assert_log(run, scene.self_update_entry(message))
     else:
-        # The first line stands in the message, whatever it holds, and a NUL ends the message.
+        # The message contains the first line; a NUL ends it.
         raw = scene.folder.read(LOG)
         assert raw.count(b"Error while running updater:") == 1
         assert b"Unknown header in received updater-manifest file (was '" + lines[0][:3] in raw
@@ -235,7 +248,7 @@ def spoilt_updater_manifest(case: Case) -> str:
 def spoilt_settings(case: Case) -> str:
     scene = case.scene
     case.spoil(
-        scene.updates + "updater/UpdaterData.vpak", scene.updates + "updater/updater.manifest"
+        scene.updates + UPDATER_DATA, scene.updates + UPDATER_MANIFEST
     )
     body = case.delivery.body
     if body is None or body == scene.settings:
@@ -254,7 +267,7 @@ def spoilt_settings(case: Case) -> str:
         )
         assert set(run.changes()) == {"Logs", LOG}
         return "a log entry; the game starts"
-    # It is installed unchecked, and the Launcher that is started anew cannot read it.
+    # It is installed unchecked, and the restarted Launcher cannot read it.
     run = scene.run([ok(RESTART_REQUIRED)], expected_exits=(0, 0))
     assert scene.folder.read(SETTINGS_FILE) == body
     assert set(run.changes()) == {"Logs", LOG, SETTINGS_FILE}
@@ -267,9 +280,9 @@ def spoilt_settings(case: Case) -> str:
 def spoilt_launcher(case: Case) -> str:
     scene = case.scene
     good = scene.build.next.read_bytes()
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", good)
-    case.spoil(scene.updates + "updater/Launcher.exe", scene.updates + "updater/updater.manifest")
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, good)
+    case.spoil(scene.updates + UPDATER_EXECUTABLE, scene.updates + UPDATER_MANIFEST)
     body = case.delivery.body
     if body is None:
         run = scene.run()
@@ -310,7 +323,7 @@ def spoilt_version(case: Case) -> str:
     """The version file that is compared with the installed one."""
     scene = case.scene
     good = scene.offer_game_version(*NEWER)
-    case.spoil(scene.updates + "GameVersion.vpak", scene.updates + "updater/UpdaterData.vpak")
+    case.spoil(scene.updates + GAME_VERSION, scene.updates + UPDATER_DATA)
     body = case.delivery.body
     run = scene.run([cancel(UPDATE_AVAILABLE)] if body == good else [])
     assert run.exit_code == 0
@@ -374,7 +387,7 @@ def failed_before_download(case: Case, entry: Callable[[str], str] | re.Pattern)
         expected_exits=(0 if starts else 0xFFFFFFFF,),
     )
     if isinstance(entry, re.Pattern):
-        # Parts of a bad manifest stand in the message, whatever they hold.
+        # The message contains parts of the bad manifest.
         raw = case.scene.folder.read(LOG)
         assert raw.count(b"Error while running updater:") == 1 and entry.search(raw), raw[:2000]
     else:
@@ -392,7 +405,7 @@ def spoilt_second_version(case: Case) -> str:
     scene = case.scene
     changes = offer_update(case)
     scene.folder.remove(VERSION_FILE)
-    case.spoil(scene.updates + "GameVersion.vpak", scene.updates + "updater/UpdaterData.vpak")
+    case.spoil(scene.updates + GAME_VERSION, scene.updates + UPDATER_DATA)
     body = case.delivery.body
     if body is None:
         return failed_before_download(
@@ -411,7 +424,7 @@ def spoilt_game_manifest(case: Case) -> str:
     scene = case.scene
     changes = offer_update(case)
     good = scene.server.answers[f"/{scene.updates}game_update.manifest"].body
-    case.spoil(scene.updates + "game_update.manifest", scene.updates + "GameVersion.vpak")
+    case.spoil(scene.updates + GAME_MANIFEST, scene.updates + GAME_VERSION)
     body = case.delivery.body
     if body is None:
         return failed_before_download(
@@ -459,13 +472,13 @@ def spoilt_game_file(case: Case) -> str:
 
 
 ROWS = {
-    "redirect.txt": spoilt_redirect,
+    REDIRECT: spoilt_redirect,
     "updater.manifest": spoilt_updater_manifest,
     "UpdaterData.vpak": spoilt_settings,
     "Launcher.exe": spoilt_launcher,
     "GameVersion.vpak, first": spoilt_version,
     "GameVersion.vpak, second": spoilt_second_version,
-    "game_update.manifest": spoilt_game_manifest,
+    GAME_MANIFEST: spoilt_game_manifest,
     "a game file": spoilt_game_file,
 }
 

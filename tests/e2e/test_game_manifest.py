@@ -2,10 +2,10 @@
 
 import pytest
 
-from dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
-from driver import ok
-from game_folder import LOG
-from scene import NEWER
+from harness.constants import GAME_MANIFEST, GAME_VERSION, LOG
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
+from harness.driver import ok
+from harness.scene import NEWER
 
 DIGEST = "0123456789abcdef0123456789abcdef"
 FILE = f"'data/file' 4 {DIGEST}"
@@ -115,11 +115,11 @@ def with_file(*lines: str) -> tuple[str, ...]:
         ),
     ],
 )
-def test_a_faulty_manifest_shows_the_dialog_and_is_logged_in_its_own_words(scene, lines, message):
+def test_a_faulty_manifest_shows_the_failure_box_and_logs_its_own_message(scene, lines, message):
     scene.offer_game_version(*NEWER)
-    scene.serve("game_update.manifest", "\n".join(lines).encode())
+    scene.serve(GAME_MANIFEST, "\n".join(lines).encode())
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])
-    assert run.requests == scene.requests("GameVersion.vpak", "game_update.manifest")
+    assert run.requests == scene.requests(GAME_VERSION, GAME_MANIFEST)
     assert run.log == [scene.game_update_entry(message)]
     # Nothing was staged, nothing was touched.
     assert set(run.changes()) == {"Logs", LOG}

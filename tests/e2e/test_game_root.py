@@ -6,8 +6,9 @@ import os
 
 import pytest
 
-from driver import TERMINATED
-from game_folder import windows_path
+from harness.constants import GAME_VERSION
+from harness.driver import TERMINATED
+from harness.game_folder import windows_path
 
 KEY = r"HKCU\SOFTWARE\Velmorant\Player"
 
@@ -38,7 +39,7 @@ def registry_to_oneself(scene):
 def test_without_arguments_the_start_up_directory_is_the_root(scene):
     scene.folder.put("sub/project.vegame", b"")
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.exit_code, run.changes()) == (0, {})
     run.assert_game_started()
 
@@ -56,7 +57,7 @@ def test_without_a_root_the_launcher_works_in_its_start_up_directory(scene, else
 def test_a_directory_argument_finds_the_project_below_it(scene, elsewhere):
     scene.folder.put("project.vegame", b"")
     run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.exit_code, run.dialogs) == (0, [])
     run.assert_game_started()
 
@@ -64,7 +65,7 @@ def test_a_directory_argument_finds_the_project_below_it(scene, elsewhere):
 def test_a_relative_directory_argument_finds_the_project_below_it(scene):
     scene.folder.put("project.vegame", b"")
     run = scene.run(directory=scene.temp_dir, arguments=["game"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     run.assert_game_started()
 
 
@@ -81,7 +82,7 @@ def test_the_project_written_last_is_taken(scene, elsewhere, newest):
         os.utime(project, ns=(time, time))
     run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     if newest == "game":
-        assert run.requests == scene.requests("GameVersion.vpak")
+        assert run.requests == scene.requests(GAME_VERSION)
         run.assert_game_started()
     else:
         assert run.requests == []
@@ -99,7 +100,7 @@ def test_the_project_written_last_is_taken(scene, elsewhere, newest):
         pytest.param("project.vegame/file.txt", id="a directory"),
     ],
 )
-def test_what_is_no_project_file_is_not_found(scene, elsewhere, name):
+def test_a_file_of_another_extension_is_not_taken_for_a_project(scene, elsewhere, name):
     scene.folder.put(name, b"")
     run = scene.run(directory=elsewhere, arguments=[windows_path(scene.temp_dir)])
     assert run.requests == []
@@ -120,7 +121,7 @@ def test_more_than_one_argument_means_no_root(scene):
     with registry_to_oneself(scene):
         scene.registry("add", KEY, "/v", "LastBuild", "/d", windows_path(scene.temp_dir), "/f")
         run = scene.run(arguments=["FROM_SOLUTION", "again"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     run.assert_game_started()
 
 
@@ -129,6 +130,25 @@ def test_a_search_directory_that_does_not_exist_ends_the_program(scene):
     run = scene.run(arguments=[missing], expected_exits=(TERMINATED,))
     assert run.exit_code == TERMINATED
     assert (run.requests, run.dialogs, run.windows, run.changes()) == ([], [], [], {})
+    run.assert_game_not_started()
+
+
+def test_a_file_as_the_search_directory_ends_the_program(scene):
+    file = scene.temp_dir / "file"
+    file.write_bytes(b"")
+    run = scene.run(arguments=[windows_path(file)], expected_exits=(TERMINATED,))
+    assert (run.requests, run.dialogs, run.changes()) == ([], [], {})
+    run.assert_game_not_started()
+
+
+def test_a_folder_below_the_search_directory_that_cannot_be_read_ends_the_program(scene):
+    """Another process keeps it closed. Without it there would be a project to find."""
+    scene.folder.put("project.vegame", b"")
+    scene.folder.directory("Saved/locked")
+    scene.lock("Saved/locked")
+    argument = windows_path(scene.folder.root)
+    run = scene.run(arguments=[argument], expected_exits=(TERMINATED,))
+    assert (run.requests, run.dialogs, run.changes()) == ([], [], {})
     run.assert_game_not_started()
 
 
@@ -143,7 +163,7 @@ def test_the_last_build_of_the_registry_is_the_root(scene, elsewhere):
         root = windows_path(scene.folder.root)
         scene.registry("add", KEY, "/v", "LastBuild", "/t", "REG_SZ", "/d", root, "/f")
         run = scene.run(directory=elsewhere, arguments=["FROM_SOLUTION"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.exit_code, run.dialogs) == (0, [])
     run.assert_game_started()
 
@@ -153,7 +173,7 @@ def test_a_last_build_that_is_no_directory_leaves_the_start_up_directory(scene):
         missing = windows_path(scene.temp_dir / "missing")
         scene.registry("add", KEY, "/v", "LastBuild", "/t", "REG_SZ", "/d", missing, "/f")
         run = scene.run(arguments=["FROM_SOLUTION"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.exit_code, run.dialogs, run.changes()) == (0, [], {})
     run.assert_game_started()
 
@@ -161,7 +181,7 @@ def test_a_last_build_that_is_no_directory_leaves_the_start_up_directory(scene):
 def test_without_a_last_build_the_start_up_directory_stays(scene):
     with registry_to_oneself(scene):
         run = scene.run(arguments=["FROM_SOLUTION"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.exit_code, run.dialogs, run.changes()) == (0, [], {})
     run.assert_game_started()
 
@@ -170,7 +190,7 @@ def test_a_last_build_that_is_no_string_counts_as_none(scene, elsewhere):
     with registry_to_oneself(scene):
         scene.registry("add", KEY, "/v", "LastBuild", "/t", "REG_DWORD", "/d", "5", "/f")
         run = scene.run(arguments=["FROM_SOLUTION"])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     run.assert_game_started()
 
 
@@ -181,7 +201,7 @@ def test_the_registry_marker_in_another_case_is_a_directory_name(scene, elsewher
     with registry_to_oneself(scene):
         scene.registry("add", KEY, "/v", "LastBuild", "/d", windows_path(game), "/f")
         run = scene.run(directory=elsewhere, arguments=["from_solution"])
-    # The project's directory is the root: it has no settings, and that stands in its own log.
+    # The project's directory is the root: it has no settings, which its own log says.
     assert run.requests == []
     assert (elsewhere / "from_solution" / "Logs" / "updater.log").exists()
     run.assert_game_not_started()

@@ -2,23 +2,21 @@
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
-from driver import EXIT_MINUS_ONE, cancel, ok
-from formats import Archive
-from game_folder import LOG
-from scene import INSTALLED, NEWER, matches
-from scripted_server import Answer
+from harness import formats
+from harness.constants import GAME_MANIFEST, GAME_VERSION, LOG, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
+from harness.driver import EXIT_MINUS_ONE, cancel, ok
+from harness.formats import Archive
+from harness.scene import INSTALLED, NEWER, matches
+from harness.scripted_server import Answer
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-MANIFEST = "game_update.manifest"
 
 LARGEST = 2**31 - 1
 SMALLEST = -(2**31)
 
 
 def assert_no_update(scene, run) -> None:
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_started()
 
@@ -69,7 +67,7 @@ def test_an_equal_or_older_version_is_not_offered(scene, installed, offered):
 @pytest.mark.parametrize("offered_checked", [False, True])
 def test_checked_and_plain_version_files_are_compared(scene, installed_checked, offered_checked):
     scene.folder.put(VERSION_FILE, formats.game_version(*INSTALLED, checked=installed_checked))
-    scene.serve("GameVersion.vpak", formats.game_version(*NEWER, checked=offered_checked))
+    scene.serve(GAME_VERSION, formats.game_version(*NEWER, checked=offered_checked))
     run = scene.run([cancel(UPDATE_AVAILABLE)])
     assert run.log == []
 
@@ -77,7 +75,7 @@ def test_checked_and_plain_version_files_are_compared(scene, installed_checked, 
 def test_a_declined_update_fetches_nothing_logs_nothing_and_starts_the_game(scene):
     scene.offer_game({"data/file": b"new"})
     run = scene.run([cancel(UPDATE_AVAILABLE)])
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.changes(), run.log, run.exit_code) == ({}, [], 0)
     run.assert_game_started()
 
@@ -103,7 +101,7 @@ def test_a_declined_update_is_offered_again(scene):
         pytest.param(formats.game_version(*NEWER)[:25], id="cut in the file version"),
     ],
 )
-def test_an_installed_version_that_says_nothing_makes_the_update_available(scene, content):
+def test_a_missing_or_unknown_installed_version_makes_the_update_available(scene, content):
     """The server's version is not looked at before the player agrees."""
     scene.folder.remove(VERSION_FILE)
     if content is not None:
@@ -114,7 +112,7 @@ def test_an_installed_version_that_says_nothing_makes_the_update_available(scene
     run.assert_game_started()
 
 
-def test_an_installed_version_cut_short_is_version_nought(scene):
+def test_an_installed_version_cut_short_counts_as_version_0(scene):
     scene.folder.put(VERSION_FILE, formats.game_version(*NEWER)[:-1])
     scene.offer_game_version(0, 0, 0, 0)
     assert_no_update(scene, scene.run())
@@ -251,9 +249,9 @@ def test_a_version_file_that_others_read_is_readable(scene):
 def test_a_version_file_of_the_server_that_is_broken_is_logged_and_the_game_starts(
     scene, content, message
 ):
-    scene.serve("GameVersion.vpak", content)
+    scene.serve(GAME_VERSION, content)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert run.log == [scene.game_update_entry(message)]
     assert (run.dialogs, run.exit_code) == ([], 0)
     assert set(run.changes()) == {"Logs", LOG}
@@ -270,7 +268,7 @@ NO_MANIFEST = "Failed to download game-update-manifest file with error: '404 - n
 
 def fail_at_the_second_download(scene) -> str:
     scene.folder.remove(VERSION_FILE)
-    scene.serve("GameVersion.vpak", Answer(b"", status=404))
+    scene.serve(GAME_VERSION, Answer(b"", status=404))
     return SECOND_DOWNLOAD
 
 
@@ -312,14 +310,14 @@ def test_without_an_installed_version_the_file_is_fetched_after_the_player_agree
         ]
     )
     assert requests == scene.requests()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert run.log == [scene.game_update_entry(message)]
 
 
 def test_with_an_installed_version_the_file_is_fetched_once(scene):
     scene.offer_game_version(*NEWER)
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])
-    assert run.requests == scene.requests("GameVersion.vpak", MANIFEST)
+    assert run.requests == scene.requests(GAME_VERSION, GAME_MANIFEST)
 
 
 def test_a_log_that_cannot_be_written_does_not_change_the_players_choice(scene):
@@ -339,7 +337,7 @@ def test_the_status_of_a_failed_manifest_download_is_in_the_log(scene, status):
         418: "418 - unknown error code.",
     }
     scene.offer_game_version(*NEWER)
-    scene.serve(MANIFEST, Answer(b"", status=status))
+    scene.serve(GAME_MANIFEST, Answer(b"", status=status))
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])
     error = f"Failed to download game-update-manifest file with error: '{words[status]}'"
     assert run.log == [scene.game_update_entry(error)]
@@ -347,7 +345,7 @@ def test_the_status_of_a_failed_manifest_download_is_in_the_log(scene, status):
 
 def test_a_transport_error_of_the_manifest_download_is_in_the_log(scene):
     scene.offer_game_version(*NEWER)
-    scene.serve(MANIFEST, Answer(b"GameUpdate", length=None))
+    scene.serve(GAME_MANIFEST, Answer(b"GameUpdate", length=None))
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])
     error = "Failed to download game-update-manifest file with error: '<platform>'"
     assert len(run.log) == 1

@@ -7,12 +7,20 @@ import urllib.request
 
 import pytest
 
-import driver
-from dialogs import Dialog
-from driver import ENDED_BY_TEST, EXIT_MINUS_ONE, TERMINATED, Press, Run, ok
-from formats import Archive
-from game_folder import GAME
-from scripted_server import Answer, ClosedPort, ScriptedServer
+from harness import driver
+from harness.constants import GAME
+from harness.dialogs import Dialog
+from harness.driver import (
+    ENDED_BY_TEST,
+    EXIT_MINUS_ONE,
+    OTHER_RESULTS,
+    TERMINATED,
+    Press,
+    Run,
+    ok,
+)
+from harness.formats import Archive
+from harness.scripted_server import Answer, ClosedPort, ScriptedServer
 
 
 def probe(build, temp_dir: pathlib.Path, *arguments: str, answers: list[Press] | None = None) -> Run:
@@ -38,6 +46,28 @@ def test_a_box_is_reported_with_its_text_buttons_and_icon(build, temp_dir, style
     assert run.exit_codes("probe.exe") == [1]
 
 
+@pytest.mark.parametrize(
+    ("style", "default", "topmost"),
+    [(1, "OK", False), (0x101, "Cancel", False), (0x1001, "OK", True)],
+)
+def test_the_default_button_and_the_topmost_style_of_a_box_are_reported(
+    build, temp_dir, style, default, topmost
+):
+    box = Dialog("A caption", "text", ("OK", "Cancel"), "none", default, topmost)
+    run = probe(build, temp_dir, "box", str(style), "A caption", "text", answers=[ok(box)])
+    run.finish()
+    assert run.dialogs == [box]
+
+
+@pytest.mark.parametrize("result", OTHER_RESULTS)
+def test_a_box_can_be_ended_with_any_result(build, temp_dir, result):
+    box = Dialog("A caption", "text", ("OK", "Cancel"), "error")
+    answers = [Press(result, box)]
+    run = probe(build, temp_dir, "box", "17", "A caption", "text", answers=answers)
+    run.finish()
+    assert run.exit_codes("probe.exe") == [result & 0xFFFFFFFF]
+
+
 def test_a_button_is_pressed_by_its_label(build, temp_dir):
     box = Dialog("A caption", "text", ("OK", "Cancel"), "error")
     run = probe(build, temp_dir, "box", "17", "A caption", "text", answers=[Press("Cancel", box)])
@@ -53,6 +83,10 @@ def test_a_button_is_pressed_by_its_label(build, temp_dir):
         pytest.param([ok(Dialog("Other caption", "text", ("OK",), "none"))], id="other caption"),
         pytest.param([ok(Dialog("A caption", "text", ("OK",), "error"))], id="other icon"),
         pytest.param([ok(Dialog("A caption", "text", ("OK", "Cancel"), "none"))], id="other buttons"),
+        pytest.param([ok(Dialog("A caption", "text", ("OK",), "none", "Cancel"))], id="other default"),
+        pytest.param(
+            [ok(Dialog("A caption", "text", ("OK",), "none", topmost=True))], id="not in front"
+        ),
     ],
 )
 def test_a_dialog_that_was_not_expected_fails_the_run(build, temp_dir, answers):
@@ -119,7 +153,7 @@ def test_a_run_whose_watch_breaks_off_fails(build, temp_dir, monkeypatch):
         run.finish()
 
 
-def test_a_watch_that_reports_nonsense_fails_the_run_which_shows_it(build, temp_dir, monkeypatch):
+def test_an_invalid_report_of_the_watcher_fails_the_run_and_is_shown(build, temp_dir, monkeypatch):
     monkeypatch.setattr(driver, "WINE", temp_dir / "wine")
     driver.WINE.write_text("#!/bin/sh\necho nonsense\nexec cat >/dev/null\n")
     driver.WINE.chmod(0o755)
@@ -173,12 +207,11 @@ def test_the_exit_code_of_a_restarted_launcher_counts_too(scene, started_once):
 
 
 def test_a_launcher_that_hangs_before_its_first_request_fails_the_run(
-    scene, started_once, monkeypatch
+    scene, started_once
 ):
     scene.install_launcher(scene.build.probe)
-    monkeypatch.setattr(driver, "TIMEOUT", 5.0)
     with pytest.raises(TimeoutError):
-        scene.run(arguments=["wait"])
+        scene.run(arguments=["wait"], deadline=2.0)
 
 
 def test_a_start_that_failed_is_repeated_once_and_at_most_twice_in_a_session(scene, monkeypatch):

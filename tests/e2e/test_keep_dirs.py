@@ -2,14 +2,12 @@
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import TERMINATED, ok
-from game_folder import GAME, STAGING
-from scene import INSTALLED, NEWER
+from harness import formats
+from harness.constants import CHECK, GAME, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import TERMINATED, ok
+from harness.scene import INSTALLED, NEWER
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 
 
 @pytest.fixture
@@ -59,7 +57,7 @@ def test_a_game_in_bin_is_updated_to_the_end_and_started(studio):
     run.assert_game_started()
 
 
-def test_the_game_starts_only_after_success_was_told(studio):
+def test_the_game_starts_only_after_the_success_box(studio):
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
     starts = []
     run = studio.start(
@@ -77,7 +75,7 @@ def test_the_next_run_finds_the_game_current(studio):
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
     studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     run = studio.run()
-    assert run.requests == studio.requests("GameVersion.vpak")
+    assert run.requests == studio.requests(GAME_VERSION)
     assert run.changes() == {}
     run.assert_game_started()
 
@@ -115,7 +113,7 @@ def test_the_clean_up_reaches_into_folders(studio, name, kept):
     run.assert_game_started()
 
 
-def test_an_empty_folder_is_still_removed(studio):
+def test_an_empty_folder_is_removed(studio):
     studio.folder.directory("unlisted")
     offer(studio, {"bin/new.dll": b"new"}, ["bin", "listed"])
     studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
@@ -133,7 +131,7 @@ def test_a_file_listed_with_a_backslash_is_removed_right_after_its_installation(
     run.assert_game_started()
 
 
-def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
+def test_a_file_that_cannot_be_removed_ends_the_program(studio):
     studio.folder.put("bin/old.dll", b"in use")
     studio.lock("bin/old.dll", "read")
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
@@ -146,8 +144,69 @@ def test_any_other_failure_of_the_clean_up_still_ends_the_program(studio):
     run.assert_game_not_started()
 
 
-def test_without_an_update_it_is_the_same_launcher(studio):
+def test_without_an_update_the_game_is_started_and_nothing_changes(studio):
     run = studio.run()
-    assert run.requests == studio.requests("GameVersion.vpak")
+    assert run.requests == studio.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_started()
+
+
+# --- Filled directories that cannot be removed for another reason -----------------------------
+
+
+def occupied(scene, name: str) -> None:
+    """Another process has the directory as its current one: removing it fails as a sharing
+    violation."""
+    scene.occupy(name)
+
+
+def read_only(scene, name: str) -> None:
+    scene.folder.path(name).chmod(0o555)
+
+
+def test_an_empty_directory_that_is_in_use_ends_the_program(studio):
+    studio.folder.directory("bin/empty")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    studio.occupy("bin/empty")
+    run = studio.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert studio.folder.has("bin/empty")
+    assert studio.folder.read(VERSION_FILE) == formats.game_version(*INSTALLED)
+    run.assert_game_not_started()
+
+
+@pytest.mark.parametrize("hinder", [occupied, read_only])
+def test_the_strict_launcher_ends_at_such_a_directory(scene, hinder):
+    offer(scene, {"bin/new.dll": b"new"}, ["bin"])
+    hinder(scene, "bin")
+    run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
+    assert scene.folder.read(VERSION_FILE) == formats.game_version(*INSTALLED)
+    run.assert_game_not_started()
+
+
+# --- Paths longer than 259 characters ---------------------------------------------------------
+
+DEEP = "/".join(letter * 90 for letter in "abcd")
+
+
+def test_a_deep_tree_below_a_kept_folder_does_not_stop_the_update(studio):
+    studio.folder.put(f"Saved/{DEEP}/profile.sav", b"the player's")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert studio.folder.read(f"Saved/{DEEP}/profile.sav") == b"the player's"
+    run.assert_game_started()
+
+
+def test_an_unlisted_file_in_a_deep_tree_is_removed(studio):
+    studio.folder.put(f"bin/{DEEP}/old.dll", b"unlisted")
+    offer(studio, {"bin/new.dll": b"new"}, ["bin"])
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert not studio.folder.has(f"bin/{DEEP}/old.dll")
+    run.assert_game_started()
+
+
+def test_the_strict_launcher_passes_a_deep_tree_below_a_kept_folder(scene):
+    scene.folder.remove("bin")
+    scene.folder.put(f"Saved/{DEEP}/profile.sav", b"the player's")
+    scene.offer_game({"data.pak": b"data"}, ["Saved"])
+    scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert scene.folder.read(f"Saved/{DEEP}/profile.sav") == b"the player's"

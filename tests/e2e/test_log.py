@@ -3,16 +3,17 @@
 import datetime
 import re
 
-from game_folder import LOG, parse_log
-from scripted_server import Answer
+from harness.constants import GAME_VERSION, LOG, REDIRECT, UPDATER_MANIFEST, request_path
+from harness.game_folder import parse_log
+from harness.scripted_server import Answer
 
 NO_LAUNCHER = "Failed to download updater-manifest file with error: '404 - no such file.'"
 NO_GAME = "Failed to download game-version file with error: '404 - no such file.'"
 
 
 def fail_both_updates(scene) -> list[str]:
-    scene.serve("updater/updater.manifest", Answer(b"", status=404))
-    scene.serve("GameVersion.vpak", Answer(b"", status=404))
+    scene.serve(UPDATER_MANIFEST, Answer(b"", status=404))
+    scene.serve(GAME_VERSION, Answer(b"", status=404))
     return [scene.self_update_entry(NO_LAUNCHER), scene.game_update_entry(NO_GAME)]
 
 
@@ -63,17 +64,17 @@ def test_an_existing_log_is_kept_and_appended_to(scene):
 
 def test_a_line_break_inside_an_error_text_keeps_its_carriage_return(scene):
     """Texts of the platform end in CR LF, and the log's text mode makes CR CR LF of it."""
-    scene.server.serve("redirect.txt", b"")
+    scene.server.serve(REDIRECT, b"")
     scene.run()
     assert re.search(rb"error: '[^'\r\n]+\r\r\n'\r\n\r\n", scene.folder.read(LOG))
 
 
-def test_a_log_that_cannot_be_opened_changes_nothing_else(scene):
+def test_a_log_that_cannot_be_opened_does_not_stop_the_game(scene):
     fail_both_updates(scene)
     scene.folder.directory(LOG)
     run = scene.run()
     assert (run.dialogs, run.exit_code, run.changes()) == ([], 0, {})
-    assert run.requests[-1] == "/updates/release/GameVersion.vpak"
+    assert run.requests[-1] == request_path(GAME_VERSION)
     run.assert_game_started()
 
 

@@ -4,15 +4,13 @@ import pathlib
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import ok
-from game_folder import GAME, LOG, STAGING
-from nginx_server import NginxServer
-from scene import INSTALLED, NEWER, Scene
+from harness import formats
+from harness.constants import CHECK, GAME, GAME_VERSION, LOG, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import ok
+from harness.nginx_server import NginxServer
+from harness.scene import INSTALLED, NEWER, Scene
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 
 
 class FolderServer:
@@ -56,7 +54,7 @@ def scene(build, temp_dir):
 
 def test_a_current_game_is_started(scene):
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.changes()) == ([], {})
     run.assert_game_started()
 
@@ -85,9 +83,9 @@ def test_a_game_is_updated_and_started(scene):
 
 
 def test_a_missing_file_is_logged_and_the_game_started(scene):
-    scene.server.remove(scene.updates + "GameVersion.vpak")
+    scene.server.remove(scene.updates + GAME_VERSION)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     message = "Failed to download game-version file with error: '404 - no such file.'"
     assert run.log == [scene.game_update_entry(message)]
     assert set(run.changes()) == {"Logs", LOG}

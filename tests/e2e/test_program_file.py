@@ -7,7 +7,8 @@ import sys
 
 import pytest
 
-from driver import PROJECT, Build
+from harness.constants import OWN_VERSION, PROJECT
+from harness.driver import Build
 
 OBJDUMP = "x86_64-w64-mingw32-objdump"
 
@@ -35,7 +36,7 @@ def resources(program: pathlib.Path) -> bytes:
 
 
 def fixed_file_version(program: pathlib.Path) -> tuple[int, ...]:
-    """The version in words, as VS_FIXEDFILEINFO holds it."""
+    """The version's four numbers, as VS_FIXEDFILEINFO holds them."""
     content = resources(program)
     at = content.index(bytes.fromhex("bd04effe")) + 8
     words = [int.from_bytes(content[at + 2 * i : at + 2 * i + 2], "little") for i in range(4)]
@@ -68,14 +69,13 @@ def test_it_keeps_the_runtime_from_showing_a_box(build: Build):
         "game again or contact the dev.",
     ],
 )
-def test_it_holds_the_words_for_a_failed_application_that_no_run_comes_to(build: Build, text):
+def test_it_contains_the_texts_of_the_box_for_a_failure_while_applying(build: Build, text):
     """A failure while applying ends the process before anything is shown."""
     assert text.encode("utf-16-le") + b"\0\0" in build.launcher.read_bytes()
 
 
-def test_its_version_resource_has_the_version_of_the_build(build: Build):
-    version = int((build.path / "version.txt").read_text())
-    assert fixed_file_version(build.launcher) == (version, 0, 0, 0)
+def test_its_version_resource_is_its_version(build: Build):
+    assert fixed_file_version(build.launcher) == (OWN_VERSION, 0, 0, 0)
 
 
 def test_its_manifest_asks_for_nothing_that_changes_its_behaviour(build: Build):

@@ -1,12 +1,12 @@
 """The progress window: what it is made of, and how it counts."""
 
-import time
+import subprocess
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import ENDED_BY_TEST, ok
+from harness import formats
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import ENDED_BY_TEST, WINE, ok
 
 FILES = {f"file{number}": f"content {number}".encode() for number in range(1, 6)}
 
@@ -45,7 +45,7 @@ def held_at(scene, name: str, answers=WHOLE_UPDATE, **options):
     return run, gate
 
 
-def test_the_window_is_made_as_it_should(flat):
+def test_the_window_has_its_title_style_size_and_place(flat):
     run, gate = held_at(flat, "file1")
     gate.open()
     run.finish()
@@ -63,7 +63,7 @@ def test_the_window_is_made_as_it_should(flat):
     assert window["y"] == (window["screenHeight"] - 160) // 2
 
 
-def test_the_label_and_the_bar_stand_where_they_should(flat):
+def test_the_label_and_the_bar_have_their_place_size_and_style(flat):
     run, gate = held_at(flat, "file1")
     text, progress = controls(run)["static"], bar(run)
     window = run.windows[0]
@@ -128,23 +128,25 @@ def test_closing_the_window_does_not_end_the_update(flat):
         assert flat.folder.read(name) == content
 
 
-def test_a_window_that_is_held_delays_only_the_end_after_success_was_told(flat):
-    """Somebody drags the window, and its thread sees nothing else meanwhile. The update goes on
-    without it, and it is waited for when all else is done."""
+def test_a_blocked_window_thread_delays_only_the_end_after_the_success_box(flat):
+    """As while somebody drags the window: its thread does nothing else. The update goes on, and the
+    Launcher waits for the thread when all else is done."""
     shown_with = []
     success = ok(UPDATE_SUCCESSFUL, meanwhile=lambda: shown_with.append(set(run.open_windows)))
     run, gate = held_at(flat, "file5", [ok(UPDATE_AVAILABLE), success])
     window = run.windows[0]
-    run.grab_window(window)
+    run.block_window(window)
     gate.open()
     run.wait_until(lambda r: len(shown_with) == 1, "the success box")
     assert shown_with == [{window["window"]}]
     run.wait_until(lambda r: not r.open_dialogs, "the end of the success box")
-    # A Launcher that does not wait ends about now; one that does cannot end at all.
-    pause = time.monotonic() + 1
-    run.wait_until(lambda r: r.exits != [] or time.monotonic() > pause, "an early end")
+    # A Launcher that does not wait has ended by the time that other programs have come and gone; one
+    # that does cannot end at all.
+    for _ in range(5):
+        subprocess.run([WINE, flat.build.probe, "exit", "0"], check=True)
+    run.take_reports()
     assert (run.exits, run.open_windows) == ([], {window["window"]})
-    run.drop_window(window)
+    run.release_window(window)
     run.finish()
     assert run.dialogs == [UPDATE_AVAILABLE, UPDATE_SUCCESSFUL]
 

@@ -13,13 +13,28 @@ import urllib.parse
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from driver import Watcher, ok, run_launcher
-from game_folder import GAME, STAGING, GameFolder, windows_path
-from nginx_server import TIMEOUT, NginxServer
-from published import expected_channel, make_build, parents, tree_of
-from publishing import Published, command_line, publish
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    TIMEOUT,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
+from harness.driver import Watcher, ok, run_launcher
+from harness.game_folder import GameFolder, windows_path
+from harness.nginx_server import NginxServer
+from harness.published import expected_channel, make_build, parents, tree_of
+from harness.publishing import Published, command_line, publish
 
 FILES = {
     "readme.txt": b"read me",
@@ -109,7 +124,7 @@ def test_read_only_and_hidden_files_are_published_like_others(publish_game, buil
     assert_published(server, files, "1.0.0.1")
     published = server / "updates/release/readme.txt"
     assert published.stat().st_mode & 0o200 and "user.DOSATTRIB" not in os.listxattr(published)
-    # Nothing of that stands in the way of the next version.
+    # The next version is published all the same.
     done = publish_game(FILES, "1.0.0.2")
     assert done.code == 0
     assert_published(server, FILES, "1.0.0.2")
@@ -120,20 +135,20 @@ def test_other_channels_and_the_launchers_update_stay(publish_game, server):
     kept = {
         "beta/GameVersion.vpak": b"beta",
         "release/updater/Launcher.exe": b"launcher",
-        "release/updater/updater.manifest": formats.updater_manifest(6),
+        "release/updater/updater.manifest": formats.updater_manifest(OWN_VERSION),
     }
     make_build(updates, kept)
     for version in ("1.0.0.0", "1.0.0.1"):
         assert publish_game(FILES, version).code == 0
         assert sorted(os.listdir(updates)) == ["beta", "release"]
         expected = {**expected_channel(FILES, version), "updater": None}
-        for name in ("updater/Launcher.exe", "updater/updater.manifest"):
+        for name in (UPDATER_EXECUTABLE, UPDATER_MANIFEST):
             expected[name] = kept["release/" + name]
         assert tree_of(updates / "release") == expected
-        assert tree_of(updates / "beta") == {"GameVersion.vpak": b"beta"}
+        assert tree_of(updates / "beta") == {GAME_VERSION: b"beta"}
 
 
-def test_in_words_it_says_what_was_done(build, temp_dir, server):
+def test_without_json_the_output_is_text(build, temp_dir, server):
     source = make_build(temp_dir / "build", {GAME: b"12345"})
     done = subprocess.run(
         command_line(build.publish_keep_dirs, "game", "--source", source, "--version", "1.0.0.0",
@@ -178,13 +193,13 @@ def test_a_version_file_that_cannot_be_read_is_refused_unless_forced(publish_gam
 
 
 @pytest.mark.parametrize("version", ["1.4", "1.4.0.2.1", "1.4.0.x", "-1.0.0.0", "1.0.0.2147483648", ""])
-def test_what_is_no_version_is_refused(publish_game, server, version):
+def test_an_invalid_version_is_refused(publish_game, server, version):
     done = publish_game(FILES, version)
     assert (done.code, done.refusals) == (1, [f"{version}: it is no version"])
     assert os.listdir(server) == []
 
 
-def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp_dir, server):
+def test_all_errors_of_a_build_are_reported_in_one_run(build, temp_dir, server):
     files = {
         "bin/fine.txt": b"fine",
         "bin/empty.txt": b"",
@@ -197,12 +212,12 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp
         "bin/nul.txt": b"x",
         "bin/" + "n" * 200 + "/" + "m" * 31: b"x",
         "bin/half.publishing": b"x",
-        "game_update.manifest": b"x",
+        GAME_MANIFEST: b"x",
         "GAMEVERSION.vpak": b"x",
-        "Updater/UpdaterData.vpak": b"x",
+        SETTINGS_FILE: b"x",
         "intermediate/update/x": b"x",
         "launcher.exe": b"x",
-        "_old.exe": b"x",
+        PARKED: b"x",
     }
     source = make_build(temp_dir / "build", files)
     with (source / "bin/large.dat").open("wb") as large:
@@ -247,7 +262,7 @@ def test_everything_that_the_launcher_could_not_take_is_told_at_once(build, temp
     assert os.listdir(server) == []
 
 
-def test_a_launcher_of_another_name_is_told_by_an_option(publish_game, server):
+def test_an_option_names_a_launcher_of_another_name(publish_game, server):
     files = {**FILES, "Start.exe": b"x"}
     done = publish_game(files, "1.0.0.0", "--launcher", "start.EXE")
     assert done.refusals == ["Start.exe: the Launcher cannot replace itself while it runs"]
@@ -305,7 +320,7 @@ PLAYERS = (
 )
 
 
-def test_the_clean_ups_doings_are_foretold(publish_game, build, server):
+def test_what_the_clean_up_will_remove_is_warned_of(publish_game, build, server):
     files = {"bin/data/x": b"x", "Saved/x": b"x", "archive.rar/x": b"x", "a.txt": b"x"}
     directories = ["bin/empty", "empty", "Logs", "nested/empty", "Screenshots/empty"]
     strict = publish_game(files, "1.0.0.0", directories=directories)
@@ -437,8 +452,8 @@ class Interrupted:
         while (self.updates / ".release.lock").exists():
             assert time.monotonic() < deadline, "the lock stays"
             time.sleep(0.005)
-        # One that was being started at the kill has neither lock nor order. Wine leaves it for ever
-        # where the first process did not come to letting it run.
+        # One that was being started at the kill has neither lock nor order. Wine never ends it
+        # where the first process was killed before it let it run.
         if left := swap_process(self.server):
             os.kill(left, signal.SIGKILL)
 
@@ -459,14 +474,14 @@ class Interrupted:
 
 
 def version_of(channel: pathlib.Path) -> str:
-    content = (channel / "GameVersion.vpak").read_bytes()
+    content = (channel / GAME_VERSION).read_bytes()
     for version in ("1.0.0.0", "1.0.0.1"):
-        if content == expected_channel({}, version)["GameVersion.vpak"]:
+        if content == expected_channel({}, version)[GAME_VERSION]:
             return version
     raise AssertionError(f"no version file: {content!r}")
 
 
-UPDATER = {"updater": None, "updater/Launcher.exe": b"launcher"}
+UPDATER = {"updater": None, UPDATER_EXECUTABLE: b"launcher"}
 OLD_CHANNEL = {**expected_channel(OLD, "1.0.0.0"), **UPDATER}
 NEW_CHANNEL = {**expected_channel(NEW, "1.0.0.1"), **UPDATER}
 
@@ -505,8 +520,8 @@ def test_killed_at_any_time_it_leaves_one_version_whole(interrupted):
 # --- The second process, which swaps the folders ----------------------------------------------
 
 class HeldSwap:
-    """A publish whose live folder somebody keeps open, so that the second process has to try for some
-    seconds to rename it."""
+    """A publish whose live folder another process keeps open: the second process retries the rename
+    for some seconds."""
 
     def __init__(self, interrupted: Interrupted) -> None:
         self.interrupted = interrupted
@@ -550,7 +565,7 @@ def held_swaps(interrupted):
         last.close()
 
 
-def test_killed_in_the_swap_it_leaves_that_to_the_second_process(interrupted, held_swaps):
+def test_the_second_process_completes_the_swap_when_the_first_is_killed(interrupted, held_swaps):
     updates = interrupted.updates
     for held in held_swaps:
         held.kill_first()
@@ -584,16 +599,16 @@ def test_another_run_waits_for_the_second_process(interrupted, held_swaps):
             break
     assert os.listdir(interrupted.updates) == ["release"]
     served = tree_of(interrupted.updates / "release")
-    assert served == {**NEW_CHANNEL, "GameVersion.vpak": expected_channel({}, "1.0.0.2")["GameVersion.vpak"]}
+    assert served == {**NEW_CHANNEL, GAME_VERSION: expected_channel({}, "1.0.0.2")[GAME_VERSION]}
 
 
-def test_without_the_second_process_the_old_version_stays_and_that_is_told(interrupted, held_swaps):
+def test_when_the_second_process_is_killed_the_old_version_stays_and_an_error_is_reported(interrupted, held_swaps):
     for held in held_swaps:
         os.kill(held.swap, signal.SIGKILL)
         try:
             code = held.first.wait(10)
         except subprocess.TimeoutExpired:
-            continue  # Wine waits for ever for a process that is killed while it starts.
+            continue  # Wine waits forever for a process that is killed while it starts.
         if interrupted.refusals == ["publish: the process that swaps the folders did not come to its end"]:
             break
     assert code == 1
@@ -601,7 +616,7 @@ def test_without_the_second_process_the_old_version_stays_and_that_is_told(inter
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
 
-def test_a_live_folder_that_stays_in_use_is_refused_in_words(interrupted):
+def test_a_live_folder_that_stays_in_use_is_an_error(interrupted):
     live = windows_path(interrupted.updates / "release")
     holder = Watcher(interrupted.build, ["hold", live, "read"], {})
     try:
@@ -627,7 +642,7 @@ def test_the_second_process_does_nothing_without_its_order(interrupted):
     assert tree_of(interrupted.server) == before
 
 
-def test_the_help_does_not_tell_of_the_second_process(build):
+def test_the_help_does_not_mention_the_second_process(build):
     done = subprocess.run(command_line(build.publish, "--help"), stdout=subprocess.PIPE, check=True)
     assert b"settings" in done.stdout and b"swap" not in done.stdout
 
@@ -641,7 +656,7 @@ def test_a_server_with_a_long_path_is_served_by_the_second_process_too(build, te
         assert_published(server, FILES, version)
 
 
-# --- Who comes in the way ---------------------------------------------------------------------
+# --- Other processes -------------------------------------------------------------------------
 
 
 def test_a_build_that_changes_meanwhile_is_refused(interrupted):
@@ -657,7 +672,7 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
             time.sleep(0.001)
         process.send_signal(signal.SIGSTOP)
         # The version file is the last but what is linked: before it nothing was compared again.
-        in_time = following.exists() and not (following / "GameVersion.vpak").exists()
+        in_time = following.exists() and not (following / GAME_VERSION).exists()
         if in_time:
             changed.write_bytes(NEW["z.txt"][::-1])
         process.send_signal(signal.SIGCONT)
@@ -672,8 +687,8 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
 
 
 def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
-    """The first of all runs has nothing to lock while it judges its build. The other's result comes
-    into its place just then, after some attempts."""
+    """The first of all runs has nothing to lock while it checks its build. The other run's result
+    appears at that time, after some attempts."""
     source = make_build(temp_dir / "build", FILES, [f"bin/folder {number}" for number in range(2000)])
     other = make_build(temp_dir / "other", FILES)
     assert publish_build(build, other, temp_dir / "elsewhere", "1.0.0.0").code == 0
@@ -704,7 +719,7 @@ def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
     assert_published(server, FILES, "1.0.0.0")
 
 
-def test_of_runs_that_compete_each_publishes_all_of_its_own_or_is_refused(build, temp_dir, server):
+def test_each_of_several_competing_runs_publishes_completely_or_is_refused(build, temp_dir, server):
     builds = {
         version: make_build(temp_dir / version, {**NEW, "bin/own.txt": version.encode()})
         for version in ("1.0.0.1", "1.0.0.2", "1.0.0.3")
@@ -775,7 +790,7 @@ class Player:
         self.settings_file.write_bytes(self.settings)
         self.folder = GameFolder(temp_dir / "game")
         self.folder.put_copy("Launcher.exe", launcher)
-        self.folder.put("Updater/UpdaterData.vpak", self.settings)
+        self.folder.put(SETTINGS_FILE, self.settings)
         done = publish(
             build, "launcher", "--exe", launcher, "--settings", self.settings_file,
             "--channel", "release", "--server", server, program=program,
@@ -791,7 +806,7 @@ class Player:
     def install(self, files: dict[str, bytes], version: str) -> None:
         for name, content in files.items():
             self.folder.put(name, content)
-        self.folder.put("Updater/GameVersion.vpak", expected_channel(files, version)["GameVersion.vpak"])
+        self.folder.put(VERSION_FILE, expected_channel(files, version)[GAME_VERSION])
 
     def update(self, files: dict[str, bytes], version: str, left: set[str] = frozenset()) -> list[str]:
         """One run of the Launcher, which has to make the installation equal to the build, but for
@@ -802,9 +817,9 @@ class Player:
         assert (run.exit_code, run.log) == (0, [])
         assert not self.folder.has(STAGING)
         expected = expected_channel(files, version)
-        del expected["game_update.manifest"]
-        expected["Updater/GameVersion.vpak"] = expected.pop("GameVersion.vpak")
-        expected["Updater/UpdaterData.vpak"] = self.settings
+        del expected[GAME_MANIFEST]
+        expected[VERSION_FILE] = expected.pop(GAME_VERSION)
+        expected[SETTINGS_FILE] = self.settings
         expected["Launcher.exe"] = self.folder.read("Launcher.exe")
         expected.update(dict.fromkeys(["Updater", "Intermediate", *left]))
         assert tree_of(self.folder.root) == expected
@@ -812,11 +827,11 @@ class Player:
         requests = self.nginx.new_requests()
         head = "/updates/release/"
         assert [(r.path, r.status) for r in requests[:5]] == [
-            ("/redirect.txt", 404),
-            (head + "updater/updater.manifest", 200),
-            (head + "updater/UpdaterData.vpak", 200),
-            (head + "GameVersion.vpak", 200),
-            (head + "game_update.manifest", 200),
+            ("/" + REDIRECT, 404),
+            (head + UPDATER_MANIFEST, 200),
+            (head + UPDATER_DATA, 200),
+            (head + GAME_VERSION, 200),
+            (head + GAME_MANIFEST, 200),
         ]
         assert {r.status for r in requests[5:]} <= {200}
         return [urllib.parse.unquote(r.path[len(head) :]) for r in requests[5:]]
@@ -880,9 +895,10 @@ def generated(seed: int, count: int) -> dict[str, bytes]:
     return files
 
 
-def test_a_build_of_5000_files_and_its_successor(build, player, server):
+@pytest.mark.parametrize("count", [1000, pytest.param(5000, marks=pytest.mark.long)])
+def test_a_large_build_and_its_successor(build, player, server, count):
     made = player(build.keep_dirs, build.publish_keep_dirs)
-    first = {GAME: build.player.read_bytes(), **generated(1, 5000)}
+    first = {GAME: build.player.read_bytes(), **generated(1, count)}
     made.publish("first", first, "1.0.0.0")
     made.install(first, "1.0.0.0")
     names = sorted(first)

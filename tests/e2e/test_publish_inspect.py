@@ -4,9 +4,9 @@ import struct
 
 import pytest
 
-import formats
-from game_folder import windows_path
-from publishing import publish
+from harness import formats
+from harness.game_folder import windows_path
+from harness.publishing import publish
 
 URL = "https://updates.example/"
 DIGEST = "0123456789abcdef0123456789abcdef"
@@ -14,7 +14,7 @@ DIGEST = "0123456789abcdef0123456789abcdef"
 
 @pytest.fixture
 def inspect(build, temp_dir):
-    """Inspects content under a name that tells nothing."""
+    """Inspects content under a name without a meaning."""
 
     def run(content: bytes, *options: str):
         path = temp_dir / "some file.bin"
@@ -60,20 +60,20 @@ def test_a_game_version_is_shown_with_its_most_significant_number_first(inspect,
     }
 
 
-def test_bytes_behind_a_record_are_told(inspect):
+def test_bytes_behind_a_record_are_reported(inspect):
     run = inspect(formats.game_version(1, 2, 3, 4) + b"more")
     assert (run.code, run.report["version"]) == (0, "4.3.2.1")
     assert run.warned == ["4 bytes follow the record, from byte 44 on"]
 
 
 @pytest.mark.parametrize("missing", [1, 15, 16])
-def test_a_version_that_breaks_off_is_told(inspect, missing):
+def test_a_version_that_breaks_off_is_reported(inspect, missing):
     run = inspect(formats.game_version(1, 2, 3, 4)[:-missing])
     assert (run.code, run.report["version"]) == (0, "0.0.0.0")
     assert run.warned == ["the file ends before its version does"]
 
 
-def test_the_fields_of_an_unknown_checked_record_are_told(inspect):
+def test_the_fields_of_an_unknown_checked_record_are_shown(inspect):
     archive = formats.Archive(checked=True).string("Save").u32(7).wide_string("Käse")
     archive.block16(bytes(range(16)))
     run = inspect(archive.data + b"\x01rest")
@@ -96,7 +96,7 @@ def test_the_fields_of_an_unknown_checked_record_are_told(inspect):
     ]
 
 
-def test_of_an_unknown_plain_record_the_header_is_told(inspect):
+def test_the_header_of_an_unknown_plain_record_is_shown(inspect):
     run = inspect(formats.Archive().string("Save").u32(7).data)
     assert run.code == 0
     assert run.report == {"kind": "archive", "mode": "plain", "header": "Save", "unread": 4}
@@ -297,7 +297,7 @@ def test_a_rejected_manifest_shows_the_readers_message_and_the_line(inspect, lin
         pytest.param(b"", 0, None, id="nothing"),
     ],
 )
-def test_for_a_file_of_no_known_kind_every_reader_speaks(inspect, content, magic, header):
+def test_a_file_of_an_unknown_kind_shows_the_message_of_every_reader(inspect, content, magic, header):
     run = inspect(content)
     assert (run.code, run.report["kind"], run.warned) == (1, "unknown", [])
     assert run.refused[0] == f"Invalid header {magic} for binary file."

@@ -5,13 +5,14 @@ import shutil
 
 import pytest
 
-import formats
-from dialogs import RESTART_REQUIRED
-from driver import Watcher, ok, run_launcher
-from game_folder import GAME, GameFolder, windows_path
-from nginx_server import TIMEOUT, NginxServer
-from published import make_build, tree_of
-from publishing import Published, publish
+from harness import formats
+from harness.constants import GAME, NEXT_VERSION, OWN_VERSION, SETTINGS_FILE, TIMEOUT, VERSION_FILE
+from harness.dialogs import RESTART_REQUIRED
+from harness.driver import Watcher, ok, run_launcher
+from harness.game_folder import GameFolder, windows_path
+from harness.nginx_server import NginxServer
+from harness.published import make_build, tree_of
+from harness.publishing import Published, publish
 
 URL = "https://updates.example/"
 MANIFEST = b"Velmorant Updater\r\nFileVersion: 1\r\nVersion: %d"
@@ -35,7 +36,7 @@ def publish_launcher(build, temp_dir, server):
     return run
 
 
-def expected(launcher, settings: bytes, version: int = 6) -> dict[str, bytes | None]:
+def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str, bytes | None]:
     return {
         "updates": None,
         "updates/release": None,
@@ -49,7 +50,7 @@ def expected(launcher, settings: bytes, version: int = 6) -> dict[str, bytes | N
 def test_it_writes_the_three_files_and_nothing_else(publish_launcher, build, server):
     done = publish_launcher()
     assert (done.code, done.refusals, done.warnings) == (0, [], [])
-    assert (done.report["version"], done.report["published"]) == (6, True)
+    assert (done.report["version"], done.report["published"]) == (OWN_VERSION, True)
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
@@ -63,8 +64,8 @@ def test_the_same_again_changes_nothing(publish_launcher, server):
 
 def test_each_tool_publishes_the_version_that_it_was_built_with(publish_launcher, build, server):
     done = publish_launcher(build.next, program=build.publish_next)
-    assert (done.code, done.report["version"]) == (0, 7)
-    assert tree_of(server) == expected(build.next, formats.updater_data(URL), 7)
+    assert (done.code, done.report["version"]) == (0, NEXT_VERSION)
+    assert tree_of(server) == expected(build.next, formats.updater_data(URL), NEXT_VERSION)
 
 
 def test_the_game_and_other_channels_stay(publish_launcher, server):
@@ -82,7 +83,7 @@ def test_what_an_interrupted_run_left_is_removed(publish_launcher, build, server
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-def test_a_long_server_path_is_no_hindrance(build, temp_dir):
+def test_a_long_server_path_is_published_to(build, temp_dir):
     server = temp_dir / ("d" * 120) / ("e" * 120)
     server.mkdir(parents=True)
     settings = temp_dir / "settings.vpak"
@@ -92,7 +93,7 @@ def test_a_long_server_path_is_no_hindrance(build, temp_dir):
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
 
-# --- Who comes in the way ---------------------------------------------------------------------
+# --- Other processes -------------------------------------------------------------------------
 
 
 @pytest.fixture
@@ -120,7 +121,7 @@ def test_while_another_run_writes_to_the_channel_it_is_refused(publish_launcher,
 
 
 @pytest.mark.parametrize("name", ["Launcher.exe", "UpdaterData.vpak"])
-def test_nothing_is_offered_that_could_not_be_replaced(publish_launcher, build, server, keep_open, name):
+def test_a_file_in_use_on_the_server_leaves_the_manifest_as_it_was(publish_launcher, build, server, keep_open, name):
     publish_launcher()
     before = tree_of(server)
     updater = "updates/release/updater/"
@@ -140,7 +141,9 @@ def test_an_executable_of_another_version_is_refused(publish_launcher, build, se
     done = publish_launcher(build.next)
     assert done.code == 1
     assert len(done.refusals) == 1
-    assert done.refusals[0].endswith("Launcher.exe: its version is 7, and this tool publishes version 6")
+    assert done.refusals[0].endswith(
+        f"Launcher.exe: its version is {NEXT_VERSION}, and this tool publishes version {OWN_VERSION}"
+    )
     assert os.listdir(server) == []
 
 
@@ -152,7 +155,7 @@ def test_an_executable_without_a_version_is_refused(publish_launcher, build, ser
 
 
 @pytest.mark.parametrize("content", [b"", b"MZ", b"text", b"MZ" + bytes(58) + b"\xff\xff\xff\x7f" + bytes(60)])
-def test_what_is_no_program_is_refused(publish_launcher, temp_dir, server, content):
+def test_a_file_that_is_not_a_windows_executable_is_refused(publish_launcher, temp_dir, server, content):
     path = temp_dir / "Launcher.exe"
     path.write_bytes(content)
     done = publish_launcher(path)
@@ -161,7 +164,7 @@ def test_what_is_no_program_is_refused(publish_launcher, temp_dir, server, conte
     assert os.listdir(server) == []
 
 
-def test_settings_that_the_launcher_refuses_are_refused_in_its_words(publish_launcher, server):
+def test_settings_that_the_launcher_rejects_are_refused_with_its_message(publish_launcher, server):
     done = publish_launcher(settings=formats.updater_data(""))
     assert done.code == 1
     assert len(done.refusals) == 1
@@ -176,7 +179,7 @@ def test_settings_of_another_channel_are_refused(publish_launcher, server):
     assert os.listdir(server) == []
 
 
-def test_all_refusals_are_told_at_once(build, temp_dir, server):
+def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     path = temp_dir / "it's 100%.exe"
     path.write_bytes(b"text")
     arguments = ["--exe", path, "--settings", temp_dir / "missing.vpak", "--channel", "release"]
@@ -208,7 +211,7 @@ def test_a_step_back_is_warned_of(publish_launcher, build):
     done = publish_launcher()
     assert done.code == 0
     assert done.warnings == [
-        "Launcher.exe: the server had version 7: players who have that keep it, and their Launcher "
+        f"Launcher.exe: the server had version {NEXT_VERSION}: players who have that keep it, and their Launcher "
         "logs an error at every start"
     ]
 
@@ -218,7 +221,7 @@ def test_another_file_with_the_same_version_is_warned_of(publish_launcher, build
     done = publish_launcher(build.keep_dirs)
     assert done.code == 0
     assert done.warnings == [
-        "Launcher.exe: the server had another file with the same version 6: players who have that "
+        f"Launcher.exe: the server had another file with the same version {OWN_VERSION}: players who have that "
         "version do not get this one"
     ]
 
@@ -253,8 +256,8 @@ def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(bu
         folder = GameFolder(temp_dir / "game")
         folder.put_copy("Launcher.exe", build.launcher)
         folder.put_copy(GAME, build.player)
-        folder.put("Updater/UpdaterData.vpak", old)
-        folder.put("Updater/GameVersion.vpak", formats.game_version(0, 0, 0, 1))
+        folder.put(SETTINGS_FILE, old)
+        folder.put(VERSION_FILE, formats.game_version(0, 0, 0, 1))
         (server / "updates/release").mkdir(parents=True)
         (server / "updates/release/GameVersion.vpak").write_bytes(formats.game_version(0, 0, 0, 1))
         assert publish_launcher(build.next, new, program=build.publish_next).code == 0
@@ -263,7 +266,7 @@ def test_the_launcher_updates_itself_and_its_settings_from_what_was_published(bu
                            expected_exits=(0, 0, 0))
         assert run.log == []
         assert folder.read("Launcher.exe") == build.next.read_bytes()
-        assert folder.read("Updater/UpdaterData.vpak") == new
+        assert folder.read(SETTINGS_FILE) == new
         run.assert_game_started()
     finally:
         nginx.stop()

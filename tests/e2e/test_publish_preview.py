@@ -1,6 +1,6 @@
-"""What `publish preview` foretells is what the Launcher then does, list by list.
+"""What `publish preview` predicts is what the Launcher then does, list by list.
 
-Each case sets up an installation and a server, has one run foretold, from the served folder and over
+Each case sets up an installation and a server, has one run previewed, from the served folder and over
 HTTP, and then lets the run happen.
 """
 
@@ -11,17 +11,30 @@ import urllib.parse
 
 import pytest
 
-import dialogs
-import formats
-from driver import TERMINATED, Press
-from game_folder import GAME, LOG, STAGING, parse_log
-from publishing import Published, publish
-from scene import INSTALLED, NEWER
-from scripted_server import Answer, redirect
+from harness import dialogs, formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    LOG,
+    NEXT_VERSION,
+    OLDER_VERSION,
+    OWN_VERSION,
+    PARKED,
+    REDIRECT,
+    SETTINGS_FILE,
+    STAGING,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+    VERSION_FILE,
+)
+from harness.driver import TERMINATED, Press
+from harness.game_folder import parse_log
+from harness.publishing import Published, publish
+from harness.scene import INSTALLED, NEWER
+from harness.scripted_server import Answer, redirect
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS = "Updater/UpdaterData.vpak"
-PARKED = "_old.exe"
 NO_PROGRAM = b"this is no program, so that nothing follows the restart"
 READ_ONLY = 0o444
 
@@ -43,7 +56,7 @@ def as_names(paths: list[str]) -> list[str]:
 
 
 class Oracle:
-    """Foretells the runs of a scene, and compares them with what happens."""
+    """Previews the runs of a scene, and compares the previews with what happens."""
 
     def __init__(self, scene) -> None:
         self.scene = scene
@@ -60,7 +73,7 @@ class Oracle:
         folder.mkdir(exist_ok=True)
         for path, answer in self.scene.server.answers.items():
             plain = Answer(answer.body) == answer
-            if path == "/redirect.txt" and plain or "\\" in path or not plain and answer.status != 404:
+            if path == "/" + REDIRECT and plain or "\\" in path or not plain and answer.status != 404:
                 return None
             if plain:
                 file = folder / urllib.parse.unquote(path[1:])
@@ -83,8 +96,8 @@ class Oracle:
         assert (done.code, done.report["refusals"]) == (0, []), done.errors
         return done
 
-    def foretell(self, launcher: str = "Launcher.exe") -> dict:
-        """The forecast, which is the same from the folder and over HTTP."""
+    def report(self, launcher: str = "Launcher.exe") -> dict:
+        """The preview of a run, which is the same from the folder and over HTTP."""
         served = self.preview("--url", self.url, "--fetch", launcher=launcher).report
         folder = self.served_folder()
         if folder:
@@ -93,51 +106,51 @@ class Oracle:
         return served
 
     def check(self, **options) -> dict:
-        """Has a run foretold, lets it happen, compares. Returns the forecast."""
+        """Previews a run, runs it and compares both. Returns the preview."""
         launcher = options.get("launcher", "Launcher.exe")
-        told = self.foretell(launcher)
-        self.compare(told, self.run(told, **options))
-        return told
+        preview = self.report(launcher)
+        self.compare(preview, self.run(preview, **options))
+        return preview
 
-    def run(self, told: dict, **options):
-        """The run that was foretold; a restarted Launcher finds itself current and ends well."""
-        restarts = told["launcher"]["outcome"] in ("replaced", "settings replaced")
-        exits = (told["exitCode"], 0) if restarts else (told["exitCode"],)
-        answers = [Press("OK", DIALOGS[caption]) for caption in told["dialogs"]]
+    def run(self, preview: dict, **options):
+        """The run that was previewed; a restarted Launcher finds itself current and ends well."""
+        restarts = preview["launcher"]["outcome"] in ("replaced", "settings replaced")
+        exits = (preview["exitCode"], 0) if restarts else (preview["exitCode"],)
+        answers = [Press("OK", DIALOGS[caption]) for caption in preview["dialogs"]]
         return self.scene.run(answers, **({"expected_exits": exits} | options))
 
-    def compare(self, told: dict, run) -> None:
-        game, changes = told["game"], run.changes()
-        restarts = told["launcher"]["outcome"] in ("replaced", "settings replaced")
+    def compare(self, preview: dict, run) -> None:
+        game, changes = preview["game"], run.changes()
+        restarts = preview["launcher"]["outcome"] in ("replaced", "settings replaced")
 
-        requests = [urllib.parse.unquote("/" + url.removeprefix(self.url)) for url in told["requests"]]
+        requests = [urllib.parse.unquote("/" + url.removeprefix(self.url)) for url in preview["requests"]]
         happened = [urllib.parse.unquote(path) for path in run.requests]
         assert requests == (happened[: len(requests)] if restarts else happened)
-        updates = urllib.parse.unquote(told["updatesUrl"].removeprefix(self.url.rstrip("/")))
-        manifest = updates + "game_update.manifest"
+        updates = urllib.parse.unquote(preview["updatesUrl"].removeprefix(self.url.rstrip("/")))
+        manifest = updates + GAME_MANIFEST
         payloads = happened[happened.index(manifest) + 1 :] if manifest in happened else []
         downloaded = [updates + file["name"] for file in game["downloaded"]]
         assert downloaded == payloads[: len(downloaded)]
         assert len(payloads) - len(downloaded) in (0, 1), "all but one that failed"
 
         program = run.launcher.split("/")[-1]
-        assert run.exit_codes(program)[0] == told["exitCode"]
+        assert run.exit_codes(program)[0] == preview["exitCode"]
         if restarts:
             return
-        assert (len(run.game_starts) == 1) == told["gameStarted"]
-        self.compare_log(told, run)
+        assert (len(run.game_starts) == 1) == preview["gameStarted"]
+        self.compare_log(preview, run)
 
         created = {name for name, (old, _) in changes.items() if old == "-"}
         removed = {name for name, (_, new) in changes.items() if new == "-"}
-        assert created == set(as_names(told["changes"]["created"]))
-        assert removed == set(as_names(told["changes"]["removed"]))
+        assert created == set(as_names(preview["changes"]["created"]))
+        assert removed == set(as_names(preview["changes"]["removed"]))
         written = set(changes) - created - removed
-        foretold = set(as_names(told["changes"]["written"]))
-        assert written <= foretold
+        predicted = set(as_names(preview["changes"]["written"]))
+        assert written <= predicted
         copies = {name.replace("\\", "/").lower() for name in game["copied"]}
         fetched = {file["name"].lower() for file in game["downloaded"]}
         staged = {f"{STAGING}/{name}".lower() for name in copies | fetched}
-        same = {name.lower() for name in foretold - written}
+        same = {name.lower() for name in predicted - written}
         assert same <= copies | staged, "only a copy of the same content is no change"
 
         after = run.after
@@ -151,18 +164,18 @@ class Oracle:
         assert (VERSION_FILE in changes) == game["versionWritten"]
         if game["outcome"] == "done":
             assert (not self.scene.folder.has(STAGING)) == game["stagingRemoved"]
-        assert (told["exitCode"] == TERMINATED) == bool(game["stop"])
+        assert (preview["exitCode"] == TERMINATED) == bool(game["stop"])
 
 
-    def compare_log(self, told: dict, run) -> None:
+    def compare_log(self, preview: dict, run) -> None:
         """The log's folder may be spelt otherwise, and is cleaned up then."""
         names = [name for name in run.after if name.lower() == LOG.lower()]
-        if told["log"] and not names:
-            removed = [path.split("\\")[-1] for path in told["game"]["removed"]]
+        if preview["log"] and not names:
+            removed = [path.split("\\")[-1] for path in preview["game"]["removed"]]
             assert "updater.log" in removed
         else:
             entries = parse_log(self.scene.folder.read(names[0])) if names else []
-            assert entries == told["log"]
+            assert entries == preview["log"]
 
 
 @pytest.fixture
@@ -206,8 +219,8 @@ def test_a_whole_update(keep_dirs):
         "readme.txt": b"read me",
     }
     offer(keep_dirs, files, ["bin", "data", "data/deep"])
-    told = keep_dirs.check()
-    game = told["game"]
+    preview = keep_dirs.check()
+    game = preview["game"]
     assert game["outcome"] == "done"
     assert (game["installedVersion"], game["offeredVersion"]) == ("1.0.0.0", "2.0.0.0")
     assert game["current"] == ["bin/level.dat", GAME]
@@ -221,7 +234,7 @@ def test_a_whole_update(keep_dirs):
     # "data" still holds "deep" when the clean-up comes to it.
     assert game["removed"] == ["bin\\sub\\old.dll", "data\\deep"]
     assert game["keepsNonEmptyDirectories"] and game["stagingRemoved"] and game["versionWritten"]
-    assert told["gameStarted"]
+    assert preview["gameStarted"]
 
 
 def test_a_strict_run_stops_at_the_games_own_folder(scene):
@@ -238,9 +251,9 @@ def test_a_strict_run_that_passes(strict):
     strict.scene.folder.put("readme.txt", b"old")
     strict.scene.folder.put("unlisted.txt", b"goes")
     offer(strict, {"readme.txt": b"new", "Saved/default.sav": b"save"}, ["Saved", "Saved/more"])
-    told = strict.check()
-    assert (told["game"]["outcome"], told["game"]["removed"]) == ("done", ["unlisted.txt"])
-    assert not told["gameStarted"]
+    preview = strict.check()
+    assert (preview["game"]["outcome"], preview["game"]["removed"]) == ("done", ["unlisted.txt"])
+    assert not preview["gameStarted"]
 
 
 def test_every_rule_of_the_clean_up(keep_dirs):
@@ -320,18 +333,18 @@ def test_a_name_with_a_backslash_is_removed_right_after_its_installation(keep_di
     for name in ("bin\\new.dll", "bin/new.dll"):
         keep_dirs.scene.serve(name, b"new")
     offer(keep_dirs, {"bin\\new.dll": b"new"}, ["bin"])
-    told = keep_dirs.foretell()
-    assert told["game"]["removed"] == ["bin\\new.dll"]
-    run = keep_dirs.run(told)
+    preview = keep_dirs.report()
+    assert preview["game"]["removed"] == ["bin\\new.dll"]
+    run = keep_dirs.run(preview)
     assert not keep_dirs.scene.folder.has("bin/new.dll")
-    assert run.exit_code == told["exitCode"] == 0
+    assert run.exit_code == preview["exitCode"] == 0
 
 
 def test_the_launcher_typed_in_another_case_would_be_removed(strict):
-    """The system refuses that, and that ends the run. Foretold only: Wine corrects what was typed
+    """The system refuses that, and that ends the run. Previewed only: Wine corrects what was typed
     before the Launcher sees it."""
     offer(strict, {"data.pak": b"data"}, ["Saved"])
-    game = strict.foretell("launcher.exe")["game"]
+    game = strict.report("launcher.exe")["game"]
     assert (game["outcome"], game["removed"]) == ("abnormal end", [])
     assert "Launcher.exe" in game["stop"]
 
@@ -365,9 +378,9 @@ def test_an_uppercase_digest_never_matches(keep_dirs):
 def test_a_payload_that_is_not_what_is_listed(keep_dirs):
     offer(keep_dirs, {"bin/x": b"as listed"}, ["bin"])
     keep_dirs.scene.serve("bin/x", b"something else")
-    told = keep_dirs.check()
-    assert told["game"]["downloaded"] == [{"name": "bin/x", "size": 14}]
-    assert any("another size" in warning["message"] for warning in told["warnings"])
+    preview = keep_dirs.check()
+    assert preview["game"]["downloaded"] == [{"name": "bin/x", "size": 14}]
+    assert any("another size" in warning["message"] for warning in preview["warnings"])
 
 
 def test_staging_leftovers_go_with_the_folder(keep_dirs):
@@ -389,18 +402,18 @@ def test_a_read_only_leftover_keeps_the_staging_folder(keep_dirs):
 @pytest.mark.parametrize("directories", [["data/sub", "data"], ["data/sub"]])
 def test_a_directory_before_its_parent(keep_dirs, directories):
     offer(keep_dirs, {"data/sub/x": b"x"}, directories)
-    told = keep_dirs.check()
-    assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
-    assert "create_directory" in told["log"][0]
+    preview = keep_dirs.check()
+    assert (preview["game"]["outcome"], preview["gameStarted"]) == ("refused", True)
+    assert "create_directory" in preview["log"][0]
 
 
 @pytest.mark.parametrize("name", [f"{STAGING}/data", "Intermediate", "Intermediate/Update"])
 def test_a_file_in_the_place_of_a_staging_folder(keep_dirs, name):
     keep_dirs.scene.folder.put(name, b"a file")
     offer(keep_dirs, {"data/x": b"x"}, ["bin", "data"])
-    told = keep_dirs.check()
-    assert told["game"]["outcome"] == "refused"
-    assert "create_director" in told["log"][0]
+    preview = keep_dirs.check()
+    assert preview["game"]["outcome"] == "refused"
+    assert "create_director" in preview["log"][0]
 
 
 def test_a_directory_in_the_place_of_a_staged_file(keep_dirs):
@@ -426,13 +439,13 @@ def test_a_directory_that_is_not_listed(keep_dirs):
         pytest.param(redirect("/elsewhere", 302), id="moved to nowhere"),
     ],
 )
-def test_a_payload_that_cannot_be_had(keep_dirs, answer):
+def test_a_payload_that_cannot_be_downloaded(keep_dirs, answer):
     offer(keep_dirs, {"bin/a": b"a", "bin/b": b"b", "bin/c": b"c"}, ["bin"])
     keep_dirs.scene.serve("bin/b", answer)
     if answer.headers:
-        told = keep_dirs.foretell()
-        run = keep_dirs.run(told)
-        assert run.exit_code == told["exitCode"] == TERMINATED
+        preview = keep_dirs.report()
+        run = keep_dirs.run(preview)
+        assert run.exit_code == preview["exitCode"] == TERMINATED
         return
     game = keep_dirs.check()["game"]
     assert game["outcome"] == "abnormal end"
@@ -522,9 +535,9 @@ def test_a_version_file_that_cannot_be_written(strict):
 
 
 def test_no_update(scene):
-    told = Oracle(scene).check()
-    assert (told["game"]["outcome"], told["gameStarted"]) == ("not offered", True)
-    assert told["changes"] == {"created": [], "written": [], "removed": []}
+    preview = Oracle(scene).check()
+    assert (preview["game"]["outcome"], preview["gameStarted"]) == ("not offered", True)
+    assert preview["changes"] == {"created": [], "written": [], "removed": []}
 
 
 def test_an_installed_version_above_the_servers(scene):
@@ -538,22 +551,22 @@ def test_an_installed_version_that_is_missing_or_broken(keep_dirs, version):
     if version is not None:
         keep_dirs.scene.folder.put(VERSION_FILE, version)
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
-    told = keep_dirs.check()
-    assert told["game"]["outcome"] in ("done", "check failed")
-    assert told["game"]["installedVersion"] is None or version
+    preview = keep_dirs.check()
+    assert preview["game"]["outcome"] in ("done", "check failed")
+    assert preview["game"]["installedVersion"] is None or version
 
 
 @pytest.mark.parametrize("content", [b"", b"nonsense", formats.game_version(*NEWER, header="Other")])
 def test_a_version_of_the_server_that_is_broken(scene, content):
-    scene.serve("GameVersion.vpak", content)
+    scene.serve(GAME_VERSION, content)
     assert Oracle(scene).check()["gameStarted"]
 
 
 def test_a_server_without_a_version_for_an_installation_without_one(scene):
     scene.folder.remove(VERSION_FILE)
-    scene.serve("GameVersion.vpak", Answer(b"", status=404))
-    told = Oracle(scene).check()
-    assert told["dialogs"] == ["Update available", "Update failed."]
+    scene.serve(GAME_VERSION, Answer(b"", status=404))
+    preview = Oracle(scene).check()
+    assert preview["dialogs"] == ["Update available", "Update failed."]
 
 
 @pytest.mark.parametrize(
@@ -567,9 +580,9 @@ def test_a_server_without_a_version_for_an_installation_without_one(scene):
 )
 def test_a_refused_manifest(scene, manifest):
     offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
-    scene.serve("game_update.manifest", manifest)
-    told = Oracle(scene).check()
-    assert (told["game"]["outcome"], told["gameStarted"]) == ("refused", True)
+    scene.serve(GAME_MANIFEST, manifest)
+    preview = Oracle(scene).check()
+    assert (preview["game"]["outcome"], preview["gameStarted"]) == ("refused", True)
 
 
 # --- Settings, redirection, the Launcher itself -------------------------------------------------
@@ -586,26 +599,26 @@ def test_a_refused_manifest(scene, manifest):
     ],
 )
 def test_refused_settings(scene, settings):
-    scene.folder.remove(SETTINGS)
+    scene.folder.remove(SETTINGS_FILE)
     if settings is not None:
-        scene.folder.put(SETTINGS, settings)
+        scene.folder.put(SETTINGS_FILE, settings)
     scene.folder.put(PARKED, b"stale, and left alone")
-    told = Oracle(scene).check()
-    assert (told["requests"], len(told["log"]), told["gameStarted"]) == ([], 1, True)
+    preview = Oracle(scene).check()
+    assert (preview["requests"], len(preview["log"]), preview["gameStarted"]) == ([], 1, True)
 
 
 def test_a_redirection_is_followed(scene):
-    scene.server.serve("redirect.txt", f"{scene.server.url}other/".encode())
-    told = Oracle(scene).check()
-    assert told["updatesUrl"] == f"{scene.server.url}other/updates/release/"
-    assert len(told["log"]) == 2
+    scene.server.serve(REDIRECT, f"{scene.server.url}other/".encode())
+    preview = Oracle(scene).check()
+    assert preview["updatesUrl"] == f"{scene.server.url}other/updates/release/"
+    assert len(preview["log"]) == 2
 
 
 def test_a_folder_with_a_redirection_is_warned_of(scene):
     oracle = Oracle(scene)
     folder = oracle.served_folder()
-    (folder / "redirect.txt").write_text("https://elsewhere.example.com/")
-    assert any("redirect.txt" in warning for warning in oracle.preview("--server", folder).warnings)
+    (folder / REDIRECT).write_text("https://elsewhere.example.com/")
+    assert any(REDIRECT in warning for warning in oracle.preview("--server", folder).warnings)
 
 
 def test_another_channel(scene):
@@ -616,87 +629,87 @@ def test_another_channel(scene):
 @pytest.mark.parametrize("name", [PARKED, PARKED + "/file"])
 def test_a_stale_executable(scene, name):
     scene.folder.put(name, b"stale")
-    told = Oracle(scene).check()
-    assert told["launcher"]["staleExecutableRemoved"] == (name == PARKED)
+    preview = Oracle(scene).check()
+    assert preview["launcher"]["staleExecutableRemoved"] == (name == PARKED)
 
 
 def test_a_launcher_of_the_server_that_is_older_is_logged_and_the_game_is_updated(keep_dirs):
-    keep_dirs.scene.offer_launcher(5)
+    keep_dirs.scene.offer_launcher(OLDER_VERSION)
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
-    told = keep_dirs.check()
-    assert (told["launcher"]["outcome"], told["game"]["outcome"]) == ("failed", "done")
-    assert told["launcher"]["ownVersion"] == 6
+    preview = keep_dirs.check()
+    assert (preview["launcher"]["outcome"], preview["game"]["outcome"]) == ("failed", "done")
+    assert preview["launcher"]["ownVersion"] == OWN_VERSION
 
 
 def test_a_log_in_the_root_is_cleaned_up_by_the_same_run(keep_dirs):
-    keep_dirs.scene.offer_launcher(5)
+    keep_dirs.scene.offer_launcher(OLDER_VERSION)
     keep_dirs.scene.folder.put("Logs", b"a file in the place of the folder")
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
-    told = keep_dirs.foretell()
-    assert told["game"]["removed"] == ["updater.log"]
-    run = keep_dirs.run(told)
+    preview = keep_dirs.report()
+    assert preview["game"]["removed"] == ["updater.log"]
+    run = keep_dirs.run(preview)
     assert "updater.log" not in run.after
-    assert (run.exit_code, told["game"]["outcome"]) == (0, "done")
+    assert (run.exit_code, preview["game"]["outcome"]) == (0, "done")
 
 
-@pytest.mark.parametrize("name", ["updater/updater.manifest", "updater/UpdaterData.vpak"])
+@pytest.mark.parametrize("name", [UPDATER_MANIFEST, UPDATER_DATA])
 def test_a_server_without_a_launcher(scene, name):
     scene.serve(name, Answer(b"", status=404))
-    told = Oracle(scene).check()
-    assert (told["launcher"]["outcome"], len(told["log"])) == ("failed", 1)
+    preview = Oracle(scene).check()
+    assert (preview["launcher"]["outcome"], len(preview["log"])) == ("failed", 1)
 
 
 def test_a_newer_launcher_ends_the_run_with_a_restart(scene):
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, NO_PROGRAM)
     offer(Oracle(scene), {"bin/x": b"x"}, ["bin"])
-    told = Oracle(scene).check(expected_exits=(0,))
-    assert told["dialogs"] == ["Restart required."]
-    assert told["launcher"]["outcome"] == "replaced"
-    assert told["game"]["outcome"] == "not reached"
-    assert set(told["changes"]["created"]) == {PARKED}
+    preview = Oracle(scene).check(expected_exits=(0,))
+    assert preview["dialogs"] == ["Restart required."]
+    assert preview["launcher"]["outcome"] == "replaced"
+    assert preview["game"]["outcome"] == "not reached"
+    assert set(preview["changes"]["created"]) == {PARKED}
     assert scene.folder.read("Launcher.exe") == NO_PROGRAM
     assert scene.folder.has(PARKED)
 
 
-def test_the_newer_launcher_is_foretold_by_its_own_tool(scene):
+def test_the_next_launchers_run_is_previewed_by_the_tool_of_its_build(scene):
     oracle = Oracle(scene)
     oracle.use(scene.build.next, scene.build.publish_next)
-    scene.offer_launcher(7)
-    told = oracle.check()
-    assert (told["launcher"]["outcome"], told["launcher"]["ownVersion"]) == ("current", 7)
+    scene.offer_launcher(NEXT_VERSION)
+    preview = oracle.check()
+    assert (preview["launcher"]["outcome"], preview["launcher"]["ownVersion"]) == ("current", NEXT_VERSION)
 
 
-def test_a_newer_launcher_that_cannot_be_had(scene):
-    scene.offer_launcher(7)
-    told = Oracle(scene).check()
-    assert told["launcher"]["outcome"] == "failed"
-    assert "404" in told["log"][0]
+def test_a_newer_launcher_that_cannot_be_downloaded(scene):
+    scene.offer_launcher(NEXT_VERSION)
+    preview = Oracle(scene).check()
+    assert preview["launcher"]["outcome"] == "failed"
+    assert "404" in preview["log"][0]
 
 
-def test_a_newer_launcher_that_cannot_take_its_place(scene):
+def test_a_newer_launcher_that_cannot_be_installed(scene):
     """A full folder where the previous executable is to be put."""
-    scene.offer_launcher(7)
-    scene.serve("updater/Launcher.exe", NO_PROGRAM)
+    scene.offer_launcher(NEXT_VERSION)
+    scene.serve(UPDATER_EXECUTABLE, NO_PROGRAM)
     scene.folder.put(PARKED + "/file", b"in the way")
-    told = Oracle(scene).check()
-    assert told["dialogs"] == ["Error while loading new version of updater"]
-    assert told["gameStarted"]
+    preview = Oracle(scene).check()
+    assert preview["dialogs"] == ["Error while loading new version of updater"]
+    assert preview["gameStarted"]
 
 
 def test_other_settings_of_the_server_end_the_run_with_a_restart(scene):
-    scene.serve("updater/UpdaterData.vpak", b"nonsense")
-    told = Oracle(scene).check()
-    assert told["launcher"]["outcome"] == "settings replaced"
-    assert scene.folder.read(SETTINGS) == b"nonsense"
+    scene.serve(UPDATER_DATA, b"nonsense")
+    preview = Oracle(scene).check()
+    assert preview["launcher"]["outcome"] == "settings replaced"
+    assert scene.folder.read(SETTINGS_FILE) == b"nonsense"
 
 
-def test_a_launcher_without_a_version_resource_is_taken_for_the_tools_own(scene):
+def test_a_launcher_without_a_version_resource_is_previewed_as_the_tools_version(scene):
     oracle = Oracle(scene)
     scene.folder.put("Launcher.exe", NO_PROGRAM)
     done = oracle.preview("--url", scene.server.url)
     assert any("version resource" in warning for warning in done.warnings)
-    assert done.report["launcher"]["ownVersion"] == 6
+    assert done.report["launcher"]["ownVersion"] == OWN_VERSION
 
 
 def test_a_missing_game_is_not_started(scene):
@@ -707,7 +720,7 @@ def test_a_missing_game_is_not_started(scene):
 # --- The command --------------------------------------------------------------------------------
 
 
-def test_without_fetch_payloads_are_taken_as_listed_and_that_is_said(keep_dirs):
+def test_without_fetch_payloads_are_assumed_to_be_as_listed_and_a_note_says_so(keep_dirs):
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
     keep_dirs.scene.serve("bin/x", Answer(b"", status=404))
     first = len(keep_dirs.scene.server.requests)
@@ -731,7 +744,7 @@ def test_names_that_no_build_may_have_are_warned_of(keep_dirs):
 
 def test_another_url_than_the_installed_one_is_warned_of(scene):
     oracle = Oracle(scene)
-    scene.folder.put(SETTINGS, formats.updater_data("http://old.example.com/"))
+    scene.folder.put(SETTINGS_FILE, formats.updater_data("http://old.example.com/"))
     done = oracle.preview("--url", scene.server.url)
     assert any("old.example.com" in warning for warning in done.warnings)
 
@@ -809,9 +822,9 @@ class Generator:
             if name.lower() not in {n.lower() for n in listed} or self.chance(10):
                 listed[name] = self.random.randbytes(self.random.randrange(1, 40))
         for name, content in listed.items():
-            for temp_dir in (name, f"{STAGING}/{name}"):
+            for path in (name, f"{STAGING}/{name}"):
                 kind = self.random.randrange(5)
-                here = self.other_case(temp_dir) if self.chance(10) and STAGING not in place else temp_dir
+                here = self.other_case(path) if self.chance(10) and STAGING not in path else path
                 if kind == 0:
                     self.put(here, content)
                 elif kind == 1:
@@ -840,14 +853,14 @@ class Generator:
         if self.scene.folder.has(GAME):
             lines.append(formats.file_line(GAME, self.scene.folder.read(GAME)))
         self.scene.offer_game(listed, ordered or ["fresh"], lines)
-        # The server tells no blank from its escape.
+        # The server treats a blank and its escape alike.
         for name, content in listed.items():
             self.scene.serve(name.replace(" ", "%20"), content)
         for name in listed:
             if self.chance(2):
                 self.scene.serve(name.replace(" ", "%20"), Answer(b"", status=404))
                 self.scene.serve(name, Answer(b"", status=404))
-        self.scene.offer_launcher(5 if self.chance(10) else 6)
+        self.scene.offer_launcher(OLDER_VERSION if self.chance(10) else OWN_VERSION)
         if self.chance(10):
             self.scene.folder.remove(VERSION_FILE)
 
@@ -855,13 +868,13 @@ class Generator:
 @pytest.mark.parametrize("seed", range(16))
 def test_generated_installations_of_the_walking_launcher(keep_dirs, seed):
     Generator(keep_dirs, seed, ["bin", "bin/data", "Data", "Saved", "saved games", "a.rar", "Logs"]).make()
-    told = keep_dirs.check()
-    assert told["game"]["outcome"] not in ("not reached", "not offered")
+    preview = keep_dirs.check()
+    assert preview["game"]["outcome"] not in ("not reached", "not offered")
 
 
 @pytest.mark.parametrize("seed", range(16))
 def test_generated_installations_of_the_strict_launcher(strict, seed):
     """Mostly in preserved folders: others stop it."""
     Generator(strict, seed, ["Saved", "Saved/deep", "Logs", "updates", "Screenshots"]).make()
-    told = strict.check()
-    assert told["game"]["outcome"] not in ("not reached", "not offered")
+    preview = strict.check()
+    assert preview["game"]["outcome"] not in ("not reached", "not offered")

@@ -4,9 +4,9 @@ import subprocess
 
 import pytest
 
-import formats
-from game_folder import windows_path
-from publishing import command_line, publish
+from harness import formats
+from harness.game_folder import windows_path
+from harness.publishing import command_line, publish
 
 URL = "https://updates.example/"
 
@@ -28,7 +28,7 @@ def test_the_archive_is_what_the_launcher_reads(settings, temp_dir, channel):
     assert done.report == {
         "file": path, "url": URL, "channel": channel, "refusals": [], "warnings": []
     }
-    assert [file.name for file in place.iterdir()] == ["UpdaterData.vpak"]
+    assert [file.name for file in temp_dir.iterdir()] == ["UpdaterData.vpak"]
 
 
 def test_an_older_archive_is_replaced_and_a_missing_folder_made(settings, temp_dir):
@@ -38,7 +38,7 @@ def test_an_older_archive_is_replaced_and_a_missing_folder_made(settings, temp_d
     assert written.read_bytes() == formats.updater_data(URL)
 
 
-def test_of_a_missing_slash_and_of_plain_http_is_warned(settings, temp_dir):
+def test_a_missing_slash_and_plain_http_are_warned_of(settings, temp_dir):
     done = settings("http://updates.example")
     assert done.code == 0
     assert done.warnings == [

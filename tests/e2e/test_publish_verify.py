@@ -1,5 +1,5 @@
 """The command that checks a published tree, in a folder and over HTTP: all that is wrong with a
-tree is told in one run, and nothing else."""
+tree is reported in one run, and nothing else."""
 
 import gzip
 import os
@@ -8,18 +8,24 @@ import shutil
 
 import pytest
 
-import formats
-from driver import Build
-from game_folder import windows_path
-from nginx_server import NginxServer
-from publishing import Published, publish
-from scripted_server import Answer, ScriptedServer
+from harness import formats
+from harness.constants import (
+    GAME_MANIFEST,
+    GAME_VERSION,
+    NEXT_VERSION,
+    OLDER_VERSION,
+    OWN_VERSION,
+    REDIRECT,
+    UPDATER_DATA,
+    UPDATER_EXECUTABLE,
+    UPDATER_MANIFEST,
+)
+from harness.driver import Build
+from harness.game_folder import windows_path
+from harness.nginx_server import NginxServer
+from harness.publishing import Published, publish
+from harness.scripted_server import Answer, ScriptedServer
 
-VERSION = "GameVersion.vpak"
-MANIFEST = "game_update.manifest"
-UPDATER_MANIFEST = "updater/updater.manifest"
-SETTINGS = "updater/UpdaterData.vpak"
-LAUNCHER = "updater/Launcher.exe"
 URL = "https://updates.example/"
 
 DIRECTORIES = ["bin", "bin/data"]
@@ -38,13 +44,13 @@ class Tree:
         self.server = server
         self.name = channel
         self.channel = server / "updates" / channel
-        self.put(VERSION, formats.game_version(2, 0, 4, 1))
+        self.put(GAME_VERSION, formats.game_version(2, 0, 4, 1))
         for name, content in FILES.items():
             self.put(name, content)
         self.write_manifest()
-        self.put(UPDATER_MANIFEST, formats.updater_manifest(6))
-        self.put(SETTINGS, formats.updater_data(URL, channel))
-        shutil.copyfile(build.launcher, self.channel / LAUNCHER)
+        self.put(UPDATER_MANIFEST, formats.updater_manifest(OWN_VERSION))
+        self.put(UPDATER_DATA, formats.updater_data(URL, channel))
+        shutil.copyfile(build.launcher, self.channel / UPDATER_EXECUTABLE)
 
     def put(self, name: str, content: bytes) -> None:
         path = self.channel / name
@@ -58,7 +64,7 @@ class Tree:
         return [formats.file_line(name, content) for name, content in FILES.items()]
 
     def write_manifest(self, directories: list[str] | None = None, lines: list[str] | None = None) -> None:
-        self.put(MANIFEST, formats.game_manifest(directories or DIRECTORIES, lines or self.lines()))
+        self.put(GAME_MANIFEST, formats.game_manifest(directories or DIRECTORIES, lines or self.lines()))
 
     def add(self, name: str, content: bytes = b"more", **options) -> str:
         """Another file; returns its line."""
@@ -68,11 +74,11 @@ class Tree:
     def verify(self, *options: str) -> Published:
         return publish(self.build, "verify", "--server", self.server, *options)
 
-    def temp_dir(self, name: str) -> str:
+    def location(self, name: str) -> str:
         return windows_path(self.channel) + "\\" + name.replace("/", "\\")
 
     def findings(self, *pairs: tuple[str, str]) -> list[str]:
-        return sorted(f"{self.temp_dir(name)}: {rule}" for name, rule in pairs)
+        return sorted(f"{self.location(name)}: {rule}" for name, rule in pairs)
 
 
 @pytest.fixture
@@ -86,13 +92,13 @@ def test_a_sound_tree_passes(tree):
     assert run.report["channels"] == [
         {
             "channel": "release",
-            "place": tree.temp_dir(""),
+            "place": tree.location(""),
             "version": "1.4.0.2",
             "directories": 2,
             "files": 3,
             "bytes": 7 + 1400 + 2304,
             "launcher": {
-                "version": 6,
+                "version": OWN_VERSION,
                 "url": URL,
                 "channel": "release",
                 "executable": "Launcher.exe",
@@ -103,11 +109,11 @@ def test_a_sound_tree_passes(tree):
 
 def test_every_channel_is_checked_that_exists(tree, build):
     demo = Tree(build, tree.server, "demo")
-    demo.remove(VERSION)
+    demo.remove(GAME_VERSION)
     run = tree.verify()
     assert [channel["channel"] for channel in run.report["channels"]] == ["demo", "release"]
     message = "Failed to download game-version file with error: '404 - no such file.'"
-    assert (run.code, run.refusals) == (1, demo.findings((VERSION, message)))
+    assert (run.code, run.refusals) == (1, demo.findings((GAME_VERSION, message)))
     only = tree.verify("--channel", "release")
     assert [channel["channel"] for channel in only.report["channels"]] == ["release"]
     assert (only.code, only.refusals) == (0, [])
@@ -121,11 +127,11 @@ def test_a_folder_without_a_channel_is_refused(build, temp_dir):
     assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: is no channel"]
 
 
-def test_a_redirect_in_the_folder_is_told(tree):
-    (tree.server / "redirect.txt").write_bytes(b"https://elsewhere.example/")
+def test_a_redirect_in_the_folder_is_reported(tree):
+    (tree.server / REDIRECT).write_bytes(b"https://elsewhere.example/")
     run = tree.verify()
     assert (run.code, run.refusals) == (0, [])
-    redirect = windows_path(tree.server / "redirect.txt")
+    redirect = windows_path(tree.server / REDIRECT)
     assert run.warnings == [f"{redirect}: sends all players to 'https://elsewhere.example/'"]
 
 
@@ -220,7 +226,7 @@ def uppercase(tree: Tree) -> None:
 
 
 def rejected_manifest(tree: Tree) -> None:
-    tree.put(MANIFEST, (tree.channel / MANIFEST).read_bytes().replace(b" 7 ", b" 0 "))
+    tree.put(GAME_MANIFEST, (tree.channel / GAME_MANIFEST).read_bytes().replace(b" 7 ", b" 0 "))
     tree.put("unlisted", b"that nothing is listed is no reason to name every file")
 
 
@@ -229,7 +235,7 @@ def everything(tree: Tree) -> None:
     tree.put("bin/data/level 1.dat", b"short")
     tree.put("unlisted", b"x")
     tree.remove(UPDATER_MANIFEST)
-    tree.remove(LAUNCHER)
+    tree.remove(UPDATER_EXECUTABLE)
 
 
 PLAYER = "bin/Velmorant Player.exe"
@@ -262,82 +268,82 @@ HASH = formats.md5(FILES["read me.txt"])
         ),
         pytest.param(
             uppercase,
-            [(MANIFEST, f"'read me.txt' has the digest '{HASH.upper()}', "
+            [(GAME_MANIFEST, f"'read me.txt' has the digest '{HASH.upper()}', "
               "which is not in lowercase hexadecimal digits")],
             id="uppercase digest",
         ),
         pytest.param(
             listed_so(["bin/data", "bin"]),
-            [(MANIFEST, "the directory 'bin/data' is listed before its parent 'bin'")],
+            [(GAME_MANIFEST, "the directory 'bin/data' is listed before its parent 'bin'")],
             id="child first",
         ),
         pytest.param(
             listed_so(["bin/data"]),
             [
-                (MANIFEST, "the directory 'bin/data' is listed without its parent 'bin'"),
-                (MANIFEST, "the directory 'bin' is not listed, but 1 of the files are in it"),
+                (GAME_MANIFEST, "the directory 'bin/data' is listed without its parent 'bin'"),
+                (GAME_MANIFEST, "the directory 'bin' is not listed, but 1 of the files are in it"),
             ],
             id="missing parent",
         ),
         pytest.param(
             listed_so(["bin"]),
-            [(MANIFEST, "the directory 'bin/data' is not listed, but 1 of the files are in it")],
+            [(GAME_MANIFEST, "the directory 'bin/data' is not listed, but 1 of the files are in it")],
             id="file without its directory",
         ),
-        pytest.param(twice, [(MANIFEST, "'read me.txt' is listed twice")], id="twice"),
+        pytest.param(twice, [(GAME_MANIFEST, "'read me.txt' is listed twice")], id="twice"),
         pytest.param(
             two_cases,
-            [(MANIFEST, "'read me.txt' and 'READ me.txt' differ only in case")],
+            [(GAME_MANIFEST, "'read me.txt' and 'READ me.txt' differ only in case")],
             id="two cases",
         ),
         pytest.param(
             directory_in_other_case,
             [
-                (MANIFEST, "'bin/Data/level 1.dat' spells the directory 'bin/data' differently"),
+                (GAME_MANIFEST, "'bin/Data/level 1.dat' spells the directory 'bin/data' differently"),
                 (LEVEL, "is listed as 'bin/Data/level 1.dat'"),
             ],
             id="directory in another case",
         ),
         pytest.param(
             both_kinds,
-            [(MANIFEST, "'read me.txt' is listed as a directory and as a file")],
+            [(GAME_MANIFEST, "'read me.txt' is listed as a directory and as a file")],
             id="directory and file",
         ),
         pytest.param(
             backslash,
-            [(MANIFEST, "'bin\\data\\level 1.dat' is written with a backslash")],
+            [(GAME_MANIFEST, "'bin\\data\\level 1.dat' is written with a backslash")],
             id="backslash",
         ),
         pytest.param(
             staging,
             [
-                (MANIFEST, "'Intermediate/Update': the Launcher stages updates in Intermediate\\Update"),
-                (MANIFEST, "'Intermediate/Update/x' lies in the staging folder"),
+                (GAME_MANIFEST, "'Intermediate/Update': the Launcher stages updates in Intermediate\\Update"),
+                (GAME_MANIFEST, "'Intermediate/Update/x' lies in the staging folder"),
             ],
             id="staging",
         ),
-        pytest.param(listed("bin/100%.dat"), [(MANIFEST, f"'bin/100%.dat': {ADDRESS}")], id="percent"),
-        pytest.param(listed("bin/a#b"), [(MANIFEST, f"'bin/a#b': {ADDRESS}")], id="number sign"),
+        pytest.param(listed("bin/100%.dat"), [(GAME_MANIFEST, f"'bin/100%.dat': {ADDRESS}")], id="percent"),
+        pytest.param(listed("bin/a#b"), [(GAME_MANIFEST, f"'bin/a#b': {ADDRESS}")], id="number sign"),
         pytest.param(
             listed("launcher.exe"),
-            [(MANIFEST, "'launcher.exe': the Launcher cannot replace itself while it runs")],
+            [(GAME_MANIFEST, "'launcher.exe': the Launcher cannot replace itself while it runs")],
             id="the Launcher",
         ),
         pytest.param(
             listed_so(["bin", "bin/data", "con"]),
-            [(MANIFEST, "'con': Windows takes 'con' for a device")],
+            [(GAME_MANIFEST, "'con': Windows takes 'con' for a device")],
             id="device",
         ),
         pytest.param(
             long_name,
-            [(MANIFEST, f"'bin/{'x' * 232}': in the staging folder its path has 256 characters, "
+            [(GAME_MANIFEST, f"'bin/{'x' * 232}': in the staging folder its path has 256 characters, "
               "and the Launcher opens none of more than 255")],
             id="long name",
         ),
         pytest.param(
             listed_so(add=["'huge' -5 0123456789abcdef0123456789abcdef"]),
             [
-                (MANIFEST, "'huge' has 18446744073709551611 bytes"),
+                (GAME_MANIFEST, "'huge' has 18446744073709551611 bytes"),
                 ("huge", MISSING),
             ],
             id="a size below nought",
@@ -348,27 +354,27 @@ HASH = formats.md5(FILES["read me.txt"])
             id="another case on disk",
         ),
         pytest.param(
-            remove(MANIFEST),
-            [(MANIFEST, "Failed to download game-update-manifest file with error: "
+            remove(GAME_MANIFEST),
+            [(GAME_MANIFEST, "Failed to download game-update-manifest file with error: "
               "'404 - no such file.'")],
             id="no manifest",
         ),
         pytest.param(
             rejected_manifest,
-            [(MANIFEST, "Invalid empty file size at line 0, for file 'read me.txt'")],
+            [(GAME_MANIFEST, "Invalid empty file size at line 0, for file 'read me.txt'")],
             id="rejected manifest",
         ),
         pytest.param(
-            put(VERSION, formats.game_version(1, 2, 3, 4, header="GameVersio")),
-            [(VERSION, "Remove game-version file had unexpected header 'GameVersio'.")],
+            put(GAME_VERSION, formats.game_version(1, 2, 3, 4, header="GameVersio")),
+            [(GAME_VERSION, "Remove game-version file had unexpected header 'GameVersio'.")],
             id="version's header",
         ),
         pytest.param(
-            put(VERSION, b""), [(VERSION, "Invalid header 0 for binary file.")], id="empty version"
+            put(GAME_VERSION, b""), [(GAME_VERSION, "Invalid header 0 for binary file.")], id="empty version"
         ),
         pytest.param(
-            put(VERSION, formats.game_version(1, 2, 3, 4)[:-1]),
-            [(VERSION, "the file ends before its version does")],
+            put(GAME_VERSION, formats.game_version(1, 2, 3, 4)[:-1]),
+            [(GAME_VERSION, "the file ends before its version does")],
             id="version that breaks off",
         ),
         pytest.param(
@@ -384,32 +390,32 @@ HASH = formats.md5(FILES["read me.txt"])
             id="no updater manifest",
         ),
         pytest.param(
-            put(SETTINGS, formats.updater_data("")),
-            [(SETTINGS, "Empty URL in UpdaterData.vpak.")],
+            put(UPDATER_DATA, formats.updater_data("")),
+            [(UPDATER_DATA, "Empty URL in UpdaterData.vpak.")],
             id="settings",
         ),
         pytest.param(
-            remove(SETTINGS),
-            [(SETTINGS, "Failed to download updater-data file with error: "
+            remove(UPDATER_DATA),
+            [(UPDATER_DATA, "Failed to download updater-data file with error: "
               "'404 - no such file.'")],
             id="no settings",
         ),
-        pytest.param(remove(LAUNCHER), [("updater", "holds no executable")], id="no executable"),
+        pytest.param(remove(UPDATER_EXECUTABLE), [("updater", "holds no executable")], id="no executable"),
         pytest.param(
             two_executables,
             [
-                (LAUNCHER, "is one of 2 files where only the executable is expected"),
-                (LAUNCHER + ".publishing",
+                (UPDATER_EXECUTABLE, "is one of 2 files where only the executable is expected"),
+                (UPDATER_EXECUTABLE + ".publishing",
                  "is one of 2 files where only the executable is expected"),
             ],
             id="two executables",
         ),
         pytest.param(
-            put(LAUNCHER, b"MZ"), [(LAUNCHER, "has no version resource")], id="no version resource"
+            put(UPDATER_EXECUTABLE, b"MZ"), [(UPDATER_EXECUTABLE, "has no version resource")], id="no version resource"
         ),
         pytest.param(
-            put(UPDATER_MANIFEST, formats.updater_manifest(7)),
-            [(LAUNCHER, "is version 6, but updater.manifest offers 7")],
+            put(UPDATER_MANIFEST, formats.updater_manifest(NEXT_VERSION)),
+            [(UPDATER_EXECUTABLE, f"is version {OWN_VERSION}, but updater.manifest offers {NEXT_VERSION}")],
             id="another version",
         ),
         pytest.param(
@@ -436,19 +442,19 @@ def test_a_damaged_tree_is_refused(tree, damage, refusals):
 
 def test_a_payload_in_the_launchers_folder_is_refused(tree):
     own_names(tree)
-    refusal = (MANIFEST, "'Updater/extra.txt' stands where the server has files of its own")
+    refusal = (GAME_MANIFEST, "'Updater/extra.txt' stands where the server has files of its own")
     run = tree.verify()
     assert run.code == 1
     assert tree.findings(refusal)[0] in run.refusals
 
 
 def test_characters_beyond_ascii_are_refused(tree):
-    tree.put(MANIFEST, (tree.channel / MANIFEST).read_bytes().replace(b"level 1", b"l\xe9vel 1"))
+    tree.put(GAME_MANIFEST, (tree.channel / GAME_MANIFEST).read_bytes().replace(b"level 1", b"l\xe9vel 1"))
     run = tree.verify()
     assert run.code == 1
     beyond = [text for text in run.refusals if "names are printable ASCII" in text]
     assert len(beyond) == 1
-    assert beyond[0].startswith(tree.temp_dir(MANIFEST))
+    assert beyond[0].startswith(tree.location(GAME_MANIFEST))
 
 
 @pytest.mark.parametrize(
@@ -456,28 +462,28 @@ def test_characters_beyond_ascii_are_refused(tree):
     [
         pytest.param(
             listed_so(["bin", "bin/data", "bin"]),
-            [(MANIFEST, "the directory 'bin' is listed twice")],
+            [(GAME_MANIFEST, "the directory 'bin' is listed twice")],
             id="a directory twice",
         ),
         pytest.param(
             listed_so(["bin", "bin/data", "BIN"]),
-            [(MANIFEST, "the directories 'bin' and 'BIN' differ only in case")],
+            [(GAME_MANIFEST, "the directories 'bin' and 'BIN' differ only in case")],
             id="directories in two cases",
         ),
         pytest.param(
-            put(SETTINGS, formats.updater_data(URL, "beta")),
-            [(SETTINGS, "names the channel beta")],
+            put(UPDATER_DATA, formats.updater_data(URL, "beta")),
+            [(UPDATER_DATA, "names the channel beta")],
             id="settings of another channel",
         ),
         pytest.param(
-            put(SETTINGS, formats.updater_data(URL) + b"xyz"),
-            [(SETTINGS, "3 bytes follow the record, from byte "
+            put(UPDATER_DATA, formats.updater_data(URL) + b"xyz"),
+            [(UPDATER_DATA, "3 bytes follow the record, from byte "
               f"{len(formats.updater_data(URL))} on")],
             id="bytes behind the settings",
         ),
     ],
 )
-def test_of_what_is_only_odd_is_warned(tree, damage, warnings):
+def test_odd_but_valid_trees_are_warned_of(tree, damage, warnings):
     damage(tree)
     run = tree.verify()
     assert (run.code, run.refusals) == (0, [])
@@ -501,7 +507,7 @@ def verify_url(tree: Tree, url: str, *options: str) -> Published:
 
 def test_a_sound_tree_passes_over_http(tree, nginx):
     url = f"http://127.0.0.1:{nginx.port}/"
-    tree.put(SETTINGS, formats.updater_data(url))
+    tree.put(UPDATER_DATA, formats.updater_data(url))
     run = verify_url(tree, url)
     assert (run.code, run.refusals, run.warnings, run.errors) == (0, [], [], "")
     assert run.report["channels"] == [
@@ -513,7 +519,7 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
             "files": 3,
             "bytes": 7 + 1400 + 2304,
             "launcher": {
-                "version": 6,
+                "version": OWN_VERSION,
                 "url": url,
                 "channel": "release",
                 "executable": "Launcher.exe",
@@ -523,7 +529,7 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
     nginx.settle()
     fetched = {request.path for request in nginx.new_requests() if request.status == 200}
     below = "/updates/release/"
-    names = [VERSION, MANIFEST, UPDATER_MANIFEST, SETTINGS, LAUNCHER, *FILES]
+    names = [GAME_VERSION, GAME_MANIFEST, UPDATER_MANIFEST, UPDATER_DATA, UPDATER_EXECUTABLE, *FILES]
     assert fetched == {below + name.replace(" ", "%20") for name in names}
 
 
@@ -535,7 +541,7 @@ def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
     server.start()
     try:
         url = f"http://127.0.0.1:{server.port}/"
-        tree.put(SETTINGS, formats.updater_data(url))
+        tree.put(UPDATER_DATA, formats.updater_data(url))
         run = verify_url(tree, url)
     finally:
         server.stop()
@@ -550,7 +556,7 @@ def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
 def scripted(tree):
     """The tree behind a server whose answers can be spoiled."""
     server = ScriptedServer()
-    tree.put(SETTINGS, formats.updater_data(server.url))
+    tree.put(UPDATER_DATA, formats.updater_data(server.url))
     for path in tree.channel.rglob("*"):
         if path.is_file():
             name = path.relative_to(tree.server).as_posix().replace(" ", "%20")
@@ -565,12 +571,12 @@ def spoiled(server: ScriptedServer, name: str, **options) -> None:
 
 
 FETCHES = {
-    VERSION: "Failed to download game-version file with error: '{}'",
-    MANIFEST: "Failed to download game-update-manifest file with error: '{}'",
+    GAME_VERSION: "Failed to download game-version file with error: '{}'",
+    GAME_MANIFEST: "Failed to download game-update-manifest file with error: '{}'",
     LEVEL: "Failed to download game-file '<url>" + LEVEL + "' with error: '{}'",
     UPDATER_MANIFEST: "Failed to download updater-manifest file with error: '{}'",
-    SETTINGS: "Failed to download updater-data file with error: '{}'",
-    LAUNCHER: "Failed to download new updater-exe 'Launcher.exe'. {}",
+    UPDATER_DATA: "Failed to download updater-data file with error: '{}'",
+    UPDATER_EXECUTABLE: "Failed to download new updater-exe 'Launcher.exe'. {}",
 }
 
 
@@ -605,39 +611,39 @@ def test_a_file_that_cannot_be_fetched_is_refused_with_the_launchers_message(
 def test_a_truncated_payload_is_refused(tree, scripted):
     spoiled(scripted, LEVEL, cut_after=1000)
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/{LEVEL}"
+    location = f"{scripted.url}updates/release/{LEVEL}"
     assert (run.code, run.warnings) == (1, [])
     # The Launcher takes what it got for the whole.
-    assert run.refusals == [f"{temp_dir}: has 1000 bytes instead of the 2304 listed"]
+    assert run.refusals == [f"{location}: has 1000 bytes instead of the 2304 listed"]
 
 
 def test_a_truncated_manifest_is_refused(tree, scripted):
-    manifest = (tree.channel / MANIFEST).read_bytes()
+    manifest = (tree.channel / GAME_MANIFEST).read_bytes()
     cut = manifest.index(b"level")
-    spoiled(scripted, MANIFEST, cut_after=cut)
+    spoiled(scripted, GAME_MANIFEST, cut_after=cut)
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/{MANIFEST}"
+    location = f"{scripted.url}updates/release/{GAME_MANIFEST}"
     assert run.code == 1
     assert run.refusals == [
-        f"{temp_dir}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
-        f"{temp_dir}: Invalid file-name at line 2: ''",
+        f"{location}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
+        f"{location}: Invalid file-name at line 2: ''",
     ]
 
 
-@pytest.mark.parametrize("name", [VERSION, MANIFEST, LEVEL, UPDATER_MANIFEST, SETTINGS, LAUNCHER])
+@pytest.mark.parametrize("name", [GAME_VERSION, GAME_MANIFEST, LEVEL, UPDATER_MANIFEST, UPDATER_DATA, UPDATER_EXECUTABLE])
 def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripted, name):
-    """What came is whole here: only the announced length tells that something is wrong."""
+    """What came is whole here: only the announced length shows the error."""
     body = scripted.answers["/updates/release/" + name.replace(" ", "%20")].body
     spoiled(scripted, name, length=str(len(body) + 1))
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/{name}"
+    location = f"{scripted.url}updates/release/{name}"
     rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 1}"
-    assert (run.code, run.refusals, run.warnings) == (1, [f"{temp_dir}: {rule}"], [])
+    assert (run.code, run.refusals, run.warnings) == (1, [f"{location}: {rule}"], [])
 
 
 def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripted):
     body = scripted.url.encode()
-    scripted.serve("redirect.txt", Answer(body, length=str(len(body) + 2)))
+    scripted.serve(REDIRECT, Answer(body, length=str(len(body) + 2)))
     run = verify_url(tree, scripted.url, "--channel", "release")
     rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 2}"
     assert (run.code, run.refusals) == (1, [f"{scripted.url}redirect.txt: {rule}"])
@@ -649,7 +655,7 @@ def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripte
     ids=["403", "no Content-Length"],
 )
 def test_a_redirect_that_launchers_do_not_get_is_warned_of(tree, scripted, options, reason):
-    scripted.serve("redirect.txt", Answer(b"http://elsewhere.example/", **options))
+    scripted.serve(REDIRECT, Answer(b"http://elsewhere.example/", **options))
     run = verify_url(tree, scripted.url, "--channel", "release")
     (warning,) = run.warnings
     begin = f"{scripted.url}redirect.txt: cannot be fetched: "
@@ -662,31 +668,31 @@ def test_a_compressed_payload_is_refused(tree, scripted):
     body = gzip.compress(FILES["read me.txt"])
     scripted.serve(path, Answer(body, headers=("Content-Encoding: gzip",)))
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/read me.txt"
+    location = f"{scripted.url}updates/release/read me.txt"
     assert (run.code, run.warnings) == (1, [])
-    assert run.refusals == [f"{temp_dir}: has {len(body)} bytes instead of the 7 listed"]
+    assert run.refusals == [f"{location}: has {len(body)} bytes instead of the 7 listed"]
 
 
 def test_a_payload_of_other_content_is_refused(tree, scripted):
     scripted.serve("updates/release/read%20me.txt", b"Hullo.\n")
     run = verify_url(tree, scripted.url)
     other = formats.md5(b"Hullo.\n")
-    temp_dir = f"{scripted.url}updates/release/read me.txt"
-    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {DIGEST.format(other, HASH)}"])
+    location = f"{scripted.url}updates/release/read me.txt"
+    assert (run.code, run.refusals) == (1, [f"{location}: {DIGEST.format(other, HASH)}"])
 
 
 def test_a_channel_answers_by_its_updater_manifest_alone(tree, scripted):
-    del scripted.answers["/updates/release/" + VERSION]
+    del scripted.answers["/updates/release/" + GAME_VERSION]
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/{VERSION}"
-    message = FETCHES[VERSION].format("404 - no such file.")
-    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {message}"])
+    location = f"{scripted.url}updates/release/{GAME_VERSION}"
+    message = FETCHES[GAME_VERSION].format("404 - no such file.")
+    assert (run.code, run.refusals) == (1, [f"{location}: {message}"])
 
 
 def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
     scripted.answers.clear()
     run = verify_url(tree, scripted.url)
-    silence = ", ".join(f"{name}: 404 - no such file." for name in (VERSION, UPDATER_MANIFEST))
+    silence = ", ".join(f"{name}: 404 - no such file." for name in (GAME_VERSION, UPDATER_MANIFEST))
     assert (run.code, run.report["channels"]) == (1, [])
     assert run.refusals == [
         f"{scripted.url}: {channel} does not answer ({silence})"
@@ -697,30 +703,30 @@ def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
 def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
     first = ScriptedServer()
     try:
-        first.serve("redirect.txt", scripted.url.encode())
+        first.serve(REDIRECT, scripted.url.encode())
         run = verify_url(tree, first.url, "--channel", "release")
         assert (run.code, run.refusals) == (0, [])
         assert run.report["channels"][0]["place"] == scripted.url + "updates/release/"
         assert run.warnings == [
-            f"{scripted.url}updates/release/{SETTINGS}: names the URL {scripted.url}"
+            f"{scripted.url}updates/release/{UPDATER_DATA}: names the URL {scripted.url}"
         ]
         # To check that answer, and as the Launcher does.
-        assert set(first.requests) == {"/redirect.txt"}
+        assert set(first.requests) == {"/" + REDIRECT}
     finally:
         first.close()
 
 
 def test_the_executable_is_asked_for_by_its_name(tree, scripted):
     run = verify_url(tree, scripted.url, "--channel", "release", "--launcher", "Play.exe")
-    temp_dir = f"{scripted.url}updates/release/updater/Play.exe"
+    location = f"{scripted.url}updates/release/updater/Play.exe"
     message = "Failed to download new updater-exe 'Play.exe'. 404 - no such file."
-    assert (run.code, run.refusals) == (1, [f"{temp_dir}: {message}"])
+    assert (run.code, run.refusals) == (1, [f"{location}: {message}"])
 
 
 def test_an_executable_of_another_version_is_refused_over_http(tree, scripted):
-    scripted.serve("updates/release/" + UPDATER_MANIFEST, formats.updater_manifest(5))
+    scripted.serve("updates/release/" + UPDATER_MANIFEST, formats.updater_manifest(OLDER_VERSION))
     run = verify_url(tree, scripted.url)
-    temp_dir = f"{scripted.url}updates/release/{LAUNCHER}"
+    location = f"{scripted.url}updates/release/{UPDATER_EXECUTABLE}"
     assert (run.code, run.refusals) == (
-        1, [f"{temp_dir}: is version 6, but updater.manifest offers 5"]
+        1, [f"{location}: is version {OWN_VERSION}, but updater.manifest offers {OLDER_VERSION}"]
     )

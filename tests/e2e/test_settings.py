@@ -2,13 +2,12 @@
 
 import pytest
 
-import formats
-from formats import Archive
-from game_folder import LOG
-from scene import matches
-from scripted_server import Answer, ClosedPort
+from harness import formats
+from harness.constants import GAME_VERSION, LOG, OWN_VERSION, REDIRECT, SETTINGS_FILE, UPDATER_DATA
+from harness.formats import Archive
+from harness.scene import matches
+from harness.scripted_server import Answer, ClosedPort
 
-SETTINGS = "Updater/UpdaterData.vpak"
 
 
 def assert_logged_and_game_started(scene, run, message: str) -> None:
@@ -23,7 +22,7 @@ def assert_logged_and_game_started(scene, run, message: str) -> None:
 
 
 def test_missing_settings_are_logged_and_the_game_starts(scene):
-    scene.folder.remove(SETTINGS)
+    scene.folder.remove(SETTINGS_FILE)
     run = scene.run()
     assert_logged_and_game_started(
         scene,
@@ -34,7 +33,7 @@ def test_missing_settings_are_logged_and_the_game_starts(scene):
 
 
 def test_settings_that_another_process_keeps_closed_are_logged(scene):
-    scene.lock(SETTINGS)
+    scene.lock(SETTINGS_FILE)
     run = scene.run()
     assert_logged_and_game_started(
         scene,
@@ -111,12 +110,12 @@ CHECKED = formats.updater_data(URL, checked=True)
         pytest.param(
             CHECKED[:9] + b"\x32\x7c\x46\x2f" + CHECKED[13:],
             "Invalid string-identifier 793148466 (was expecting 793518264).",
-            id="wide string where a string stands",
+            id="wide string in place of a string",
         ),
         pytest.param(
             CHECKED[:9] + CHECKED[9:].replace(b"\x32\x7c\x46\x2f", b"\xb8\x20\x4c\x2f", 1),
             "Invalid wstring-identifier 793518264 (was expecting 793148466).",
-            id="string where a wide string stands",
+            id="string in place of a wide string",
         ),
         pytest.param(
             CHECKED[:13] + b"\x08" + CHECKED[14:],
@@ -126,7 +125,7 @@ CHECKED = formats.updater_data(URL, checked=True)
     ],
 )
 def test_invalid_settings_are_logged_and_the_game_starts(scene, settings, message):
-    scene.folder.put(SETTINGS, settings)
+    scene.folder.put(SETTINGS_FILE, settings)
     run = scene.run()
     assert_logged_and_game_started(scene, run, message)
 
@@ -136,31 +135,31 @@ def test_the_channel_is_part_of_the_updates_address(scene, channel):
     scene.configure(scene.server.url, channel)
     run = scene.run()
     assert run.requests[1] == f"/updates/{channel}/updater/updater.manifest"
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert run.log == []
 
 
 def test_checked_settings_mean_the_same_as_plain_ones(scene):
     settings = formats.updater_data(scene.server.url, "demo", checked=True)
     scene.configure(scene.server.url, "demo")
-    scene.folder.put(SETTINGS, settings)
-    scene.serve("updater/UpdaterData.vpak", settings)
+    scene.folder.put(SETTINGS_FILE, settings)
+    scene.serve(UPDATER_DATA, settings)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.log, run.changes()) == ([], {})
 
 
 def test_what_follows_the_record_in_the_settings_is_ignored(scene):
     settings = scene.settings + b"trailing bytes"
-    scene.folder.put(SETTINGS, settings)
-    scene.serve("updater/UpdaterData.vpak", settings)
+    scene.folder.put(SETTINGS_FILE, settings)
+    scene.serve(UPDATER_DATA, settings)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert run.log == []
 
 
 def test_a_url_without_a_final_slash_runs_into_what_follows(scene):
-    scene.folder.put(SETTINGS, formats.updater_data(scene.server.url + "base"))
+    scene.folder.put(SETTINGS_FILE, formats.updater_data(scene.server.url + "base"))
     run = scene.run()
     assert run.requests == [
         "/baseredirect.txt",
@@ -183,22 +182,22 @@ def test_a_url_without_a_final_slash_runs_into_what_follows(scene):
     ],
 )
 def test_without_a_redirect_the_configured_url_is_used_and_nothing_is_logged(scene, answer):
-    scene.server.serve("redirect.txt", answer)
+    scene.server.serve(REDIRECT, answer)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.log, run.dialogs, run.changes()) == ([], [], {})
     run.assert_game_started()
 
 
 def test_a_redirect_moves_all_further_requests(scene):
-    scene.server.serve("redirect.txt", scene.server.url.encode() + b"moved/")
+    scene.server.serve(REDIRECT, scene.server.url.encode() + b"moved/")
     scene.updates = "moved/updates/release/"
-    scene.offer_launcher(6)
-    scene.serve("updater/UpdaterData.vpak", scene.settings)
+    scene.offer_launcher(OWN_VERSION)
+    scene.serve(UPDATER_DATA, scene.settings)
     scene.offer_game_version(0, 0, 0, 1)
     run = scene.run()
     assert run.requests == [
-        "/redirect.txt",
+        "/" + REDIRECT,
         "/moved/updates/release/updater/updater.manifest",
         "/moved/updates/release/updater/UpdaterData.vpak",
         "/moved/updates/release/GameVersion.vpak",
@@ -208,18 +207,18 @@ def test_a_redirect_moves_all_further_requests(scene):
 
 
 def test_a_redirect_is_not_looked_up_again_under_the_new_base(scene):
-    scene.server.serve("redirect.txt", scene.server.url.encode() + b"first/")
+    scene.server.serve(REDIRECT, scene.server.url.encode() + b"first/")
     scene.server.serve("first/redirect.txt", scene.server.url.encode() + b"second/")
     run = scene.run()
     assert run.requests == [
-        "/redirect.txt",
+        "/" + REDIRECT,
         "/first/updates/release/updater/updater.manifest",
         "/first/updates/release/GameVersion.vpak",
     ]
 
 
-def test_a_redirect_without_a_final_slash_is_not_mended(scene):
-    scene.server.serve("redirect.txt", scene.server.url.encode() + b"moved")
+def test_a_redirect_without_a_final_slash_gets_none(scene):
+    scene.server.serve(REDIRECT, scene.server.url.encode() + b"moved")
     run = scene.run()
     assert run.requests[1:] == [
         "/movedupdates/release/updater/updater.manifest",
@@ -245,9 +244,9 @@ def self_update_url_in_log(run) -> str:
     ],
 )
 def test_a_redirect_is_taken_exactly_as_it_is(scene, redirect, base):
-    scene.server.serve("redirect.txt", redirect)
+    scene.server.serve(REDIRECT, redirect)
     run = scene.run()
-    assert run.requests[0] == "/redirect.txt"
+    assert run.requests[0] == "/" + REDIRECT
     assert len(run.log) == 2
     assert self_update_url_in_log(run) == f"{base}updates/release/updater/"
     assert (run.dialogs, run.exit_code) == ([], 0)
@@ -255,9 +254,9 @@ def test_a_redirect_is_taken_exactly_as_it_is(scene, redirect, base):
 
 
 def test_an_empty_redirect_leaves_addresses_without_a_server(scene):
-    scene.server.serve("redirect.txt", b"")
+    scene.server.serve(REDIRECT, b"")
     run = scene.run()
-    assert run.requests == ["/redirect.txt"]
+    assert run.requests == ["/" + REDIRECT]
     heading = "Error while running updater:\nWhile trying to check for "
     assert matches(
         heading + "self-update from URL 'updates/release/updater/':\n\n"
@@ -274,7 +273,7 @@ def test_an_empty_redirect_leaves_addresses_without_a_server(scene):
 
 def test_an_unreachable_server_is_logged_by_both_updates_and_the_game_starts(scene):
     port = ClosedPort()
-    scene.folder.put(SETTINGS, formats.updater_data(port.url))
+    scene.folder.put(SETTINGS_FILE, formats.updater_data(port.url))
     run = scene.run()
     port.close()
     assert run.requests == []

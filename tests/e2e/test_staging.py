@@ -1,20 +1,18 @@
 """Fetching the files of an update into the staging folder, up to where the program applies them.
 
-The game's own folder "bin" holds the game, so every update here ends where the clean-up meets it:
-abnormally, on purpose, with everything staged and copied. What is tested are the stages before.
+The game's own folder "bin" holds the game, so every update here ends abnormally when
+the clean-up meets it, with everything staged and copied. Tested are the stages before.
 """
 
 import pytest
 
-import formats
-from dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
-from driver import TERMINATED, cancel, ok
-from game_folder import STAGING
-from scene import INSTALLED
-from scripted_server import Answer
+from harness import formats
+from harness.constants import CHECK, GAME_MANIFEST, GAME_VERSION, STAGING, VERSION_FILE
+from harness.dialogs import UPDATE_AVAILABLE, UPDATE_FAILED
+from harness.driver import TERMINATED, cancel, ok
+from harness.scene import INSTALLED
+from harness.scripted_server import Answer
 
-VERSION_FILE = "Updater/GameVersion.vpak"
-CHECK = ("GameVersion.vpak", "game_update.manifest")
 
 FILES = {
     "data/one": b"content of one",
@@ -140,7 +138,7 @@ def test_a_digest_in_uppercase_never_matches(scene):
     assert_ended_abnormally(scene, run)
 
 
-def test_what_the_server_gives_is_installed_unchecked_and_fetched_again_by_the_next_run(scene):
+def test_a_download_is_installed_unchecked_and_fetched_again_by_the_next_run(scene):
     line = formats.file_line("data/two", FILES["data/two"])
     scene.offer_game({"data/two": b"something else"}, lines=[line])
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
@@ -201,7 +199,7 @@ def test_windows_line_breaks_and_empty_lines_change_nothing(scene):
     scene.offer_game(FILES)
     lines = [formats.file_line(name, content) for name, content in FILES.items()]
     text = formats.game_manifest(["data"], lines).replace(b"\n", b"\r\n\r\n")
-    scene.serve("game_update.manifest", b"\r\n" + text)
+    scene.serve(GAME_MANIFEST, b"\r\n" + text)
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK, *FILES)
     assert scene.folder.read("data/five") == FILES["data/five"]
@@ -270,8 +268,8 @@ def test_a_file_in_the_place_of_a_staged_directory_fails_before_any_file_is_fetc
 
 @pytest.mark.parametrize("name", ["Intermediate", "Intermediate/Update"])
 def test_a_file_in_the_place_of_the_staging_folder(scene, name):
-    """It is in the way in both places: the staging folder is asked for by a name with a separator
-    at its end, by which only a folder is found."""
+    """Both are errors: the staging folder's path ends with a separator, so only a folder exists under
+    it."""
     scene.folder.put(name, b"a file")
     scene.offer_game({"data/file": b"content"})
     run = scene.run([ok(UPDATE_AVAILABLE), ok(UPDATE_FAILED)])
@@ -285,7 +283,7 @@ def test_a_file_in_the_place_of_the_staging_folder(scene, name):
 # --- Failures after the first file was begun --------------------------------------------------
 
 
-def test_a_failed_download_ends_the_program_without_a_word_and_keeps_what_was_staged(scene):
+def test_a_failed_download_ends_the_program_without_a_box_and_keeps_the_staged_files(scene):
     """The third of five. While it is awaited, the only window is the progress window."""
     scene.offer_game(FILES)
     scene.serve("data/three", Answer(b"", status=404))
@@ -387,10 +385,10 @@ def test_an_installed_file_of_another_size_is_not_read(scene):
 # --- Without an installed version -------------------------------------------------------------
 
 
-def test_without_an_installed_version_the_update_goes_on_with_a_version_file_nobody_checks(scene):
+def test_without_an_installed_version_the_servers_version_file_is_not_checked(scene):
     scene.folder.remove(VERSION_FILE)
     scene.offer_game({"data/one": b"1"})
-    scene.serve("GameVersion.vpak", b"not even an archive")
+    scene.serve(GAME_VERSION, b"not even an archive")
     run = scene.run([ok(UPDATE_AVAILABLE)], expected_exits=(TERMINATED,))
     assert run.requests == scene.requests(*CHECK, "data/one")
     assert scene.folder.read("data/one") == b"1"

@@ -1,11 +1,11 @@
 """From the start to the running game, when there is nothing to update."""
 
-from game_folder import GAME
+from harness.constants import GAME, GAME_VERSION
 
 
 def test_a_current_launcher_starts_a_current_game_and_changes_nothing(scene):
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert run.dialogs == []
     assert run.windows == []
     assert run.changes() == {}
@@ -25,7 +25,7 @@ def test_the_launcher_does_not_wait_for_the_game(scene):
     run = scene.start(game_seconds=600)
     run.wait_until(lambda r: r.exits != [], "the Launcher's end")
     assert run.exit_code == 0
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     # The game is still there, and shows its window.
     run.wait_until(lambda r: r.windows != [], "the game's window")
     assert run.windows[0]["caption"] == "Velmorant Player"
@@ -34,35 +34,35 @@ def test_the_launcher_does_not_wait_for_the_game(scene):
     run.assert_game_started()
 
 
-def test_a_missing_game_ends_in_silence_with_exit_code_0(scene):
+def test_a_missing_game_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.remove(GAME)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.windows, run.changes()) == ([], [], {})
     assert run.exit_code == 0
     assert run.starts == 1
     run.assert_game_not_started()
 
 
-def test_a_broken_game_ends_in_silence_with_exit_code_0(scene):
+def test_a_broken_game_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.put(GAME, b"this is no program")
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.windows, run.changes()) == ([], [], {})
     assert run.exit_code == 0
     run.assert_game_not_started()
 
 
-def test_a_missing_bin_folder_ends_in_silence_with_exit_code_0(scene):
+def test_a_missing_bin_folder_ends_with_exit_code_0_and_no_dialog(scene):
     scene.folder.remove("bin")
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_not_started()
 
 
 def test_two_launchers_run_side_by_side(scene):
-    gate = scene.server.hold(scene.updates + "GameVersion.vpak")
+    gate = scene.server.hold(scene.updates + GAME_VERSION)
     first = scene.start(game_seconds=0)
     first.wait_for(gate)
     # The first one is in the middle of its run; the second does all of it meanwhile.

@@ -2,12 +2,20 @@
 
 import pytest
 
-from scene import PLATFORM_TEXT
-from scripted_server import Answer
+from harness.constants import (
+    GAME_VERSION,
+    NEXT_VERSION,
+    OLDER_VERSION,
+    OWN_VERSION,
+    REDIRECT,
+    UPDATER_MANIFEST,
+    request_path,
+)
+from harness.scene import PLATFORM_TEXT
+from harness.scripted_server import Answer
 
-MANIFEST = "updater/updater.manifest"
 DOWNGRADE = (
-    "Trying to downgrade updater to version '{}' (from '6'). Downgrade is not supported"
+    f"Trying to downgrade updater to version '{{}}' (from '{OWN_VERSION}'). Downgrade is not supported"
 )
 
 
@@ -15,7 +23,7 @@ def manifest(*lines: str, line_break: str = "\n") -> bytes:
     return line_break.join(lines).encode("latin-1")
 
 
-VALID = ("Velmorant Updater", "FileVersion: 1", "Version: 6")
+VALID = ("Velmorant Updater", "FileVersion: 1", f"Version: {OWN_VERSION}")
 
 
 @pytest.mark.parametrize(
@@ -26,19 +34,19 @@ VALID = ("Velmorant Updater", "FileVersion: 1", "Version: 6")
         pytest.param(manifest(*VALID, line_break="\r\n"), id="Windows line breaks"),
         pytest.param(manifest("", "", *VALID, "", line_break="\n\n"), id="empty lines"),
         pytest.param(manifest(*VALID, "anything", "else"), id="further lines"),
-        pytest.param(b"Velmorant\r Upd\rater\nFileVer\rsion: 1\nVersion: \r6", id="stray CR"),
+        pytest.param(b"Velmorant\r Upd\rater\nFileVer\rsion: 1\nVersion: \r%d" % OWN_VERSION, id="stray CR"),
         pytest.param(manifest(VALID[0], "FileVersion: 2", VALID[2]), id="file version 2"),
         pytest.param(manifest(VALID[0], "FileVersion: 99", VALID[2]), id="file version 99"),
         pytest.param(manifest(VALID[0], "FileVersion: -1", VALID[2]), id="file version -1"),
-        pytest.param(manifest(VALID[0], VALID[1], "Version: 6abc"), id="letters after the number"),
-        pytest.param(manifest(VALID[0], VALID[1], "Version: 4294967302"), id="wraps to 6"),
-        pytest.param(manifest(VALID[0], VALID[1], "Version: 6: 7"), id="a second separator"),
+        pytest.param(manifest(VALID[0], VALID[1], f"{VALID[2]}abc"), id="letters after the number"),
+        pytest.param(manifest(VALID[0], VALID[1], f"Version: {2**32 + OWN_VERSION}"), id="wraps to the own version"),
+        pytest.param(manifest(VALID[0], VALID[1], f"{VALID[2]}: {NEXT_VERSION}"), id="a second separator"),
     ],
 )
-def test_a_manifest_that_offers_version_6_makes_the_launcher_current(scene, text):
-    scene.serve(MANIFEST, text)
+def test_a_manifest_that_offers_the_own_version_makes_the_launcher_current(scene, text):
+    scene.serve(UPDATER_MANIFEST, text)
     run = scene.run()
-    assert run.requests == scene.requests("GameVersion.vpak")
+    assert run.requests == scene.requests(GAME_VERSION)
     assert (run.dialogs, run.changes(), run.exit_code) == ([], {}, 0)
     run.assert_game_started()
 
@@ -106,22 +114,22 @@ VERSION_NAME = "Unknown updater version name '{}' (should have been 'Version')"
         pytest.param(
             manifest(*VALID[:2], "version: 6"), VERSION_NAME.format("version"), id="version: 6"
         ),
-        pytest.param(manifest(*VALID[:2], "Version: 5"), DOWNGRADE.format(5), id="version 5"),
+        pytest.param(manifest(*VALID[:2], f"Version: {OLDER_VERSION}"), DOWNGRADE.format(OLDER_VERSION), id="older"),
         pytest.param(manifest(*VALID[:2], "Version: "), DOWNGRADE.format(0), id="no version"),
-        pytest.param(manifest(*VALID[:2], "Version:  7"), DOWNGRADE.format(0), id="leading blank"),
+        pytest.param(manifest(*VALID[:2], f"Version:  {NEXT_VERSION}"), DOWNGRADE.format(0), id="leading blank"),
         pytest.param(
-            manifest(*VALID[:2], "Version: 4294967297"), DOWNGRADE.format(1), id="wraps to 1"
+            manifest(*VALID[:2], f"Version: {2**32}"), DOWNGRADE.format(0), id="wraps to 0"
         ),
     ],
 )
 def test_a_manifest_that_is_refused_is_logged_and_the_game_update_goes_on(scene, text, message):
-    """Nothing of the Launcher is fetched, nobody is asked, and the game's version is looked up."""
-    scene.serve(MANIFEST, text)
+    """Nothing of the Launcher is fetched, no dialog is shown, and the game's version is checked."""
+    scene.serve(UPDATER_MANIFEST, text)
     run = scene.run()
     assert run.requests == [
-        "/redirect.txt",
-        "/updates/release/updater/updater.manifest",
-        "/updates/release/GameVersion.vpak",
+        "/" + REDIRECT,
+        request_path(UPDATER_MANIFEST),
+        request_path(GAME_VERSION),
     ]
     assert run.log == [scene.self_update_entry(message)]
     assert (run.dialogs, run.exit_code) == ([], 0)
@@ -139,9 +147,9 @@ def test_a_manifest_that_is_refused_is_logged_and_the_game_update_goes_on(scene,
 def test_a_manifest_that_cannot_be_fetched_is_logged_and_the_game_update_goes_on(
     scene, answer, error
 ):
-    scene.serve(MANIFEST, answer)
+    scene.serve(UPDATER_MANIFEST, answer)
     run = scene.run()
-    assert run.requests[-1] == "/updates/release/GameVersion.vpak"
+    assert run.requests[-1] == request_path(GAME_VERSION)
     entry = scene.self_update_entry("Failed to download updater-manifest file with error: '")
     assert len(run.log) == 1
     assert run.log[0].startswith(entry)

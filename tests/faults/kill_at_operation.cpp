@@ -5,13 +5,18 @@
 //   LAUNCHER_FAULT_AT      the number of the operation to end at, from 1; none: never
 //   LAUNCHER_FAULT_HALF    set: half of what is to be written or copied is on disk by then;
 //                          not set: the operation has not begun
-//   LAUNCHER_FAULT_RECORD  a file to which a line is added for each operation that is come to
+//   LAUNCHER_FAULT_RECORD  a file to which a line is added for each operation, before it begins;
+//                          lines that begin with "note" are no operations:
+//                            note box STYLE OWNER CAPTION   a message box is about to be shown
+//                            note exit COM                  exit handlers run; COM is how often COM
+//                                                           is initialised at that time
 //
 // The Launcher itself is not changed: before it begins, the pointers through which it calls these
 // functions are made to point here. What it starts does not inherit the variables.
 
 #include "core/windows.h"
 
+#include <objbase.h>
 #include <wininet.h>
 
 #include <array>
@@ -27,12 +32,15 @@
 #include "support/replaced_call.h"
 
 extern "C" {
+extern void* VE_IMPORTED(CoInitialize);
+extern void* VE_IMPORTED(CoUninitialize);
 extern void* VE_IMPORTED(CopyFileW);
 extern void* VE_IMPORTED(CreateDirectoryW);
 extern void* VE_IMPORTED(CreateFileW);
 extern void* VE_IMPORTED(CreateProcessW);
 extern void* VE_IMPORTED(DeleteFileW);
 extern void* VE_IMPORTED(InternetOpenUrlW);
+extern void* VE_IMPORTED(MessageBoxW);
 extern void* VE_IMPORTED(MoveFileExW);
 extern void* VE_IMPORTED(RemoveDirectoryW);
 extern void* VE_IMPORTED(SetFileAttributesW);
@@ -48,12 +56,15 @@ namespace {
 constexpr UINT kKilled = 9;
 
 struct Originals {
+  decltype(&CoInitialize) initializeCom;
+  decltype(&CoUninitialize) uninitializeCom;
   decltype(&CopyFileW) copyFile;
   decltype(&CreateDirectoryW) createDirectory;
   decltype(&CreateFileW) createFile;
   decltype(&CreateProcessW) createProcess;
   decltype(&DeleteFileW) deleteFile;
   decltype(&InternetOpenUrlW) openUrl;
+  decltype(&MessageBoxW) messageBox;
   decltype(&MoveFileExW) moveFile;
   decltype(&RemoveDirectoryW) removeDirectory;
   decltype(&SetFileAttributesW) setFileAttributes;
@@ -76,20 +87,23 @@ long killAt;
 bool killHalfWay;
 HANDLE recordFile = INVALID_HANDLE_VALUE;
 LONG operations;
+int comInitializations;
 
 [[noreturn]] void Kill() {
   TerminateProcess(GetCurrentProcess(), kKilled);
   for (;;) Sleep(INFINITE);
 }
 
+void Record(const std::string& line) {
+  if (recordFile == INVALID_HANDLE_VALUE) return;
+  DWORD size = 0;
+  WriteFile(recordFile, (line + "\n").data(), static_cast<DWORD>(line.size() + 1), &size, nullptr);
+}
+
 /// True if this operation is to be ended at half way; ends the process if it is not to begin.
 bool Reached(const char* operation, std::wstring_view subject) {
   const LONG number = InterlockedIncrement(&operations);
-  if (recordFile != INVALID_HANDLE_VALUE) {
-    const std::string line = operation + (" " + ve::ToUtf8(subject)) + "\n";
-    DWORD size = 0;
-    WriteFile(recordFile, line.data(), static_cast<DWORD>(line.size()), &size, nullptr);
-  }
+  Record(operation + (" " + ve::ToUtf8(subject)));
   if (number != killAt) return false;
   if (!killHalfWay) Kill();
   return true;
@@ -120,6 +134,22 @@ std::FILE* Opened(std::FILE* stream, std::wstring_view name) {
 }
 
 // --- What is called in place of the system's functions ---
+
+HRESULT WINAPI InitializeCom(void* reserved) {
+  ++comInitializations;
+  return original.initializeCom(reserved);
+}
+
+void WINAPI UninitializeCom() {
+  --comInitializations;
+  original.uninitializeCom();
+}
+
+int WINAPI ShowBox(HWND owner, const wchar_t* text, const wchar_t* caption, UINT style) {
+  Record("note box " + std::to_string(style) + (owner == nullptr ? " none " : " some ") +
+         ve::ToUtf8(caption));
+  return original.messageBox(owner, text, caption, style);
+}
 
 BOOL WINAPI Copy(const wchar_t* source, const wchar_t* target, BOOL keep) {
   if (Reached("CopyFileW", target)) {
@@ -246,12 +276,15 @@ const bool kArmed = [] {
     recordFile = CreateFileW(record.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   }
+  Replace(VE_IMPORTED(CoInitialize), original.initializeCom, &InitializeCom);
+  Replace(VE_IMPORTED(CoUninitialize), original.uninitializeCom, &UninitializeCom);
   Replace(VE_IMPORTED(CopyFileW), original.copyFile, &Copy);
   Replace(VE_IMPORTED(CreateDirectoryW), original.createDirectory, &MakeDirectory);
   Replace(VE_IMPORTED(CreateFileW), original.createFile, &OpenFile);
   Replace(VE_IMPORTED(CreateProcessW), original.createProcess, &StartProcess);
   Replace(VE_IMPORTED(DeleteFileW), original.deleteFile, &Delete);
   Replace(VE_IMPORTED(InternetOpenUrlW), original.openUrl, &OpenUrl);
+  Replace(VE_IMPORTED(MessageBoxW), original.messageBox, &ShowBox);
   Replace(VE_IMPORTED(MoveFileExW), original.moveFile, &Move);
   Replace(VE_IMPORTED(RemoveDirectoryW), original.removeDirectory, &RemoveFolder);
   Replace(VE_IMPORTED(SetFileAttributesW), original.setFileAttributes, &SetAttributes);
@@ -262,5 +295,13 @@ const bool kArmed = [] {
   Replace(VE_IMPORTED(fwrite), original.writeStream, &WriteStream);
   return true;
 }();
+
+/// Records that the process ends through exit(), which destroys what is static.
+const struct ExitRecorder {
+  ExitRecorder() = default;
+  ExitRecorder(const ExitRecorder&) = delete;
+  ExitRecorder& operator=(const ExitRecorder&) = delete;
+  ~ExitRecorder() { Record("note exit " + std::to_string(comInitializations)); }
+} kExitRecorder;
 
 }  // namespace

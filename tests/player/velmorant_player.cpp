@@ -65,7 +65,7 @@ DWORD RecordStart(const std::wstring& program) {
   return error;
 }
 
-// The game's data: what stands in version.txt in the working directory is shown in the window.
+// The game's data: the window shows the content of version.txt in the working directory.
 std::wstring VersionText() {
   const HANDLE in = CreateFileW(L"version.txt", GENERIC_READ, FILE_SHARE_READ, nullptr,
                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -110,7 +110,7 @@ void ShowGame(HINSTANCE instance, unsigned seconds) {
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
-  // A game that could not say that it was started must not look like one that was not.
+  // A start that cannot be recorded fails, so that it differs from no start.
   if (const DWORD error = RecordStart(ProgramPath())) return static_cast<int>(error);
   const std::wstring setting = Environment(L"VELMORANT_PLAYER_SECONDS");
   const unsigned seconds = setting.empty() ? 4u : std::wcstoul(setting.c_str(), nullptr, 10);

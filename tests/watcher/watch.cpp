@@ -1,19 +1,20 @@
 // Watches a program and everything that it starts, as a user sees it, and answers its windows.
 //
 //   watch.exe run DIRECTORY PROGRAM [ARGUMENTS]   start PROGRAM in DIRECTORY and watch it
-//   watch.exe hold FILE none|read                 keep FILE (or a folder) open, others may do
-//   nothing or
-//                                                 read
+//   watch.exe hold FILE none|read                 keep FILE (or a folder) open; others may not
+//                                                 open it, or only read it
+//   watch.exe occupy DIRECTORY                    keep DIRECTORY as the current directory
 //   watch.exe desktop                             keep the desktop alive, so that the next start is
 //                                                 quick
 //
 // Reports are JSON objects, one a line, on standard output. Orders are lines on standard input:
 //
 //   press WINDOW ID    press the button with that identifier
+//   answer WINDOW N    end the message box with the result N, whatever its buttons
 //   close WINDOW       ask the window to close
-//   grab WINDOW        take hold of the window as if to move it: until it is dropped, its thread
-//                      does nothing but move it; reported as "grabbed" once that is so
-//   drop WINDOW        let go of it
+//   block WINDOW       keep the window's thread busy until it is released; reported as "blocked"
+//                      once that is so
+//   release WINDOW     let it go on
 //   quit               end all watched processes
 //
 // It ends when all watched processes have ended or its input is closed; then no watched process
@@ -38,7 +39,7 @@
 #include <utility>
 #include <vector>
 
-#include "icon_question.h"
+#include "hook_messages.h"
 
 namespace {
 
@@ -111,7 +112,7 @@ int Fail(const wchar_t* what) {
 
 // --- Orders -----------------------------------------------------------------------------------
 
-// The lines of standard input, read on a thread of its own because reading blocks.
+// The lines of standard input. A second thread reads them, because reading blocks.
 class Orders {
  public:
   Orders() : reader_([this] { Read(); }) { reader_.detach(); }
@@ -208,22 +209,40 @@ HWND WindowOf(unsigned long number) {
   return reinterpret_cast<HWND>(static_cast<ULONG_PTR>(number));
 }
 
-// --- Which icon a message box shows -----------------------------------------------------------
+// --- The hook in the watched program ----------------------------------------------------------
 
-// Icon handles mean something only in the process that owns them, so the question "which of the
-// system's icons is this?" is put to the box's own thread, by a hook that answers in a property of
-// the control. (A thread started in that process would not do: Wine starts it inside whatever the
-// box's thread is doing, and where that is an allocation, both hang.)
+// A hook on a window's thread. (A thread started in that process would not do: Wine starts it
+// inside whatever the window's thread is doing, and where that is an allocation, both hang.)
+class Hook {
+ public:
+  explicit Hook(HWND window)
+      : hook_(SetWindowsHookExW(WH_CALLWNDPROC, Procedure(), Library(),
+                                GetWindowThreadProcessId(window, nullptr))) {}
+  Hook(const Hook&) = delete;
+  Hook& operator=(const Hook&) = delete;
+  ~Hook() { UnhookWindowsHookEx(hook_); }
+
+  [[nodiscard]] bool IsSet() const { return hook_ != nullptr; }
+
+ private:
+  static HMODULE Library() {
+    static const HMODULE library = LoadLibraryW(L"icon_hook.dll");
+    return library;
+  }
+  static HOOKPROC Procedure() {
+    return reinterpret_cast<HOOKPROC>(
+        reinterpret_cast<void*>(GetProcAddress(Library(), "HandleWatchMessage")));
+  }
+
+  HHOOK hook_;
+};
+
+// Which icon a message box shows. Icon handles mean something only in the process that owns them.
 std::optional<std::wstring> IconOf(HWND dialog, HWND control) {
-  static const HMODULE library = LoadLibraryW(L"icon_hook.dll");
-  static const auto answer = reinterpret_cast<HOOKPROC>(
-      reinterpret_cast<void*>(GetProcAddress(library, "AnswerIconQuestion")));
-  const HHOOK hook =
-      SetWindowsHookExW(WH_CALLWNDPROC, answer, library, GetWindowThreadProcessId(dialog, nullptr));
-  if (hook == nullptr) return std::nullopt;
-  const auto asked = Ask(control, RegisterWindowMessageW(kIconQuestion), 0, 0);
-  UnhookWindowsHookEx(hook);
-  if (!asked) return std::nullopt;
+  const Hook hook(dialog);
+  if (!hook.IsSet() || !Ask(control, RegisterWindowMessageW(kIconQuestion), 0, 0)) {
+    return std::nullopt;
+  }
   switch (reinterpret_cast<uintptr_t>(GetPropW(control, kIconAnswer))) {
     case 32513:
       return L"error";
@@ -238,12 +257,51 @@ std::optional<std::wstring> IconOf(HWND dialog, HWND control) {
   }
 }
 
+void EndDialogWith(HWND dialog, WPARAM result) {
+  const Hook hook(dialog);
+  Ask(dialog, RegisterWindowMessageW(kEndDialog), result, 0);
+}
+
+// A window whose thread waits, from the construction on, for the release.
+class BlockedWindow {
+ public:
+  explicit BlockedWindow(HWND window)
+      : window_(window),
+        release_(CreateEventW(nullptr, TRUE, FALSE,
+                              (kReleaseEvent + std::to_wstring(NumberOf(window))).c_str())),
+        hook_(window) {
+    SendNotifyMessageW(window_, RegisterWindowMessageW(kBlock), 0, 0);
+  }
+  BlockedWindow(const BlockedWindow&) = delete;
+  BlockedWindow& operator=(const BlockedWindow&) = delete;
+  ~BlockedWindow() {
+    Release();
+    CloseHandle(release_);
+  }
+
+  void Release() const { SetEvent(release_); }
+
+  // True once, when the thread has begun to wait.
+  bool HasBegun() {
+    if (reported_ || GetPropW(window_, kBlocked) == nullptr) return false;
+    reported_ = true;
+    return true;
+  }
+
+ private:
+  HWND window_;
+  HANDLE release_;
+  Hook hook_;
+  bool reported_ = false;
+};
+
 // --- What is reported of a window -------------------------------------------------------------
 
-// A message box: its whole text, its buttons from left to right, its icon.
+// A message box: its whole text, its buttons from left to right, the default one, its icon.
 bool AddDialog(Report& report, HWND window) {
   std::wstring text;
   std::wstring icon = L"none";
+  std::wstring defaultButton;
   std::map<LONG, std::string> buttons;
   for (const HWND child : ChildrenOf(window)) {
     if ((StyleOf(child) & WS_VISIBLE) == 0) continue;
@@ -269,6 +327,7 @@ bool AddDialog(Report& report, HWND window) {
       GetWindowRect(child, &place);
       Report button;
       button.Add("id", GetDlgCtrlID(child)).Add("label", *label);
+      if ((StyleOf(child) & BS_TYPEMASK) == BS_DEFPUSHBUTTON) defaultButton = *label;
       buttons[place.left] = button.Text();
     }
   }
@@ -278,6 +337,7 @@ bool AddDialog(Report& report, HWND window) {
   list.reserve(buttons.size());
   for (const auto& [left, button] : buttons) list.push_back(button);
   report.Add("text", text).Add("icon", icon).AddRaw("buttons", List(list));
+  report.Add("default", defaultButton);
   return true;
 }
 
@@ -330,7 +390,7 @@ class Watch {
       for (const std::string& line : *lines) Obey(line);
       LookAtProcesses();
       LookAtWindows();
-      LookAtGrabs();
+      LookAtBlocked();
       if (allEnded_) {
         Report(L"end").Send();
         return;
@@ -352,17 +412,18 @@ class Watch {
       PostMessageW(WindowOf(window), WM_COMMAND, id, reinterpret_cast<LPARAM>(button));
     } else if (verb == "close") {
       PostMessageW(WindowOf(window), WM_CLOSE, 0, 0);
-    } else if (verb == "grab") {
-      PostMessageW(WindowOf(window), WM_SYSCOMMAND, SC_MOVE | HTCAPTION, 0);
-      grabs_.insert(WindowOf(window));
-    } else if (verb == "drop") {
-      PostMessageW(WindowOf(window), WM_KEYDOWN, VK_ESCAPE, 0);
+    } else if (verb == "answer") {
+      EndDialogWith(WindowOf(window), id);
+    } else if (verb == "block") {
+      blocked_.try_emplace(WindowOf(window), WindowOf(window));
+    } else if (verb == "release") {
+      blocked_.at(WindowOf(window)).Release();
     } else if (verb == "quit") {
       TerminateJobObject(job_, kEndedByWatch);
     }
   }
 
-  // The job tells of every process in it, however short-lived. Waiting for its next message is
+  // The job reports every process in it, however short-lived. Waiting for its next message is
   // what paces the rounds.
   void LookAtProcesses() {
     DWORD wait = kPollMilliseconds;
@@ -468,24 +529,17 @@ class Watch {
       controls_[window] = "";
       report.Send();
     }
-    if (isDialog) return;
+    // A blocked thread does not answer.
+    if (isDialog || blocked_.count(window) != 0) return;
     const auto controls = ControlsOf(window);
     if (!controls || *controls == controls_[window]) return;
     controls_[window] = *controls;
     Report(L"controls").Add("window", NumberOf(window)).AddRaw("controls", *controls).Send();
   }
 
-  void LookAtGrabs() {
-    for (auto grab = grabs_.begin(); grab != grabs_.end();) {
-      GUITHREADINFO thread = {};
-      thread.cbSize = sizeof thread;
-      if (!GetGUIThreadInfo(GetWindowThreadProcessId(*grab, nullptr), &thread) ||
-          (thread.flags & GUI_INMOVESIZE) == 0) {
-        ++grab;
-        continue;
-      }
-      Report(L"grabbed").Add("window", NumberOf(*grab)).Send();
-      grab = grabs_.erase(grab);
+  void LookAtBlocked() {
+    for (auto& [window, blocked] : blocked_) {
+      if (blocked.HasBegun()) Report(L"blocked").Add("window", NumberOf(window)).Send();
     }
   }
 
@@ -493,7 +547,7 @@ class Watch {
   HANDLE port_;
   bool allEnded_ = false;
   std::map<DWORD, WatchedProcess> processes_;
-  std::set<HWND> grabs_;                  // ordered, not yet reported
+  std::map<HWND, BlockedWindow> blocked_;
   std::map<HWND, std::string> controls_;  // what was last reported of each known window
 };
 
@@ -506,7 +560,7 @@ std::wstring CommandLine(int count, wchar_t** arguments) {
 }
 
 int RunAndWatch(const wchar_t* directory, int count, wchar_t** arguments) {
-  // The desktop belongs to whoever asks for it first: not to the watched program, as its child.
+  // The first program that asks for the desktop becomes its parent: it must not be the watched one.
   GetDesktopWindow();
   const HANDLE port = CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1);
   const HANDLE job = CreateJobObjectW(nullptr, nullptr);
@@ -536,7 +590,7 @@ int RunAndWatch(const wchar_t* directory, int count, wchar_t** arguments) {
 
   Orders orders;
   Watch(job, port).Run(orders);
-  // The reading thread may still stand in its read: leave without unwinding under it.
+  // The reading thread may still be blocked in its read: end without unwinding under it.
   std::fflush(stdout);
   std::_Exit(0);
 }
@@ -548,6 +602,13 @@ int Hold(const wchar_t* path, DWORD share) {
   Report(L"held").Send();
   WaitForEndOfInput();
   CloseHandle(file);
+  return 0;
+}
+
+int Occupy(const wchar_t* directory) {
+  if (!SetCurrentDirectoryW(directory)) return Fail(L"SetCurrentDirectory");
+  Report(L"held").Send();
+  WaitForEndOfInput();
   return 0;
 }
 
@@ -568,8 +629,11 @@ int main(int, char**) {
   if (mode == L"hold" && count == 4) {
     return Hold(arguments[2], std::wstring(arguments[3]) == L"read" ? FILE_SHARE_READ : 0);
   }
+  if (mode == L"occupy" && count == 3) return Occupy(arguments[2]);
   if (mode == L"desktop") return KeepDesktop();
-  std::fputs("usage: watch.exe run DIRECTORY PROGRAM [ARGUMENTS] | hold FILE none|read | desktop\n",
-             stderr);
+  std::fputs(
+      "usage: watch.exe run DIRECTORY PROGRAM [ARGUMENTS] | hold FILE none|read |\n"
+      "                 occupy DIRECTORY | desktop\n",
+      stderr);
   return 2;
 }

@@ -10,17 +10,22 @@ import shutil
 import time
 from typing import Callable
 
-import formats
-from dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
-from driver import ENDED_BY_TEST, LauncherRun, Press, ok
-from game_folder import GAME, GameFolder, windows_path
-from scene import INSTALLED, NEWER, Scene
+from harness import formats
+from harness.constants import (
+    EXECUTABLE,
+    GAME,
+    NEXT_VERSION,
+    PARKED,
+    SETTINGS_FILE,
+    UPDATER_DATA,
+    VERSION_FILE,
+)
+from harness.dialogs import RESTART_REQUIRED, UPDATE_AVAILABLE, UPDATE_SUCCESSFUL, Dialog
+from harness.driver import ENDED_BY_TEST, LauncherRun, Press, ok
+from harness.game_folder import GameFolder, windows_path
+from harness.scene import INSTALLED, NEWER, NOTE, Scene
 
 KILLED = 9
-VERSION_FILE = "Updater/GameVersion.vpak"
-SETTINGS_FILE = "Updater/UpdaterData.vpak"
-EXECUTABLE = "Launcher.exe"
-PARKED = "_old.exe"
 
 Tree = dict[str, bytes | None]
 
@@ -50,7 +55,7 @@ class KilledRun(LauncherRun):
         assert codes == list(self._expected_exits), f"exit codes {codes}; {self.describe()}"
 
     def go_until(self, condition: Callable[[], bool]) -> bool:
-        """Goes on until the condition holds, and tells whether it came to that."""
+        """Goes on until the condition holds or the run ends; returns whether it holds."""
         while not self.ended and not condition():
             self._take_event("a moment to kill at", pause=0.005)
         return condition()
@@ -108,7 +113,8 @@ def run_recorded(
         run.finish()
     finally:
         run.close()
-    return run, record.read_text("utf-8").splitlines()
+    lines = record.read_text("utf-8").splitlines()
+    return run, [line for line in lines if not line.startswith(NOTE)]
 
 
 @dataclasses.dataclass(frozen=True)
@@ -335,7 +341,7 @@ class GameUpdate:
 
 
 class SelfUpdate:
-    """A newer Launcher is offered for one that stands in a game folder."""
+    """The server offers a newer Launcher than the installed one."""
 
     answers = [ok(RESTART_REQUIRED)]
     goes_on_from = ("unchanged",)
@@ -349,7 +355,7 @@ class SelfUpdate:
         # No multiple of a buffer of the C runtime: its end is written on closing.
         self.new = scene.build.next.read_bytes()
         self.new += b"the end" if len(self.new) % 4096 == 0 else b""
-        scene.offer_launcher(7)
+        scene.offer_launcher(NEXT_VERSION)
         scene.serve(f"updater/{EXECUTABLE}", self.new)
         self.before = whole_tree(scene.folder)
         self.final = self.before | {EXECUTABLE: self.new}
@@ -382,7 +388,7 @@ class SettingsUpdate:
             scene.folder.put(name, content)
         self.old = scene.settings
         self.new = formats.updater_data(scene.server.url, "release", checked=True)
-        scene.serve("updater/UpdaterData.vpak", self.new)
+        scene.serve(UPDATER_DATA, self.new)
         self.before = whole_tree(scene.folder)
         self.final = self.before | {SETTINGS_FILE: self.new}
 

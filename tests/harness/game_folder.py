@@ -6,9 +6,8 @@ import pathlib
 import re
 import shutil
 
-GAME = "bin/Velmorant Player.exe"
-LOG = "Logs/updater.log"
-STAGING = "Intermediate/Update"
+from harness.constants import LOG
+
 HIDDEN_ATTRIBUTE = 0x2
 SYSTEM_ATTRIBUTE = 0x4
 
@@ -33,7 +32,7 @@ def set_windows_attributes(path: pathlib.Path, attributes: int) -> None:
 def parse_log(raw: bytes) -> list[str]:
     """The bodies of a log's entries, after checking every byte around them.
 
-    An entry is "[", a time stamp in brackets of its own, "]", a line break, the body and two line
+    An entry is "[", a time stamp in brackets, "]", a line break, the body and two line
     breaks. The file is written in text mode: each line break is two bytes on disk.
     """
     text = raw.decode("utf-8")

@@ -4,14 +4,29 @@ import pathlib
 import re
 import subprocess
 
-import formats
-from driver import WINE, Build, LauncherRun, Press, Watcher, run_launcher
-from game_folder import GAME, GameFolder, windows_path
-from scripted_server import Answer, ScriptedServer
+from harness import formats
+from harness.constants import (
+    GAME,
+    GAME_MANIFEST,
+    GAME_VERSION,
+    OWN_VERSION,
+    REDIRECT,
+    SETTINGS_FILE,
+    TIMEOUT,
+    UPDATER_DATA,
+    UPDATER_MANIFEST,
+    UPDATES,
+    VERSION_FILE,
+)
+from harness.driver import WINE, Build, LauncherRun, Press, Watcher, run_launcher
+from harness.game_folder import GameFolder, windows_path
+from harness.scripted_server import Answer, ScriptedServer
 
-OWN_VERSION = 6
 INSTALLED = (0, 0, 0, 1)
 NEWER = (0, 0, 0, 2)
+
+# How a Launcher that records its operations marks what is none.
+NOTE = "note "
 
 # A text of the platform for a transport error: words, or the code in decimal where it has none.
 PLATFORM_TEXT = r"(?:-?\d+|[A-Z][^']*)"
@@ -25,7 +40,7 @@ class Scene:
         self.temp_dir = temp_dir
         self.server = server
         self.folder = GameFolder(temp_dir / "game")
-        self.updates = "updates/release/"
+        self.updates = UPDATES + "release/"
         self.settings = formats.updater_data(server.url)
         self.launcher = "Launcher.exe"
         self._helpers: list[Watcher] = []
@@ -33,10 +48,10 @@ class Scene:
 
         self.folder.put_copy("Launcher.exe", build.launcher)
         self.folder.put_copy(GAME, build.player)
-        self.folder.put("Updater/UpdaterData.vpak", self.settings)
-        self.folder.put("Updater/GameVersion.vpak", formats.game_version(*INSTALLED))
+        self.folder.put(SETTINGS_FILE, self.settings)
+        self.folder.put(VERSION_FILE, formats.game_version(*INSTALLED))
         self.offer_launcher(OWN_VERSION)
-        self.serve("updater/UpdaterData.vpak", self.settings)
+        self.serve(UPDATER_DATA, self.settings)
         self.offer_game_version(*INSTALLED)
 
     # --- The server's side ---
@@ -46,11 +61,11 @@ class Scene:
         self.server.serve(self.updates + name, answer)
 
     def offer_launcher(self, version: int | str) -> None:
-        self.serve("updater/updater.manifest", formats.updater_manifest(version))
+        self.serve(UPDATER_MANIFEST, formats.updater_manifest(version))
 
     def offer_game_version(self, *words: int) -> bytes:
         content = formats.game_version(*words)
-        self.serve("GameVersion.vpak", content)
+        self.serve(GAME_VERSION, content)
         return content
 
     def offer_game(
@@ -59,26 +74,26 @@ class Scene:
         """A newer game version with these files. Returns its version file."""
         if lines is None:
             lines = [formats.file_line(name, content) for name, content in files.items()]
-        self.serve("game_update.manifest", formats.game_manifest(directories or ["data"], lines))
+        self.serve(GAME_MANIFEST, formats.game_manifest(directories or ["data"], lines))
         for name, content in files.items():
             self.serve(name, content)
         return self.offer_game_version(*NEWER)
 
     def requests(self, *names: str) -> list[str]:
         """The requests of a run whose Launcher is current, and then these below the updates URL."""
-        self_update = ["updater/updater.manifest", "updater/UpdaterData.vpak"]
+        self_update = [UPDATER_MANIFEST, UPDATER_DATA]
         below = [f"/{self.updates}{name}" for name in [*self_update, *names]]
-        return ["/redirect.txt", *below]
+        return ["/" + REDIRECT, *below]
 
     # --- The player's side ---
 
     def configure(self, url: str, channel: str = "release") -> None:
         """Other settings, here and on the server."""
         self.settings = formats.updater_data(url, channel)
-        self.folder.put("Updater/UpdaterData.vpak", self.settings)
-        self.updates = f"updates/{channel}/"
+        self.folder.put(SETTINGS_FILE, self.settings)
+        self.updates = f"{UPDATES}{channel}/"
         self.offer_launcher(OWN_VERSION)
-        self.serve("updater/UpdaterData.vpak", self.settings)
+        self.serve(UPDATER_DATA, self.settings)
         self.offer_game_version(*INSTALLED)
 
     def install_launcher(self, program: pathlib.Path) -> None:
@@ -93,6 +108,15 @@ class Scene:
     def run(self, answers: list[Press] | None = None, **options) -> LauncherRun:
         options.setdefault("launcher", self.launcher)
         return run_launcher(self.build, self.folder, self.server, answers=answers, **options)
+
+    def run_noted(self, answers: list[Press] | None = None, **options) -> tuple[LauncherRun, list[str]]:
+        """A run of a Launcher that notes its message boxes and its exit, and these notes."""
+        record = self.temp_dir / "operations.txt"
+        self.install_launcher(self.build.faults)
+        environment = {"LAUNCHER_FAULT_RECORD": windows_path(record)}
+        run = self.run(answers, environment=environment, **options)
+        lines = record.read_text("utf-8").splitlines()
+        return run, [line.removeprefix(NOTE) for line in lines if line.startswith(NOTE)]
 
     # --- Log entries ---
 
@@ -117,9 +141,16 @@ class Scene:
 
     def lock(self, name: str, share: str = "none") -> Watcher:
         """Another process keeps the file open; others may do nothing with it, or only read it."""
-        holder = Watcher(self.build, ["hold", windows_path(self.folder.path(name)), share], {})
+        return self._helper("hold", windows_path(self.folder.path(name)), share)
+
+    def occupy(self, name: str) -> Watcher:
+        """Another process has the folder as its current directory."""
+        return self._helper("occupy", windows_path(self.folder.path(name)))
+
+    def _helper(self, *arguments: str) -> Watcher:
+        holder = Watcher(self.build, list(arguments), {})
         self._helpers.append(holder)
-        event = holder.events.get(timeout=60)
+        event = holder.events.get(timeout=TIMEOUT)
         assert event == {"event": "held"}, event
         return holder
 
@@ -138,6 +169,6 @@ class Scene:
 
 
 def matches(pattern_of: str, entry: str) -> bool:
-    """Whether an entry is the text, in which "<platform>" stands for a text of the platform."""
+    """Whether an entry is the text, in which "<platform>" matches any text of the platform."""
     pattern = re.escape(pattern_of).replace("<platform>", PLATFORM_TEXT)
     return re.fullmatch(pattern, entry, re.DOTALL) is not None

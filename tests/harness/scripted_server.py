@@ -9,6 +9,8 @@ import socket
 import struct
 import threading
 
+from harness.constants import TIMEOUT
+
 
 class Gate:
     """Holds an answer back until the test has seen what it wants to see meanwhile."""
@@ -27,7 +29,7 @@ class Gate:
 
     def hold(self) -> None:
         self._reached.set()
-        self._opened.wait(120)
+        self._opened.wait(TIMEOUT)
 
 
 @dataclasses.dataclass
@@ -51,7 +53,7 @@ class Answer:
     gate: Gate | None = None
     # Where the connection stops sending before the gate opens, in bytes of the body.
     gate_after: int | None = None
-    # The last answer: whoever comes later is refused a connection.
+    # The last answer: later connections are refused.
     last: bool = False
 
     def head(self) -> bytes:
@@ -110,7 +112,7 @@ class ScriptedServer:
         if self._port_keeper:
             self._port_keeper.close()
         for thread in self._connections:
-            thread.join(30)
+            thread.join(TIMEOUT)
         assert not self._failures, f"the server failed: {self._failures!r}"
 
     def _accept(self) -> None:
@@ -130,18 +132,18 @@ class ScriptedServer:
             self._accepting = False
             # The accepting thread does not notice that its socket is closed: this wakes it.
             self._socket.shutdown(socket.SHUT_RDWR)
-            self._thread.join(30)
+            self._thread.join(TIMEOUT)
             self._socket.close()
 
     def refuse(self) -> None:
-        """From here on connections are refused, and nobody else can take the port."""
+        """Refuses connections from now on, and keeps the port."""
         self._stop_accepting()
         self._port_keeper = socket.socket()
         self._port_keeper.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         self._port_keeper.bind(("127.0.0.1", self.port))
 
     def _serve_one(self, connection: socket.socket) -> None:
-        connection.settimeout(120)
+        connection.settimeout(TIMEOUT)
         try:
             with connection:
                 self._answer(connection)
@@ -163,7 +165,7 @@ class ScriptedServer:
         words = line.split(" ")
         path = words[1] if len(words) == 3 else line
         with self._lock:
-            # Whatever is not a plain request stands there as it came, for the test to stumble over.
+            # What is not a plain request is recorded as it is, so that the test fails.
             self.requests.append(path if len(words) == 3 and words[0] == "GET" else line)
             self.heads.append(text)
         answer = self.answers.get(path, NOT_FOUND)
@@ -210,7 +212,7 @@ class ScriptedServer:
 
 
 class ClosedPort:
-    """A loopback port that refuses connections and that nobody else can take meanwhile."""
+    """A loopback port that refuses connections and is kept from other processes."""
 
     def __init__(self) -> None:
         self._socket = socket.socket()

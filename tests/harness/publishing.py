@@ -7,8 +7,8 @@ import pathlib
 import subprocess
 import warnings
 
-from driver import WINE, Build
-from game_folder import windows_path
+from harness.driver import WINE, Build
+from harness.game_folder import windows_path
 
 
 @dataclasses.dataclass
@@ -49,7 +49,7 @@ def publish(build: Build, *arguments: str | pathlib.Path, program: pathlib.Path 
         if (done.returncode, done.stdout, done.stderr) != (1, b"", b""):
             break
         # With code 1 the tool always has a report: Wine has failed to start it, which happens where
-        # addresses are randomised (scripts/lib/common.sh tells why).
+        # addresses are randomised (see scripts/lib/common.sh).
         warnings.warn("Wine did not start the publishing tool; started again.")
     report = json.loads(done.stdout) if done.stdout else {}
     return Published(done.returncode, report, done.stderr.decode())

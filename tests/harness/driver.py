@@ -1,4 +1,4 @@
-"""Starts the Launcher as a player does, answers its dialogs, and tells what happened."""
+"""Starts the Launcher as a player does, answers its dialogs, and records what happens."""
 
 import collections
 import dataclasses
@@ -14,19 +14,18 @@ import time
 import warnings
 from typing import Callable
 
-from dialogs import Dialog
-from game_folder import GAME, GameFolder, windows_path
-from scripted_server import Gate, ScriptedServer
+from harness.constants import GAME, PROJECT, TIMEOUT
+from harness.dialogs import Dialog
+from harness.game_folder import GameFolder, windows_path
+from harness.scripted_server import Gate, ScriptedServer
 
-PROJECT = pathlib.Path(__file__).resolve().parents[2]
 WINE = PROJECT / "scripts" / "wine"
 
-# Far more than any run takes: only a run that hangs meets it.
-TIMEOUT = 120.0
 
 TERMINATED = 3
 EXIT_MINUS_ONE = 0xFFFFFFFF
 ENDED_BY_TEST = 0xDEAD
+WS_EX_TOPMOST = 0x8
 
 # How often in a session Wine may fail to get the Launcher started.
 FAILED_STARTS_ALLOWED = 2
@@ -78,7 +77,7 @@ class Watcher:
             self._garbled = line
         finally:
             self.events.put(None)
-        # Nobody wants the rest, but a full pipe would keep the watch from its end.
+        # The rest is dropped; a full pipe would block the watcher.
         for _ in self._process.stdout:
             pass
 
@@ -96,11 +95,11 @@ class Watcher:
         except BrokenPipeError:
             pass
         try:
-            self._process.wait(30)
+            self._process.wait(TIMEOUT)
         except subprocess.TimeoutExpired:
             self._process.kill()
             self._process.wait()
-        self._reader.join(30)
+        self._reader.join(TIMEOUT)
         self._process.stdout.close()
 
     def errors(self) -> str:
@@ -111,10 +110,10 @@ class Watcher:
 
 @dataclasses.dataclass
 class Press:
-    """The answer to an expected dialog: given once the condition "when" holds, if there is one.
-    "meanwhile" is called while the dialog is up."""
+    """The answer to an expected dialog: a button's label, or the result to end the dialog with. It
+    is given once the condition "when" holds, if there is one. "meanwhile" is called before it."""
 
-    button: str
+    button: str | int
     dialog: Dialog
     meanwhile: Callable[[], None] | None = None
     when: Callable[["Run"], bool] | None = None
@@ -126,6 +125,11 @@ def ok(dialog: Dialog, **options) -> Press:
 
 def cancel(dialog: Dialog, **options) -> Press:
     return Press("Cancel", dialog, **options)
+
+
+# Results of a message box that are neither OK's nor Cancel's: 0 stands for a box that could not be
+# shown, the others for the buttons that none of the Launcher's boxes has.
+OTHER_RESULTS = (0, 6, 7, -1)
 
 
 @dataclasses.dataclass
@@ -157,7 +161,7 @@ class Run:
         self.started = False
         self.completed = False
         self.ended = False
-        self.grabbed: set[int] = set()
+        self.blocked: set[int] = set()
         self._open_windows: set[int] = set()
         self._open_dialogs: dict[int, int] = {}  # window to process
         self._pending: tuple[Press, dict] | None = None
@@ -176,6 +180,11 @@ class Run:
         while not condition(self):
             assert not self.ended, f"the run ended before: {what}; {self.describe()}"
             self._take_event(what, pause=0.02)
+
+    def take_reports(self) -> None:
+        """Takes what has been reported so far."""
+        while not self._watcher.events.empty():
+            self._take_event("a report")
 
     def wait_for(self, gate: Gate) -> None:
         """Goes on until the program waits for the answer that the gate holds back."""
@@ -197,21 +206,20 @@ class Run:
         assert not missing, f"dialogs that never came: {missing}; {self.describe()}"
 
     def end_all(self) -> None:
-        """Ends everything that still runs, as the test's own doing."""
+        """Ends everything that still runs, on the test's behalf."""
         self._watcher.order("quit")
 
     def close_window(self, window: dict) -> None:
         """Asks a window to close, as its keyboard shortcut does."""
         self._watcher.order(f"close {window['window']}")
 
-    def grab_window(self, window: dict) -> None:
-        """Takes hold of a window as if to move it, which keeps its thread busy until it is dropped;
-        returns when that is so."""
-        self._watcher.order(f"grab {window['window']}")
-        self.wait_until(lambda r: window["window"] in r.grabbed, "the hold on the window")
+    def block_window(self, window: dict) -> None:
+        """Keeps the window's thread busy until it is released. Returns when the thread is blocked."""
+        self._watcher.order(f"block {window['window']}")
+        self.wait_until(lambda r: window["window"] in r.blocked, "the blocked window")
 
-    def drop_window(self, window: dict) -> None:
-        self._watcher.order(f"drop {window['window']}")
+    def release_window(self, window: dict) -> None:
+        self._watcher.order(f"release {window['window']}")
 
     def close(self) -> None:
         self._watcher.close()
@@ -252,8 +260,8 @@ class Run:
             if process == event["process"]:
                 del self._open_dialogs[window]
 
-    def _on_grabbed(self, event: dict) -> None:
-        self.grabbed.add(event["window"])
+    def _on_blocked(self, event: dict) -> None:
+        self.blocked.add(event["window"])
 
     def _on_gone(self, event: dict) -> None:
         self._open_windows.discard(event["window"])
@@ -277,6 +285,8 @@ class Run:
             event["text"],
             tuple(button["label"] for button in event["buttons"]),
             event["icon"],
+            event["default"],
+            event["extendedStyle"] & WS_EX_TOPMOST != 0,
         )
         self.dialogs.append(shown)
         self._open_dialogs[event["window"]] = event["process"]
@@ -289,6 +299,9 @@ class Run:
     def _press(self, expected: Press, event: dict) -> None:
         if expected.meanwhile:
             expected.meanwhile()
+        if isinstance(expected.button, int):
+            self._watcher.order(f"answer {event['window']} {expected.button}")
+            return
         for button in event["buttons"]:
             if button["label"] == expected.button:
                 self._watcher.order(f"press {event['window']} {button['id']}")
@@ -318,11 +331,15 @@ class Run:
 
 @dataclasses.dataclass
 class GameStart:
-    """How the game saw its own start."""
+    """A start of the game, or of another program in its place, as it saw it itself."""
 
     directory: str
     command_line: str
     program: str
+
+    def has_no_arguments(self) -> bool:
+        name = re.escape(self.program.rpartition("\\")[2])
+        return re.fullmatch(rf'("[^"]*{name}"|[^"]*{name})\s*', self.command_line) is not None
 
 
 class LauncherRun(Run):
@@ -430,8 +447,7 @@ class LauncherRun(Run):
         bin_folder = windows_path(self.folder.path("bin"))
         assert starts[0].directory.rstrip("\\") == bin_folder
         assert starts[0].program == bin_folder + "\\Velmorant Player.exe"
-        assert re.fullmatch(r'("[^"]*Velmorant Player\.exe"|[^"]*Velmorant Player\.exe)\s*',
-                            starts[0].command_line), starts[0].command_line
+        assert starts[0].has_no_arguments(), starts[0].command_line
 
     def assert_game_not_started(self) -> None:
         assert self.game_starts == []

@@ -1,4 +1,4 @@
-"""The Launcher's dialogs, word for word: caption, text, buttons, icon."""
+"""The Launcher's dialogs, word for word: caption, text, buttons, icon, default button."""
 
 import dataclasses
 
@@ -9,6 +9,8 @@ class Dialog:
     text: str
     buttons: tuple[str, ...]
     icon: str
+    default: str = "OK"
+    topmost: bool = False
 
 
 UPDATE_AVAILABLE = Dialog(

@@ -9,7 +9,8 @@ import socket
 import subprocess
 import time
 
-TIMEOUT = 120.0  # seconds; nothing takes a tenth of it
+from harness.constants import TIMEOUT
+
 
 
 def die_with_parent() -> None:

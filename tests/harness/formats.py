@@ -73,6 +73,6 @@ def file_line(name: str, content: bytes, digest: str | None = None) -> str:
     return f"'{name}' {len(content)} {digest or md5(content)}"
 
 
-def game_manifest(directories: list[str], lines: list[str]) -> bytes:
+def game_manifest(directories: list[str], lines: list[str], encoding: str = "utf-8") -> bytes:
     head = ["GameUpdate", "FileVersion: 1", f"Directories: {len(directories)}"]
-    return "\n".join([*head, *directories, "Files:", *lines, ""]).encode()
+    return "\n".join([*head, *directories, "Files:", *lines, ""]).encode(encoding)

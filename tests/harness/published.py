@@ -3,7 +3,8 @@
 import os
 import pathlib
 
-import formats
+from harness import formats
+from harness.constants import GAME_MANIFEST, GAME_VERSION
 
 
 def make_build(folder: pathlib.Path, files: dict[str, bytes], directories: list[str] | None = None) -> pathlib.Path:
@@ -49,6 +50,6 @@ def expected_channel(
     return {
         **{name: None for name in listed},
         **files,
-        "game_update.manifest": formats.game_manifest(sorted(listed), lines),
-        "GameVersion.vpak": formats.game_version(*words),
+        GAME_MANIFEST: formats.game_manifest(sorted(listed), lines),
+        GAME_VERSION: formats.game_version(*words),
     }
