@@ -49,13 +49,8 @@ std::wstring DirectoryPart(std::wstring_view path) {
 std::optional<std::wstring> ResolveGameRoot() {
   int count = 0;
   wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
-  if (arguments == nullptr) return {};
   const UniqueLocalMemory owner(static_cast<HLOCAL>(arguments));
-  return ResolveGameRoot({arguments, static_cast<std::size_t>(count)});
-}
-
-std::optional<std::wstring> ResolveGameRoot(std::span<const wchar_t* const> arguments) {
-  if (arguments.size() != 2) return {};
+  if (arguments == nullptr || count != 2) return {};
   const std::wstring_view argument = arguments[1];
   if (argument == kFromSolution) return ReadProductString(L"Player", L"LastBuild");
   const std::wstring project = FindNewestProject(argument);

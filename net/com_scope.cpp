@@ -12,14 +12,12 @@ unsigned comScopes = 0;
 }  // namespace
 
 ComScope::ComScope() {
-  // The result is of no interest: WinINet works without COM too.
+  // The result is ignored: WinINet works without COM, too.
   if (comScopes++ == 0) static_cast<void>(CoInitialize(nullptr));
 }
 
 ComScope::~ComScope() {
   if (--comScopes == 0) CoUninitialize();
 }
-
-unsigned ComScope::Count() noexcept { return comScopes; }
 
 }  // namespace ve

@@ -11,9 +11,6 @@ class ComScope {
   ComScope(const ComScope&) = delete;
   ComScope& operator=(const ComScope&) = delete;
   ~ComScope();
-
-  /// The number of scopes that exist now.
-  [[nodiscard]] static unsigned Count() noexcept;
 };
 
 }  // namespace ve

@@ -38,6 +38,23 @@ RECT Adjusted(int width, int height) {
   return rectangle;
 }
 
+/// Where a window or control is put.
+struct Placement {
+  int x;
+  int y;
+  int width;
+  int height;
+};
+
+/// Centres a rectangle that `AdjustWindowRect` has adjusted in an area. Takes its right and bottom
+/// for its size: what the frame adds at the left and at the top (the negative left and top) does
+/// not count. Players know the window in this size.
+Placement Centered(int areaWidth, int areaHeight, const RECT& adjusted) noexcept {
+  return {(areaWidth - static_cast<int>(adjusted.right)) / 2,
+          (areaHeight - static_cast<int>(adjusted.bottom)) / 2, static_cast<int>(adjusted.right),
+          static_cast<int>(adjusted.bottom)};
+}
+
 UniqueWindow MakeWindow(const wchar_t* className, const wchar_t* text, DWORD style,
                         const Placement& placement, HWND parent) {
   return UniqueWindow(CreateWindowExW(0, className, text, style, placement.x, placement.y,
@@ -53,12 +70,6 @@ UniqueWindow MakeTopWindow() {
 }
 
 }  // namespace
-
-Placement Centered(int areaWidth, int areaHeight, const RECT& adjusted) noexcept {
-  return {(areaWidth - static_cast<int>(adjusted.right)) / 2,
-          (areaHeight - static_cast<int>(adjusted.bottom)) / 2, static_cast<int>(adjusted.right),
-          static_cast<int>(adjusted.bottom)};
-}
 
 ProgressWindow::ProgressWindow(std::uint32_t total) : total_(total) {
   window_ = MakeTopWindow();

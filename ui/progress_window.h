@@ -14,19 +14,6 @@
 
 namespace ve {
 
-/// Where a window or control is put.
-struct Placement {
-  int x;
-  int y;
-  int width;
-  int height;
-};
-
-/// Centres a rectangle that `AdjustWindowRect` has adjusted in an area. Its right and bottom are
-/// taken for its size as they are, on purpose: what the frame adds at the left and at the top (its
-/// negative left and top) is not part of it.
-[[nodiscard]] Placement Centered(int areaWidth, int areaHeight, const RECT& adjusted) noexcept;
-
 /// The window with its bar and its label. Construct, step and destroy it on one thread. Without a
 /// desktop, or once the window is closed, its calls have no effect.
 class ProgressWindow {

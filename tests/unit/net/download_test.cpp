@@ -14,12 +14,13 @@
 #include <vector>
 
 #include "core/unicode.h"
-#include "net/com_scope.h"
 #include "support/loopback_server.h"
 #include "support/replaced_call.h"
 #include "support/wininet_text.h"
 
 extern "C" {
+extern void* VE_IMPORTED(CoInitialize);
+extern void* VE_IMPORTED(CoUninitialize);
 extern void* VE_IMPORTED(InternetOpenW);
 extern void* VE_IMPORTED(InternetOpenUrlW);
 extern void* VE_IMPORTED(HttpQueryInfoW);
@@ -220,11 +221,15 @@ TEST(Download, NothingIsLeftInTheSystemsCache) {
 class Calls {
  public:
   explicit Calls(DWORD contentLength) {
+    com_ = 0;
     calls_.clear();
     contentLength_ = contentLength;
   }
 
   [[nodiscard]] static const std::vector<std::string>& Made() { return calls_; }
+
+  /// How often COM was initialised and not uninitialised again.
+  [[nodiscard]] static int ComInitializations() { return com_; }
 
   /// Makes the call that Made() shows like this fail.
   static void Fail(const std::string& call) { failing_ = call; }
@@ -274,15 +279,24 @@ class Calls {
     return Record(call) ? TRUE : FALSE;
   }
   static BOOL WINAPI Close(HINTERNET handle) {
-    Record(Format("close {}, COM {}", Name(handle), ComScope::Count()));
+    Record(Format("close {}, COM {}", Name(handle), com_));
     SetLastError(ERROR_INVALID_HANDLE);
     return TRUE;
   }
 
+  static HRESULT WINAPI Initialize(void*) {
+    ++com_;
+    return S_OK;
+  }
+  static void WINAPI Uninitialize() { --com_; }
+
   static constexpr DWORD kStatus = 200;
+  inline static int com_ = 0;
   inline static std::vector<std::string> calls_;
   inline static std::string failing_;
   inline static DWORD contentLength_ = 0;
+  test::ReplacedCall initialize_{VE_IMPORTED(CoInitialize), &Initialize};
+  test::ReplacedCall uninitialize_{VE_IMPORTED(CoUninitialize), &Uninitialize};
   test::ReplacedCall open_{VE_IMPORTED(InternetOpenW), &Open};
   test::ReplacedCall openUrl_{VE_IMPORTED(InternetOpenUrlW), &OpenUrl};
   test::ReplacedCall query_{VE_IMPORTED(HttpQueryInfoW), &Query};
@@ -305,7 +319,7 @@ TEST(Download, CallsWinINetInOrderAndClosesTheRequestBeforeItsRoot) {
   EXPECT_EQ(result.Body(), "piece");
   EXPECT_THAT(Calls::Made(), ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kRead, kRead,
                                          kCloseRequest, kCloseRoot));
-  EXPECT_EQ(ComScope::Count(), 0U);
+  EXPECT_EQ(Calls::ComInitializations(), 0);
 }
 
 TEST(Download, AFailedCallReturnsItsErrorAfterClosingWhatIsOpen) {
@@ -321,7 +335,7 @@ TEST(Download, AFailedCallReturnsItsErrorAfterClosingWhatIsOpen) {
     if (failing > 1) expected.emplace_back(kCloseRequest);
     if (failing > 0) expected.emplace_back(kCloseRoot);
     EXPECT_EQ(Calls::Made(), expected) << all[failing];
-    EXPECT_EQ(ComScope::Count(), 0U) << all[failing];
+    EXPECT_EQ(Calls::ComInitializations(), 0) << all[failing];
   }
 }
 
@@ -337,7 +351,7 @@ TEST(Download, WithTooLittleMemoryForTheLengthItThrowsAfterClosing) {
   EXPECT_THROW((void)Download(L"http://server/"), std::bad_alloc);
   EXPECT_THAT(Calls::Made(),
               ElementsAre(kOpen, kOpenUrl, kQueryStatus, kQueryLength, kCloseRequest, kCloseRoot));
-  EXPECT_EQ(ComScope::Count(), 0U);
+  EXPECT_EQ(Calls::ComInitializations(), 0);
 }
 
 }  // namespace

@@ -185,26 +185,6 @@ class ProgressThreadTest : public testing::Test {
   HWND window_ = nullptr;
 };
 
-void ExpectPlacement(const Placement& placement, int x, int y, int width, int height) {
-  EXPECT_EQ(placement.x, x);
-  EXPECT_EQ(placement.y, y);
-  EXPECT_EQ(placement.width, width);
-  EXPECT_EQ(placement.height, height);
-}
-
-TEST(Centered, TakesRightAndBottomForTheSize) {
-  ExpectPlacement(Centered(1000, 800, {0, 0, 386, 160}), 307, 320, 386, 160);
-}
-
-TEST(Centered, WhatTheFrameAddsAtTheLeftAndTopDoesNotCount) {
-  ExpectPlacement(Centered(1000, 800, {-8, -31, 394, 168}), 303, 316, 394, 168);
-}
-
-TEST(Centered, HalvesAreCutTowardZeroAlsoBelowIt) {
-  ExpectPlacement(Centered(101, 100, {0, 0, 50, 49}), 25, 25, 50, 49);
-  ExpectPlacement(Centered(100, 100, {0, 0, 103, 105}), -1, -2, 103, 105);
-}
-
 TEST(ProgressWindow, TheWindowClassHasOnlyAProcedureAndAName) {
   const ProgressWindow window(1);
   WNDCLASSW registered{};
@@ -425,7 +405,8 @@ TEST(ProgressWindow, OnlyTheFirstOfAProcessInitialisesTheBarsClassAndNoOther) {
 /// order of their creation.
 class FakeDesktop {
  public:
-  FakeDesktop() {
+  explicit FakeDesktop(LONG clientHeight = 150) {
+    clientHeight_ = clientHeight;
     calls_.clear();
     messages_.clear();
     windows_ = 0;
@@ -481,7 +462,7 @@ class FakeDesktop {
   }
   static BOOL WINAPI Client(HWND window, RECT* rectangle) {
     calls_.push_back("client " + Number(window));
-    *rectangle = {0, 0, 380, 150};
+    *rectangle = {0, 0, 380, clientHeight_};
     return TRUE;
   }
   static HWND WINAPI Create(DWORD extendedStyle, const wchar_t* className, const wchar_t* text,
@@ -531,6 +512,7 @@ class FakeDesktop {
 
   inline static std::vector<std::string> calls_;
   inline static std::deque<UINT> messages_;
+  inline static LONG clientHeight_ = 0;
   inline static std::uintptr_t windows_ = 0;
   inline static int pumps_ = 0;
   inline static std::function<void()> onSleep_;
@@ -573,6 +555,14 @@ TEST(ProgressWindowCalls, TheWindowsAreCreatedOneInTheOther) {
                           "send 2 1025 0 292552704",  // PBM_SETRANGE, 0 to 4464.
                           "send 2 1028 1 0",          // PBM_SETSTEP
                           "create 'STATIC' '0 / 70000' 0 1342177280 16 16 300 32, parent 1"));
+}
+
+TEST(ProgressWindowCalls, ABarHigherThanTheWindowIsCentredWithHalvesCutTowardZero) {
+  const FakeDesktop desktop(/*clientHeight=*/21);
+  const ProgressWindow window(1);
+  EXPECT_THAT(
+      FakeDesktop::Calls(),
+      testing::Contains("create 'msctls_progress32' null 0 1342177280 4 -2 371 26, parent 1"));
 }
 
 TEST(ProgressWindowCalls, AStepSetsTheTextThenStepsTheBar) {
