@@ -1,9 +1,8 @@
 // Watches a program and everything that it starts, as a user sees it, and answers its windows.
 //
 //   watch.exe run DIRECTORY PROGRAM [ARGUMENTS]   start PROGRAM in DIRECTORY and watch it
-//   watch.exe hold FILE none|read                 keep FILE (or a folder) open, others may do
-//   nothing or
-//                                                 read
+//   watch.exe hold FILE none|read                 keep FILE (or a folder) open; others may do nothing
+//                                                 with it, or read it
 //   watch.exe desktop                             keep the desktop alive, so that the next start is
 //                                                 quick
 //
@@ -362,8 +361,8 @@ class Watch {
     }
   }
 
-  // The job tells of every process in it, however short-lived. Waiting for its next message is
-  // what paces the rounds.
+  // The job reports every process in it, however short-lived. Waiting for its next message paces the
+  // rounds.
   void LookAtProcesses() {
     DWORD wait = kPollMilliseconds;
     DWORD message = 0;
