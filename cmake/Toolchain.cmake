@@ -20,6 +20,9 @@ if(MSVC)
   # The standard functions that Microsoft's library would rather see replaced by its own.
   target_compile_definitions(ve_warnings INTERFACE _CRT_SECURE_NO_WARNINGS)
   target_compile_options(ve_warnings INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+  add_compile_options(/guard:cf)
+  # 0x800, LOAD_LIBRARY_SEARCH_SYSTEM32: DLLs that the programs import are loaded from there only.
+  add_link_options(/guard:cf /CETCOMPAT /DEPENDENTLOADFLAG:0x800)
 else()
   target_compile_options(
     ve_warnings
@@ -41,9 +44,13 @@ else()
               -Wformat=2
               -Wundef
               -Wextra-semi)
-  # No DLL but Windows' own; subsystem version 6.0 gives the windows today's metrics.
-  add_link_options(-static -Wl,--major-subsystem-version=6,--minor-subsystem-version=0
-                   -Wl,--major-os-version=6,--minor-os-version=0)
+  add_compile_options(-fstack-protector-strong)
+  # No DLL but Windows' own; subsystem version 6.0 gives the windows today's metrics. No time stamp: the
+  # same sources give the same file.
+  add_link_options(-static -fstack-protector-strong
+                   -Wl,--major-subsystem-version=6,--minor-subsystem-version=0
+                   -Wl,--major-os-version=6,--minor-os-version=0
+                   -Wl,--tsaware,--no-insert-timestamp,--gc-sections)
   if(LAUNCHER_CHECKED)
     # mingw-w64 has no sanitizer runtime, so undefined behaviour traps in place. Alignment is left
     # out: an archive's wide strings stand at any byte address and are viewed there, which x86-64

@@ -9,8 +9,7 @@
 //   updates/.CHANNEL.next      under construction, or complete and about to be swapped in
 //   updates/.CHANNEL.previous  what was served until now, complete
 //   updates/.CHANNEL.discarded what was served before, being removed
-//   updates/.CHANNEL.lock      held by the run that writes; gone when that run ends, however it
-//   ends
+//   updates/.CHANNEL.lock      held by the run that writes; gone when that run ends in any way
 //
 // No channel's name begins with a dot, so none of them can be mistaken for a channel, and whether
 // the web server hands out names with a dot does not matter: no manifest lists them.

@@ -4,9 +4,25 @@
 
 #include <cstddef>
 #include <cstring>
-#include <vector>
+
+#include "core/handle.h"
 
 namespace ve::publish {
+namespace {
+
+struct ModulePolicy {
+  using Value = HMODULE;
+  static Value Empty() noexcept { return nullptr; }
+  static bool Close(Value module) noexcept { return FreeLibrary(module) != FALSE; }
+};
+using UniqueModule = Unique<ModulePolicy>;
+
+// Where VS_VERSIONINFO holds its VS_FIXEDFILEINFO: after three 16-bit numbers and the text
+// "VS_VERSION_INFO", at the next multiple of four.
+// https://learn.microsoft.com/windows/win32/menurc/vs-versioninfo
+constexpr std::size_t kFixedFileInfoOffset = 40;
+
+}  // namespace
 
 bool IsExecutable(std::string_view content) {
   if (!content.starts_with("MZ") || content.size() < sizeof(IMAGE_DOS_HEADER)) return false;
@@ -19,19 +35,21 @@ bool IsExecutable(std::string_view content) {
 }
 
 std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
-  DWORD ignored = 0;
-  const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
-  if (size == 0) return {};
-  std::vector<std::byte> data(size);
-  void* root = nullptr;
-  UINT rootSize = 0;
-  if (GetFileVersionInfoW(path.c_str(), 0, size, data.data()) == FALSE ||
-      VerQueryValueW(data.data(), L"\\", &root, &rootSize) == FALSE ||
-      rootSize < sizeof(VS_FIXEDFILEINFO)) {
+  // As a data file: nothing of it runs, and no DLL that it imports is loaded.
+  const UniqueModule module(LoadLibraryExW(
+      path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+  if (!module) return {};
+  const HRSRC resource = FindResourceW(module.Get(), MAKEINTRESOURCEW(VS_VERSION_INFO), RT_VERSION);
+  if (resource == nullptr ||
+      SizeofResource(module.Get(), resource) < kFixedFileInfoOffset + sizeof(VS_FIXEDFILEINFO)) {
     return {};
   }
+  const HGLOBAL data = LoadResource(module.Get(), resource);
+  if (data == nullptr) return {};
   VS_FIXEDFILEINFO fixed;
-  std::memcpy(&fixed, root, sizeof(fixed));
+  std::memcpy(&fixed, static_cast<const std::byte*>(LockResource(data)) + kFixedFileInfoOffset,
+              sizeof(fixed));
+  if (fixed.dwSignature != VS_FFI_SIGNATURE) return {};
   return HIWORD(fixed.dwFileVersionMS);
 }
 

@@ -16,6 +16,7 @@ fi
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 jobs=$(nproc)
+# Debian 12 and 13 have both programs here.
 wine_dir=/usr/lib/wine
 # Debian's own, which is the one that has Debian's pytest.
 python=/usr/bin/python3
@@ -74,7 +75,7 @@ need_root() {
 # install_missing PACKAGE...: asks nothing, and does nothing where everything is there.
 install_missing() {
   local package installed missing=() log="$root/build/install.log"
-  command -v dpkg-query >/dev/null || fail "needs Debian 12 (apt and dpkg), or these by hand: $*"
+  command -v dpkg-query >/dev/null || fail "needs Debian 12 or 13 (apt and dpkg), or these by hand: $*"
   installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null || true)
   for package in "$@"; do
     grep -qxF "$package installed" <<<"$installed" || missing+=("$package")
@@ -215,6 +216,7 @@ make_wine_template() {
 run_dir=
 wineserver_pid=
 xvfb_pid=
+background_groups=() # process groups that end with this run
 
 # start_desktop xvfb|own: a Wine prefix of this run's own with a wineserver that stays (starting a
 # program then takes a few hundredths of a second), and an X server of its own, or the
@@ -293,6 +295,10 @@ stop_desktop() {
   local status=$?
   trap - EXIT
   trap '' HUP INT TERM
+  local group
+  for group in "${background_groups[@]}"; do
+    kill -- "-$group" 2>/dev/null || true
+  done
   if [[ -n $wineserver_pid ]]; then
     end_wineserver
     # Where it had not begun to listen yet.

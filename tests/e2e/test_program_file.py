@@ -87,6 +87,56 @@ def test_its_manifest_asks_for_nothing_that_changes_its_behaviour(build: Build):
     assert b"activeCodePage" not in content
 
 
+@pytest.fixture(params=["launcher", "publish"])
+def program(request, build: Build) -> pathlib.Path:
+    return getattr(build, request.param)
+
+
+def test_windows_may_harden_it(program):
+    flags = int(re.search(r"^DllCharacteristics\s+(\w+)$", headers(program), re.M)[1], 16)
+    assert flags & 0x20  # high-entropy addresses
+    assert flags & 0x40  # any base address
+    assert flags & 0x100  # no execution of data
+    assert flags & 0x8000  # aware of terminal servers
+
+
+def test_it_detects_smashed_stacks(program):
+    assert b"stack smashing detected" in program.read_bytes()
+
+
+def test_it_has_no_time_stamp(program):
+    content = program.read_bytes()
+    at = int.from_bytes(content[0x3C:0x40], "little")
+    assert content[at : at + 4] == b"PE\0\0"
+    assert content[at + 8 : at + 12] == bytes(4)
+
+
+def test_its_manifest_allows_long_paths(program):
+    assert b">true</longPathAware>" in resources(program)
+
+
+def test_the_manifest_has_the_version_of_the_build(program, build: Build):
+    version = (build.path / "version.txt").read_text().strip()
+    assert re.search(rb'name="Velmorant\.\w+" version="%s\.0\.0\.0"' % version.encode(), resources(program))
+
+
+def test_the_launchers_text_is_drawn_sharply_where_windows_scales_it(build: Build):
+    assert b">true</gdiScaling>" in resources(build.launcher)
+
+
+def test_publish_has_a_version_resource_and_runs_without_elevation(build: Build):
+    version = int((build.path / "version.txt").read_text())
+    assert fixed_file_version(build.publish) == (version, 0, 0, 0)
+    assert b'level="asInvoker"' in resources(build.publish)
+
+
+def test_publish_needs_no_dll_but_those_of_windows(build: Build):
+    """VERSION.dll is not one of them: Windows would load one that lies beside publish.exe."""
+    needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", headers(build.publish))}
+    assert needed
+    assert needed <= WINDOWS_DLLS
+
+
 @pytest.mark.parametrize(
     ("source", "include", "problem"),
     [
