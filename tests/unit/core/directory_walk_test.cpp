@@ -239,6 +239,37 @@ TEST_F(Walk, RemovingATreeLeavesWhatItsLinksPointTo) {
   if (Exists(kLink)) RemoveLink();
 }
 
+TEST_F(Walk, RemovingALinkDoesNotRemoveTheContentsOfItsTarget) {
+  // "root" as Windows shows a link to a directory.
+  static void* const real = VE_IMPORTED(FindFirstFileExW);
+  const test::ReplacedCall linked(
+      VE_IMPORTED(FindFirstFileExW),
+      +[](const wchar_t* path, FINDEX_INFO_LEVELS level, void* data, FINDEX_SEARCH_OPS search,
+          void* filter, DWORD flags) -> HANDLE {
+        HANDLE const found = reinterpret_cast<decltype(&FindFirstFileExW)>(real)(
+            path, level, data, search, filter, flags);
+        if (std::wstring_view(path) == L"root") {
+          auto& entry = *static_cast<WIN32_FIND_DATAW*>(data);
+          entry.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+          entry.dwReserved0 = IO_REPARSE_TAG_MOUNT_POINT;
+        }
+        return found;
+      });
+  for (const wchar_t* path : {L"root", L"root\\", L"root/\\"}) {
+    // The link itself is removed; the directory in its place here is not empty.
+    EXPECT_THROW(RemoveTree(path), std::filesystem::filesystem_error);
+    EXPECT_TRUE(Exists(L"root\\a\\b\\deep")) << path;
+    EXPECT_TRUE(Exists(L"root\\file")) << path;
+  }
+}
+
+TEST_F(Walk, ADirectoryHoldsEntriesUnlessItIsEmpty) {
+  EXPECT_TRUE(HoldsEntries(L"root"));
+  EXPECT_TRUE(HoldsEntries(L"root\\a"));
+  EXPECT_FALSE(HoldsEntries(L"root\\empty"));
+  EXPECT_THROW(static_cast<void>(HoldsEntries(L"missing")), std::filesystem::filesystem_error);
+}
+
 TEST_F(Walk, ATreeIsRemovedWhole) {
   RemoveTree(L"root");
   EXPECT_FALSE(Exists(L"root"));

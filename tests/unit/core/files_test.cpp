@@ -536,6 +536,46 @@ TEST_F(Files, TheAttributesOfALinkItselfAreNotUsed) {
   ExpectReleased(L"link");
 }
 
+/// Makes every query of attributes by path fail while it exists.
+class UnreadableAttributes {
+ public:
+  explicit UnreadableAttributes(DWORD code) { code_ = code; }
+
+ private:
+  static BOOL WINAPI Fail(const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) {
+    SetLastError(code_);
+    return FALSE;
+  }
+
+  inline static DWORD code_ = ERROR_SUCCESS;
+  ReplacedCall call_{VE_IMPORTED(GetFileAttributesExW), &Fail};
+};
+
+TEST_F(Files, ExistenceThatCannotBeQueriedIsAnError) {
+  for (const DWORD code : {DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_NOT_READY}}) {
+    const UnreadableAttributes unreadable(code);
+    ExpectFilesystemError("exists", L"file", code, [] { static_cast<void>(Exists(L"file")); });
+    ExpectFilesystemError("exists", L"file", code, [] { EnsureDirectory(L"file"); });
+    ExpectFilesystemError("exists", L"file", code, [] { EnsureDirectories(L"file"); });
+  }
+  EXPECT_FALSE(IsFolder(L"file"));
+}
+
+TEST_F(Files, ALinkExistsOnlyIfItsTargetDoes) {
+  WriteWhole(L"link", "x");
+  // As Windows answers for a link; opening it opens its target.
+  const ReplacedCall faked(
+      VE_IMPORTED(GetFileAttributesExW),
+      +[](const wchar_t*, GET_FILEEX_INFO_LEVELS, void* data) -> BOOL {
+        auto& attributes = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        attributes = {};
+        attributes.dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;
+        return TRUE;
+      });
+  EXPECT_TRUE(Exists(L"link"));
+  EXPECT_FALSE(Exists(L"dangling"));
+}
+
 TEST_F(Files, OnlyAFileHasASize) {
   ASSERT_TRUE(CreateDirectoryW(L"folder", nullptr));
   ExpectFilesystemError("file_size", L"missing", ERROR_FILE_NOT_FOUND,
