@@ -275,6 +275,21 @@ def test_a_staging_folder_that_cannot_be_removed_is_no_failure(flat):
     assert (run.log, run.exit_code) == ([], 0)
 
 
+def test_the_removal_of_a_staging_folder_that_is_a_link_leaves_what_it_leads_to(flat):
+    """The link may go, what its folder holds may not. (Wine does not remove such a link.)"""
+    target = flat.temp_dir / "target"
+    target.mkdir()
+    (target / "other").write_bytes(b"somebody else's")
+    flat.folder.directory("Intermediate")
+    flat.folder.path(STAGING).symlink_to(target)
+    run = updated(flat, {"data.pak": b"data"})
+    assert flat.folder.read("data.pak") == b"data"
+    assert (target / "other").read_bytes() == b"somebody else's"
+    assert (target / "data.pak").read_bytes() == b"data"
+    assert flat.folder.read(VERSION_FILE) == NEW_VERSION
+    assert run.exit_code == 0
+
+
 # --- Links under listed names -----------------------------------------------------------------
 
 

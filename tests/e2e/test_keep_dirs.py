@@ -164,6 +164,22 @@ def read_only(scene, name: str) -> None:
     scene.folder.path(name).chmod(0o555)
 
 
+@pytest.mark.parametrize("hinder", [occupied, read_only])
+@pytest.mark.parametrize("name", ["bin", "bin/data"])
+def test_a_filled_directory_that_is_in_use_or_read_only_is_kept_and_entered(studio, hinder, name):
+    studio.folder.put("bin/old.dll", b"unlisted")
+    studio.folder.put("bin/data/old.dat", b"unlisted")
+    studio.folder.put("bin/data/new.dat", b"new")
+    offer(studio, {"bin/data/new.dat": b"new"}, ["bin", "bin/data"])
+    hinder(studio, name)
+    run = studio.run([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
+    assert not studio.folder.has("bin/old.dll")
+    assert not studio.folder.has("bin/data/old.dat")
+    assert studio.folder.read("bin/data/new.dat") == b"new"
+    assert studio.folder.read(VERSION_FILE) == formats.game_version(*NEWER)
+    run.assert_game_started()
+
+
 def test_an_empty_directory_that_is_in_use_ends_the_program(studio):
     studio.folder.directory("bin/empty")
     offer(studio, {"bin/new.dll": b"new"}, ["bin"])
