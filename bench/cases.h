@@ -23,7 +23,7 @@ struct Case {
 /// `work`: what others do on the machine meanwhile is not counted.
 [[nodiscard]] double Measure(const std::function<void()>& work);
 
-/// Keeps the optimiser from leaving out what nobody looks at.
+/// Keeps the optimiser from removing work whose result is not used.
 void Keep(std::size_t value);
 
 /// MD5 of a buffer by somebody else.

@@ -115,7 +115,7 @@ install_missing() {
   fi
 }
 
-# The build tree belongs to one user: what root built, nobody else can build on.
+# The build tree belongs to one user: others cannot write what root built.
 own_build_tree() {
   mkdir -p "$root/build/wine" 2>/dev/null || true
   [[ -w "$root/build/wine" && -O "$root/build/wine" ]] || {
@@ -238,7 +238,7 @@ start_desktop() {
     sed -i '/^"Managed"="N"$/d' "$WINEPREFIX/user.reg"
   fi
   # In a session of its own: a signal to all of this run's processes would end it first, and Wine's
-  # services, which nobody could reach any more, would stay.
+  # services, out of reach by then, would stay.
   setsid "$wine_dir/wineserver64" -f -p >/dev/null 2>&1 &
   wineserver_pid=$!
   await_wineserver

@@ -498,10 +498,9 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
 
 def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.scene(
-        "5. The update to its end, with the Launcher built to walk on",
-        "Another installation, whose studio ships the Launcher that was built with "
-        "LAUNCHER_KEEP_NONEMPTY_DIRS: its clean-up keeps a directory that still holds entries and "
-        "goes on into it.",
+        "5. The update to its end, with the Launcher that keeps non-empty directories",
+        "Another installation, whose studio ships walk-on/Launcher.exe: its clean-up keeps a "
+        "directory that still holds entries, and cleans up inside it.",
     )
     run = demo.run(game, OK_TO_UPDATE | {dialogs.UPDATE_SUCCESSFUL.caption: "OK"})
     demo.check(
@@ -554,7 +553,7 @@ def server_down(demo: Demo, game: GameFolder, url: str) -> None:
 
 
 def walk(demo: Demo, server: NginxServer) -> None:
-    # Two studios on one server: the second ships the Launcher that walks on.
+    # Two studios on one server: the second ships the Launcher that keeps non-empty directories.
     strict = Studio(demo, "velmorant", BUILD.launcher, BUILD.publish)
     keep_dirs = Studio(demo, "studio", BUILD.keep_dirs, BUILD.publish_keep_dirs)
     for studio in (strict, keep_dirs):

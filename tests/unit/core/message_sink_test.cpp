@@ -38,7 +38,7 @@ TEST(MessageSink, WithoutASinkAFailureIsStillReturned) {
   InstallMessageSink(nullptr);
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
-  SendToSink("nobody reads this", 1);
+  SendToSink("dropped", 1);
   const bool started = StartProcess(L"no such program.exe", L"", L"", false);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

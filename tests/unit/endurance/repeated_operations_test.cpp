@@ -123,8 +123,8 @@ std::int64_t ObjectsAllowedIn(int runs) { return runs / 10 + 1; }
 /// is lost each time.
 constexpr std::int64_t kBytesAllowed = 80;
 
-/// The same where the server of the test remembers each request. Less than the file of the test.
-constexpr std::int64_t kBytesAllowedWithServer = 4'000;
+/// The same where the server of the test remembers each request.
+constexpr std::int64_t kBytesAllowedWithServer = 1'500;
 
 constexpr DWORD kTimeout = 120'000;  // Milliseconds; only a hang takes this long.
 

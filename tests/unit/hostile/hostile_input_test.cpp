@@ -353,7 +353,7 @@ TEST_P(HostileArchives, EveryKindOfValueIsReadOrRejected) {
 
 // ---- Every damage of one byte ----
 //
-// What comes of each is foretold from the layout of the file alone.
+// The expected result of each follows from the layout of the file alone.
 
 /// Calls `check` with the file cut at every length and with every byte changed to every other
 /// value.
@@ -391,9 +391,9 @@ std::string Said(const Read& read) {
 }
 
 /// An archive as its layout has it. The first thing that is wrong is what there is to say of it.
-class Foretold {
+class ExpectedArchive {
  public:
-  explicit Foretold(std::string_view bytes) : bytes_(bytes) {
+  explicit ExpectedArchive(std::string_view bytes) : bytes_(bytes) {
     const std::uint64_t magic = Number(4);
     if (magic != 0x6126FCA1) {
       Wrong("Invalid header " + std::to_string(magic) + " for binary file.");
@@ -468,8 +468,8 @@ class Foretold {
   std::string message_;
 };
 
-std::string ForetoldSettings(std::string_view bytes) {
-  Foretold archive(bytes);
+std::string ExpectedSettings(std::string_view bytes) {
+  ExpectedArchive archive(bytes);
   const std::string header(archive.Narrow());
   if (header != "UpdaterData") {
     archive.Wrong("Invalid header '" + header +
@@ -498,14 +498,14 @@ TEST_P(HostileArchives, SettingsWithAnyOneDamageAreWhatTheirLayoutSays) {
                     const std::size_t size = sdk::ReadUpdaterSettings(input).url.size();
                     return Hex({reinterpret_cast<const char*>(url), 2 * size});
                   }),
-                  ForetoldSettings(input))
+                  ExpectedSettings(input))
             << Hex(bytes);
       });
   EXPECT_GT(cases, 10'000);
 }
 
-std::string ForetoldVersion(std::string_view bytes) {
-  Foretold archive(bytes);
+std::string ExpectedVersion(std::string_view bytes) {
+  ExpectedArchive archive(bytes);
   if (archive.Narrow() != "GameVersion") archive.Wrong("not a version record");
   if (archive.Scalar() != 1) archive.Wrong("not a version record");
   return archive.Or(Hex(archive.Block()));
@@ -515,7 +515,7 @@ TEST_P(HostileArchives, AVersionWithAnyOneDamageIsWhatItsLayoutSays) {
   GuardedMemory memory;
   const int cases = ForEveryDamage(Version(GetParam(), 0x7F), [&](const std::string& bytes) {
     const std::string_view input = memory.Lay(bytes);
-    std::string foretold = ForetoldVersion(input);
+    std::string expected = ExpectedVersion(input);
     EXPECT_EQ(Said([&] {
                 if (!ReadVersionRecord(input)) return std::string("outside the input");
                 file::ArchiveReader reader(input);
@@ -524,7 +524,7 @@ TEST_P(HostileArchives, AVersionWithAnyOneDamageIsWhatItsLayoutSays) {
                 const auto block = reader.ReadBlock16();
                 return Hex({reinterpret_cast<const char*>(block.data()), block.size()});
               }),
-              foretold)
+              expected)
         << Hex(bytes);
   });
   EXPECT_GT(cases, 10'000);

@@ -15,7 +15,7 @@
 #include "support/replaced_call.h"
 #include "support/temp_folder.h"
 
-extern "C" void* moveFileExSlot __asm__("__imp_MoveFileExW");
+extern "C" void* VE_IMPORTED(MoveFileExW);
 extern "C" void* VE_IMPORTED(CreateFileW);
 
 namespace ve::publish {
@@ -262,9 +262,9 @@ BOOL WINAPI FailAFewTimes(LPCWSTR from, LPCWSTR to, DWORD flags) {
 TEST_F(ChannelSwap, WhatIsInUseForAMomentIsTriedAgain) {
   Write(folders_.live, "1");
   Write(folders_.next, "2");
-  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(moveFileExSlot);
+  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(VE_IMPORTED(MoveFileExW));
   failuresLeft = 3;
-  const test::ReplacedCall call(moveFileExSlot, FailAFewTimes);
+  const test::ReplacedCall call(VE_IMPORTED(MoveFileExW), FailAFewTimes);
   EXPECT_TRUE(SwapIn(folders_));
   EXPECT_EQ(Found(), Complete("2"));
 }
@@ -278,14 +278,14 @@ BOOL WINAPI EndAtRename(LPCWSTR from, LPCWSTR to, DWORD flags) {
 }
 
 TEST_F(ChannelSwap, InterruptedAtAnyOfItsRenamesItIsOldOrNewAfterTheRepair) {
-  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(moveFileExSlot);
+  moveFileEx = reinterpret_cast<decltype(moveFileEx)>(VE_IMPORTED(MoveFileExW));
   const std::vector<std::string> expected{"1", "1", "2", "2"};
   for (std::size_t allowed = 0; allowed < expected.size(); ++allowed) {
     Write(folders_.live, "1");
     Write(folders_.next, "2");
     {
       renamesAllowed = static_cast<int>(allowed);
-      const test::ReplacedCall call(moveFileExSlot, EndAtRename);
+      const test::ReplacedCall call(VE_IMPORTED(MoveFileExW), EndAtRename);
       try {
         static_cast<void>(SwapIn(folders_));
         EXPECT_EQ(allowed, 3U) << "the swap has three renames";

@@ -108,7 +108,7 @@ TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
   EXPECT_THAT(Refusals(manifest), ElementsAre("'b' has 4294967296 bytes"));
 }
 
-TEST(ManifestCheck, NamesAreJudgedAsThoseOfABuild) {
+TEST(ManifestCheck, NamesFollowTheRulesOfABuild) {
   const std::wstring longest(235, L'x');
   const std::string address =
       ": the Launcher appends names to addresses as they stand, where %, # and ? have meanings of "

@@ -55,7 +55,7 @@ TEST_F(FailureLog, PlaceholdersAreNotFilled) {
   EXPECT_EQ(LogWithoutTimes(), "\r\nError while running updater:\r\n{}{0}{INVALID}\r\n\r\n");
 }
 
-TEST_F(FailureLog, ALogThatCannotBeOpenedIsNobodysFailure) {
+TEST_F(FailureLog, AnErrorOfOpeningTheLogIsIgnored) {
   ASSERT_TRUE(CreateDirectoryW(L"Logs", nullptr));
   ASSERT_TRUE(CreateDirectoryW(L"Logs\\updater.log", nullptr));
   LogUpdaterFailure("a", "1");
