@@ -241,8 +241,8 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
           subject,
           "the clean-up of this build of the Launcher cannot remove the folder, which "
           "ends every update abnormally, before its version is recorded",
-          "Ship the Launcher whose clean-up walks on, which is made for such games, and "
-          "publish with the tool beside it.");
+          "Ship walk-on\\Launcher.exe, which keeps non-empty directories, and publish with the "
+          "tool beside it.");
     }
   }
 }

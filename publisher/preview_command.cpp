@@ -103,7 +103,7 @@ void PrintFiles(const PreviewPlan& plan, Console& console) {
   console.Say(Format("  installs {} files", plan.copied.size()));
   console.Say(Format(
       "  clean-up{}: {} entries",
-      sdk::kBuildConfig.keepsNonEmptyDirectories ? ", which goes on into filled folders" : "",
+      sdk::kBuildConfig.keepsNonEmptyDirectories ? ", which keeps non-empty directories" : "",
       plan.removed.size()));
   PrintAll(console, "removes", plan.removed);
 }
