@@ -116,6 +116,7 @@ void ArchiveReader::ExpectType(ArchiveType type, std::string_view message) {
 }
 
 std::span<const std::byte> ArchiveReader::ReadBytes(std::uint32_t count) {
+  // The position stays: the next value is read from behind the length.
   if (bytes_.size() - position_ < count) return {};
   const auto bytes = bytes_.subspan(position_, count);
   position_ += count;

@@ -15,8 +15,9 @@ namespace ve::file {
 /// Reads the values of one archive in their order. Strings and data are views into the archive's
 /// bytes, which must outlive them; they may be unaligned.
 ///
-/// Data that ends too early is no error here: what is missing reads as 0 or empty, and the readers
-/// of the records reject such values with messages of their own. In checked mode a wrong identifier
+/// Data that ends too early is no error here: a number reads as 0 and moves to the end; a string or
+/// data longer than the rest reads as empty and stays behind its length. The readers of the records
+/// reject such values with messages of their own. In checked mode a wrong identifier
 /// or width throws `FileException`; a plain archive's layout is trusted.
 class ArchiveReader {
  public:

@@ -16,7 +16,7 @@ UpdaterSettings ReadUpdaterSettings(std::string_view bytes) {
   }
   const std::uint32_t fileVersion = reader.ReadU32();
   if (fileVersion != UpdaterSettings::kFileVersion) {
-    // The header word stands in the place of the version: support knows the message so.
+    // The header word stands in the place of the version: support knows the message in this form.
     ThrowUpdaterException("Invalid file-version {} in UpdaterData.vpak (supported: {}).", header,
                           UpdaterSettings::kFileVersion);
   }
@@ -27,7 +27,7 @@ UpdaterSettings ReadUpdaterSettings(std::string_view bytes) {
   if (std::find(kReleaseChannels.begin(), kReleaseChannels.end(), channel) ==
       kReleaseChannels.end()) {
     // One value for two placeholders: the message ends with "{INVALID}" and does not show the
-    // channel. Support knows it so.
+    // channel. Support knows it in this form.
     ThrowUpdaterException(
         "Invalid release-channel '{}' in UpdaterData.vpak (with file-version {}).", fileVersion);
   }

@@ -14,10 +14,11 @@
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   ve::SuppressCrtErrorDialog();
   if (const std::optional<std::wstring> root = ve::ResolveGameRoot()) {
-    ve::SetWorkingDirectory(*root, false);
+    // If this fails, the run goes on in the directory that it was started in.
+    ve::SetWorkingDirectory(*root, /*quiet=*/false);
   }
   ve::RunUpdater();
   // A game that cannot be started is not reported: the dialogs belong to the updates.
-  ve::StartProcess(ve::kGameProgram, L"", ve::kGameDirectory, false);
+  ve::StartProcess(ve::kGameProgram, L"", ve::kGameDirectory, /*debug=*/false);
   return 0;
 }

@@ -12,7 +12,7 @@ unsigned comScopes = 0;
 }  // namespace
 
 ComScope::ComScope() {
-  // The result is ignored: WinINet works without COM, too.
+  // The result is ignored: a download works without COM, too.
   if (comScopes++ == 0) static_cast<void>(CoInitialize(nullptr));
 }
 

@@ -10,6 +10,7 @@ namespace ve {
 namespace {
 
 constexpr const wchar_t* kClassName = L"UpdaterWindow";
+// 0x8 would mean topmost as an extended style; as a style it has no effect, and it is kept.
 constexpr DWORD kWindowStyle = WS_VISIBLE | 0x8;
 constexpr DWORD kControlStyle = WS_CHILD | WS_VISIBLE;
 

@@ -11,7 +11,8 @@ struct BuildConfig {
   std::uint32_t version;
 
   /// What the clean-up does with a directory that it cannot remove because it is not empty: keep it
-  /// and recurse into it, or throw, which ends the update.
+  /// and recurse into it, or throw, which ends the update. With false, no update of a game that
+  /// lives in "bin\" can finish.
   bool keepsNonEmptyDirectories;
 };
 

@@ -18,8 +18,9 @@ class CleanupRules {
       : listedNames_(listedNames), ownExecutable_(ownExecutable) {}
 
   /// Whether to keep the file or directory at `relativePath`, which is below the game root, with
-  /// "\" as separator. The rules are the same for both, so a directory is kept only if it is
-  /// preserved: the listed names are those of files.
+  /// "\" as separator. Kept are "Output.txt" in the root, what has the extension "rar", the running
+  /// executable, everything whose first component is a preserved name, and the listed files. The
+  /// rules are the same for directories, so one that only holds listed files is not kept.
   [[nodiscard]] bool Keeps(std::wstring_view relativePath) const;
 
  private:

@@ -14,14 +14,15 @@ namespace ve::sdk {
 
 /// Makes the game in the current directory match the manifest, in this order: creates the listed
 /// directories, copies the staged files over the installed ones, cleans up, removes the staging
-/// folder, and writes `pendingVersion` as the installed version file, which so is new only when the
-/// game is. Throws whatever fails; only a failure to remove the staging folder is ignored.
+/// folder, and writes `pendingVersion` as the installed version file, so the recorded version is new
+/// only if the game is. Throws `file::FileException` and filesystem errors; ignores only a failure to
+/// remove the staging folder.
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 
 /// Removes every entry below the current directory that is neither listed nor preserved. Throws a
 /// filesystem error ("remove") for what cannot be removed: also for a directory that still holds
-/// entries, be they all listed, unless this build keeps those (`BuildConfig`).
+/// entries, even if all of them are listed, unless this build keeps those (`BuildConfig`).
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames);
 
 // Building blocks, also used by the preview of publish.exe.

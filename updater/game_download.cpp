@@ -23,12 +23,8 @@ FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath,
   return FileSource::kServer;
 }
 
-std::string DownloadGameFile(const std::wstring& fileUrl, const Downloader& download) {
-  DownloadResult result = download(fileUrl);
-  if (!result.Succeeded()) {
-    ThrowUpdaterException(kFileDownloadFailed, fileUrl, result.Error());
-  }
-  return std::move(result.Body());
+std::string DownloadGameFile(std::wstring_view fileUrl, const Downloader& download) {
+  return DownloadOrThrow(download, fileUrl, kFileDownloadFailed, fileUrl);
 }
 
 void MakeStagingFolders(const GameUpdateManifest& manifest) {

@@ -40,7 +40,7 @@ void MakeStagingFolders(const GameUpdateManifest& manifest);
 /// Brings every listed file that is not current into the staging folder, adds it to `staged`, and
 /// adds 1 to `processed` for each listed file. Does not check what it downloads: the next update
 /// finds a bad file, because it does not match. Throws `UpdaterException` at the first failed
-/// download, without a retry.
+/// download, without a retry, and what `FileMatchesEntry` and `file::SaveFile` throw.
 void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
                 StagedUpdate& staged, std::atomic<std::uint32_t>& processed);
 
@@ -68,7 +68,7 @@ using FileMatch =
                                     const FileMatch& matches = FileMatchesEntry);
 
 /// Downloads a listed file. Throws `UpdaterException`.
-[[nodiscard]] std::string DownloadGameFile(const std::wstring& fileUrl,
+[[nodiscard]] std::string DownloadGameFile(std::wstring_view fileUrl,
                                            const Downloader& download = Download);
 
 }  // namespace ve::sdk

@@ -26,7 +26,7 @@ void CheckFileVersion(std::string_view line) {
     ThrowUpdaterException("Invalid file-version name '{}'. (is expecting 'FileVersion')", key);
   }
   if (ReadDecimal<std::int32_t>(value) != kFileVersion) {
-    // The key stands in the place of the number: players and support know the message so.
+    // The key stands in the place of the number: players and support know the message in this form.
     ThrowUpdaterException("Invalid file-version {}. (supported: 1)", key);
   }
 }
@@ -64,6 +64,7 @@ FileEntry ReadFileLine(std::string_view line, std::size_t index) {
   const std::size_t close =
       open == std::string_view::npos ? std::string_view::npos : line.find('\'', open + 1);
   if (close == std::string_view::npos || close == open + 1) {
+    // The quoted name is always empty: the line has none.
     ThrowUpdaterException("Invalid file-name at line {}: '{}'", index, std::string_view());
   }
   const std::string_view name = line.substr(open + 1, close - open - 1);

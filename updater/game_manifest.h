@@ -30,7 +30,7 @@ struct GameUpdateManifest {
   std::vector<FileEntry> files;
 };
 
-/// Reads the manifest and removes the carriage returns from `text` in place, also when it throws.
+/// Reads the manifest and removes the carriage returns from `text` in place, even if it throws.
 /// Strict, because the update deletes what the manifest does not list: throws `UpdaterException` at
 /// the first line that is not valid.
 [[nodiscard]] GameUpdateManifest ReadGameUpdateManifest(std::string& text);

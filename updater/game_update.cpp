@@ -38,6 +38,7 @@ bool PlayerWantsUpdate() {
 /// Shows that the update failed. Returns whether the game must not be started.
 bool ShowUpdateFailure(bool applying) {
   if (applying) {
+    // Never shown: while files are applied, a failure ends the process before the guard acts.
     MessageBoxW(nullptr,
                 L"Critical error while applying games update. Game might be corrupted. Try to "
                 L"update again; or start game directly inside 'bin/' folder. If problems persist, "
@@ -56,14 +57,6 @@ bool ShowUpdateFailure(bool applying) {
 void ShowSuccess() {
   MessageBoxW(nullptr, L"Sucessfully installed game update. Start the game by pressing OK.",
               kUpdateSuccessfulCaption, MB_OK | MB_ICONINFORMATION);
-}
-
-/// Downloads a file; `failure` is the message if that fails.
-std::string DownloadOrThrow(const std::wstring& url, std::string_view failure,
-                            const Downloader& download) {
-  DownloadResult result = download(url);
-  if (!result.Succeeded()) ThrowUpdaterException(failure, result.Error());
-  return std::move(result.Body());
 }
 
 void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
@@ -111,13 +104,12 @@ std::wstring VersionUrl(std::wstring_view updatesUrl) {
 }
 
 std::string FetchVersionFile(std::wstring_view updatesUrl, const Downloader& download) {
-  return DownloadOrThrow(VersionUrl(updatesUrl),
-                         "Failed to download remote game-version file with error: '{}'", download);
+  return DownloadOrThrow(download, VersionUrl(updatesUrl), kPendingVersionDownloadFailed);
 }
 
 std::string FetchGameManifest(std::wstring_view updatesUrl, const Downloader& download) {
-  return DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl), kManifestDownloadFailed,
-                         download);
+  return DownloadOrThrow(download, Format(L"{}game_update.manifest", updatesUrl),
+                         kManifestDownloadFailed);
 }
 
 void RunGameUpdate(std::wstring_view updatesUrl) {

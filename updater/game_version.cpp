@@ -38,7 +38,7 @@ std::optional<VersionNumber> ReadInstalledVersion() {
 VersionNumber ReadOfferedVersion(std::string_view bytes) {
   file::ArchiveReader reader(bytes);
   const GameVersion version = ReadGameVersion(reader);
-  // "Remove" for "Remote": players and support know both messages so.
+  // "Remove" is a misspelling of "Remote". Kept: players and support know both messages in this form.
   if (version.header != GameVersion::kHeader) {
     ThrowUpdaterException("Remove game-version file had unexpected header '{}'.", version.header);
   }
@@ -54,10 +54,9 @@ bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& 
   const std::optional<VersionNumber> installed = ReadInstalledVersion();
   if (!installed) return true;
 
-  DownloadResult offered = download(versionUrl);
-  if (!offered.Succeeded()) ThrowUpdaterException(kVersionDownloadFailed, offered.Error());
-  if (*installed >= ReadOfferedVersion(offered.Body())) return false;
-  pendingVersion = std::move(offered.Body());
+  std::string offered = DownloadOrThrow(download, versionUrl, kVersionDownloadFailed);
+  if (*installed >= ReadOfferedVersion(offered)) return false;
+  pendingVersion = std::move(offered);
   return true;
 }
 

@@ -40,7 +40,7 @@ void DeleteStaleExecutable() {
               L"Game-launcher finshed updating itself and needs to restart itself. Press OK to "
               L"continue.",
               kRestartCaption, MB_OK | MB_ICONINFORMATION);
-  StartProcess(executable, L"", L"", false);
+  StartProcess(executable, L"", L"", /*debug=*/false);
   std::exit(0);
 }
 
@@ -58,6 +58,8 @@ void RefreshSettings(std::wstring_view updaterUrl, std::string_view settings) {
   Restart(OwnExecutableName());
 }
 
+/// Sets or clears FILE_ATTRIBUTE_SYSTEM, which hides the parked executable from players. Ignores
+/// failures.
 void SetSystemAttribute(std::wstring_view path, bool set) {
   const std::wstring name(path);
   const DWORD attributes = GetFileAttributesW(name.c_str());
@@ -65,6 +67,7 @@ void SetSystemAttribute(std::wstring_view path, bool set) {
                                        : attributes & ~DWORD{FILE_ATTRIBUTE_SYSTEM});
 }
 
+/// Puts back what is parked, also if an earlier run parked it and it could not be deleted since.
 void PutParkedExecutableBack(std::wstring_view executable) {
   if (!file::Exists(kParkedExecutable)) return;
   file::Rename(kParkedExecutable, executable);
@@ -110,28 +113,20 @@ std::string SelfUpdateLogPrefix(std::wstring_view updaterUrl) {
 
 std::uint32_t FetchOfferedLauncher(std::wstring_view updaterUrl, std::uint32_t ownVersion,
                                    const Downloader& download) {
-  DownloadResult manifest = download(Format(L"{}updater.manifest", updaterUrl));
-  if (!manifest.Succeeded()) {
-    ThrowUpdaterException(kUpdaterManifestDownloadFailed, manifest.Error());
-  }
-  return ReadUpdaterManifest(manifest.Body(), ownVersion);
+  std::string manifest = DownloadOrThrow(download, Format(L"{}updater.manifest", updaterUrl),
+                                         kUpdaterManifestDownloadFailed);
+  return ReadUpdaterManifest(manifest, ownVersion);
 }
 
 std::string FetchNewBuild(std::wstring_view updaterUrl, std::wstring_view executable,
                           const Downloader& download) {
-  DownloadResult newBuild = download(Format(L"{}{}", updaterUrl, executable));
-  if (!newBuild.Succeeded()) {
-    ThrowUpdaterException(kExecutableDownloadFailed, executable, newBuild.Error());
-  }
-  return std::move(newBuild.Body());
+  return DownloadOrThrow(download, Format(L"{}{}", updaterUrl, executable),
+                         kExecutableDownloadFailed, executable);
 }
 
 std::string FetchSettings(std::wstring_view updaterUrl, const Downloader& download) {
-  DownloadResult settings = download(Format(L"{}UpdaterData.vpak", updaterUrl));
-  if (!settings.Succeeded()) {
-    ThrowUpdaterException(kSettingsDownloadFailed, settings.Error());
-  }
-  return std::move(settings.Body());
+  return DownloadOrThrow(download, Format(L"{}UpdaterData.vpak", updaterUrl),
+                         kSettingsDownloadFailed);
 }
 
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings) {

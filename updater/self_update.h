@@ -17,7 +17,8 @@ namespace ve::sdk {
 /// with exit code 0.
 ///
 /// Leaves on disk one of: the current build; the new build, with the previous one beside it as
-/// "_old.exe" until the next start; the previous build again, after a failed replacement.
+/// "_old.exe" until the next start; the previous build again, after a failed replacement. If the
+/// rollback fails, too, or the process is killed, "_old.exe" may be the only complete build.
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings);
 
 // Building blocks, also used by the preview of publish.exe.

@@ -56,6 +56,7 @@ TEST_F(FileMatches, SizesAreComparedBeforeAnythingIsRead) {
       CreateFileW(L"file", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   ASSERT_TRUE(locked);
   EXPECT_FALSE(FileMatchesEntry(L"file", 4, kAbc));
+  EXPECT_FALSE(FileMatchesEntry(L"file", 2, kAbc));
   EXPECT_FALSE(FileMatchesEntry(L"file", (std::uint64_t{1} << 32) + 3, kAbc));
   EXPECT_THROW(static_cast<void>(FileMatchesEntry(L"file", 3, kAbc)), file::FileException);
 }
