@@ -16,9 +16,10 @@ inline constexpr std::wstring_view kLogName = L"updater.log";
 
 /// Appends one entry to the log: a line with the time stamp in brackets, what `writeBody` writes, a
 /// blank line. Creates "Logs\" if it is missing and makes it the current directory while
-/// `writeBody` runs; restores the previous one also when `writeBody` throws. If the folder
-/// cannot be created, returns without calling `writeBody`; ignores all other write errors, too: a log
-/// that fails must not keep the player from the game. Takes no lock: no other thread may use the current directory meanwhile.
+/// `writeBody` runs; restores the previous one also when `writeBody` throws. If the folder cannot
+/// be created, returns without calling `writeBody`; ignores all other write errors, too: a log that
+/// fails must not keep the player from the game. Takes no lock: no other thread may use the current
+/// directory meanwhile.
 void WriteLogEntry(const std::function<void(std::ostream&)>& writeBody);
 
 /// The local time in brackets, with milliseconds: "[16.11.2026 03:41:19-045]".

@@ -10,8 +10,8 @@ namespace ve {
 ///
 /// None unless there is exactly one argument. "FROM_SOLUTION" means the last build recorded in the
 /// registry, empty if there is none. Any other argument is a directory: the root is the folder of
-/// the newest ".vegame" file below it, none if there is no such file. Throws that search's filesystem errors, which end the
-/// program; only developers pass an argument.
+/// the newest ".vegame" file below it, none if there is no such file. Throws that search's
+/// filesystem errors, which end the program; only developers pass an argument.
 [[nodiscard]] std::optional<std::wstring> ResolveGameRoot();
 
 }  // namespace ve

@@ -43,9 +43,9 @@ class DownloadResult {
 
 /// Fetches an http or https URL with one GET and waits for the whole body. Bypasses caches and
 /// proxies, sends no credentials and follows redirects as WinINet does. Succeeds only with status
-/// 200 and a Content-Length; does not compare that length with the body's. Reserves
-/// the announced length, of at most 4 GiB, before it reads. No retry; the time-outs are WinINet's. Returns network and server errors; throws only when memory runs out. Downloads
-/// must not overlap.
+/// 200 and a Content-Length; does not compare that length with the body's. Reserves the announced
+/// length, of at most 4 GiB, before it reads. No retry; the time-outs are WinINet's. Returns
+/// network and server errors; throws only when memory runs out. Downloads must not overlap.
 [[nodiscard]] DownloadResult Download(std::wstring_view url);
 
 /// `Download`, or what replaces it in a preview of publish.exe.

@@ -1,4 +1,5 @@
-// The log's messages about failed downloads, as formats: the last value is the download's own error.
+// The log's messages about failed downloads, as formats: the last value is the download's own
+// error.
 #pragma once
 
 #include <string>

@@ -14,9 +14,9 @@ namespace ve::sdk {
 
 /// Makes the game in the current directory match the manifest, in this order: creates the listed
 /// directories, copies the staged files over the installed ones, cleans up, removes the staging
-/// folder, and writes `pendingVersion` as the installed version file, so the recorded version is new
-/// only if the game is. Throws `file::FileException` and filesystem errors; ignores only a failure to
-/// remove the staging folder.
+/// folder, and writes `pendingVersion` as the installed version file, so the recorded version is
+/// new only if the game is. Throws `file::FileException` and filesystem errors; ignores only a
+/// failure to remove the staging folder.
 void ApplyUpdate(const GameUpdateManifest& manifest, const StagedUpdate& staged,
                  std::string_view pendingVersion);
 

@@ -30,8 +30,8 @@ inline constexpr const wchar_t* kUpdateSuccessfulCaption = L"Update successfull.
 /// The URL of the server's version file.
 [[nodiscard]] std::wstring VersionUrl(std::wstring_view updatesUrl);
 
-/// Downloads the server's version file without checking it; `ApplyUpdate` writes it as it is. Throws
-/// `UpdaterException`.
+/// Downloads the server's version file without checking it; `ApplyUpdate` writes it as it is.
+/// Throws `UpdaterException`.
 [[nodiscard]] std::string FetchVersionFile(std::wstring_view updatesUrl,
                                            const Downloader& download = Download);
 

@@ -38,7 +38,8 @@ std::optional<VersionNumber> ReadInstalledVersion() {
 VersionNumber ReadOfferedVersion(std::string_view bytes) {
   file::ArchiveReader reader(bytes);
   const GameVersion version = ReadGameVersion(reader);
-  // "Remove" is a misspelling of "Remote". Kept: players and support know both messages in this form.
+  // "Remove" is a misspelling of "Remote". Kept: players and support know both messages in this
+  // form.
   if (version.header != GameVersion::kHeader) {
     ThrowUpdaterException("Remove game-version file had unexpected header '{}'.", version.header);
   }

@@ -423,8 +423,8 @@ class Watch {
     }
   }
 
-  // The job reports every process in it, however short-lived. Waiting for its next message paces the
-  // rounds.
+  // The job reports every process in it, however short-lived. Waiting for its next message paces
+  // the rounds.
   void LookAtProcesses() {
     DWORD wait = kPollMilliseconds;
     DWORD message = 0;
