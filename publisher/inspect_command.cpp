@@ -179,6 +179,10 @@ class Inspection {
 
   void ShowUnknown() {
     TellKind("unknown");
+    if (HasArchiveMagic(content_)) {
+      Reject(std::get<ParseError>(ParseSettings(content_)), "settings archives");
+      return Reject(std::get<ParseError>(ParseVersionFile(content_)), "game versions");
+    }
     std::string text;
     Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
     Reject(std::get<ParseError>(ParseGameManifest(content_, text)), "game manifests");

@@ -477,8 +477,7 @@ def test_characters_beyond_ascii_are_refused(tree):
         ),
         pytest.param(
             put(UPDATER_DATA, formats.updater_data(URL) + b"xyz"),
-            [(UPDATER_DATA, "3 bytes follow the record, from byte "
-              f"{len(formats.updater_data(URL))} on")],
+            [(UPDATER_DATA, "3 bytes follow the record")],
             id="bytes behind the settings",
         ),
     ],
