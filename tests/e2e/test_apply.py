@@ -384,15 +384,15 @@ def pipe(scene):
 
 
 def test_the_progress_window_closes_before_the_first_file_is_copied(flat, pipe):
-    """The first installed file is a pipe, in which the copying gets stuck until the window went."""
+    """The first file is copied into a pipe, where the copying waits until the window has closed."""
     content = bytes(range(256)) * 4096
-    flat.folder.path("data.pak").symlink_to(flat.temp_dir / "pipe")
     flat.offer_game({"data.pak": content, "later.pak": b"later"}, ["Saved"])
     gate = flat.server.hold(flat.updates + "later.pak")
     run = flat.start([ok(UPDATE_AVAILABLE), ok(UPDATE_SUCCESSFUL)])
     run.wait_until(lambda r: r.open_windows != set(), "the progress window")
     run.wait_for(gate)
-    assert not pipe.has_data(), "nothing is installed before everything is staged"
+    assert not flat.folder.has("data.pak"), "nothing is installed before everything is staged"
+    flat.folder.path("data.pak").symlink_to(flat.temp_dir / "pipe")
     gate.open()
     run.wait_until(lambda r: pipe.has_data(), "the first copy")
     run.wait_until(lambda r: not r.open_windows, "the end of the progress window")

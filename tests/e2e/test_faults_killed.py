@@ -86,7 +86,7 @@ UP_TO_INSTALLING = {
         "CopyFileW data/intro.dat",
     ],
 }
-WALK_ON = operations(
+KEEPING = operations(
     UP_TO_INSTALLING
     | {
         "cleaning up": [
@@ -110,7 +110,7 @@ WALK_ON = operations(
             "DeleteFileW Intermediate\\Update\\bin\\data\\level.dat",
             "RemoveDirectoryW Intermediate\\Update\\bin\\data",
             "RemoveDirectoryW Intermediate\\Update\\bin",
-            "RemoveDirectoryW Intermediate\\Update\\",
+            "RemoveDirectoryW Intermediate\\Update",
         ],
         "to be recorded": ["_wfopen Updater\\GameVersion.vpak"],
         "recording": ["fwrite Updater\\GameVersion.vpak", "fclose Updater\\GameVersion.vpak"],
@@ -175,15 +175,15 @@ def kill(scene, made, expected: list[Operation], number: int, half: bool, record
 
 
 def test_a_game_update_that_completes_has_these_operations(scene):
-    made = GameUpdate(scene, scene.build.faults_keep_dirs, walks_on=True)
+    made = GameUpdate(scene, scene.build.faults_keep_dirs, keeps_dirs=True)
     run, done = run_recorded(scene, made.answers, (0,))
-    assert done == [operation.text for operation in WALK_ON]
+    assert done == [operation.text for operation in KEEPING]
     assert whole_tree(scene.folder) == made.final
     run.assert_game_started()
 
 
 def test_a_game_update_that_ends_at_bin_has_these_operations(scene):
-    made = GameUpdate(scene, scene.build.faults, walks_on=False)
+    made = GameUpdate(scene, scene.build.faults, keeps_dirs=False)
     run, done = run_recorded(scene, made.answers, (TERMINATED,))
     assert done == [operation.text for operation in STRICT]
     assert whole_tree(scene.folder) == made.final
@@ -214,22 +214,22 @@ def finish_game_update(made: GameUpdate, killed: dict, state: str) -> None:
         assert run.requests == scene.requests(GAME_VERSION)
         assert whole_tree(scene.folder) == killed
     else:
-        run = scene.run(made.answers, expected_exits=(0 if made.walks_on else TERMINATED,))
+        run = scene.run(made.answers, expected_exits=(0 if made.keeps_dirs else TERMINATED,))
         assert run.requests == scene.requests(
             GAME_VERSION, GAME_MANIFEST, *made.missing_after(killed)
         )
         assert whole_tree(scene.folder) == made.final_after(killed)
-    if made.walks_on or state == "done":
+    if made.keeps_dirs or state == "done":
         run.assert_game_started()
     else:
         run.assert_game_not_started()
 
 
-@pytest.mark.parametrize(("number", "half"), kills(WALK_ON, 9, 1))
+@pytest.mark.parametrize(("number", "half"), kills(KEEPING, 9, 1))
 def test_an_update_that_completes_goes_on_after_a_kill(scene, number, half, record_property):
-    made = GameUpdate(scene, scene.build.faults_keep_dirs, walks_on=True)
+    made = GameUpdate(scene, scene.build.faults_keep_dirs, keeps_dirs=True)
     killed, state = kill(
-        scene, made, WALK_ON, number, half, record_property, "an update that completes"
+        scene, made, KEEPING, number, half, record_property, "an update that completes"
     )
     if state == "recording" and killed[VERSION_FILE] == b"":
         assert_empty_record_keeps_the_game_but_no_update(made)
@@ -253,7 +253,7 @@ def assert_empty_record_keeps_the_game_but_no_update(made: GameUpdate) -> None:
 
 @pytest.mark.parametrize(("number", "half"), kills(STRICT, 9, 2))
 def test_an_update_that_ends_at_bin_goes_on_after_a_kill(scene, number, half, record_property):
-    made = GameUpdate(scene, scene.build.faults, walks_on=False)
+    made = GameUpdate(scene, scene.build.faults, keeps_dirs=False)
     killed, state = kill(
         scene, made, STRICT, number, half, record_property, "an update that ends at bin"
     )
@@ -408,7 +408,7 @@ def finish_game_update_of_any_record(made: GameUpdate, killed: dict, state: str)
     ),
 )
 def test_an_update_that_completes_goes_on_after_many_kills(scene, row, record_property):
-    made = GameUpdate(scene, scene.build.keep_dirs, walks_on=True, more=MORE)
+    made = GameUpdate(scene, scene.build.keep_dirs, keeps_dirs=True, more=MORE)
     finish = finish_game_update_of_any_record
     kill_in_a_row(made, row, finish, record_property, "an update that completes")
 
@@ -417,7 +417,7 @@ def test_an_update_that_completes_goes_on_after_many_kills(scene, row, record_pr
     "row", rows(moments(GAME_REQUESTS, LAST_GAME_REQUEST, [UPDATE_AVAILABLE], delays=50, seed=6))
 )
 def test_an_update_that_ends_at_bin_goes_on_after_many_kills(scene, row, record_property):
-    made = GameUpdate(scene, scene.build.launcher, walks_on=False, more=MORE)
+    made = GameUpdate(scene, scene.build.launcher, keeps_dirs=False, more=MORE)
     kill_in_a_row(made, row, finish_game_update, record_property, "an update that ends at bin")
 
 

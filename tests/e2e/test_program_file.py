@@ -15,6 +15,7 @@ OBJDUMP = "x86_64-w64-mingw32-objdump"
 # Part of every Windows; the C runtime named here is the system's own.
 WINDOWS_DLLS = {
     "advapi32.dll",
+    "comctl32.dll",
     "kernel32.dll",
     "msvcrt.dll",
     "ole32.dll",

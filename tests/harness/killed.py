@@ -113,7 +113,9 @@ def run_recorded(
         run.finish()
     finally:
         run.close()
-    lines = record.read_text("utf-8").splitlines()
+    # The clean-up names its entries by absolute paths, which differ from test to test.
+    root = "\\\\?\\" + windows_path(scene.folder.root) + "\\"
+    lines = record.read_text("utf-8").replace(root, ".\\").splitlines()
     return run, [line for line in lines if not line.startswith(NOTE)]
 
 
@@ -220,11 +222,11 @@ class GameUpdate:
     goes_on_from = ("unchanged", "staging", "installing", "cleaning up", "removing the staged")
 
     def __init__(
-        self, scene: Scene, launcher: pathlib.Path, walks_on: bool, more: int = 0
+        self, scene: Scene, launcher: pathlib.Path, keeps_dirs: bool, more: int = 0
     ) -> None:
         """With more files to remove, and a tenth as many more to install."""
         self.scene = scene
-        self.walks_on = walks_on
+        self.keeps_dirs = keeps_dirs
         self.unlisted = UNLISTED | {f"bin/old-{n:03}.dat": b"unlisted" for n in range(more)}
         self.unlisted |= {f"abandoned-{n:03}.dat": b"unlisted" for n in range(more)}
         self.offered = OFFERED_FILES | {f"data/new-{n}.dat": LARGE for n in range(more // 10)}
@@ -255,7 +257,7 @@ class GameUpdate:
         """What an undisturbed update leaves."""
         final = dict(self.before)
         final |= {"bin/new": None} | self.offered
-        if self.walks_on:
+        if self.keeps_dirs:
             # "bin/old" was met before what it held was gone: it stays, empty.
             for name in [*self.unlisted, "bin/empty"]:
                 del final[name]
@@ -281,7 +283,7 @@ class GameUpdate:
 
     @property
     def answers(self) -> list[Press]:
-        return [ok(UPDATE_AVAILABLE), *([ok(UPDATE_SUCCESSFUL)] if self.walks_on else [])]
+        return [ok(UPDATE_AVAILABLE), *([ok(UPDATE_SUCCESSFUL)] if self.keeps_dirs else [])]
 
     def state(self, tree: Tree) -> str:
         """The name of the state; fails for whatever is none."""
@@ -324,7 +326,7 @@ class GameUpdate:
         if staged == self.staged:
             assert version == self.old_version
             return "cleaning up"
-        assert self.walks_on, "the staging folder was taken from an update that is not complete"
+        assert self.keeps_dirs, "the staging folder was taken from an update that is not complete"
         assert gone >= {*self.unlisted, "bin/empty"}, "not cleaned up"
         if staged:
             assert version == self.old_version
