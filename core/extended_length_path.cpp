@@ -12,7 +12,7 @@ constexpr std::wstring_view kSharePrefix = L"\\\\?\\UNC\\";
 constexpr std::wstring_view kShare = L"\\\\";
 
 std::wstring FullPath(std::wstring_view path) {
-  const std::wstring name(path);
+  std::wstring name(path);
   const DWORD needed = GetFullPathNameW(name.c_str(), 0, nullptr, nullptr);
   if (needed == 0) return name;
   std::wstring full(needed, L'\0');

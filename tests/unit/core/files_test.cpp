@@ -455,6 +455,7 @@ TEST_F(Files, FilesAndFoldersExistWithAndWithoutATrailingSeparator) {
   EXPECT_FALSE(Exists(L"missing"));
   EXPECT_FALSE(Exists(L"missing\\file"));
   EXPECT_FALSE(Exists(L""));
+  EXPECT_FALSE(Exists(L"a?b"));  // Not a valid name.
 }
 
 TEST_F(Files, TheSizeIsThatOfTheContent) {

@@ -2,13 +2,14 @@
 
 #include "core/windows.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -206,8 +207,8 @@ class Creation {
 
   template <class Struct>
   static bool IsZero(const Struct& data) {
-    constexpr std::array<std::byte, sizeof(Struct)> kZero{};
-    return std::memcmp(&data, kZero.data(), kZero.size()) == 0;
+    return std::ranges::all_of(std::as_bytes(std::span(&data, 1)),
+                               [](std::byte byte) { return byte == std::byte{0}; });
   }
 
   template <class Char, class Startup>

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <gmock/gmock.h>
@@ -15,6 +15,7 @@
 #include <initializer_list>
 #include <iostream>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -341,9 +342,9 @@ class ClassRecorder {
     rest.lpfnWndProc = nullptr;
     rest.hInstance = nullptr;
     rest.lpszClassName = nullptr;
-    constexpr WNDCLASSW kZero{};
-    recorded_.emplace_back(
-        isPlain && std::memcmp(&rest, &kZero, sizeof(rest)) == 0 ? "plain class" : "another class");
+    const bool isZero = std::ranges::all_of(std::as_bytes(std::span(&rest, 1)),
+                                            [](std::byte byte) { return byte == std::byte{0}; });
+    recorded_.emplace_back(isPlain && isZero ? "plain class" : "another class");
     return 0;
   }
 
