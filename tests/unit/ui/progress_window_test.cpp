@@ -741,7 +741,7 @@ TEST_F(ProgressThreadTest, ACountThatIsNegativeAsASignedNumberIsDropped) {
   Start(9);
   StepRecorder recorder(window_);
   recorder.OnText([this] { finished_ = true; });
-  counter_ = 0x80000001U;
+  counter_ = 0x80000002U;
   ASSERT_TRUE(Eventually([this] { return counter_ == 0; }));
   counter_ = 1;
   ASSERT_TRUE(Eventually([this] { return finished_.load(); }));
