@@ -297,6 +297,7 @@ void ImaginedDisk::WalkInto(
     const std::function<file::WalkAction(const file::DirectoryEntry&)>& visit) const {
   // The names first: a visit may remove what it is shown.
   std::vector<std::wstring> names;
+  names.reserve(directory.entries.size());
   for (const auto& [name, entry] : directory.entries) names.push_back(name);
   for (const std::wstring& name : names) {
     const std::wstring entryPath = Format(path.ends_with(L'\\') ? L"{}{}" : L"{}\\{}", path, name);
