@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
-#include <utility>
 
 #include "archive/updater_settings.h"
 #include "core/errors.h"
