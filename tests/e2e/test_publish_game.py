@@ -82,7 +82,7 @@ def assert_published(server, files, version, directories=None) -> None:
 
 def test_a_first_version_is_published_byte_for_byte(publish_game, server):
     done = publish_game(FILES, "1.4.0.2")
-    assert (done.code, done.refusals) == (0, [])
+    assert (done.code, done.errors) == (0, [])
     assert_published(server, FILES, "1.4.0.2")
     report = {key: done.report[key] for key in ("published", "files", "bytes", "directories")}
     size = sum(len(content) for content in FILES.values())
@@ -170,14 +170,14 @@ def test_a_version_not_above_the_servers_is_refused_unless_forced(publish_game, 
     for version in ("1.4.0.2", "1.4.0.1", "0.9.9.9"):
         done = publish_game({**FILES, "readme.txt": b"other"}, version)
         assert done.code == 1
-        assert done.refusals == [
+        assert done.errors == [
             f"{version}: the server has 1.4.0.2 already, and players who have that are not offered "
             "a lower one or the same again"
         ]
         assert tree_of(server) == before
     files = {**FILES, "readme.txt": b"other"}
     done = publish_game(files, "0.9.9.9", "--force")
-    assert (done.code, done.refusals) == (0, [])
+    assert (done.code, done.errors) == (0, [])
     assert any(warning.startswith("0.9.9.9: the server has 1.4.0.2") for warning in done.warnings)
     assert_published(server, files, "0.9.9.9")
 
@@ -187,7 +187,7 @@ def test_a_version_file_that_cannot_be_read_is_refused_unless_forced(publish_gam
     (server / "updates/release/GameVersion.vpak").write_bytes(b"damaged")
     done = publish_game(FILES, "1.0.0.1")
     assert done.code == 1
-    assert len(done.refusals) == 1 and "Invalid header" in done.refusals[0]
+    assert len(done.errors) == 1 and "Invalid header" in done.errors[0]
     assert publish_game(FILES, "1.0.0.1", "--force").code == 0
     assert_published(server, FILES, "1.0.0.1")
 
@@ -195,7 +195,7 @@ def test_a_version_file_that_cannot_be_read_is_refused_unless_forced(publish_gam
 @pytest.mark.parametrize("version", ["1.4", "1.4.0.2.1", "1.4.0.x", "-1.0.0.0", "1.0.0.2147483648", ""])
 def test_an_invalid_version_is_refused(publish_game, server, version):
     done = publish_game(FILES, version)
-    assert (done.code, done.refusals) == (1, [f"{version}: it is no version"])
+    assert (done.code, done.errors) == (1, [f"{version}: it is no version"])
     assert os.listdir(server) == []
 
 
@@ -251,32 +251,32 @@ def test_all_errors_of_a_build_are_reported_in_one_run(build, temp_dir, server):
         "bin/large.dat: the Launcher takes no files of 4 GiB and more",
         "bin/link: it is a link, and the Launcher installs files only",
     ]
-    twice = [r for r in done.refusals if r.lower().startswith("bin/twice")]
+    twice = [r for r in done.errors if r.lower().startswith("bin/twice")]
     assert twice in (
         ["bin/twice.TXT: Windows takes it for the same as bin/Twice.txt"],
         ["bin/Twice.txt: Windows takes it for the same as bin/twice.TXT"],
     )
-    assert sorted(r for r in done.refusals if r not in twice) == sorted(expected)
+    assert sorted(r for r in done.errors if r not in twice) == sorted(expected)
     assert done.code == 1
-    assert all(refusal["hint"] for refusal in done.report["refusals"])
+    assert all(refusal["hint"] for refusal in done.report["errors"])
     assert os.listdir(server) == []
 
 
 def test_an_option_names_a_launcher_of_another_name(publish_game, server):
     files = {**FILES, "Start.exe": b"x"}
     done = publish_game(files, "1.0.0.0", "--launcher", "start.EXE")
-    assert done.refusals == ["Start.exe: the Launcher cannot replace itself while it runs"]
+    assert done.errors == ["Start.exe: the Launcher cannot replace itself while it runs"]
     files = {**FILES, "Launcher.exe": b"x"}
     assert publish_game(files, "1.0.0.0", "--launcher", "Start.exe").code == 0
 
 
 def test_a_build_without_files_or_folders_is_refused(publish_game, build, temp_dir, server):
     done = publish_game({}, "1.0.0.0", directories=["Saved"])
-    assert len(done.refusals) == 1 and "there is no file in it" in done.refusals[0]
+    assert len(done.errors) == 1 and "there is no file in it" in done.errors[0]
     done = publish_game({"a.txt": b"x"}, "1.0.0.0")
-    assert len(done.refusals) == 1 and "there is no folder in it" in done.refusals[0]
+    assert len(done.errors) == 1 and "there is no folder in it" in done.errors[0]
     done = publish_build(build, temp_dir / "nowhere", server, "1.0.0.0")
-    assert len(done.refusals) == 1 and "there is no such folder" in done.refusals[0]
+    assert len(done.errors) == 1 and "there is no such folder" in done.errors[0]
     assert os.listdir(server) == []
 
 
@@ -286,7 +286,7 @@ def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, temp_d
     for source, server in ((outer / "inner", outer), (outer, outer / "inner"), (outer, outer)):
         done = publish_build(build, source, server, "1.0.0.0")
         assert done.code == 1
-        assert any("lie in one another" in refusal for refusal in done.refusals)
+        assert any("lie in one another" in refusal for refusal in done.errors)
         assert not (server / "updates").exists()
 
 
@@ -296,7 +296,7 @@ def test_a_channel_that_is_a_link_is_refused(publish_game, server, temp_dir):
     (server / "updates/release").symlink_to(elsewhere)
     done = publish_game(FILES, "1.0.0.0")
     assert done.code == 1
-    assert len(done.refusals) == 1 and "is a link" in done.refusals[0]
+    assert len(done.errors) == 1 and "is a link" in done.errors[0]
     assert tree_of(elsewhere) == {"kept.txt": b"kept"}
 
 
@@ -414,10 +414,10 @@ class Interrupted:
             )
 
     @property
-    def refusals(self) -> list[str]:
+    def errors(self) -> list[str]:
         """Those of a run that was not killed."""
-        refusals = json.loads(self.output.read_bytes())["refusals"]
-        return [f"{refusal['subject']}: {refusal['message']}" for refusal in refusals]
+        errors = json.loads(self.output.read_bytes())["errors"]
+        return [f"{refusal['subject']}: {refusal['message']}" for refusal in errors]
 
     def kill_at_change(self, change: int | None) -> int:
         """Kills the tool when so many changes of the tree were seen. Returns how many were."""
@@ -594,7 +594,7 @@ def test_another_run_waits_for_the_second_process(interrupted, held_swaps):
             held.holder.close()
             done = other.result()
         interrupted.end(held.first)
-        assert (done.code, done.refusals) == (0, [])
+        assert (done.code, done.errors) == (0, [])
         if done.report["previousVersion"] == "1.0.0.1":
             break
     assert os.listdir(interrupted.updates) == ["release"]
@@ -609,7 +609,7 @@ def test_when_the_second_process_is_killed_the_old_version_stays_and_an_error_is
             code = held.first.wait(10)
         except subprocess.TimeoutExpired:
             continue  # Wine waits forever for a process that is killed while it starts.
-        if interrupted.refusals == ["publish: the process that swaps the folders did not come to its end"]:
+        if interrupted.errors == ["publish: the process that swaps the folders did not come to its end"]:
             break
     assert code == 1
     assert os.listdir(interrupted.updates) == ["release"]
@@ -624,10 +624,10 @@ def test_a_live_folder_that_stays_in_use_is_an_error(interrupted):
         done = publish_build(interrupted.build, interrupted.new, interrupted.server, "1.0.0.1")
     finally:
         holder.close()
-    assert (done.code, len(done.refusals)) == (1, 1)
+    assert (done.code, len(done.errors)) == (1, 1)
     begin = f"{live}: it cannot be renamed, mostly because something in it is open: "
-    assert done.refusals[0].startswith(begin) and done.refusals[0] != begin
-    assert "What is served has not changed." in done.report["refusals"][0]["hint"]
+    assert done.errors[0].startswith(begin) and done.errors[0] != begin
+    assert "What is served has not changed." in done.report["errors"][0]["hint"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
@@ -681,7 +681,7 @@ def test_a_build_that_changes_meanwhile_is_refused(interrupted):
             break
     assert in_time, "it was always past its copying when it was halted"
     assert process.returncode == 1
-    assert interrupted.refusals == ["z.txt: it was changed while the build was published"]
+    assert interrupted.errors == ["z.txt: it was changed while the build was published"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
@@ -708,14 +708,14 @@ def test_a_run_that_another_overtook_is_refused(build, temp_dir, server):
             done = run.result()
         if done.code == 1:
             break
-        assert done.refusals == []
+        assert done.errors == []
         if "previousVersion" in done.report:
             too_early = seconds
         else:
             too_late = seconds
         if too_late - too_early < 0.01:
             too_early, too_late = max(0.0, too_early - 0.5), too_late + 0.5  # It was quicker or slower.
-    assert done.refusals == ["release: another run has published to this channel meanwhile"]
+    assert done.errors == ["release: another run has published to this channel meanwhile"]
     assert_published(server, FILES, "1.0.0.0")
 
 
@@ -735,7 +735,7 @@ def test_each_of_several_competing_runs_publishes_completely_or_is_refused(build
         if done.code == 0:
             published.append(version)
             continue
-        (refusal,) = done.refusals
+        (refusal,) = done.errors
         assert (
             refusal.endswith("another run is writing to this channel")
             or refusal == "release: another run has published to this channel meanwhile"
@@ -767,7 +767,7 @@ def test_a_run_that_is_refused_leaves_the_channel_alone_but_cleans_up(interrupte
     make_build(interrupted.updates / ".release.next", {"half": b"ha"})
     (interrupted.new / "empty").write_bytes(b"")
     done = publish_build(interrupted.build, interrupted.new, interrupted.server, "1.0.0.1")
-    assert done.refusals == ["empty: the Launcher takes no empty files"]
+    assert done.errors == ["empty: the Launcher takes no empty files"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
@@ -800,7 +800,7 @@ class Player:
     def publish(self, name: str, files: dict[str, bytes], version: str) -> Published:
         source = make_build(self.temp_dir / name, files)
         done = publish_build(self.build, source, self.server, version, program=self.program)
-        assert (done.code, done.refusals) == (0, [])
+        assert (done.code, done.errors) == (0, [])
         return done
 
     def install(self, files: dict[str, bytes], version: str) -> None:

@@ -22,12 +22,12 @@ def inspect(build, temp_dir):
         run = publish(build, "inspect", path, *options)
         assert run.report.pop("file") == windows_path(path)
         assert run.report.pop("size") == len(content)
-        assert run.errors == ""
+        assert run.stderr == ""
         prefix = windows_path(path) + ": "
-        assert all(text.startswith(prefix) for text in [*run.refusals, *run.warnings])
-        run.refused = [text.removeprefix(prefix) for text in run.refusals]
+        assert all(text.startswith(prefix) for text in [*run.errors, *run.warnings])
+        run.refused = [text.removeprefix(prefix) for text in run.errors]
         run.warned = [text.removeprefix(prefix) for text in run.warnings]
-        del run.report["refusals"], run.report["warnings"]
+        del run.report["errors"], run.report["warnings"]
         return run
 
     return run
@@ -286,8 +286,8 @@ def test_a_file_of_an_unknown_kind_shows_the_message_of_every_reader(inspect, co
 def test_a_file_that_is_not_there_is_refused(build, temp_dir):
     run = publish(build, "inspect", temp_dir / "none.vpak")
     assert run.code == 1
-    assert len(run.refusals) == 1
-    assert "none.vpak" in run.refusals[0]
+    assert len(run.errors) == 1
+    assert "none.vpak" in run.errors[0]
 
 
 def test_without_a_file_the_usage_is_wrong(build):

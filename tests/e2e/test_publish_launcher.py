@@ -49,7 +49,7 @@ def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str,
 
 def test_it_writes_the_three_files_and_nothing_else(publish_launcher, build, server):
     done = publish_launcher()
-    assert (done.code, done.refusals, done.warnings) == (0, [], [])
+    assert (done.code, done.errors, done.warnings) == (0, [], [])
     assert (done.report["version"], done.report["published"]) == (OWN_VERSION, True)
     assert tree_of(server) == expected(build.launcher, formats.updater_data(URL))
 
@@ -116,7 +116,7 @@ def test_while_another_run_writes_to_the_channel_it_is_refused(publish_launcher,
     keep_open(lock)
     done = publish_launcher()
     assert (done.code, done.report["published"]) == (1, False)
-    assert done.refusals == [f"{windows_path(lock)}: another run is writing to this channel"]
+    assert done.errors == [f"{windows_path(lock)}: another run is writing to this channel"]
     assert tree_of(server / "updates") == {".release.lock": b""}
 
 
@@ -127,8 +127,8 @@ def test_a_file_in_use_on_the_server_leaves_the_manifest_as_it_was(publish_launc
     updater = "updates/release/updater/"
     keep_open(server / updater / name)
     done = publish_launcher(build.next, formats.updater_data(URL + "new/"), program=build.publish_next)
-    assert (done.code, len(done.refusals), done.report["published"]) == (1, 1, False)
-    assert ".publishing" in done.refusals[0] or name in done.refusals[0]
+    assert (done.code, len(done.errors), done.report["published"]) == (1, 1, False)
+    assert ".publishing" in done.errors[0] or name in done.errors[0]
     after = tree_of(server)
     assert after[updater + name] == before[updater + name]
     assert after[updater + "updater.manifest"] == before[updater + "updater.manifest"]
@@ -140,8 +140,8 @@ def test_a_file_in_use_on_the_server_leaves_the_manifest_as_it_was(publish_launc
 def test_an_executable_of_another_version_is_refused(publish_launcher, build, server):
     done = publish_launcher(build.next)
     assert done.code == 1
-    assert len(done.refusals) == 1
-    assert done.refusals[0].endswith(
+    assert len(done.errors) == 1
+    assert done.errors[0].endswith(
         f"Launcher.exe: its version is {NEXT_VERSION}, and this tool publishes version {OWN_VERSION}"
     )
     assert os.listdir(server) == []
@@ -150,7 +150,7 @@ def test_an_executable_of_another_version_is_refused(publish_launcher, build, se
 def test_an_executable_without_a_version_is_refused(publish_launcher, build, server):
     done = publish_launcher(build.watch)
     assert done.code == 1
-    assert "it has no version resource" in done.refusals[0]
+    assert "it has no version resource" in done.errors[0]
     assert os.listdir(server) == []
 
 
@@ -160,22 +160,22 @@ def test_a_file_that_is_not_a_windows_executable_is_refused(publish_launcher, te
     path.write_bytes(content)
     done = publish_launcher(path)
     assert done.code == 1
-    assert len(done.refusals) == 1 and done.refusals[0].endswith("it is no Windows program")
+    assert len(done.errors) == 1 and done.errors[0].endswith("it is no Windows program")
     assert os.listdir(server) == []
 
 
 def test_settings_that_the_launcher_rejects_are_refused_with_its_message(publish_launcher, server):
     done = publish_launcher(settings=formats.updater_data(""))
     assert done.code == 1
-    assert len(done.refusals) == 1
-    assert "the Launcher refuses it: Empty URL in UpdaterData.vpak." in done.refusals[0]
+    assert len(done.errors) == 1
+    assert "the Launcher refuses it: Empty URL in UpdaterData.vpak." in done.errors[0]
     assert os.listdir(server) == []
 
 
 def test_settings_of_another_channel_are_refused(publish_launcher, server):
     done = publish_launcher(settings=formats.updater_data(URL, "beta"))
     assert done.code == 1
-    assert len(done.refusals) == 1 and "its channel is beta" in done.refusals[0]
+    assert len(done.errors) == 1 and "its channel is beta" in done.errors[0]
     assert os.listdir(server) == []
 
 
@@ -184,7 +184,7 @@ def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     path.write_bytes(b"text")
     arguments = ["--exe", path, "--settings", temp_dir / "missing.vpak", "--channel", "release"]
     done = publish(build, "launcher", *arguments, "--server", server)
-    rules = [refusal.rsplit(": ", 1)[1] for refusal in done.refusals]
+    rules = [refusal.rsplit(": ", 1)[1] for refusal in done.errors]
     assert done.code == 1
     assert rules == [
         "a single quote ends the name in the manifest",
@@ -199,7 +199,7 @@ def test_an_executable_named_like_the_servers_own_files_is_refused(publish_launc
     path = temp_dir / "UPDATER.manifest"
     shutil.copyfile(build.launcher, path)
     done = publish_launcher(path)
-    assert done.refusals == ["UPDATER.manifest: the server has a file of its own by this name"]
+    assert done.errors == ["UPDATER.manifest: the server has a file of its own by this name"]
     assert os.listdir(server) == []
 
 

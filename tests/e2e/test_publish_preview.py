@@ -93,7 +93,7 @@ class Oracle:
             program=self.tool,
         )
         assert stat_tree(root) == before, "the installation was changed"
-        assert (done.code, done.report["refusals"]) == (0, []), done.errors
+        assert (done.code, done.report["errors"]) == (0, []), done.stderr
         return done
 
     def report(self, launcher: str = "Launcher.exe") -> dict:
@@ -115,7 +115,7 @@ class Oracle:
     def run(self, preview: dict, **options):
         """The run that was previewed; a restarted Launcher finds itself current and ends well."""
         restarts = preview["launcher"]["outcome"] in ("replaced", "settings replaced")
-        exits = (preview["exitCode"], 0) if restarts else (preview["exitCode"],)
+        exits = (preview["launcherExitCode"], 0) if restarts else (preview["launcherExitCode"],)
         answers = [Press("OK", DIALOGS[caption]) for caption in preview["dialogs"]]
         return self.scene.run(answers, **({"expected_exits": exits} | options))
 
@@ -134,7 +134,7 @@ class Oracle:
         assert len(payloads) - len(downloaded) in (0, 1), "all but one that failed"
 
         program = run.launcher.split("/")[-1]
-        assert run.exit_codes(program)[0] == preview["exitCode"]
+        assert run.exit_codes(program)[0] == preview["launcherExitCode"]
         if restarts:
             return
         assert (len(run.game_starts) == 1) == preview["gameStarted"]
@@ -164,7 +164,7 @@ class Oracle:
         assert (VERSION_FILE in changes) == game["versionWritten"]
         if game["outcome"] == "done":
             assert (not self.scene.folder.has(STAGING)) == game["stagingRemoved"]
-        assert (preview["exitCode"] == TERMINATED) == bool(game["stop"])
+        assert (preview["launcherExitCode"] == TERMINATED) == bool(game["stop"])
 
 
     def compare_log(self, preview: dict, run) -> None:
@@ -337,7 +337,7 @@ def test_a_name_with_a_backslash_is_removed_right_after_its_installation(keep_di
     assert preview["game"]["removed"] == ["bin\\new.dll"]
     run = keep_dirs.run(preview)
     assert not keep_dirs.scene.folder.has("bin/new.dll")
-    assert run.exit_code == preview["exitCode"] == 0
+    assert run.exit_code == preview["launcherExitCode"] == 0
 
 
 def test_the_launcher_typed_in_another_case_would_be_removed(strict):
@@ -445,7 +445,7 @@ def test_a_payload_that_cannot_be_downloaded(keep_dirs, answer):
     if answer.headers:
         preview = keep_dirs.report()
         run = keep_dirs.run(preview)
-        assert run.exit_code == preview["exitCode"] == TERMINATED
+        assert run.exit_code == preview["launcherExitCode"] == TERMINATED
         return
     game = keep_dirs.check()["game"]
     assert game["outcome"] == "abnormal end"
@@ -766,7 +766,7 @@ def test_what_is_not_there_is_refused_all_at_once(scene):
         scene.build, "preview", "--installed", scene.temp_dir / "none", "--server", scene.temp_dir / "nor this"
     )
     assert done.code == 1
-    assert len(done.refusals) == 2
+    assert len(done.errors) == 2
 
 
 # --- Generated installations --------------------------------------------------------------------

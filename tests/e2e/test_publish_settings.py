@@ -22,11 +22,11 @@ def settings(build, temp_dir):
 @pytest.mark.parametrize("channel", ["alpha", "beta", "demo", "release"])
 def test_the_archive_is_what_the_launcher_reads(settings, temp_dir, channel):
     done = settings(URL, channel)
-    assert (done.code, done.refusals, done.warnings) == (0, [], [])
+    assert (done.code, done.errors, done.warnings) == (0, [], [])
     assert (temp_dir / "UpdaterData.vpak").read_bytes() == formats.updater_data(URL, channel)
     path = windows_path(temp_dir / "UpdaterData.vpak")
     assert done.report == {
-        "file": path, "url": URL, "channel": channel, "refusals": [], "warnings": []
+        "file": path, "url": URL, "channel": channel, "errors": [], "warnings": []
     }
     assert [file.name for file in temp_dir.iterdir()] == ["UpdaterData.vpak"]
 
@@ -67,7 +67,7 @@ def test_a_missing_slash_and_plain_http_are_warned_of(settings, temp_dir):
 def test_a_url_that_cannot_work_is_refused_and_nothing_written(settings, temp_dir, url, rules):
     done = settings(url)
     assert done.code == 1
-    assert done.refusals == [f"{url}: {rule}" for rule in rules]
+    assert done.errors == [f"{url}: {rule}" for rule in rules]
     assert list(temp_dir.iterdir()) == []
 
 

@@ -88,7 +88,7 @@ def tree(build, temp_dir) -> Tree:
 
 def test_a_sound_tree_passes(tree):
     run = tree.verify()
-    assert (run.code, run.refusals, run.warnings, run.errors) == (0, [], [], "")
+    assert (run.code, run.errors, run.warnings, run.stderr) == (0, [], [], "")
     assert run.report["channels"] == [
         {
             "channel": "release",
@@ -113,24 +113,24 @@ def test_every_channel_is_checked_that_exists(tree, build):
     run = tree.verify()
     assert [channel["channel"] for channel in run.report["channels"]] == ["demo", "release"]
     message = "Failed to download game-version file with error: '404 - no such file.'"
-    assert (run.code, run.refusals) == (1, demo.findings((GAME_VERSION, message)))
+    assert (run.code, run.errors) == (1, demo.findings((GAME_VERSION, message)))
     only = tree.verify("--channel", "release")
     assert [channel["channel"] for channel in only.report["channels"]] == ["release"]
-    assert (only.code, only.refusals) == (0, [])
+    assert (only.code, only.errors) == (0, [])
 
 
 def test_a_folder_without_a_channel_is_refused(build, temp_dir):
     (temp_dir / "updates" / "Release 2").mkdir(parents=True)
     run = publish(build, "verify", "--server", temp_dir)
     assert (run.code, run.report["channels"]) == (1, [])
-    assert run.refusals == [f"{windows_path(temp_dir)}: holds no channel"]
+    assert run.errors == [f"{windows_path(temp_dir)}: holds no channel"]
     assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: is no channel"]
 
 
 def test_a_redirect_in_the_folder_is_reported(tree):
     (tree.server / REDIRECT).write_bytes(b"https://elsewhere.example/")
     run = tree.verify()
-    assert (run.code, run.refusals) == (0, [])
+    assert (run.code, run.errors) == (0, [])
     redirect = windows_path(tree.server / REDIRECT)
     assert run.warnings == [f"{redirect}: sends all players to 'https://elsewhere.example/'"]
 
@@ -247,7 +247,7 @@ HASH = formats.md5(FILES["read me.txt"])
 
 
 @pytest.mark.parametrize(
-    ("damage", "refusals"),
+    ("damage", "errors"),
     [
         pytest.param(remove("read me.txt"), [("read me.txt", MISSING)], id="missing file"),
         pytest.param(
@@ -432,11 +432,11 @@ HASH = formats.md5(FILES["read me.txt"])
         ),
     ],
 )
-def test_a_damaged_tree_is_refused(tree, damage, refusals):
+def test_a_damaged_tree_is_refused(tree, damage, errors):
     damage(tree)
     run = tree.verify()
-    assert (run.code, run.errors) == (1, "")
-    assert sorted(run.refusals) == tree.findings(*refusals)
+    assert (run.code, run.stderr) == (1, "")
+    assert sorted(run.errors) == tree.findings(*errors)
     assert run.warnings == []
 
 
@@ -445,14 +445,14 @@ def test_a_payload_in_the_launchers_folder_is_refused(tree):
     refusal = (GAME_MANIFEST, "'Updater/extra.txt' stands where the server has files of its own")
     run = tree.verify()
     assert run.code == 1
-    assert tree.findings(refusal)[0] in run.refusals
+    assert tree.findings(refusal)[0] in run.errors
 
 
 def test_characters_beyond_ascii_are_refused(tree):
     tree.put(GAME_MANIFEST, (tree.channel / GAME_MANIFEST).read_bytes().replace(b"level 1", b"l\xe9vel 1"))
     run = tree.verify()
     assert run.code == 1
-    beyond = [text for text in run.refusals if "names are printable ASCII" in text]
+    beyond = [text for text in run.errors if "names are printable ASCII" in text]
     assert len(beyond) == 1
     assert beyond[0].startswith(tree.location(GAME_MANIFEST))
 
@@ -485,7 +485,7 @@ def test_characters_beyond_ascii_are_refused(tree):
 def test_odd_but_valid_trees_are_warned_of(tree, damage, warnings):
     damage(tree)
     run = tree.verify()
-    assert (run.code, run.refusals) == (0, [])
+    assert (run.code, run.errors) == (0, [])
     assert sorted(run.warnings) == tree.findings(*warnings)
 
 
@@ -508,7 +508,7 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
     url = f"http://127.0.0.1:{nginx.port}/"
     tree.put(UPDATER_DATA, formats.updater_data(url))
     run = verify_url(tree, url)
-    assert (run.code, run.refusals, run.warnings, run.errors) == (0, [], [], "")
+    assert (run.code, run.errors, run.warnings, run.stderr) == (0, [], [], "")
     assert run.report["channels"] == [
         {
             "channel": "release",
@@ -546,7 +546,7 @@ def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
         server.stop()
     compressed = len((tree.channel / "read me.txt.gz").read_bytes())
     assert run.code == 1
-    assert run.refusals == [
+    assert run.errors == [
         f"{url}updates/release/read me.txt: has {compressed} bytes instead of the 7 listed"
     ]
 
@@ -596,9 +596,9 @@ def test_a_file_that_cannot_be_fetched_is_refused_with_the_launchers_message(
     run = verify_url(tree, scripted.url, "--channel", "release")
     url = f"{scripted.url}updates/release/"
     assert run.code == 1
-    assert len(run.refusals) == 1
+    assert len(run.errors) == 1
     begin, end = FETCHES[name].replace("<url>", url).split("{}")
-    refusal = run.refusals[0].removeprefix(f"{url}{name}: ")
+    refusal = run.errors[0].removeprefix(f"{url}{name}: ")
     assert refusal.startswith(begin)
     assert refusal.endswith(end)
     told = refusal[len(begin) : len(refusal) - len(end)]
@@ -613,7 +613,7 @@ def test_a_truncated_payload_is_refused(tree, scripted):
     location = f"{scripted.url}updates/release/{LEVEL}"
     assert (run.code, run.warnings) == (1, [])
     # The Launcher takes what it got for the whole.
-    assert run.refusals == [f"{location}: has 1000 bytes instead of the 2304 listed"]
+    assert run.errors == [f"{location}: has 1000 bytes instead of the 2304 listed"]
 
 
 def test_a_truncated_manifest_is_refused(tree, scripted):
@@ -623,7 +623,7 @@ def test_a_truncated_manifest_is_refused(tree, scripted):
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/{GAME_MANIFEST}"
     assert run.code == 1
-    assert run.refusals == [
+    assert run.errors == [
         f"{location}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
         f"{location}: Invalid file-name at line 2: ''",
     ]
@@ -637,7 +637,7 @@ def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripte
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/{name}"
     rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 1}"
-    assert (run.code, run.refusals, run.warnings) == (1, [f"{location}: {rule}"], [])
+    assert (run.code, run.errors, run.warnings) == (1, [f"{location}: {rule}"], [])
 
 
 def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripted):
@@ -645,7 +645,7 @@ def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripte
     scripted.serve(REDIRECT, Answer(body, length=str(len(body) + 2)))
     run = verify_url(tree, scripted.url, "--channel", "release")
     rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 2}"
-    assert (run.code, run.refusals) == (1, [f"{scripted.url}redirect.txt: {rule}"])
+    assert (run.code, run.errors) == (1, [f"{scripted.url}redirect.txt: {rule}"])
 
 
 @pytest.mark.parametrize(
@@ -659,7 +659,7 @@ def test_a_redirect_that_launchers_do_not_get_is_warned_of(tree, scripted, optio
     (warning,) = run.warnings
     begin = f"{scripted.url}redirect.txt: cannot be fetched: "
     assert warning.startswith(begin) and (not reason or warning == begin + reason)
-    assert (run.code, run.refusals) == (0, [])
+    assert (run.code, run.errors) == (0, [])
 
 
 def test_a_compressed_payload_is_refused(tree, scripted):
@@ -669,7 +669,7 @@ def test_a_compressed_payload_is_refused(tree, scripted):
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/read me.txt"
     assert (run.code, run.warnings) == (1, [])
-    assert run.refusals == [f"{location}: has {len(body)} bytes instead of the 7 listed"]
+    assert run.errors == [f"{location}: has {len(body)} bytes instead of the 7 listed"]
 
 
 def test_a_payload_of_other_content_is_refused(tree, scripted):
@@ -677,7 +677,7 @@ def test_a_payload_of_other_content_is_refused(tree, scripted):
     run = verify_url(tree, scripted.url)
     other = formats.md5(b"Hullo.\n")
     location = f"{scripted.url}updates/release/read me.txt"
-    assert (run.code, run.refusals) == (1, [f"{location}: {DIGEST.format(other, HASH)}"])
+    assert (run.code, run.errors) == (1, [f"{location}: {DIGEST.format(other, HASH)}"])
 
 
 def test_a_channel_answers_by_its_updater_manifest_alone(tree, scripted):
@@ -685,7 +685,7 @@ def test_a_channel_answers_by_its_updater_manifest_alone(tree, scripted):
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/{GAME_VERSION}"
     message = FETCHES[GAME_VERSION].format("404 - no such file.")
-    assert (run.code, run.refusals) == (1, [f"{location}: {message}"])
+    assert (run.code, run.errors) == (1, [f"{location}: {message}"])
 
 
 def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
@@ -693,7 +693,7 @@ def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
     run = verify_url(tree, scripted.url)
     silence = ", ".join(f"{name}: 404 - no such file." for name in (GAME_VERSION, UPDATER_MANIFEST))
     assert (run.code, run.report["channels"]) == (1, [])
-    assert run.refusals == [
+    assert run.errors == [
         f"{scripted.url}: {channel} does not answer ({silence})"
         for channel in ("alpha", "beta", "demo", "release")
     ]
@@ -704,7 +704,7 @@ def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
     try:
         first.serve(REDIRECT, scripted.url.encode())
         run = verify_url(tree, first.url, "--channel", "release")
-        assert (run.code, run.refusals) == (0, [])
+        assert (run.code, run.errors) == (0, [])
         assert run.report["channels"][0]["place"] == scripted.url + "updates/release/"
         assert run.warnings == [
             f"{scripted.url}updates/release/{UPDATER_DATA}: names the URL {scripted.url}"
@@ -719,13 +719,13 @@ def test_the_executable_is_asked_for_by_its_name(tree, scripted):
     run = verify_url(tree, scripted.url, "--channel", "release", "--launcher", "Play.exe")
     location = f"{scripted.url}updates/release/updater/Play.exe"
     message = "Failed to download new updater-exe 'Play.exe'. 404 - no such file."
-    assert (run.code, run.refusals) == (1, [f"{location}: {message}"])
+    assert (run.code, run.errors) == (1, [f"{location}: {message}"])
 
 
 def test_an_executable_of_another_version_is_refused_over_http(tree, scripted):
     scripted.serve("updates/release/" + UPDATER_MANIFEST, formats.updater_manifest(OLDER_VERSION))
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/{UPDATER_EXECUTABLE}"
-    assert (run.code, run.refusals) == (
+    assert (run.code, run.errors) == (
         1, [f"{location}: is version {OWN_VERSION}, but updater.manifest offers {OLDER_VERSION}"]
     )

@@ -17,11 +17,11 @@ class Published:
 
     code: int
     report: dict
-    errors: str
+    stderr: str
 
     @property
-    def refusals(self) -> list[str]:
-        return [f"{refusal['subject']}: {refusal['message']}" for refusal in self.report["refusals"]]
+    def errors(self) -> list[str]:
+        return [f"{error['subject']}: {error['message']}" for error in self.report["errors"]]
 
     @property
     def warnings(self) -> list[str]:
@@ -35,7 +35,7 @@ def command_line(program: pathlib.Path, *arguments: str | pathlib.Path) -> list[
 
 
 def publish(build: Build, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> Published:
-    """A run with --json whose report was read."""
+    """A run with --json. Checks what all reports have, and returns the rest."""
     for _ in range(2):
         done = subprocess.run(
             [*command_line(program or build.publish, *arguments), "--json"],
@@ -52,4 +52,7 @@ def publish(build: Build, *arguments: str | pathlib.Path, program: pathlib.Path 
         # addresses are randomised (see scripts/lib/common.sh).
         warnings.warn("Wine did not start the publishing tool; started again.")
     report = json.loads(done.stdout) if done.stdout else {}
+    if report:
+        envelope = (report.pop("schema"), report.pop("command"), report.pop("exitCode"))
+        assert envelope == (1, str(arguments[0]), done.returncode)
     return Published(done.returncode, report, done.stderr.decode())

@@ -1,4 +1,4 @@
-#include "publisher/build_folder.h"
+#include "publisher/build/build_folder.h"
 
 #include "core/windows.h"
 
@@ -44,7 +44,7 @@ TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
   test::WriteWhole(L"bin\\Velmorant Player.exe", "game");
   test::WriteWhole(L"a.txt", "a");
   const Diagnostics diagnostics = Read();
-  EXPECT_THAT(Told(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Told(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Told(diagnostics.warnings), IsEmpty());
   EXPECT_THAT(build_.directories, ElementsAre(L"bin"));
   ASSERT_EQ(build_.files.size(), 2U);
@@ -57,7 +57,7 @@ TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
 TEST_F(BuildFolderTest, ABuildWithoutTheGameIsWarnedOf) {
   test::WriteWhole(L"Velmorant Player.exe", "game");
   const Diagnostics diagnostics = Read();
-  EXPECT_THAT(Told(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Told(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Told(diagnostics.warnings),
               ElementsAre(std::string("bin/Velmorant Player.exe: ") + kNoGame));
 }
@@ -72,13 +72,13 @@ class ChangedBuild : public BuildFolderTest {
   ChangedBuild() {
     test::WriteWhole(L"bin\\a.dat", "first");
     test::WriteWhole(L"bin\\b.dat", "second");
-    EXPECT_THAT(Told(Read().refusals), IsEmpty());
+    EXPECT_THAT(Told(Read().errors), IsEmpty());
   }
 
   std::vector<std::string> Changes() {
     Diagnostics diagnostics;
     CheckUnchanged(Folder(), build_, diagnostics);
-    return Told(diagnostics.refusals);
+    return Told(diagnostics.errors);
   }
 
   static void SetTime(const wchar_t* path, std::int64_t ticks) {

@@ -1,4 +1,4 @@
-#include "publisher/channel_swap.h"
+#include "publisher/channel/channel_swap.h"
 
 #include "core/windows.h"
 
@@ -11,7 +11,7 @@
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/paths.h"
+#include "publisher/files/paths.h"
 #include "support/replaced_call.h"
 #include "support/temp_folder.h"
 
@@ -161,7 +161,7 @@ TEST_F(ChannelSwap, OneRunAtATimeWritesToAChannel) {
   try {
     const ChannelLock second(folders_);
     FAIL();
-  } catch (const ChannelError& error) {
+  } catch (const PublishError& error) {
     EXPECT_EQ(error.GetDiagnostic().message, "another run is writing to this channel");
   }
 }
@@ -203,7 +203,7 @@ TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsToldAsThat) {
   try {
     const ChannelLock lock(folders_);
     FAIL();
-  } catch (const ChannelError& error) {
+  } catch (const PublishError& error) {
     EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.lock));
     EXPECT_EQ(error.GetDiagnostic().message.find("it cannot be written: "), 0U);
   }
@@ -234,7 +234,7 @@ TEST_F(ChannelSwap, ALiveFolderInUseIsRefusedAndStaysWhatItWas) {
   try {
     static_cast<void>(SwapIn(folders_));
     FAIL();
-  } catch (const ChannelError& error) {
+  } catch (const PublishError& error) {
     EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.live));
     EXPECT_NE(error.GetDiagnostic().message.find("cannot be renamed"), std::string::npos);
   }
@@ -246,7 +246,7 @@ TEST_F(ChannelSwap, ANextFolderInUsePutsTheLiveOneBack) {
   Write(folders_.next, "2");
   const UniqueFileHandle held = Hold(folders_.next);
   ASSERT_TRUE(held);
-  EXPECT_THROW(static_cast<void>(SwapIn(folders_)), ChannelError);
+  EXPECT_THROW(static_cast<void>(SwapIn(folders_)), PublishError);
   EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");
   EXPECT_FALSE(file::Exists(folders_.previous));
 }

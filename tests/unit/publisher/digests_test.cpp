@@ -1,4 +1,4 @@
-#include "publisher/digests.h"
+#include "publisher/build/digests.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "publisher/file_kind.h"
+#include "publisher/channel/file_kind.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,4 +1,4 @@
-#include "publisher/imagined_disk.h"
+#include "publisher/preview/imagined_disk.h"
 
 #include "core/windows.h"
 

@@ -1,4 +1,4 @@
-#include "publisher/manifest_check.h"
+#include "publisher/channel/manifest_check.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -43,7 +43,7 @@ std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
   Diagnostics diagnostics;
   CheckManifest(manifest, "place", L"Launcher.exe", diagnostics);
   EXPECT_THAT(Rules(diagnostics.warnings), IsEmpty());
-  return Rules(diagnostics.refusals);
+  return Rules(diagnostics.errors);
 }
 
 TEST(ManifestCheck, ASoundManifestPasses) {
@@ -84,7 +84,7 @@ TEST(ManifestCheck, DuplicatesAreTold) {
 TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
   Diagnostics diagnostics;
   CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", L"Launcher.exe", diagnostics);
-  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Rules(diagnostics.warnings),
               ElementsAre("the directory 'bin' is listed twice",
                           "the directories 'bin' and 'BIN' differ only in case"));
@@ -136,14 +136,14 @@ TEST(ManifestCheck, TheLaunchersFileIsTheOneOfThatName) {
   Diagnostics diagnostics;
   CheckManifest(Manifest({"bin"}, {L"Launcher.exe", L"Start.exe"}), "place", L"start.exe",
                 diagnostics);
-  EXPECT_THAT(Rules(diagnostics.refusals),
+  EXPECT_THAT(Rules(diagnostics.errors),
               ElementsAre("'Start.exe': the Launcher cannot replace itself while it runs"));
 }
 
 TEST(ManifestCheck, NamesThatNotEveryServerTakesAreWarnedOf) {
   Diagnostics diagnostics;
   CheckManifest(Manifest({"bin"}, {L"bin/a+b"}), "place", L"Launcher.exe", diagnostics);
-  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Rules(diagnostics.warnings),
               ElementsAre("'bin/a+b': the Launcher appends names to addresses as they stand, and "
                           "not every server takes + [ ] { } ^ ` there"));

@@ -1,4 +1,4 @@
-#include "publisher/manifest_writer.h"
+#include "publisher/channel/manifest_writer.h"
 
 #include <gtest/gtest.h>
 #include <string>

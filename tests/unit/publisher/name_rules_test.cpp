@@ -1,4 +1,4 @@
-#include "publisher/name_rules.h"
+#include "publisher/build/name_rules.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ Diagnostics Check(std::wstring_view name, NameKind kind = NameKind::kFile) {
 }
 
 std::vector<std::string> Refusals(std::wstring_view name, NameKind kind = NameKind::kFile) {
-  return Rules(Check(name, kind).refusals);
+  return Rules(Check(name, kind).errors);
 }
 
 TEST(NameRules, OrdinaryNamesPassWithoutARemark) {
@@ -35,17 +35,17 @@ TEST(NameRules, OrdinaryNamesPassWithoutARemark) {
         L"bin/Launcher.exe", L"Launcher.exe.config", L"bin/_old.exe", L"Intermediate.txt",
         L"Intermediate/Updates", L"COM10", L"CONSOLE", L"NULL.txt", L"bin/GameVersion.vpak"}) {
     const Diagnostics diagnostics = Check(name);
-    EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(diagnostics.errors), IsEmpty()) << name;
     EXPECT_THAT(Rules(diagnostics.warnings), IsEmpty()) << name;
   }
 }
 
 TEST(NameRules, ARemarkNamesTheEntryTheRuleAndTheWayOut) {
   const Diagnostics diagnostics = Check(L"bin/it's.txt");
-  ASSERT_EQ(diagnostics.refusals.size(), 1U);
-  EXPECT_EQ(diagnostics.refusals[0].subject, "bin/it's.txt");
-  EXPECT_EQ(diagnostics.refusals[0].message, "a single quote ends the name in the manifest");
-  EXPECT_EQ(diagnostics.refusals[0].hint, "Rename it.");
+  ASSERT_EQ(diagnostics.errors.size(), 1U);
+  EXPECT_EQ(diagnostics.errors[0].subject, "bin/it's.txt");
+  EXPECT_EQ(diagnostics.errors[0].message, "a single quote ends the name in the manifest");
+  EXPECT_EQ(diagnostics.errors[0].hint, "Rename it.");
 }
 
 TEST(NameRules, OnlyPrintableAsciiPasses) {
@@ -71,7 +71,7 @@ TEST(NameRules, WhatWindowsForbidsIsRefused) {
 TEST(NameRules, WhatOnlySomeServersTakeIsWarnedOf) {
   for (const wchar_t* name : {L"a+b", L"a[b", L"a]b", L"a{b", L"a}b", L"a^b", L"a`b"}) {
     const Diagnostics diagnostics = Check(name);
-    EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty()) << name;
+    EXPECT_THAT(Rules(diagnostics.errors), IsEmpty()) << name;
     EXPECT_THAT(Rules(diagnostics.warnings), ElementsAre(HasSubstr("not every server"))) << name;
   }
 }
@@ -143,7 +143,7 @@ TEST(NameRules, TheLaunchersFileCannotBePublishedWithTheGame) {
   EXPECT_THAT(Refusals(L"_Old.exe"), ElementsAre(HasSubstr("deletes this file")));
   Diagnostics diagnostics;
   CheckName(L"Launcher.exe", NameKind::kFile, L"Start.exe", diagnostics);
-  EXPECT_THAT(Rules(diagnostics.refusals), IsEmpty());
+  EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
 }
 
 TEST(NameRules, NamesOfFilesBeingWrittenAreThisToolsOwn) {
@@ -152,7 +152,7 @@ TEST(NameRules, NamesOfFilesBeingWrittenAreThisToolsOwn) {
 }
 
 TEST(NameRules, SeveralThingsWrongAreAllTold) {
-  EXPECT_EQ(Check(L"nul.it's 100% ").refusals.size(), 4U);
+  EXPECT_EQ(Check(L"nul.it's 100% ").errors.size(), 4U);
 }
 
 TEST(NameRules, CaseKeysAreThoseOfTheFileSystem) {

@@ -1,10 +1,10 @@
-#include "publisher/parsed_files.h"
+#include "publisher/channel/parsed_files.h"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <variant>
 
-#include "publisher/archive_records.h"
+#include "publisher/channel/archive_records.h"
 
 namespace ve::publish {
 namespace {

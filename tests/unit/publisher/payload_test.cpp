@@ -1,4 +1,4 @@
-#include "publisher/payload.h"
+#include "publisher/channel/payload.h"
 
 #include "core/windows.h"
 
@@ -37,7 +37,7 @@ class Payload : public test::TempFolder {
   }
 
   CopyStats Lookup() {
-    const auto quietly = [](const PayloadStep&) {};
+    const auto quietly = [](const Progress&) {};
     const std::vector<bool> isPublished = DigestBuild(source_, published_, build_, quietly);
     EXPECT_EQ(isPublished, (std::vector<bool>{false, false, true}));
     return PlacePayload(source_, published_, build_, isPublished, next_, quietly);

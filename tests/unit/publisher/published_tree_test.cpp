@@ -1,4 +1,4 @@
-#include "publisher/published_tree.h"
+#include "publisher/channel/published_tree.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/unicode.h"
-#include "publisher/announced_length.h"
+#include "publisher/channel/content_length.h"
 #include "support/loopback_server.h"
 
 namespace ve::publish {
@@ -21,7 +21,7 @@ using testing::IsEmpty;
 std::vector<std::string> Told(const Diagnostics& diagnostics) {
   EXPECT_THAT(diagnostics.warnings, IsEmpty());
   std::vector<std::string> told;
-  for (const Diagnostic& diagnostic : diagnostics.refusals) {
+  for (const Diagnostic& diagnostic : diagnostics.errors) {
     told.push_back(diagnostic.subject + ": " + diagnostic.message);
   }
   return told;

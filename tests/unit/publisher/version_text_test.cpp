@@ -1,4 +1,4 @@
-#include "publisher/version_text.h"
+#include "publisher/report/version_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,189 @@
+#include "publisher/channel/channel_swap.h"
+
+#include "core/windows.h"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "core/directory_walk.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
+#include "publisher/files/paths.h"
+#include "publisher/files/server_layout.h"
+#include "publisher/files/whole_file.h"
+
+namespace ve::publish {
+namespace {
+
+constexpr int kRetries = 50;
+constexpr DWORD kRetryPause = 100;  // milliseconds
+
+/// Whether trying again may help: somebody has a file open, such as a virus scanner or the server.
+bool MayPass(DWORD code) {
+  return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED ||
+         code == ERROR_LOCK_VIOLATION || code == ERROR_DELETE_PENDING;
+}
+
+/// Calls the attempt, which returns a Windows error code, until it succeeds, fails for good, or
+/// patience ends. Returns the last code.
+template <class Attempt>
+DWORD Retry(Attempt attempt) {
+  DWORD code = attempt();
+  for (int retry = 0; retry < kRetries && MayPass(code); ++retry) {
+    Sleep(kRetryPause);
+    code = attempt();
+  }
+  return code;
+}
+
+std::string CodeText(DWORD code) { return std::system_category().message(static_cast<int>(code)); }
+
+[[noreturn]] void ThrowRenameError(const std::wstring& folder, DWORD code) {
+  throw PublishError(
+      {DisplayPath(folder),
+       Format("it cannot be renamed, mostly because something in it is open: {}", CodeText(code)),
+       "Close what has it open, then publish again. What is served has not changed."});
+}
+
+void RenameFolder(const std::wstring& from, const std::wstring& to) {
+  const DWORD code = Retry([&] {
+    const BOOL done = MoveFileExW(from.c_str(), to.c_str(), 0);
+    return done != FALSE ? DWORD{ERROR_SUCCESS} : GetLastError();
+  });
+  if (code != ERROR_SUCCESS) ThrowRenameError(from, code);
+}
+
+bool IsLink(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+UniqueFileHandle TakeLock(const std::wstring& path) {
+  UniqueFileHandle lock;
+  const DWORD code = Retry([&] {
+    lock.Reset(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    return lock ? DWORD{ERROR_SUCCESS} : GetLastError();
+  });
+  if (MayPass(code)) {
+    throw PublishError({DisplayPath(path), "another run is writing to this channel",
+                        "Wait until it has ended, then publish again."});
+  }
+  if (code != ERROR_SUCCESS) {
+    throw PublishError({DisplayPath(path), Format("it cannot be written: {}", CodeText(code)),
+                        "Publish from an account that may write there."});
+  }
+  return lock;
+}
+
+/// What a single file's interrupted write has left in a folder.
+void RemoveHalfWrittenFiles(const std::wstring& folder) {
+  if (!file::Exists(folder)) return;
+  std::vector<std::wstring> left;
+  file::WalkDirectory(folder, [&left](const file::DirectoryEntry& entry) {
+    if (!entry.IsDirectory() && entry.path.ends_with(kBesideSuffix)) left.emplace_back(entry.path);
+    return file::WalkAction::kRecurse;
+  });
+  for (const std::wstring& path : left) file::Remove(path);
+}
+
+/// The previous folder gets another name first: one that is called previous is always complete.
+void Discard(const ChannelFolders& folders) {
+  if (!file::Exists(folders.previous)) return;
+  RenameFolder(folders.previous, folders.discarded);
+  RemoveFolder(folders.discarded);
+}
+
+/// One attempt, which leaves the live folder in its place if it fails.
+DWORD TrySwap(const ChannelFolders& folders, std::wstring& refusing) {
+  const bool isFirst = !file::Exists(folders.live);
+  if (!isFirst && MoveFileExW(folders.live.c_str(), folders.previous.c_str(), 0) == FALSE) {
+    const DWORD code = GetLastError();
+    refusing = folders.live;
+    return code;
+  }
+  // From here to the next rename the channel is absent.
+  if (MoveFileExW(folders.next.c_str(), folders.live.c_str(), 0) != FALSE) return ERROR_SUCCESS;
+  const DWORD code = GetLastError();
+  refusing = folders.next;
+  if (!isFirst) RenameFolder(folders.previous, folders.live);
+  return code;
+}
+
+bool DiscardPrevious(const ChannelFolders& folders) {
+  try {
+    Discard(folders);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel) {
+  std::wstring live = JoinPath(server, ChannelName(channel));
+  std::wstring updates = live.substr(0, live.size() - channel.size() - 1);
+  const auto beside = [&](std::wstring_view role) {
+    return Format(L"{}\\.{}.{}", updates, channel, role);
+  };
+  return {
+      updates,        std::move(live), beside(L"next"), beside(L"previous"), beside(L"discarded"),
+      beside(L"lock")};
+}
+
+const std::wstring& PublishedFolder(const ChannelFolders& folders) {
+  const bool inGap = !file::Exists(folders.live) && file::Exists(folders.previous);
+  return inGap ? folders.previous : folders.live;
+}
+
+ChannelLock::ChannelLock(const ChannelFolders& folders) {
+  if (IsLink(folders.live)) {
+    throw PublishError({DisplayPath(folders.live),
+                        "the channel's folder is a link to another place",
+                        "Publish to that place, or make it a folder."});
+  }
+  file::MakeDirectories(folders.updates);
+  lock_ = TakeLock(folders.lock);
+  try {
+    Repair(folders);
+  } catch (const std::filesystem::filesystem_error& error) {
+    throw PublishError({DisplayPath(folders.updates),
+                        Format("what an interrupted run left cannot be removed: {}", error.what()),
+                        "Close what has it open, then publish again."});
+  }
+}
+
+/// Any combination of folders may be there, since every step of a swap can be a run's last.
+void Repair(const ChannelFolders& folders) {
+  RemoveFolder(folders.discarded);
+  if (!file::Exists(folders.live) && file::Exists(folders.previous)) {
+    RenameFolder(folders.previous, folders.live);
+  }
+  Discard(folders);
+  RemoveFolder(folders.next);
+  RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
+}
+
+bool SwapIn(const ChannelFolders& folders) {
+  std::wstring refusing;  // The folder that a failed attempt could not rename.
+  const DWORD code = Retry([&] { return TrySwap(folders, refusing); });
+  if (code != ERROR_SUCCESS) ThrowRenameError(refusing, code);
+  return DiscardPrevious(folders);
+}
+
+void RemoveFolder(const std::wstring& folder) {
+  if (!file::Exists(folder)) return;
+  file::WalkDirectory(folder, [](const file::DirectoryEntry& entry) {
+    if ((entry.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+      SetFileAttributesW(std::wstring(entry.path).c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
+    return file::WalkAction::kRecurse;
+  });
+  file::RemoveTree(folder);
+}
+
+}  // namespace ve::publish

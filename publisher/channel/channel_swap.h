@@ -1,0 +1,77 @@
+// Replacing what a channel offers, all of it at once.
+//
+// Players' Launchers fetch files at fixed addresses, so files replaced one by one under a live
+// channel would be served as a mixture of two versions, and an interruption would leave one. A new
+// state of a channel is therefore made complete beside the live folder, and the two are swapped by
+// renaming:
+//
+//   updates/CHANNEL            what is served
+//   updates/.CHANNEL.next      under construction, or complete and about to be swapped in
+//   updates/.CHANNEL.previous  what was served until now, complete
+//   updates/.CHANNEL.discarded what was served before, being removed
+//   updates/.CHANNEL.lock      held by the run that writes; gone when that run ends in any way
+//
+// No channel's name begins with a dot, so none of them can be mistaken for a channel, and whether
+// the web server hands out names with a dot does not matter: no manifest lists them.
+//
+// Between the two renames, for the time of one system call, the channel is absent. A Launcher that
+// asks just then gets no answer to its first questions, writes a log entry and starts the game as
+// it is; one in the middle of an update ends like after any other failed download. So that an end
+// of the tool does not leave it so, a second process makes the renames (swap_process.h). Where that
+// is ended as well, with the machine or with the whole tree of processes, the gap stays open until
+// the next run that writes to the channel, which puts the previous state back first.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/handle.h"
+#include "publisher/report/diagnostics.h"
+
+namespace ve::publish {
+
+struct ChannelFolders {
+  std::wstring updates;
+  std::wstring live;
+  std::wstring next;
+  std::wstring previous;
+  std::wstring discarded;
+  std::wstring lock;
+};
+
+/// The paths, below the folder that is served (absolute).
+[[nodiscard]] ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel);
+
+/// Where the channel's state is: the live folder, or the previous one after an interruption between
+/// the two renames. There need not be anything at that path.
+[[nodiscard]] const std::wstring& PublishedFolder(const ChannelFolders& folders);
+
+/// The right to write to a channel, held by one run at a time. Taking it repairs what an
+/// interrupted run left behind.
+class ChannelLock {
+ public:
+  /// Makes the updates folder if there is none. Waits some seconds for another run; then, or if the
+  /// repair fails, throws `PublishError`.
+  explicit ChannelLock(const ChannelFolders& folders);
+
+  /// For another process that goes on under the same lock.
+  [[nodiscard]] HANDLE Get() const noexcept { return lock_.Get(); }
+
+ private:
+  UniqueFileHandle lock_;
+};
+
+/// Makes one whole state of whatever an interrupted swap left, and removes the rest. Only under the
+/// lock. Throws `PublishError` or a filesystem error.
+void Repair(const ChannelFolders& folders);
+
+/// Puts the complete next folder in the place of the live one and removes that. If a folder cannot
+/// be renamed, mostly because something in it is open, that is tried again for some seconds; then
+/// it throws `PublishError`, and the live folder is what it was. Returns false if the swap was made
+/// but remains of the previous state could not be removed; the next run removes them.
+[[nodiscard]] bool SwapIn(const ChannelFolders& folders);
+
+/// Removes a folder with everything in it, read-only files too. Nothing at the path is no error.
+void RemoveFolder(const std::wstring& folder);
+
+}  // namespace ve::publish

@@ -1,0 +1,56 @@
+#include "publisher/channel/executable.h"
+
+#include "core/windows.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "core/handle.h"
+
+namespace ve::publish {
+namespace {
+
+struct ModulePolicy {
+  using Value = HMODULE;
+  static Value Empty() noexcept { return nullptr; }
+  static bool Close(Value module) noexcept { return FreeLibrary(module) != FALSE; }
+};
+using UniqueModule = Unique<ModulePolicy>;
+
+// Where VS_VERSIONINFO holds its VS_FIXEDFILEINFO: after three 16-bit numbers and the text
+// "VS_VERSION_INFO", at the next multiple of four.
+// https://learn.microsoft.com/windows/win32/menurc/vs-versioninfo
+constexpr std::size_t kFixedFileInfoOffset = 40;
+
+}  // namespace
+
+bool IsExecutable(std::string_view content) {
+  if (!content.starts_with("MZ") || content.size() < sizeof(IMAGE_DOS_HEADER)) return false;
+  IMAGE_DOS_HEADER header;
+  std::memcpy(&header, content.data(), sizeof(header));
+  if (header.e_lfanew < 0) return false;
+  const auto offset = static_cast<std::size_t>(header.e_lfanew);
+  return offset < content.size() &&
+         content.substr(offset).starts_with(std::string_view("PE\0\0", 4));
+}
+
+std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
+  // As a data file: nothing of it runs, and no DLL that it imports is loaded.
+  const UniqueModule module(LoadLibraryExW(
+      path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+  if (!module) return {};
+  const HRSRC resource = FindResourceW(module.Get(), MAKEINTRESOURCEW(VS_VERSION_INFO), RT_VERSION);
+  if (resource == nullptr ||
+      SizeofResource(module.Get(), resource) < kFixedFileInfoOffset + sizeof(VS_FIXEDFILEINFO)) {
+    return {};
+  }
+  const HGLOBAL data = LoadResource(module.Get(), resource);
+  if (data == nullptr) return {};
+  VS_FIXEDFILEINFO fixed;
+  std::memcpy(&fixed, static_cast<const std::byte*>(LockResource(data)) + kFixedFileInfoOffset,
+              sizeof(fixed));
+  if (fixed.dwSignature != VS_FFI_SIGNATURE) return {};
+  return HIWORD(fixed.dwFileVersionMS);
+}
+
+}  // namespace ve::publish

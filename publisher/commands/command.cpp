@@ -1,0 +1,35 @@
+#include "publisher/commands/command.h"
+
+#include <utility>
+
+#include "archive/updater_settings.h"
+#include "core/unicode.h"
+
+namespace ve::publish {
+
+CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name,
+                     const std::string& purpose, const std::string& example,
+                     std::function<void(Console&, Diagnostics&)> run) {
+  CLI::App* command = program.add_subcommand(name, purpose);
+  command->callback([&chosen, name, run = std::move(run)] {
+    chosen.name = name;
+    chosen.run = run;
+  });
+  command->add_flag("--json", chosen.json, "Report as one JSON object.");
+  command->footer("Example:\n  publish " + name + " " + example);
+  return command;
+}
+
+std::vector<std::string> ChannelNames() {
+  std::vector<std::string> names;
+  names.reserve(sdk::kReleaseChannels.size());
+  for (const std::wstring_view channel : sdk::kReleaseChannels) names.push_back(ToUtf8(channel));
+  return names;
+}
+
+CLI::Option* AddChannel(CLI::App& command, std::string& channel) {
+  return command.add_option("--channel", channel, "The release channel.")
+      ->check(CLI::IsMember(ChannelNames()));
+}
+
+}  // namespace ve::publish
