@@ -32,4 +32,14 @@ CLI::Option* AddChannel(CLI::App& command, std::string& channel) {
       ->check(CLI::IsMember(ChannelNames()));
 }
 
+CLI::Option* AddServer(CLI::App& command, std::string& server) {
+  const auto isFolder = [](const std::string& text) {
+    return text.find("://") == std::string::npos
+               ? std::string()
+               : "takes the folder that is served, not the address '" + text + "'";
+  };
+  return command.add_option("--server", server, "The folder that is served.")
+      ->check(CLI::Validator(isFolder, "FOLDER"));
+}
+
 }  // namespace ve::publish

@@ -40,4 +40,7 @@ CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name
 /// Adds the option --channel, one of these names.
 CLI::Option* AddChannel(CLI::App& command, std::string& channel);
 
+/// Adds the option --server, a folder; an address is wrong usage.
+CLI::Option* AddServer(CLI::App& command, std::string& server);
+
 }  // namespace ve::publish

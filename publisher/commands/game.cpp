@@ -209,8 +209,7 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
                    "Four numbers, the most significant first; above the one on the server.")
       ->required();
   AddChannel(*command, options->channel)->required();
-  command->add_option("--server", options->server, "The folder that is served; made if missing.")
-      ->required();
+  AddServer(*command, options->server)->required();
   command->add_option("--launcher", options->launcher, "The name of the Launcher's file.")
       ->capture_default_str();
   command->add_flag("--force", options->force,

@@ -255,8 +255,7 @@ void AddLauncherCommand(CLI::App& program, Command& chosen) {
   command->add_option("--settings", options->settings, "The settings archive to go with it.")
       ->required();
   AddChannel(*command, options->channel)->required();
-  command->add_option("--server", options->server, "The folder that is served; made if missing.")
-      ->required();
+  AddServer(*command, options->server)->required();
 }
 
 }  // namespace ve::publish

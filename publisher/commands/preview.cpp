@@ -312,7 +312,7 @@ void AddPreviewCommand(CLI::App& program, Command& chosen) {
                    "The game's root, which holds the Launcher. It is only read.")
       ->required();
   CLI::Option_group* tree = command->add_option_group("server", "Where the update is");
-  tree->add_option("--server", options->tree.server, "The folder that is served.");
+  AddServer(*tree, options->tree.server);
   tree->add_option("--url", options->tree.url, "The server's base URL, with its last slash.");
   tree->require_option(1);
   command

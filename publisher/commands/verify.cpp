@@ -139,7 +139,7 @@ void AddVerifyCommand(CLI::App& program, Command& chosen) {
                  });
   ChannelOptions& channel = options->channelOptions;
   CLI::Option_group* tree = command->add_option_group("Tree", "One of");
-  tree->add_option("--server", channel.tree.server, "The folder that is served.");
+  AddServer(*tree, channel.tree.server);
   tree->add_option("--url", channel.tree.url, "The server's base URL, with its last slash.");
   tree->require_option(1);
   AddChannel(*command, options->channel)->description("The release channel; without it, all.");
