@@ -12,7 +12,6 @@
 #include "publisher/channel/channel_swap.h"
 #include "publisher/channel/manifest_writer.h"
 #include "publisher/channel/payload.h"
-#include "publisher/channel/swap_process.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -142,7 +141,7 @@ void Tell(const Options& options, const BuildFolder& build, const CopyStats& pla
 
 void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
              const std::optional<std::string>& publishedVersion, BuildFolder& build,
-             const ChannelLock& lock, Console& console, Diagnostics& diagnostics) {
+             Console& console, Diagnostics& diagnostics) {
   if (PublishedVersionFile(plan.folders) != publishedVersion) {
     diagnostics.AddError(options.channel, "another run has published to this channel meanwhile",
                          "Look at what it has published, then publish again.");
@@ -155,7 +154,7 @@ void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber&
     RemoveUnfinished(plan.folders);
     return;
   }
-  if (!SwapInApart(plan.server, ToWide(options.channel), lock)) {
+  if (!SwapIn(plan.folders)) {
     diagnostics.AddWarning(
         DisplayPath(plan.folders.updates),
         "the new version is served, but the folder of the one before could not be removed",
@@ -179,7 +178,7 @@ void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
   if (diagnostics.HasErrors()) return;
 
   if (!lock) lock.emplace(plan.folders);
-  Publish(options, plan, *version, publishedVersion, build, *lock, console, diagnostics);
+  Publish(options, plan, *version, publishedVersion, build, console, diagnostics);
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
