@@ -240,7 +240,10 @@ class ChannelCheck {
     std::vector<std::wstring> others;
     WalkFolder(folder, [&](const std::wstring& entry, bool /*isDirectory*/) {
       const std::wstring name = Format(L"{}/{}", kUpdaterFolder, entry);
-      if (name != kUpdaterManifestName && name != kUpdaterSettingsName) others.push_back(name);
+      if (name != kUpdaterManifestName && name != kUpdaterSettingsName &&
+          name != kLauncherRecordName) {
+        others.push_back(name);
+      }
       return file::WalkAction::kSkip;
     });
     if (others.empty()) {

@@ -1,12 +1,10 @@
 #include <algorithm>
-#include <exception>
 #include <memory>
 #include <optional>
 
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
-#include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "publisher/build/build_folder.h"
 #include "publisher/build/name_rules.h"
@@ -141,13 +139,14 @@ void Publish(const Plan& plan, BuildFolder& build, Console& console, Diagnostics
   const auto version =
       CheckNewVersion(plan.options.version, folders, plan.options.force, console, diagnostics);
   if (diagnostics.HasErrors()) return;
-  const NextState next(folders);
+  std::optional<NextState> next;
   CopyStats placed = CountCopies(build);
   std::string manifest;
   if (plan.options.dryRun) {
     DigestOthers(plan.source, build, progress);
     manifest = GameManifest(build);
   } else {
+    next.emplace(folders);
     manifest = MakeNextState(plan, *version, build, progress, placed);
   }
   console.EndProgress();

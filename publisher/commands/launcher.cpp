@@ -55,9 +55,10 @@ void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
   CheckCharacters(name, subject, diagnostics);
   const std::wstring key = FoldCase(name);
-  for (const std::wstring_view taken : {kUpdaterManifestName, kUpdaterSettingsName}) {
+  for (const std::wstring_view taken :
+       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
     if (key == FoldCase(taken.substr(kUpdaterFolder.size() + 1))) {
-      diagnostics.AddError(subject, "the server has a file of its own by this name",
+      diagnostics.AddError(subject, "is the name of another file beside it on the server",
                            "Give the executable the name that it has on players' disks.");
     }
   }

@@ -195,11 +195,12 @@ def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     assert os.listdir(server) == []
 
 
-def test_an_executable_named_like_the_servers_own_files_is_refused(publish_launcher, build, temp_dir, server):
-    path = temp_dir / "UPDATER.manifest"
+@pytest.mark.parametrize("name", ["UPDATER.manifest", "UpdaterData.vpak", "Published.json"])
+def test_an_executable_named_like_a_file_beside_it_is_an_error(publish_launcher, build, temp_dir, server, name):
+    path = temp_dir / name
     shutil.copyfile(build.launcher, path)
     done = publish_launcher(path)
-    assert done.errors == ["UPDATER.manifest: the server has a file of its own by this name"]
+    assert done.errors == [f"{name}: is the name of another file beside it on the server"]
     assert os.listdir(server) == []
 
 
