@@ -243,7 +243,7 @@ class ChannelCheck {
                        kNoSelfUpdate)) {
       return;
     }
-    if (record_) Compare(name, content, {record_->md5, record_->size}, "what was published");
+    if (record_) Compare(name, content, {record_->md5, record_->size, {}}, "what was published");
     if (options_.executable) Compare(name, content, *options_.executable, "the file of --exe");
     const TemporaryFile copy(content.body);
     const std::optional<std::uint32_t> version = ExecutableVersion(copy.Path());

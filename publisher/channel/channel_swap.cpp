@@ -2,8 +2,6 @@
 
 #include "core/windows.h"
 
-#include <filesystem>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -14,6 +12,7 @@
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
+#include "publisher/files/windows_errors.h"
 
 namespace ve::publish {
 namespace {
@@ -21,14 +20,15 @@ namespace {
 constexpr int kRetries = 50;
 constexpr DWORD kRetryPause = 100;  // milliseconds
 
-/// Whether trying again may help: somebody has a file open, such as a virus scanner or the server.
+/// Whether trying again may help: another program, such as a virus scanner or the server, has a file
+/// open, or it is just being deleted.
 bool MayPass(DWORD code) {
   return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED ||
          code == ERROR_LOCK_VIOLATION || code == ERROR_DELETE_PENDING;
 }
 
-/// Calls the attempt, which returns a Windows error code, until it succeeds, fails for good, or
-/// patience ends. Returns the last code.
+/// Calls the attempt, which returns a Windows error code, until it succeeds, fails in another way,
+/// or five seconds are over. Returns the last code.
 template <class Attempt>
 DWORD Retry(Attempt attempt) {
   DWORD code = attempt();
@@ -39,13 +39,33 @@ DWORD Retry(Attempt attempt) {
   return code;
 }
 
-std::string CodeText(DWORD code) { return std::system_category().message(static_cast<int>(code)); }
+/// Held while the two renames of a swap are made. A console event takes it and keeps it, so that the
+/// process ends before the first of them or after the second.
+SRWLOCK renames = SRWLOCK_INIT;
+
+class HeldOffConsoleEvents {
+ public:
+  HeldOffConsoleEvents() noexcept { AcquireSRWLockExclusive(&renames); }
+  HeldOffConsoleEvents(const HeldOffConsoleEvents&) = delete;
+  HeldOffConsoleEvents& operator=(const HeldOffConsoleEvents&) = delete;
+  ~HeldOffConsoleEvents() { ReleaseSRWLockExclusive(&renames); }
+};
+
+/// Windows calls this on a thread of its own. The next handler is the default one, which ends the
+/// process. After the closing of the window Windows itself ends it when this returns, or after a
+/// time-out of some seconds.
+BOOL WINAPI WaitForRenames(DWORD /*event*/) {
+  AcquireSRWLockExclusive(&renames);
+  return FALSE;
+}
 
 [[noreturn]] void ThrowRenameError(const std::wstring& folder, DWORD code) {
-  throw PublishError(
-      {DisplayPath(folder),
-       Format("it cannot be renamed, mostly because something in it is open: {}", CodeText(code)),
-       "Close what has it open, then publish again. What is served has not changed."});
+  Diagnostic diagnostic = DescribeWindowsError("renamed", folder, code);
+  // An open file below the folder makes this "Access is denied.", too.
+  diagnostic.hint =
+      "Close the program that has something in the folder open, then run the command again. It "
+      "repairs the channel first.";
+  throw PublishError(std::move(diagnostic));
 }
 
 void RenameFolder(const std::wstring& from, const std::wstring& to) {
@@ -68,14 +88,11 @@ UniqueFileHandle TakeLock(const std::wstring& path) {
                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     return lock ? DWORD{ERROR_SUCCESS} : GetLastError();
   });
-  if (MayPass(code)) {
+  if (code == ERROR_SHARING_VIOLATION) {
     throw PublishError({DisplayPath(path), "another run is writing to this channel",
                         "Wait until it has ended, then publish again."});
   }
-  if (code != ERROR_SUCCESS) {
-    throw PublishError({DisplayPath(path), Format("it cannot be written: {}", CodeText(code)),
-                        "Publish from an account that may write there."});
-  }
+  if (code != ERROR_SUCCESS) ThrowWindowsError("written", path, code);
   return lock;
 }
 
@@ -98,17 +115,18 @@ void Discard(const ChannelFolders& folders) {
 }
 
 /// One attempt, which leaves the live folder in its place if it fails.
-DWORD TrySwap(const ChannelFolders& folders, std::wstring& refusing) {
+DWORD TrySwap(const ChannelFolders& folders, std::wstring& failed) {
+  const HeldOffConsoleEvents heldOff;
   const bool isFirst = !file::Exists(folders.live);
   if (!isFirst && MoveFileExW(folders.live.c_str(), folders.previous.c_str(), 0) == FALSE) {
     const DWORD code = GetLastError();
-    refusing = folders.live;
+    failed = folders.live;
     return code;
   }
   // From here to the next rename the channel is absent.
   if (MoveFileExW(folders.next.c_str(), folders.live.c_str(), 0) != FALSE) return ERROR_SUCCESS;
   const DWORD code = GetLastError();
-  refusing = folders.next;
+  failed = folders.next;
   if (!isFirst) RenameFolder(folders.previous, folders.live);
   return code;
 }
@@ -148,13 +166,8 @@ ChannelLock::ChannelLock(const ChannelFolders& folders) {
   }
   file::MakeDirectories(folders.updates);
   lock_ = TakeLock(folders.lock);
-  try {
-    Repair(folders);
-  } catch (const std::filesystem::filesystem_error& error) {
-    throw PublishError({DisplayPath(folders.updates),
-                        Format("what an interrupted run left cannot be removed: {}", error.what()),
-                        "Close what has it open, then publish again."});
-  }
+  SetConsoleCtrlHandler(&WaitForRenames, TRUE);
+  Repair(folders);
 }
 
 /// Any combination of folders may be there, since every step of a swap can be a run's last.
@@ -168,11 +181,22 @@ void Repair(const ChannelFolders& folders) {
   RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
 }
 
-bool SwapIn(const ChannelFolders& folders) {
-  std::wstring refusing;  // The folder that a failed attempt could not rename.
-  const DWORD code = Retry([&] { return TrySwap(folders, refusing); });
-  if (code != ERROR_SUCCESS) ThrowRenameError(refusing, code);
-  return DiscardPrevious(folders);
+void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
+  std::wstring failed;  // The folder that could not be renamed.
+  const DWORD code = Retry([&] { return TrySwap(folders, failed); });
+  if (code != ERROR_SUCCESS) ThrowRenameError(failed, code);
+  if (DiscardPrevious(folders)) return;
+  diagnostics.AddWarning(DisplayPath(folders.updates),
+                         "the folder of the previous version could not be removed",
+                         "The next run that publishes to this channel removes it.");
+}
+
+NextState::~NextState() {
+  try {
+    RemoveFolder(folder_);
+  } catch (const std::exception&) {
+    // The next run removes it.
+  }
 }
 
 void RemoveFolder(const std::wstring& folder) {

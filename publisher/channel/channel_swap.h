@@ -16,10 +16,11 @@
 //
 // Between the two renames, for the time of one system call, the channel is absent. A Launcher that
 // asks just then gets no answer to its first questions, writes a log entry and starts the game as
-// it is; one in the middle of an update ends like after any other failed download. So that an end
-// of the tool does not leave it so, a second process makes the renames (swap_process.h). Where that
-// is ended as well, with the machine or with the whole tree of processes, the gap stays open until
-// the next run that writes to the channel, which puts the previous state back first.
+// it is; one in the middle of an update ends like after any other failed download. Ctrl-C,
+// Ctrl-Break and the closing of the console's window wait until both renames are made. A logoff or
+// a shutdown does not wait (Windows asks only the windows of a program that has loaded user32.dll),
+// nor does a kill or a power failure: after one of these between the renames the channel is absent
+// until the next run that writes to it, which puts the previous state back first.
 #pragma once
 
 #include <string>
@@ -47,15 +48,12 @@ struct ChannelFolders {
 [[nodiscard]] const std::wstring& PublishedFolder(const ChannelFolders& folders);
 
 /// The right to write to a channel, held by one run at a time. Taking it repairs what an
-/// interrupted run left behind.
+/// interrupted run left behind, and from then on Ctrl-C and the like wait for a swap to complete.
 class ChannelLock {
  public:
-  /// Makes the updates folder if there is none. Waits some seconds for another run; then, or if the
-  /// repair fails, throws `PublishError`.
+  /// Makes the updates folder if there is none. Waits some seconds for another run, then throws
+  /// `PublishError`. If the repair fails, throws what `Repair` does.
   explicit ChannelLock(const ChannelFolders& folders);
-
-  /// For another process that goes on under the same lock.
-  [[nodiscard]] HANDLE Get() const noexcept { return lock_.Get(); }
 
  private:
   UniqueFileHandle lock_;
@@ -65,11 +63,23 @@ class ChannelLock {
 /// lock. Throws `PublishError` or a filesystem error.
 void Repair(const ChannelFolders& folders);
 
-/// Puts the complete next folder in the place of the live one and removes that. If a folder cannot
-/// be renamed, mostly because something in it is open, that is tried again for some seconds; then
-/// it throws `PublishError`, and the live folder is what it was. Returns false if the swap was made
-/// but remains of the previous state could not be removed; the next run removes them.
-[[nodiscard]] bool SwapIn(const ChannelFolders& folders);
+/// Puts the complete next folder in the place of the live one and removes that. Only under the
+/// lock. If a folder cannot be renamed, retries for some seconds; then throws `PublishError`, and the
+/// live folder is what it was. Warns if the swap was made but remains of the previous state could
+/// not be removed; the next run removes them.
+void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics);
+
+/// The next folder while it is made: removed with its owner unless it was swapped in.
+class NextState {
+ public:
+  explicit NextState(const ChannelFolders& folders) : folder_(folders.next) {}
+  NextState(const NextState&) = delete;
+  NextState& operator=(const NextState&) = delete;
+  ~NextState();
+
+ private:
+  const std::wstring& folder_;
+};
 
 /// Removes a folder with everything in it, read-only files too. Nothing at the path is no error.
 void RemoveFolder(const std::wstring& folder);

@@ -2,18 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
-#include <future>
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/files/windows_errors.h"
+#include "publisher/build/parallel.h"
 #include "updater/download_messages.h"
 
 namespace ve::publish {
@@ -58,39 +54,27 @@ void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& mani
                   Console& console, Diagnostics& diagnostics) {
   std::uint64_t bytes = 0;
   for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
-  std::atomic<std::size_t> next = 0;
   std::atomic<std::uint64_t> filesDone = 0;
   std::atomic<std::uint64_t> bytesDone = 0;
   std::mutex mutex;
   std::map<std::size_t, Diagnostic> found;  // By the file's index.
-  const auto work = [&](Console* progress) {
-    for (std::size_t index = next++; index < manifest.files.size(); index = next++) {
-      const sdk::FileEntry& entry = manifest.files[index];
-      Diagnostics ofFile;
-      try {
-        CheckFile(tree, entry, ofFile);
-      } catch (const std::exception& error) {
-        ofFile.errors.push_back(DescribeException(error));
-      }
-      if (ofFile.HasErrors()) {
-        const std::lock_guard lock(mutex);
-        found.emplace(index, std::move(ofFile.errors.front()));
-      }
-      ++filesDone;
-      bytesDone += entry.size;
-      if (progress != nullptr) {
-        progress->ShowProgress({"Checking", filesDone, manifest.files.size(), bytesDone, bytes});
-      }
+  const auto check = [&](std::size_t index) {
+    const sdk::FileEntry& entry = manifest.files[index];
+    Diagnostics ofFile;
+    try {
+      CheckFile(tree, entry, ofFile);
+    } catch (const PublishError& error) {
+      ofFile.errors.push_back(error.GetDiagnostic());
     }
+    ++filesDone;
+    bytesDone += entry.size;
+    if (!ofFile.HasErrors()) return;
+    const std::lock_guard lock(mutex);
+    found.emplace(index, std::move(ofFile.errors.front()));
   };
-  const unsigned threads =
-      tree.IsServed() ? kParallelRequests : std::max(1U, std::thread::hardware_concurrency());
-  std::vector<std::future<void>> others;
-  for (unsigned thread = 1; thread < threads; ++thread) {
-    others.push_back(std::async(std::launch::async, work, nullptr));
-  }
-  work(&console);
-  for (std::future<void>& other : others) other.get();
+  ForEachInParallel(manifest.files.size(), tree.IsServed() ? kParallelRequests : 0, check, [&] {
+    console.ShowProgress({"Checking", filesDone, manifest.files.size(), bytesDone, bytes});
+  });
   console.EndProgress();
   for (auto& [index, error] : found) diagnostics.errors.push_back(std::move(error));
 }

@@ -2,6 +2,8 @@
 
 #include "core/windows.h"
 
+#include <atomic>
+#include <cstdint>
 #include <utility>
 
 #include "core/format.h"
@@ -38,7 +40,8 @@ FileContent PublishedTree::Read(std::wstring_view name, Keep keep) const {
     content.md5 = Md5Hex(content.body);
     content.size = content.body.size();
   } else {
-    FileDigest digest = DigestOf(path);
+    std::atomic<std::uint64_t> bytesDone = 0;
+    FileDigest digest = DigestOf(path, bytesDone);
     content.md5 = std::move(digest.md5);
     content.size = digest.size;
   }

@@ -8,7 +8,6 @@
 
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/channel/swap_process.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/windows_errors.h"
 #include "updater/build_config.h"
@@ -90,7 +89,6 @@ int Run(int count, wchar_t** arguments) {
 
 int wmain(int count, wchar_t** arguments) {
   ve::publish::LoadDllsFromSystemFolderOnly();
-  if (const auto exitCode = ve::publish::RunAsSwapProcess(count, arguments)) return *exitCode;
   SetConsoleOutputCP(CP_UTF8);
   return ve::publish::Run(count, arguments);
 }

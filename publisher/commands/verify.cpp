@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -94,7 +96,8 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const bool isAskedFor = !options.channel.empty();
   const std::wstring server = isServed ? L"" : ExtendedLengthPath(check.tree.server);
   if (!options.executable.empty()) {
-    check.executable = DigestOf(ExtendedLengthPath(options.executable));
+    std::atomic<std::uint64_t> bytesDone = 0;
+    check.executable = DigestOf(ExtendedLengthPath(options.executable), bytesDone);
   }
   if (isServed) {
     check.configuredUrl = check.tree.url;

@@ -2,9 +2,12 @@
 
 #include "core/windows.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/directory_walk.h"
@@ -17,6 +20,8 @@
 
 extern "C" void* VE_IMPORTED(MoveFileExW);
 extern "C" void* VE_IMPORTED(CreateFileW);
+extern "C" void* VE_IMPORTED(SetConsoleCtrlHandler);
+extern "C" void* VE_IMPORTED(Sleep);
 
 namespace ve::publish {
 namespace {
@@ -191,28 +196,46 @@ TEST_F(ChannelSwap, ARunWaitsForTheOtherToEnd) {
   EXPECT_EQ(Found(), Complete("1"));
 }
 
-TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsToldAsThat) {
-  file::MakeDirectories(folders_.updates);
-  createFile = reinterpret_cast<decltype(createFile)>(VE_IMPORTED(CreateFileW));
-  const test::ReplacedCall call(
-      VE_IMPORTED(CreateFileW),
-      +[](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
-        SetLastError(ERROR_DISK_FULL);
-        return INVALID_HANDLE_VALUE;
-      });
-  try {
-    const ChannelLock lock(folders_);
-    FAIL();
-  } catch (const PublishError& error) {
-    EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.lock));
-    EXPECT_EQ(error.GetDiagnostic().message.find("it cannot be written: "), 0U);
+DWORD lockError = 0;
+int lockAttempts = 0;
+HANDLE WINAPI FailToOpenLock(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+  ++lockAttempts;
+  SetLastError(lockError);
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsReportedWithTheReason) {
+  const test::ReplacedCall call(VE_IMPORTED(CreateFileW), FailToOpenLock);
+  const test::ReplacedCall noWait(
+      VE_IMPORTED(Sleep), +[](DWORD) {});
+  struct Case {
+    DWORD code;
+    bool isRetried;
+    const char* message;
+    const char* hint;
+  };
+  for (const Case& expected :
+       {Case{ERROR_DISK_FULL, false, "cannot be written: ", "Free space"},
+        // What a lock file that is just being deleted gives as well, but only for a moment.
+        Case{ERROR_ACCESS_DENIED, true, "cannot be written: ", "This account lacks the right"},
+        Case{ERROR_SHARING_VIOLATION, true, "another run is writing to this channel", "Wait"}}) {
+    lockError = expected.code;
+    lockAttempts = 0;
+    try {
+      const ChannelLock lock(folders_);
+      FAIL();
+    } catch (const PublishError& error) {
+      EXPECT_EQ(lockAttempts > 1, expected.isRetried);
+      EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.lock));
+      EXPECT_TRUE(error.GetDiagnostic().message.starts_with(expected.message));
+      EXPECT_TRUE(error.GetDiagnostic().hint.starts_with(expected.hint));
+    }
   }
 }
 
 TEST_F(ChannelSwap, AChannelIsLockedApartFromTheOthers) {
   const ChannelLock lock(folders_);
-  const ChannelLock other(FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"beta"));
-  EXPECT_NE(lock.Get(), other.Get());
+  EXPECT_NO_THROW(ChannelLock(FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"beta")));
 }
 
 TEST_F(ChannelSwap, TheLockLeavesNothingBehind) {
@@ -297,6 +320,74 @@ TEST_F(ChannelSwap, InterruptedAtAnyOfItsRenamesItIsOldOrNewAfterTheRepair) {
     EXPECT_EQ(Found(), Complete(expected[allowed])) << allowed;
     RemoveFolder(folders_.live);
   }
+}
+
+// Console events: the tests call the handler as Windows does, on a thread of its own, and end the
+// process after its return, as the default handler does. So they run in processes of their own.
+
+PHANDLER_ROUTINE handler = nullptr;
+BOOL WINAPI RecordHandler(PHANDLER_ROUTINE routine, BOOL /*add*/) {
+  handler = routine;
+  return TRUE;
+}
+
+class ConsoleEvents : public ChannelSwap {
+ protected:
+  /// Ends the process after the handler's return: with 0 if the channel is `version` then.
+  static void SendEvent(const std::string& version) {
+    if (handler(CTRL_CLOSE_EVENT) != FALSE) std::_Exit(2);
+    hasReturned_ = true;
+    Sleep(300);  // While Windows ends the process, its other threads go on.
+    const bool isExpected = test_->Found()["release\\GameVersion.vpak"] == version;
+    SetCurrentDirectoryW(L"..");
+    RemoveFolder(ExtendedLengthPath(ToUtf8(test_->Folder())));
+    std::_Exit(isExpected ? 0 : 1);
+  }
+
+  static BOOL WINAPI SendEventAtFirstRename(LPCWSTR from, LPCWSTR to, DWORD flags) {
+    static int renames = 0;
+    static std::thread event;
+    switch (++renames) {
+      case 1:
+        event = std::thread([] { SendEvent("2"); });
+        break;
+      case 2:
+        Sleep(1000);  // An event that does not wait ends the process meanwhile.
+        break;
+      default:
+        Sleep(INFINITE);  // The swap is made, and the event may end the process.
+    }
+    return moveFileEx(from, to, flags);
+  }
+
+  void SwapInWithEvent(bool isEventFirst) {
+    test_ = this;
+    moveFileEx = reinterpret_cast<decltype(moveFileEx)>(VE_IMPORTED(MoveFileExW));
+    const test::ReplacedCall record(VE_IMPORTED(SetConsoleCtrlHandler), RecordHandler);
+    Repair();
+    Write(folders_.live, "1");
+    Write(folders_.next, "2");
+    if (isEventFirst) {
+      std::thread([] { SendEvent("1"); }).detach();
+      while (!hasReturned_) Sleep(1);
+      static_cast<void>(SwapIn(folders_));
+    } else {
+      const test::ReplacedCall rename(VE_IMPORTED(MoveFileExW), SendEventAtFirstRename);
+      static_cast<void>(SwapIn(folders_));
+    }
+  }
+
+  static inline ConsoleEvents* test_ = nullptr;
+  static inline std::atomic<bool> hasReturned_ = false;
+};
+using ConsoleEventsDeathTest = ConsoleEvents;
+
+TEST_F(ConsoleEventsDeathTest, OneBetweenTheRenamesEndsTheProcessAfterTheSecond) {
+  EXPECT_EXIT(SwapInWithEvent(false), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ConsoleEventsDeathTest, NoRenameIsMadeOnceOneEndsTheProcess) {
+  EXPECT_EXIT(SwapInWithEvent(true), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ChannelSwap, TheFoldersBesideAChannelAreNoChannels) {
