@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "core/files.h"
 #include "core/format.h"
 #include "core/md5.h"
 #include "core/unicode.h"
@@ -16,6 +17,31 @@
 #include "publisher/files/whole_file.h"
 
 namespace ve::publish {
+
+TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics) {
+  TreeOptions followed = options;
+  if (options.url.empty()) {
+    const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
+    if (!file::Exists(redirect)) return followed;
+    const std::string url = ReadWholeFile(redirect);
+    diagnostics.AddWarning(DisplayPath(redirect), Format("sends all players to '{}'", url),
+                           "Players do not get what is in this folder. Verify that URL too.");
+    WarnOfBaseUrl(url, DisplayPath(redirect), diagnostics);
+    return followed;
+  }
+  WarnOfBaseUrl(options.url, "--url", diagnostics);
+  const std::string location = Format("{}{}", options.url, ToUtf8(kRedirectName));
+  const FileContent redirect = Fetcher(options.timeout).Get(ToWide(location), Keep::kBody);
+  if (redirect.error.empty()) {
+    CheckContentLength(redirect, location, diagnostics);
+    WarnOfBaseUrl(redirect.body, location, diagnostics);
+    followed.url = redirect.body;
+  } else if (redirect.error != kNotFound) {
+    diagnostics.AddWarning(location, Format("cannot be fetched: {}", ToUtf8(redirect.error)),
+                           "Launchers go on as if there were no redirection.");
+  }
+  return followed;
+}
 
 PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view channel) {
   if (options.url.empty()) {

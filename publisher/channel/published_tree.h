@@ -17,13 +17,17 @@ struct TreeOptions {
   unsigned timeout = 60;  ///< In seconds, for connecting and for each read.
 };
 
+/// Where the server's "redirect.txt", if there is one, sends Launchers: the same tree with another
+/// URL. Warns of what is odd about either URL. A folder remains the same, with a warning.
+[[nodiscard]] TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics);
+
 /// What the Launcher reports for a file that the server does not have.
 inline constexpr std::wstring_view kNotFound = L"404 - no such file.";
 
 /// Reads the files of one channel by their names.
 class PublishedTree {
  public:
-  /// Does not follow "redirect.txt".
+  /// See also `FollowRedirect`.
   PublishedTree(const TreeOptions& options, std::wstring_view channel);
 
   /// Any thread may call it. A file missing in the folder has the error `kNotFound`. Throws
@@ -36,6 +40,8 @@ class PublishedTree {
   [[nodiscard]] bool IsServed() const noexcept { return fetcher_.has_value(); }
   /// The channel's folder (absolute); empty if the tree is served.
   [[nodiscard]] const std::wstring& Folder() const noexcept { return folder_; }
+  /// The URL in front of every name; empty if the tree is a folder.
+  [[nodiscard]] const std::wstring& UpdatesUrl() const noexcept { return updatesUrl_; }
 
  private:
   std::wstring folder_;

@@ -39,7 +39,7 @@ const Parsed* Accepted(const std::variant<Parsed, ParseError>& parsed, std::stri
                        Inspection& inspection) {
   if (const auto* error = std::get_if<ParseError>(&parsed)) {
     inspection.diagnostics.AddError(inspection.location, error->message,
-                                    Format("The Launcher's reader of a {} reports this.", kind));
+                                    Format("The Launcher's reader of {}s reports this.", kind));
   }
   return std::get_if<Parsed>(&parsed);
 }

@@ -63,32 +63,6 @@ void WarnOfUnknownFolders(const std::wstring& server, Diagnostics& diagnostics) 
   });
 }
 
-void CheckRedirectInFolder(const std::wstring& server, Diagnostics& diagnostics) {
-  const std::wstring redirect = JoinPath(server, kRedirectName);
-  if (!file::Exists(redirect)) return;
-  const std::string url = ReadWholeFile(redirect);
-  diagnostics.AddWarning(DisplayPath(redirect), Format("sends all players to '{}'", url),
-                         "Players do not get what is in this folder. Verify that URL too.");
-  WarnOfBaseUrl(url, DisplayPath(redirect), diagnostics);
-}
-
-/// The base URL after the server's redirection, if it has one.
-std::string FollowRedirect(const TreeOptions& tree, Diagnostics& diagnostics) {
-  WarnOfBaseUrl(tree.url, "--url", diagnostics);
-  const std::string location = Format("{}{}", tree.url, ToUtf8(kRedirectName));
-  const FileContent redirect = Fetcher(tree.timeout).Get(ToWide(location), Keep::kBody);
-  if (redirect.error.empty()) {
-    CheckContentLength(redirect, location, diagnostics);
-    WarnOfBaseUrl(redirect.body, location, diagnostics);
-    return redirect.body;
-  }
-  if (redirect.error != kNotFound) {
-    diagnostics.AddWarning(location, Format("cannot be fetched: {}", ToUtf8(redirect.error)),
-                           "Launchers go on as if there were no redirection.");
-  }
-  return tree.url;
-}
-
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   Json& report = console.Report()["channels"] = Json::array();
   ChannelOptions check = options.check;
@@ -102,11 +76,10 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   if (isServed) {
     check.configuredUrl = check.tree.url;
     check.mayBeAbsent = !isAskedFor;
-    check.tree.url = FollowRedirect(check.tree, diagnostics);
   } else {
-    CheckRedirectInFolder(server, diagnostics);
     WarnOfUnknownFolders(server, diagnostics);
   }
+  check.tree = FollowRedirect(check.tree, diagnostics);
 
   std::vector<Diagnostic> absent;
   for (const std::wstring_view channel : sdk::kReleaseChannels) {

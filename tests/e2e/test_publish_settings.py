@@ -71,14 +71,12 @@ def test_a_url_that_cannot_work_is_refused_and_nothing_written(settings, temp_di
     assert list(temp_dir.iterdir()) == []
 
 
-@pytest.mark.parametrize("output", ["made/", "made\\\\", "there", "there/"])
+@pytest.mark.parametrize("output", ["made/", "made\\", "there", "there/"])
 def test_a_folder_as_output_is_refused_and_nothing_left_behind(build, temp_dir, output):
     (temp_dir / "there").mkdir()
     path = windows_path(temp_dir) + "\\" + output
     done = publish(build, "settings", "--url", URL, "--channel", "release", "--output", path)
-    location = path.rstrip("/\\")
-    assert done.code == 1
-    assert [error.rstrip("\\").replace("\\:", ":") for error in done.errors] == [f"{location}: is a folder"]
+    assert (done.code, done.errors) == (1, [path.rstrip("/\\") + ": is a folder"])
     assert [file.name for file in temp_dir.rglob("*")] == ["there"]
 
 

@@ -12,7 +12,7 @@ import jsonschema
 from harness.driver import WINE, Build
 from harness.game_folder import windows_path
 
-SCHEMA = json.loads((pathlib.Path(__file__).parents[2] / "docs/publish.schema.json").read_text())
+SCHEMA = json.loads((pathlib.Path(__file__).resolve().parents[2] / "docs/publish.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
 
