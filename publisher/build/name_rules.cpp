@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
+#include <vector>
 
 #include "core/format.h"
 #include "core/unicode.h"
@@ -27,6 +29,8 @@ constexpr std::wstring_view kUrlCharacters = L"%#?";
 constexpr std::wstring_view kForbiddenOnWindows = L"\"*:<>|\\";
 // nginx accepts these, but not every server and CDN.
 constexpr std::wstring_view kUnsafeCharacters = L"+[]{}^`";
+
+constexpr const char* kRename = "Rename it.";
 
 bool IsPrintableAscii(wchar_t c) { return c >= L' ' && c <= L'~'; }
 
@@ -75,67 +79,37 @@ bool IsAtOrBelow(std::wstring_view key, const std::wstring& folder) {
   return key == folder || key.starts_with(folder + L'/');
 }
 
-void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-                const std::string& subject, Diagnostics& diagnostics) {
-  const std::wstring key = FoldCase(name);
-  const std::wstring staging = StagingKey();
-  // A file at the path of a folder above it is as bad.
-  if (IsAtOrBelow(key, staging) || (kind == NameKind::kFile && IsAtOrBelow(staging, key))) {
-    diagnostics.AddError(subject, "the Launcher stages updates in Intermediate\\Update",
-                         "Leave it out of the build.");
-  }
-  if (key == FoldCase(kVersionName) || key == FoldCase(kManifestName)) {
-    diagnostics.AddError(subject, "the server has a file of its own by this name", "Rename it.");
-  }
-  if (IsAtOrBelow(key, FoldCase(kUpdaterFolder))) {
-    diagnostics.AddError(subject,
-                         "the folder is the Launcher's own, on the server and on a player's disk",
-                         "Leave it out of the build; publish launcher fills it.");
-  }
-  if (key == FoldCase(launcher)) {
-    diagnostics.AddError(subject, "the Launcher cannot replace itself while it runs",
-                         "Leave it out of the build; it is published by publish launcher.");
-  }
-  if (key == FoldCase(sdk::kParkedExecutable)) {
-    diagnostics.AddError(subject, "the Launcher deletes this file at every start",
-                         "Leave it out of the build, or rename it.");
-  }
-  if (key.ends_with(FoldCase(kBesideSuffix))) {
-    diagnostics.AddError(
-        subject,
-        Format("names ending in {} are this tool's own, for files that it is writing",
-               ToUtf8(kBesideSuffix)),
-        "Rename it.");
+struct Rule {
+  bool isBroken;
+  const char* message;
+  const char* hint;
+};
+
+void AddBroken(std::initializer_list<Rule> rules, const std::string& subject,
+               std::vector<Diagnostic>& diagnostics) {
+  for (const Rule& rule : rules) {
+    if (rule.isBroken) diagnostics.push_back({subject, rule.message, rule.hint});
   }
 }
 
 }  // namespace
 
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics) {
-  if (!std::all_of(name.begin(), name.end(), IsPrintableAscii)) {
-    diagnostics.AddError(subject, "names are printable ASCII: the Launcher decodes no others",
-                         "Rename it.");
-  }
-  if (HasAnyOf(name, L"'")) {
-    diagnostics.AddError(subject, "a single quote ends the name in the manifest", "Rename it.");
-  }
-  if (HasAnyOf(name, kUrlCharacters)) {
-    diagnostics.AddError(
-        subject,
-        "the Launcher appends names to addresses as they stand, where %, # and ? have "
-        "meanings of their own",
-        "Rename it.");
-  }
-  if (HasAnyOf(name, kForbiddenOnWindows)) {
-    diagnostics.AddError(subject, "Windows allows none of \" * : < > | \\ in a name", "Rename it.");
-  }
-  if (HasAnyOf(name, kUnsafeCharacters)) {
-    diagnostics.AddWarning(
-        subject,
-        "the Launcher appends names to addresses as they stand, and not every server "
-        "takes + [ ] { } ^ ` there",
-        "Try it with your server, or rename it.");
-  }
+  AddBroken({{!std::all_of(name.begin(), name.end(), IsPrintableAscii),
+              "names are printable ASCII: the Launcher decodes no others", kRename},
+             {Contains(name, L"'"), "a single quote ends the name in the manifest", kRename},
+             {HasAnyOf(name, kUrlCharacters),
+              "the Launcher appends names to addresses as they stand, where %, # and ? have "
+              "meanings of their own",
+              kRename},
+             {HasAnyOf(name, kForbiddenOnWindows),
+              "Windows allows none of \" * : < > | \\ in a name", kRename}},
+            subject, diagnostics.errors);
+  AddBroken({{HasAnyOf(name, kUnsafeCharacters),
+              "the Launcher appends names to addresses as they stand, and not every server "
+              "takes + [ ] { } ^ ` there",
+              "Try it with your server, or rename it."}},
+            subject, diagnostics.warnings);
 }
 
 bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
@@ -149,25 +123,39 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
   }
   const std::wstring_view part = name.substr(name.rfind(L'/') + 1);
   CheckCharacters(part, subject, diagnostics);
-  if (part.ends_with(L'.') || part.ends_with(L' ')) {
-    diagnostics.AddError(subject, "Windows drops dots and blanks at the end of a name",
-                         "Rename it without.");
-  }
-  if (IsDevice(part)) {
-    diagnostics.AddError(subject, Format("Windows takes '{}' for a device", ToUtf8(part)),
-                         "Rename it.");
-  }
   // The Launcher creates folders with one separator more.
   const std::size_t length = sdk::StagingPath(name).size() + (kind == NameKind::kDirectory ? 1 : 0);
-  if (length > kMaxPath) {
-    diagnostics.AddError(
-        subject,
-        Format("in the staging folder its path has {} characters, and the Launcher opens "
-               "none of more than {}",
-               length, kMaxPath),
-        "Shorten it.");
-  }
-  CheckPlace(name, kind, launcher, subject, diagnostics);
+  const std::wstring key = FoldCase(name);
+  const std::wstring staging = StagingKey();
+  // A file at the path of a folder above it is as bad.
+  const bool isStaging =
+      IsAtOrBelow(key, staging) || (kind == NameKind::kFile && IsAtOrBelow(staging, key));
+  const std::string device = Format("Windows takes '{}' for a device", ToUtf8(part));
+  const std::string tooLong = Format(
+      "in the staging folder its path has {} characters, and the Launcher opens none of more "
+      "than {}",
+      length, kMaxPath);
+  const std::string beside =
+      Format("names ending in {} are this tool's own, for files that it is writing",
+             ToUtf8(kBesideSuffix));
+  AddBroken(
+      {{part.ends_with(L'.') || part.ends_with(L' '),
+        "Windows drops dots and blanks at the end of a name", "Rename it without."},
+       {IsDevice(part), device.c_str(), kRename},
+       {length > kMaxPath, tooLong.c_str(), "Shorten it."},
+       {isStaging, "the Launcher stages updates in Intermediate\\Update",
+        "Leave it out of the build."},
+       {key == FoldCase(kVersionName) || key == FoldCase(kManifestName),
+        "the server has a file of its own by this name", kRename},
+       {IsAtOrBelow(key, FoldCase(kUpdaterFolder)),
+        "the folder is the Launcher's own, on the server and on a player's disk",
+        "Leave it out of the build; publish launcher fills it."},
+       {key == FoldCase(launcher), "the Launcher cannot replace itself while it runs",
+        "Leave it out of the build; it is published by publish launcher."},
+       {key == FoldCase(sdk::kParkedExecutable), "the Launcher deletes this file at every start",
+        "Leave it out of the build, or rename it."},
+       {key.ends_with(FoldCase(kBesideSuffix)), beside.c_str(), kRename}},
+      subject, diagnostics.errors);
   return true;
 }
 

@@ -5,24 +5,26 @@
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
-#include <variant>
 #include <vector>
 
+#include "archive/updater_settings.h"
 #include "core/directory_walk.h"
+#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
+#include "publisher/channel/archive_records.h"
 #include "publisher/channel/executable.h"
 #include "publisher/channel/launcher_record.h"
 #include "publisher/channel/manifest_check.h"
-#include "publisher/channel/parsed_files.h"
 #include "publisher/channel/payload_check.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/temporary_file.h"
 #include "publisher/report/version_text.h"
 #include "updater/download_messages.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
@@ -76,25 +78,22 @@ class ChannelCheck {
     diagnostics_.AddError(tree_.LocationOf(name), std::move(message), std::move(hint));
   }
 
-  /// Adds the message that a player's log has if the file was not received.
-  bool CheckReceived(std::wstring_view name, const FileContent& content, std::string_view failure,
-                     const char* effect) {
-    if (content.error.empty()) {
-      CheckContentLength(content, tree_.LocationOf(name), diagnostics_);
-      return true;
+  /// What the Launcher's reader makes of a content. None after adding the message that a player's
+  /// log has, if the file was not received or the reader rejects it.
+  template <class Read>
+  auto Accept(std::wstring_view name, const FileContent& content, std::string_view failure,
+              std::string_view effect, const Read& read) -> std::optional<decltype(read())> {
+    if (!content.error.empty()) {
+      AddError(name, Format(failure, ToUtf8(content.error)), std::string(effect));
+      return {};
     }
-    AddError(name, Format(failure, ToUtf8(content.error)), effect);
-    return false;
-  }
-
-  /// The parsed file; null after adding the reader's error.
-  template <class Parsed>
-  const Parsed* Accepted(const std::variant<Parsed, ParseError>& parsed, std::wstring_view name,
-                         const char* effect) {
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      AddError(name, error->message, Format("The Launcher's reader reports this. {}", effect));
+    CheckContentLength(content, tree_.LocationOf(name), diagnostics_);
+    try {
+      return read();
+    } catch (const VERuntimeError& error) {
+      AddError(name, error.what(), Format("The Launcher's reader reports this. {}", effect));
+      return {};
     }
-    return std::get_if<Parsed>(&parsed);
   }
 
   void ReadRecord() {
@@ -130,23 +129,20 @@ class ChannelCheck {
   }
 
   void CheckVersion(const FileContent& content) {
-    if (!CheckReceived(kVersionName, content, sdk::kVersionDownloadFailed, kNoGameUpdate)) return;
-    const auto parsed = ParseVersionFile(content.body);
-    const VersionFile* version = Accepted(parsed, kVersionName, kNoGameUpdate);
-    if (version == nullptr) return;
-    CheckRecordSize(version->recordSize, content.size, tree_.LocationOf(kVersionName),
-                    diagnostics_);
-    report_["version"] = VersionText(version->version);
-    console_.Print(Format("  game {}", VersionText(version->version)));
+    const auto version = Accept(kVersionName, content, sdk::kVersionDownloadFailed, kNoGameUpdate,
+                                [&] { return sdk::ReadOfferedVersion(content.body); });
+    if (!version) return;
+    CheckRecordSize(content.body, VersionArchive(*version, ModeOf(content.body)),
+                    tree_.LocationOf(kVersionName), diagnostics_);
+    report_["version"] = VersionText(*version);
+    console_.Print(Format("  game {}", VersionText(*version)));
   }
 
   void CheckGame() {
-    const FileContent content = tree_.Read(kManifestName, Keep::kBody);
-    if (!CheckReceived(kManifestName, content, sdk::kManifestDownloadFailed, kUpdateFails)) return;
-    std::string text;
-    const auto parsed = ParseGameManifest(content.body, text);
-    const sdk::GameUpdateManifest* manifest = Accepted(parsed, kManifestName, kUpdateFails);
-    if (manifest == nullptr) return;
+    FileContent content = tree_.Read(kManifestName, Keep::kBody);
+    const auto manifest = Accept(kManifestName, content, sdk::kManifestDownloadFailed, kUpdateFails,
+                                 [&] { return sdk::ReadGameUpdateManifest(content.body); });
+    if (!manifest) return;
     std::uint64_t bytes = 0;
     for (const sdk::FileEntry& entry : manifest->files) bytes += entry.size;
     report_["directories"] = manifest->directories.size();
@@ -194,42 +190,38 @@ class ChannelCheck {
     });
   }
 
-  std::optional<std::uint32_t> CheckUpdaterManifest(const FileContent& content) {
-    if (!CheckReceived(kUpdaterManifestName, content, sdk::kUpdaterManifestDownloadFailed,
-                       kNoSelfUpdate)) {
-      return {};
-    }
-    const auto parsed = ParseUpdaterManifest(content.body);
-    const std::uint32_t* offered = Accepted(parsed, kUpdaterManifestName, kNoSelfUpdate);
-    if (offered == nullptr) return {};
+  std::optional<std::uint32_t> CheckUpdaterManifest(FileContent content) {
+    const auto offered =
+        Accept(kUpdaterManifestName, content, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate,
+               [&] { return sdk::ReadUpdaterManifest(content.body, 0); });
+    if (!offered) return {};
     report_["launcher"]["version"] = *offered;
     console_.Print(Format("  Launcher {}", *offered));
-    return *offered;
+    return offered;
   }
 
   void CheckSettings() {
     const std::string location = tree_.LocationOf(kUpdaterSettingsName);
     const FileContent content = tree_.Read(kUpdaterSettingsName, Keep::kBody);
-    if (!CheckReceived(kUpdaterSettingsName, content, sdk::kSettingsDownloadFailed,
-                       "A current Launcher's check for updates ends there, on every start.")) {
-      return;
-    }
-    const auto parsed = ParseSettings(content.body);
-    const SettingsFile* settings =
-        Accepted(parsed, kUpdaterSettingsName,
-                 "Launchers install the file, and cannot update anything from then on.");
-    if (settings == nullptr) return;
-    CheckRecordSize(settings->recordSize, content.size, location, diagnostics_);
-    WarnOfBaseUrl(settings->url, location, diagnostics_);
-    report_["launcher"]["url"] = settings->url;
-    report_["launcher"]["channel"] = settings->channel;
-    console_.Print(Format("  settings: URL {}, channel {}", settings->url, settings->channel));
-    if (ToWide(settings->channel) != channel_) {
-      diagnostics_.AddWarning(location, Format("names the channel {}", settings->channel),
+    const auto settings = Accept(kUpdaterSettingsName, content, sdk::kSettingsDownloadFailed,
+                                 "Launchers of the offered version update nothing, on every start.",
+                                 [&] { return sdk::ReadUpdaterSettings(content.body); });
+    if (!settings) return;
+    CheckRecordSize(content.body,
+                    SettingsArchive(settings->url, settings->channel, ModeOf(content.body)),
+                    location, diagnostics_);
+    const std::string url = ToUtf8(settings->url);
+    const std::string channel = ToUtf8(settings->channel);
+    WarnOfBaseUrl(url, location, diagnostics_);
+    report_["launcher"]["url"] = url;
+    report_["launcher"]["channel"] = channel;
+    console_.Print(Format("  settings: URL {}, channel {}", url, channel));
+    if (settings->channel != channel_) {
+      diagnostics_.AddWarning(location, Format("names the channel {}", channel),
                               "It moves the players of this channel there.");
     }
-    if (tree_.IsServed() && settings->url != options_.configuredUrl) {
-      diagnostics_.AddWarning(location, Format("names the URL {}", settings->url),
+    if (tree_.IsServed() && url != options_.configuredUrl) {
+      diagnostics_.AddWarning(location, Format("names the URL {}", url),
                               "It moves the players of this URL there.");
     }
   }
@@ -238,11 +230,8 @@ class ChannelCheck {
     const std::wstring name = InUpdaterFolder(launcher_);
     report_["launcher"]["executable"] = ToUtf8(launcher_);
     const FileContent content = tree_.Read(name, Keep::kBody);
-    if (!CheckReceived(name, content,
-                       Format(sdk::kExecutableDownloadFailed, ToUtf8(launcher_), "{}"),
-                       kNoSelfUpdate)) {
-      return;
-    }
+    const std::string failure = Format(sdk::kExecutableDownloadFailed, ToUtf8(launcher_), "{}");
+    if (!Accept(name, content, failure, kNoSelfUpdate, [] { return true; })) return;
     if (record_) Compare(name, content, {record_->md5, record_->size, {}}, "what was published");
     if (options_.executable) Compare(name, content, *options_.executable, "the file of --exe");
     const TemporaryFile copy(content.body);

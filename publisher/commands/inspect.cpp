@@ -2,19 +2,20 @@
 #include <array>
 #include <limits>
 #include <memory>
-#include <variant>
 
 #include "archive/archive_reader.h"
 #include "archive/updater_settings.h"
 #include "core/errors.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/channel/parsed_files.h"
+#include "publisher/channel/archive_records.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/whole_file.h"
 #include "publisher/report/version_text.h"
+#include "updater/game_manifest.h"
 #include "updater/manifest_text.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
@@ -24,88 +25,66 @@ struct Options {
   bool files = false;
 };
 
-/// The file as it is read, and what is shown of it.
+/// A file, and what is shown of it.
 struct Inspection {
-  const Options& options;
   std::string location;
   std::string content;
+  bool listsFiles;
   Json fields;
-  Diagnostics& diagnostics;
 };
 
-/// The content; or none, after adding the reader's message as an error.
-template <class Parsed>
-const Parsed* Accepted(const std::variant<Parsed, ParseError>& parsed, std::string_view kind,
-                       Inspection& inspection) {
-  if (const auto* error = std::get_if<ParseError>(&parsed)) {
-    inspection.diagnostics.AddError(inspection.location, error->message,
-                                    Format("The Launcher's reader of {}s reports this.", kind));
-  }
-  return std::get_if<Parsed>(&parsed);
+void CheckArchive(Inspection& file, const std::string& record, Diagnostics& diagnostics) {
+  file.fields["mode"] = ModeOf(file.content) == file::ArchiveMode::kPlain ? "plain" : "checked";
+  CheckRecordSize(file.content, record, file.location, diagnostics);
 }
 
-void AddArchive(std::size_t recordSize, Inspection& inspection) {
-  const bool isChecked = ModeOf(inspection.content) == file::ArchiveMode::kChecked;
-  inspection.fields["mode"] = isChecked ? "checked" : "plain";
-  CheckRecordSize(recordSize, inspection.content.size(), inspection.location,
-                  inspection.diagnostics);
+void ReadSettings(Inspection& file, Diagnostics& diagnostics) {
+  const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(file.content);
+  CheckArchive(file, SettingsArchive(settings.url, settings.channel, ModeOf(file.content)),
+               diagnostics);
+  file.fields["url"] = ToUtf8(settings.url);
+  file.fields["channel"] = ToUtf8(settings.channel);
 }
 
-void ReadSettings(std::string_view kind, Inspection& inspection) {
-  const auto parsed = ParseSettings(inspection.content);
-  if (const SettingsFile* settings = Accepted(parsed, kind, inspection)) {
-    AddArchive(settings->recordSize, inspection);
-    inspection.fields["url"] = settings->url;
-    inspection.fields["channel"] = settings->channel;
-  }
+void ReadVersion(Inspection& file, Diagnostics& diagnostics) {
+  const sdk::VersionNumber version = sdk::ReadOfferedVersion(file.content);
+  CheckArchive(file, VersionArchive(version, ModeOf(file.content)), diagnostics);
+  file.fields["version"] = VersionText(version);
 }
 
-void ReadVersion(std::string_view kind, Inspection& inspection) {
-  const auto parsed = ParseVersionFile(inspection.content);
-  if (const VersionFile* version = Accepted(parsed, kind, inspection)) {
-    AddArchive(version->recordSize, inspection);
-    inspection.fields["version"] = VersionText(version->version);
-  }
+void ReadUpdaterManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
+  std::string text = file.content;
+  file.fields["version"] = sdk::ReadUpdaterManifest(text, 0);
 }
 
-void ReadUpdaterManifest(std::string_view kind, Inspection& inspection) {
-  const auto parsed = ParseUpdaterManifest(inspection.content);
-  if (const std::uint32_t* version = Accepted(parsed, kind, inspection)) {
-    inspection.fields["version"] = *version;
-  }
-}
-
-void ReadGameManifest(std::string_view kind, Inspection& inspection) {
-  std::string text;
-  const auto parsed = ParseGameManifest(inspection.content, text);
-  const sdk::GameUpdateManifest* manifest = Accepted(parsed, kind, inspection);
-  if (manifest == nullptr) return;
+void ReadGameManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
+  std::string text = file.content;
+  const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   std::uint64_t bytes = 0;
-  const sdk::FileEntry* largest = &manifest->files.front();
-  for (const sdk::FileEntry& entry : manifest->files) {
+  const sdk::FileEntry* largest = &manifest.files.front();
+  for (const sdk::FileEntry& entry : manifest.files) {
     bytes += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - bytes);
     if (entry.size > largest->size) largest = &entry;
   }
-  Json& fields = inspection.fields;
-  fields["directories"] = manifest->directories.size();
-  fields["files"] = manifest->files.size();
-  fields["bytes"] = bytes;
-  fields["largest"] = ToUtf8(largest->name);
-  if (!inspection.options.files) return;
-  fields["directoryNames"] = manifest->directories;
-  Json& entries = fields["entries"] = Json::array();
-  for (const sdk::FileEntry& entry : manifest->files) {
+  file.fields.update({{"directories", manifest.directories.size()},
+                      {"files", manifest.files.size()},
+                      {"bytes", bytes},
+                      {"largest", ToUtf8(largest->name)}});
+  if (!file.listsFiles) return;
+  file.fields["directoryNames"] = manifest.directories;
+  Json& entries = file.fields["entries"] = Json::array();
+  for (const sdk::FileEntry& entry : manifest.files) {
     entries.push_back(
         {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
   }
 }
 
 /// The files that the Launcher reads, by the word that an archive or the first line of a manifest
-/// begins with.
+/// begins with. The readers throw `VERuntimeError`.
 struct Kind {
   std::string_view header;
   std::string_view name;
-  void (*read)(std::string_view kind, Inspection& inspection);
+  void (*read)(Inspection& file, Diagnostics& diagnostics);
 };
 constexpr std::array<Kind, 4> kKinds{{
     {sdk::UpdaterSettings::kHeader, "settings archive", ReadSettings},
@@ -148,20 +127,23 @@ void PrintFields(const Json& fields, Console& console) {
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.file);
-  Inspection inspection{options, DisplayPath(path), ReadWholeFile(path), {}, diagnostics};
-  const auto kind = std::find_if(
-      kKinds.begin(), kKinds.end(),
-      [header = HeaderOf(inspection.content)](const Kind& k) { return k.header == header; });
-  inspection.fields = {{"file", inspection.location},
-                       {"size", inspection.content.size()},
-                       {"kind", kind == kKinds.end() ? "unknown" : kind->name}};
-  if (kind != kKinds.end()) {
-    kind->read(kind->name, inspection);
-  } else {
-    for (const Kind& reader : kKinds) reader.read(reader.name, inspection);
+  Inspection file{DisplayPath(path), ReadWholeFile(path), options.files, {}};
+  const std::string header = HeaderOf(file.content);
+  const bool isKnown = std::any_of(kKinds.begin(), kKinds.end(),
+                                   [&](const Kind& kind) { return kind.header == header; });
+  file.fields = {{"file", file.location}, {"size", file.content.size()}, {"kind", "unknown"}};
+  for (const Kind& kind : kKinds) {
+    if (isKnown && kind.header != header) continue;
+    if (isKnown) file.fields["kind"] = kind.name;
+    try {
+      kind.read(file, diagnostics);
+    } catch (const VERuntimeError& error) {
+      diagnostics.AddError(file.location, error.what(),
+                           Format("The Launcher's reader of {}s reports this.", kind.name));
+    }
   }
-  if (!console.IsJson()) PrintFields(inspection.fields, console);
-  console.Report().update(inspection.fields);
+  if (!console.IsJson()) PrintFields(file.fields, console);
+  console.Report().update(file.fields);
 }
 
 }  // namespace
