@@ -3,12 +3,13 @@
 #include "core/windows.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <limits>
 #include <map>
-#include <optional>
-#include <system_error>
+#include <set>
+#include <shlwapi.h>
+#include <tuple>
 #include <unordered_set>
+#include <utility>
 
 #include "core/directory_walk.h"
 #include "core/format.h"
@@ -22,8 +23,8 @@
 namespace ve::publish {
 namespace {
 
-// Where the Launcher's digest, which counts in 32 bits, and the length of an answer end.
-constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max();
+// The Launcher's digest and a response's length count in 32 bits.
+constexpr std::uint64_t kMaxFileSize = std::numeric_limits<std::uint32_t>::max();
 
 std::wstring WithSlashes(std::wstring_view path) {
   std::wstring name(path);
@@ -31,37 +32,35 @@ std::wstring WithSlashes(std::wstring_view path) {
   return name;
 }
 
-struct SizeAndTime {
-  std::uint64_t size;
-  std::int64_t written;
-};
-
 std::uint64_t Joined(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
-std::optional<SizeAndTime> QuerySizeAndTime(const std::wstring& path) {
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE) return {};
-  const std::uint64_t written =
-      Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
-  return SizeAndTime{Joined(data.nFileSizeHigh, data.nFileSizeLow),
-                     static_cast<std::int64_t>(written)};
+bool IsIgnored(const BuildRules& rules, const std::wstring& name) {
+  const std::wstring part = name.substr(name.rfind(L'/') + 1);
+  return std::any_of(rules.ignore.begin(), rules.ignore.end(), [&](const std::wstring& pattern) {
+    const bool isWhole = pattern.find(L'/') != std::wstring::npos;
+    return PathMatchSpecW((isWhole ? name : part).c_str(), pattern.c_str()) != FALSE;
+  });
 }
 
 /// Takes the entries of a walk in, one after the other.
 class Reader {
  public:
-  Reader(const std::wstring& source, std::wstring_view launcher, Diagnostics& diagnostics)
-      : source_(source), launcher_(launcher), diagnostics_(diagnostics) {}
+  Reader(const std::wstring& source, const BuildRules& rules, Diagnostics& diagnostics)
+      : source_(source), rules_(rules), diagnostics_(diagnostics) {}
 
   file::WalkAction Take(const file::DirectoryEntry& entry) {
     const std::wstring name = WithSlashes(entry.path.substr(source_.size() + 1));
-    CheckEntry(name, entry);
-    if (entry.IsDirectory()) {
-      build_.directories.push_back(name);
-      return IsForbiddenFolder(name) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
+    if (IsIgnored(rules_, name)) {
+      build_.ignored.push_back(name);
+      return file::WalkAction::kSkip;
     }
-    TakeFile(name, std::wstring(entry.path));
-    return file::WalkAction::kRecurse;
+    CheckEntry(name, entry);
+    if (!entry.IsDirectory()) {
+      TakeFile(name, std::wstring(entry.path));
+      return file::WalkAction::kRecurse;
+    }
+    build_.directories.push_back(name);
+    return IsForbiddenFolder(name) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
   }
 
   [[nodiscard]] BuildFolder Build() {
@@ -74,73 +73,53 @@ class Reader {
  private:
   void CheckEntry(const std::wstring& name, const file::DirectoryEntry& entry) {
     const std::string subject = ToUtf8(name);
-    CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, launcher_,
+    CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, rules_.launcher,
               diagnostics_);
     const auto [other, isNew] = namesByKey_.emplace(FoldCase(name), name);
     if (!isNew) {
-      diagnostics_.AddError(subject,
-                            Format("Windows takes it for the same as {}", ToUtf8(other->second)),
-                            "Rename one of them.");
+      diagnostics_.AddError(
+          subject,
+          Format("differs from {} only in case, which Windows ignores", ToUtf8(other->second)),
+          "Rename one of them.");
     }
     if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      diagnostics_.AddError(subject, "it is a link, and the Launcher installs files only",
-                            "Put what it leads to in its place.");
+      diagnostics_.AddError(subject, "is a link", "Replace it by what it leads to.");
     }
     if ((entry.attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
       diagnostics_.AddWarning(subject,
-                              "it is hidden or a system file; players get it like any other",
-                              "Leave it out of the build unless that is meant.");
+                              "is a hidden or system file, and is published like any other",
+                              "Leave it out with --ignore unless players need it.");
     }
   }
 
   void TakeFile(const std::wstring& name, const std::wstring& path) {
-    const std::optional<SizeAndTime> found = QuerySizeAndTime(path);
-    if (!found) {
-      diagnostics_.AddError(ToUtf8(name), "it cannot be read",
-                            "Let nobody change the build meanwhile.");
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE) {
+      diagnostics_.AddError(ToUtf8(name), "cannot be read",
+                            "Do not change the build while it is published.");
       return;
     }
-    if (found->size == 0) {
-      diagnostics_.AddError(ToUtf8(name), "the Launcher takes no empty files",
-                            "Put something into it, or leave it out of the build.");
+    const std::uint64_t size = Joined(data.nFileSizeHigh, data.nFileSizeLow);
+    if (size == 0) {
+      diagnostics_.AddError(ToUtf8(name), "is empty, and the Launcher takes no empty files",
+                            "Write something into it, or leave it out with --ignore.");
     }
-    if (found->size > kLargestFile) {
-      diagnostics_.AddError(ToUtf8(name), "the Launcher takes no files of 4 GiB and more",
-                            "Split it into smaller ones.");
+    if (size > kMaxFileSize) {
+      diagnostics_.AddError(ToUtf8(name),
+                            "has 4 GiB or more, and the Launcher takes smaller files only",
+                            "Split it.");
     }
-    build_.files.push_back({name, found->size, found->written, {}});
+    const std::uint64_t written =
+        Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
+    build_.files.push_back({name, size, static_cast<std::int64_t>(written), {}, false});
   }
 
   const std::wstring& source_;
-  std::wstring_view launcher_;
+  const BuildRules& rules_;
   Diagnostics& diagnostics_;
   BuildFolder build_;
   std::map<std::wstring, std::wstring> namesByKey_;
 };
-
-void CheckContents(const std::wstring& source, const BuildFolder& build, Diagnostics& diagnostics) {
-  if (build.files.empty()) {
-    diagnostics.AddError(DisplayPath(source),
-                         "there is no file in it, and the Launcher takes no update without",
-                         "Name the folder of a build.");
-  }
-  if (build.directories.empty()) {
-    diagnostics.AddError(DisplayPath(source),
-                         "there is no folder in it, and the Launcher takes no update without",
-                         "Make one, for instance an empty folder Saved.");
-  }
-}
-
-void WarnOfMissingGame(const BuildFolder& build, Diagnostics& diagnostics) {
-  const std::wstring game = FoldCase(kGameProgram);
-  const bool isThere = std::any_of(build.files.begin(), build.files.end(),
-                                   [&](const BuildFile& f) { return FoldCase(f.name) == game; });
-  if (isThere || build.files.empty()) return;
-  diagnostics.AddWarning(
-      ToUtf8(WithSlashes(kGameProgram)),
-      "the build has no such file, which is the game that the Launcher starts",
-      "Name the folder that holds bin, or publish the game's program in there too.");
-}
 
 void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
   const auto longest = std::max_element(
@@ -151,31 +130,24 @@ void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
   if (room >= kTypicalGameFolderLength) return;
   diagnostics.AddWarning(
       ToUtf8(longest->name),
-      Format("with this name, the longest, the path of a player's game folder may have no "
-             "more than {} characters",
+      Format("is the longest name: it leaves {} characters for the path of a player's game folder",
              room),
       "Shorten it.");
 }
 
-/// Whether an entry below the folder follows it in the sorted list.
-template <class Iterator, class NameOf>
-bool HasEntryBelow(Iterator begin, Iterator end, const std::wstring& folder, NameOf nameOf) {
-  const std::wstring prefix = folder + L'/';
-  const Iterator first = std::lower_bound(
-      begin, end, prefix,
-      [&nameOf](const auto& entry, const std::wstring& wanted) { return nameOf(entry) < wanted; });
-  return first != end && nameOf(*first).starts_with(prefix);
+/// Everything that must be the same when a build is read again.
+auto StateOf(const BuildFolder& build) {
+  std::set<std::tuple<std::wstring, std::uint64_t, std::int64_t>> state;
+  for (const std::wstring& directory : build.directories) state.insert({directory, 0, 0});
+  for (const BuildFile& file : build.files) state.insert({file.name, file.size, file.written});
+  return state;
 }
 
-bool HoldsFiles(const BuildFolder& build, const std::wstring& folder) {
-  return HasEntryBelow(build.files.begin(), build.files.end(), folder,
-                       [](const BuildFile& file) -> const std::wstring& { return file.name; });
-}
-
-bool HoldsAnything(const BuildFolder& build, const std::wstring& folder) {
-  return HoldsFiles(build, folder) ||
-         HasEntryBelow(build.directories.begin(), build.directories.end(), folder,
-                       [](const std::wstring& name) -> const std::wstring& { return name; });
+void InsertFoldersAbove(const std::wstring& name, std::unordered_set<std::wstring>& folders) {
+  for (std::size_t end = name.find(L'/'); end != std::wstring::npos;
+       end = name.find(L'/', end + 1)) {
+    folders.insert(name.substr(0, end));
+  }
 }
 
 }  // namespace
@@ -186,38 +158,77 @@ std::uint64_t BuildFolder::Bytes() const {
   return bytes;
 }
 
-BuildFolder ReadBuildFolder(const std::wstring& source, std::wstring_view launcher,
+BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
                             Diagnostics& diagnostics) {
   const DWORD attributes = GetFileAttributesW(source.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    diagnostics.AddError(DisplayPath(source), "there is no such folder",
-                         "Name the folder of a build.");
+    diagnostics.AddError(DisplayPath(source), "no such folder", "Pass the folder of a build.");
     return {};
   }
-  Reader reader(source, launcher, diagnostics);
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    diagnostics.AddWarning(DisplayPath(source), "is a link",
+                           "The folder that it leads to is the build.");
+  }
+  Reader reader(source, rules, diagnostics);
   file::WalkDirectory(source,
                       [&reader](const file::DirectoryEntry& entry) { return reader.Take(entry); });
   BuildFolder build = reader.Build();
-  CheckContents(source, build, diagnostics);
-  WarnOfMissingGame(build, diagnostics);
+  if (build.files.empty()) {
+    diagnostics.AddError(DisplayPath(source),
+                         "contains no file, and the Launcher rejects an update without files",
+                         "Pass the folder of a build.");
+  }
+  if (build.directories.empty()) {
+    diagnostics.AddError(DisplayPath(source),
+                         "contains no folder, and the Launcher rejects an update without folders",
+                         "Make one, for instance an empty folder Saved.");
+  }
   WarnOfLongestPath(build, diagnostics);
   return build;
 }
 
-void CheckUnchanged(const std::wstring& source, const BuildFolder& build,
+void CheckGameProgram(const std::wstring& source, const BuildFolder& build, bool force,
+                      Diagnostics& diagnostics) {
+  const std::wstring game = FoldCase(kGameProgram);
+  const bool isThere = std::any_of(build.files.begin(), build.files.end(),
+                                   [&](const BuildFile& f) { return FoldCase(f.name) == game; });
+  if (isThere || build.files.empty()) return;
+  diagnostics.Add(
+      force ? Severity::kWarning : Severity::kError,
+      {DisplayPath(source), Format("no {}", ToUtf8(kGameProgram)),
+       "The Launcher deletes every installed file that a build does not list, so this "
+       "would remove players' games. Pass the folder that contains bin\\, or --force to "
+       "publish anyway."});
+}
+
+void CheckUnchanged(const std::wstring& source, const BuildRules& rules, const BuildFolder& build,
                     Diagnostics& diagnostics) {
-  for (const BuildFile& file : build.files) {
-    const std::optional<SizeAndTime> now = QuerySizeAndTime(JoinPath(source, file.name));
-    if (now && now->size == file.size && now->written == file.written) continue;
-    diagnostics.AddError(ToUtf8(file.name), "it was changed while the build was published",
+  Diagnostics known;  // From the first reading.
+  const auto before = StateOf(build);
+  const auto now = StateOf(ReadBuildFolder(source, rules, known));
+  std::vector<std::tuple<std::wstring, std::uint64_t, std::int64_t>> differences;
+  std::set_symmetric_difference(before.begin(), before.end(), now.begin(), now.end(),
+                                std::back_inserter(differences));
+  std::set<std::wstring> names;  // A changed entry differs twice.
+  for (auto& difference : differences) names.insert(std::move(std::get<0>(difference)));
+  for (const std::wstring& name : names) {
+    diagnostics.AddError(ToUtf8(name),
+                         "was added, changed or removed while the build was published",
                          "Publish again when the build is complete.");
   }
 }
 
 void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnostics& diagnostics) {
   std::unordered_set<std::wstring_view> listed;
-  for (const BuildFile& file : build.files) listed.insert(file.name);
-  sdk::CleanupRules rules(listed, launcher);
+  std::unordered_set<std::wstring> withFiles;
+  for (const BuildFile& file : build.files) {
+    listed.insert(file.name);
+    InsertFoldersAbove(file.name, withFiles);
+  }
+  std::unordered_set<std::wstring> withEntries = withFiles;
+  for (const std::wstring& directory : build.directories)
+    InsertFoldersAbove(directory, withEntries);
+  const sdk::CleanupRules rules(listed, launcher);
 
   for (const std::wstring& directory : build.directories) {
     std::wstring path = directory;
@@ -225,22 +236,23 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
     const bool isKept = rules.Keeps(path);
     const bool inRoot = directory.find(L'/') == std::wstring::npos;
     const std::string subject = ToUtf8(directory);
-    if (!HoldsAnything(build, directory)) {
+    if (!withEntries.contains(directory)) {
       if (isKept) continue;
       diagnostics.AddWarning(subject,
-                             "the folder is empty: every update makes it and removes it again",
+                             "is empty: every update makes the folder and removes it again",
                              "Put a file into it if the game needs it.");
-    } else if (inRoot && isKept && HoldsFiles(build, directory)) {
+    } else if (inRoot && isKept && withFiles.contains(directory)) {
       diagnostics.AddWarning(
           subject,
-          "the folder is the players' own: what a later version no longer has stays on "
-          "their disks, and each update replaces what they changed in its files",
-          "Publish there only what is meant to behave so.");
+          "is a folder that the clean-up keeps: files that a later version no longer has stay on "
+          "players' disks, and each update replaces what players changed in listed files",
+          "Publish there only what may behave so.");
     } else if (inRoot && !isKept && !sdk::kBuildConfig.keepsNonEmptyDirectories) {
       diagnostics.AddWarning(
           subject,
-          "the clean-up of this build of the Launcher cannot remove the folder, which "
-          "ends every update abnormally, before its version is recorded",
+          "cannot be removed by the clean-up of this build of the Launcher, which ends every "
+          "update "
+          "abnormally before its version is recorded",
           "Ship walk-on\\Launcher.exe, which keeps non-empty directories, and publish with the "
           "tool beside it.");
     }

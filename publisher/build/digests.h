@@ -1,11 +1,9 @@
-// The digests of many files: on all processors, and in buffers of a fixed size.
+// The digests of files of the studio, of any length, read piece by piece.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <functional>
-#include <span>
 #include <string>
-#include <vector>
 
 namespace ve::publish {
 
@@ -13,20 +11,16 @@ namespace ve::publish {
 struct FileDigest {
   std::string md5;  ///< As manifests have it: 32 lowercase hexadecimal characters.
   std::uint64_t size = 0;
+  std::wstring finalPath;  ///< At the end of all links; empty if the file system cannot tell.
 };
 
-/// Told how far the work is: files and bytes read so far.
-using DigestProgress = std::function<void(std::uint64_t filesDone, std::uint64_t bytesDone)>;
+/// The digest of one file; adds to `bytesDone` while it reads. Throws `PublishError`.
+[[nodiscard]] FileDigest DigestOf(const std::wstring& path, std::atomic<std::uint64_t>& bytesDone);
 
-/// The digest of one file.
-[[nodiscard]] FileDigest DigestOf(const std::wstring& path);
-
-/// The digests of the files, in their order. `progress` is called now and then, on the calling
-/// thread. Throws the filesystem error of the first file that cannot be read.
-[[nodiscard]] std::vector<FileDigest> FileDigests(std::span<const std::wstring> paths,
-                                                  const DigestProgress& progress);
-
-/// How much of a file is read at once; the memory of each processor's work.
-inline constexpr std::size_t kDigestBuffer = std::size_t{1} << 20;
+/// Copies a file to a path where there is none, and flushes the copy. Of the source only the
+/// content is copied: with its old time a web server would call the copy unchanged. Returns the
+/// digest of exactly the bytes that were written. Throws `PublishError`.
+FileDigest CopyWithDigest(const std::wstring& source, const std::wstring& path,
+                          std::atomic<std::uint64_t>& bytesDone);
 
 }  // namespace ve::publish

@@ -181,11 +181,22 @@ void Repair(const ChannelFolders& folders) {
   RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
 }
 
-bool SwapIn(const ChannelFolders& folders) {
+void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
   std::wstring failed;  // The folder that could not be renamed.
   const DWORD code = Retry([&] { return TrySwap(folders, failed); });
   if (code != ERROR_SUCCESS) ThrowRenameError(failed, code);
-  return DiscardPrevious(folders);
+  if (DiscardPrevious(folders)) return;
+  diagnostics.AddWarning(DisplayPath(folders.updates),
+                         "the folder of the previous version could not be removed",
+                         "The next run that publishes to this channel removes it.");
+}
+
+NextState::~NextState() {
+  try {
+    RemoveFolder(folder_);
+  } catch (const std::exception&) {
+    // The next run removes it.
+  }
 }
 
 void RemoveFolder(const std::wstring& folder) {

@@ -65,9 +65,21 @@ void Repair(const ChannelFolders& folders);
 
 /// Puts the complete next folder in the place of the live one and removes that. Only under the
 /// lock. If a folder cannot be renamed, retries for some seconds; then throws `PublishError`, and the
-/// live folder is what it was. Returns false if the swap was made but remains of the previous state
-/// could not be removed; the next run removes them.
-[[nodiscard]] bool SwapIn(const ChannelFolders& folders);
+/// live folder is what it was. Warns if the swap was made but remains of the previous state could
+/// not be removed; the next run removes them.
+void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics);
+
+/// The next folder while it is made: removed with its owner unless it was swapped in.
+class NextState {
+ public:
+  explicit NextState(const ChannelFolders& folders) : folder_(folders.next) {}
+  NextState(const NextState&) = delete;
+  NextState& operator=(const NextState&) = delete;
+  ~NextState();
+
+ private:
+  const std::wstring& folder_;
+};
 
 /// Removes a folder with everything in it, read-only files too. Nothing at the path is no error.
 void RemoveFolder(const std::wstring& folder);

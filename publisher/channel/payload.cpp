@@ -2,17 +2,27 @@
 
 #include "core/windows.h"
 
+#include <atomic>
 #include <cstddef>
+#include <functional>
+#include <unordered_map>
+#include <vector>
 
 #include "core/directory_walk.h"
 #include "core/files.h"
+#include "core/format.h"
+#include "core/unicode.h"
 #include "publisher/build/digests.h"
+#include "publisher/build/name_rules.h"
+#include "publisher/build/parallel.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/whole_file.h"
+#include "publisher/report/console.h"
 
 namespace ve::publish {
 namespace {
+
+using Counter = std::atomic<std::uint64_t>;
 
 bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
@@ -21,85 +31,127 @@ bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
          file::FileSize(path) == size;
 }
 
-/// A second name for the same content; where the file system has no such thing, a copy.
-bool LinkOrCopy(const std::wstring& existing, const std::wstring& path) {
-  if (CreateHardLinkW(path.c_str(), existing.c_str(), nullptr) != FALSE) return true;
-  CopyWholeFile(existing, path);
-  return false;
+bool Link(const std::wstring& existing, const std::wstring& path) {
+  return CreateHardLinkW(path.c_str(), existing.c_str(), nullptr) != FALSE;
 }
 
-/// The files to be read: those of the build, then those published that may be the same.
-struct Reading {
-  std::vector<std::wstring> paths;
-  std::vector<std::size_t> candidates;  ///< The build's files that the latter stand for.
+/// Calls `work` for each of these files of the build on all processors, and shows the progress.
+/// `work` adds the bytes that it has read.
+void ForEachFile(BuildFolder& build, const std::vector<std::size_t>& files, std::string_view name,
+                 const ProgressCallback& progress,
+                 const std::function<void(BuildFile& file, Counter& bytesDone)>& work) {
+  Counter filesDone = 0;
+  Counter bytesDone = 0;
   std::uint64_t bytes = 0;
-};
-
-Reading FilesToRead(const std::wstring& source, const std::wstring& published,
-                    const BuildFolder& build) {
-  Reading reading;
-  for (const BuildFile& file : build.files) {
-    reading.paths.push_back(JoinPath(source, file.name));
-    reading.bytes += file.size;
-  }
-  for (std::size_t index = 0; index < build.files.size(); ++index) {
-    const BuildFile& file = build.files[index];
-    std::wstring path = JoinPath(published, file.name);
-    if (!IsFileOfSize(path, file.size)) continue;
-    reading.paths.push_back(std::move(path));
-    reading.candidates.push_back(index);
-    reading.bytes += file.size;
-  }
-  return reading;
+  for (const std::size_t index : files) bytes += build.files[index].size;
+  ForEachInParallel(
+      files.size(), 0,
+      [&](std::size_t index) {
+        work(build.files[files[index]], bytesDone);
+        ++filesDone;
+      },
+      [&] {
+        progress({name, filesDone, files.size(), bytesDone, bytes});
+      });
 }
 
-void PlaceFile(const std::wstring& source, const std::wstring& published, const BuildFile& file,
-               bool isPublished, const std::wstring& next, CopyStats& placed) {
-  const std::wstring path = JoinPath(next, file.name);
-  if (isPublished && LinkOrCopy(JoinPath(published, file.name), path)) {
-    ++placed.linkedFiles;
-    return;
+/// Sets the file's digest to what was read. `root` is the final path of the build.
+void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& root) {
+  const std::string name = ToUtf8(file.name);
+  if (!read.finalPath.empty() && FoldCase(read.finalPath) != FoldCase(JoinPath(root, file.name))) {
+    throw PublishError({name, Format("is a link to {}", DisplayPath(read.finalPath)),
+                        "Replace it by what it leads to."});
   }
-  if (!isPublished) CopyWholeFile(JoinPath(source, file.name), path);
-  ++placed.copiedFiles;
-  placed.copiedBytes += file.size;
+  if (read.size != file.size || (!file.digest.empty() && read.md5 != file.digest)) {
+    throw PublishError({name, "was changed while the build was published",
+                        "Publish again when the build is complete."});
+  }
+  file.digest = read.md5;
+}
+
+void DigestFiles(const std::wstring& source, BuildFolder& build,
+                 const std::vector<std::size_t>& files, const ProgressCallback& progress) {
+  const std::wstring root = FinalPath(source);
+  ForEachFile(build, files, "Reading", progress, [&](BuildFile& file, Counter& bytesDone) {
+    TakeDigest(file, DigestOf(JoinPath(source, file.name), bytesDone), root);
+  });
+}
+
+std::vector<std::size_t> FilesWhere(const BuildFolder& build,
+                                    const std::function<bool(const BuildFile&)>& condition) {
+  std::vector<std::size_t> files;
+  for (std::size_t index = 0; index < build.files.size(); ++index) {
+    if (condition(build.files[index])) files.push_back(index);
+  }
+  return files;
+}
+
+void RequireRoom(const std::wstring& folder, std::uint64_t bytes) {
+  ULARGE_INTEGER free{};
+  if (GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) == FALSE) return;
+  if (free.QuadPart >= bytes) return;
+  throw PublishError({DisplayPath(folder),
+                      Format("too little free space: {} are needed, {} are free",
+                             FormatByteSize(bytes), FormatByteSize(free.QuadPart)),
+                      "Free space on that disk, then publish again."});
 }
 
 }  // namespace
 
-std::vector<bool> DigestBuild(const std::wstring& source, const std::wstring& published,
-                              BuildFolder& build, const ProgressCallback& progress) {
-  const Reading reading = FilesToRead(source, published, build);
-  const std::vector<FileDigest> digests =
-      FileDigests(reading.paths, [&](std::uint64_t files, std::uint64_t bytes) {
-        progress({"Reading", files, reading.paths.size(), bytes, reading.bytes});
-      });
-  const std::size_t own = build.files.size();
-  for (std::size_t index = 0; index < own; ++index) build.files[index].digest = digests[index].md5;
-  std::vector<bool> isPublished(own, false);
-  for (std::size_t index = 0; index < reading.candidates.size(); ++index) {
-    const std::size_t candidate = reading.candidates[index];
-    isPublished[candidate] = digests[own + index].md5 == digests[candidate].md5;
+void FindPublished(const std::wstring& source, const std::wstring& published,
+                   const sdk::GameUpdateManifest& live, BuildFolder& build,
+                   const ProgressCallback& progress) {
+  std::unordered_map<std::wstring_view, const sdk::FileEntry*> listed;
+  for (const sdk::FileEntry& entry : live.files) listed.emplace(entry.name, &entry);
+  const auto candidates = FilesWhere(build, [&](const BuildFile& file) {
+    const auto entry = listed.find(file.name);
+    return entry != listed.end() && entry->second->size == file.size &&
+           IsFileOfSize(JoinPath(published, file.name), file.size);
+  });
+  DigestFiles(source, build, candidates, progress);
+  for (const std::size_t index : candidates) {
+    BuildFile& file = build.files[index];
+    file.isPublished = file.digest == listed.find(file.name)->second->digest;
   }
-  return isPublished;
+}
+
+void DigestOthers(const std::wstring& source, BuildFolder& build,
+                  const ProgressCallback& progress) {
+  const auto others = FilesWhere(build, [](const BuildFile& file) { return file.digest.empty(); });
+  DigestFiles(source, build, others, progress);
 }
 
 CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
-                       const BuildFolder& build, const std::vector<bool>& isPublished,
-                       const std::wstring& next, const ProgressCallback& progress) {
+                       BuildFolder& build, const std::wstring& next,
+                       const ProgressCallback& progress) {
+  std::uint64_t bytesToCopy = 0;
+  for (const BuildFile& file : build.files) bytesToCopy += file.isPublished ? 0 : file.size;
+  RequireRoom(next, bytesToCopy);
   for (const std::wstring& directory : build.directories) {
     file::MakeDirectory(JoinPath(next, directory));
   }
-  CopyStats placed;
-  const std::uint64_t bytes = build.Bytes();
-  std::uint64_t bytesDone = 0;
-  for (std::size_t index = 0; index < build.files.size(); ++index) {
-    progress({"Copying", index, build.files.size(), bytesDone, bytes});
-    const BuildFile& file = build.files[index];
-    PlaceFile(source, published, file, isPublished[index], next, placed);
-    bytesDone += file.size;
-  }
-  return placed;
+  std::atomic<std::uint64_t> copiedFiles = 0;
+  std::atomic<std::uint64_t> copiedBytes = 0;
+  const std::wstring root = FinalPath(source);
+  const auto all = FilesWhere(build, [](const BuildFile&) { return true; });
+  ForEachFile(build, all, "Copying", progress, [&](BuildFile& file, Counter& bytesDone) {
+    const std::wstring path = JoinPath(next, file.name);
+    if (file.isPublished && Link(JoinPath(published, file.name), path)) {
+      bytesDone += file.size;
+      return;
+    }
+    TakeDigest(file, CopyWithDigest(JoinPath(source, file.name), path, bytesDone), root);
+    ++copiedFiles;
+    copiedBytes += file.size;
+  });
+  return {build.files.size() - copiedFiles, copiedFiles, copiedBytes};
+}
+
+bool LinkOrCopy(const std::wstring& existing, const std::wstring& path) {
+  if (Link(existing, path)) return true;
+  Counter bytesDone = 0;
+  CopyWithDigest(existing, path, bytesDone);
+  return false;
 }
 
 void PlaceLauncher(const std::wstring& published, const std::wstring& next) {

@@ -108,7 +108,8 @@ class PayloadCheck {
     }
     FileFacts facts{(std::uint64_t{data.nFileSizeHigh} << 32) | data.nFileSizeLow, {}};
     try {
-      if (facts.size == entry.size) facts.digest = DigestOf(path).md5;
+      std::atomic<std::uint64_t> bytesRead = 0;
+      if (facts.size == entry.size) facts.digest = DigestOf(path, bytesRead).md5;
     } catch (const std::system_error& error) {
       return Diagnostic{tree_.LocationOf(entry.name), Format("cannot be read: {}", error.what()),
                         ""};

@@ -1,22 +1,22 @@
-#include <exception>
+#include <algorithm>
 #include <memory>
 #include <optional>
 
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
-#include "core/scope_fail.h"
 #include "core/unicode.h"
 #include "publisher/build/build_folder.h"
 #include "publisher/build/name_rules.h"
+#include "publisher/channel/changes.h"
 #include "publisher/channel/channel_swap.h"
 #include "publisher/channel/manifest_writer.h"
+#include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
-#include "publisher/report/version_text.h"
 
 namespace ve::publish {
 namespace {
@@ -27,16 +27,19 @@ struct Options {
   std::string channel;
   std::string server;
   std::string launcher = "Launcher.exe";
+  std::vector<std::string> ignore;
   bool force = false;
+  bool dryRun = false;
+  bool ifChanged = false;
 };
 
-/// What is to be done, from the options.
+/// A run, from the options.
 struct Plan {
+  const Options& options;
   std::wstring source;
   std::wstring server;
-  std::wstring launcher;
   ChannelFolders folders;
-  bool force = false;
+  BuildRules rules;
 };
 
 bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
@@ -44,91 +47,59 @@ bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
 }
 
 void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
-  if (IsSameOrBelow(plan.source, plan.server) || IsSameOrBelow(plan.server, plan.source)) {
-    diagnostics.AddError(DisplayPath(plan.source),
-                         "the build and the server's folder lie in one another",
-                         "Publish from a folder apart from the server's.");
-  }
+  if (!IsSameOrBelow(plan.source, plan.server) && !IsSameOrBelow(plan.server, plan.source)) return;
+  diagnostics.AddError(DisplayPath(plan.source),
+                       "the build and the server's folder contain each other",
+                       "Publish from a folder outside the server's.");
 }
 
-std::optional<sdk::VersionNumber> CheckVersionText(const std::string& text,
-                                                   Diagnostics& diagnostics) {
-  const std::optional<sdk::VersionNumber> version = ParseVersion(text);
-  if (!version) {
-    diagnostics.AddError(text, "it is no version", "Write four numbers, such as 1.4.0.2.");
-  }
-  return version;
-}
-
-/// The bytes of the version file on the server; none if there is none.
-std::optional<std::string> PublishedVersionFile(const ChannelFolders& folders) {
-  const std::wstring path = JoinPath(PublishedFolder(folders), kVersionName);
+/// What is served now; nothing if that is not a manifest that the Launcher reads. The entries are
+/// views into `text`.
+sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders, std::string& text) {
+  const std::wstring path = JoinPath(folders.live, kManifestName);
   if (!file::Exists(path)) return {};
-  return ReadWholeFile(path);
-}
-
-void CheckAgainstPublished(const sdk::VersionNumber& version,
-                           const std::optional<std::string>& published, const Plan& plan,
-                           Console& console, Diagnostics& diagnostics) {
-  if (!published) return;
   try {
-    const sdk::VersionNumber present = sdk::ReadOfferedVersion(*published);
-    console.Report()["previousVersion"] = VersionText(present);
-    if (version > present) return;
-    const std::string message = Format(
-        "the server has {} already, and players who have that are "
-        "not offered a lower one or the same again",
-        VersionText(present));
-    if (plan.force) {
-      diagnostics.AddWarning(VersionText(version), message,
-                             "Only players with an older version get it.");
-    } else {
-      diagnostics.AddError(VersionText(version), message,
-                           "Publish a higher version, or use --force.");
-    }
-  } catch (const VERuntimeError& error) {
-    if (plan.force) return;
-    diagnostics.AddError(DisplayPath(JoinPath(PublishedFolder(plan.folders), kVersionName)),
-                         Format("the version on the server cannot be read: {}", error.what()),
-                         "Use --force to publish in its place.");
+    text = ReadWholeFile(path);
+    return sdk::ReadGameUpdateManifest(text);
+  } catch (const VERuntimeError&) {
+    return {};
   }
 }
 
-/// Builds the channel's next state beside the live one.
-CopyStats MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
-                        Console& console) {
-  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
+bool IsUnchanged(const BuildFolder& build, const sdk::GameUpdateManifest& live) {
+  const bool hasSameFiles = build.files.size() == live.files.size() &&
+                            std::all_of(build.files.begin(), build.files.end(),
+                                        [](const BuildFile& f) { return f.isPublished; });
+  return hasSameFiles && std::equal(build.directories.begin(), build.directories.end(),
+                                    live.directories.begin(), live.directories.end(),
+                                    [](const std::wstring& directory, std::string_view listed) {
+                                      return directory == sdk::WidenName(listed);
+                                    });
+}
+
+/// Builds the channel's next state beside the live one. Returns its manifest.
+std::string MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
+                          const ProgressCallback& progress, CopyStats& placed) {
   const ChannelFolders& folders = plan.folders;
-  const std::vector<bool> isPublished = DigestBuild(plan.source, folders.live, build, progress);
-  console.EndProgress();
-  const std::string manifest = GameManifest(build);
   file::MakeDirectory(folders.next);
-  const CopyStats placed =
-      PlacePayload(plan.source, folders.live, build, isPublished, folders.next, progress);
-  console.EndProgress();
+  placed = PlacePayload(plan.source, folders.live, build, folders.next, progress);
+  std::string manifest = GameManifest(build);
   WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
   WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
   PlaceLauncher(folders.live, folders.next);
-  return placed;
+  return manifest;
 }
 
-/// Best effort: the next run does it otherwise.
-void RemoveUnfinished(const ChannelFolders& folders) noexcept {
-  try {
-    Repair(folders);
-  } catch (const std::exception&) {
-    // What failed before is what matters.
-  }
-}
-
-void Tell(const Options& options, const BuildFolder& build, const CopyStats& placed,
-          Console& console) {
-  console.Print(
-      Format("Published {} to {} in {}", options.version, options.channel, options.server));
+void ReportBuild(const Plan& plan, const BuildFolder& build, const CopyStats& placed,
+                 Console& console) {
+  const Options& options = plan.options;
+  console.Print(Format("{} {} to {} in {}", options.dryRun ? "Would publish" : "Published",
+                       options.version, options.channel, DisplayPath(plan.server)));
   console.Print(Format("  {} files, {}, in {} folders", build.files.size(),
                        FormatByteSize(build.Bytes()), build.directories.size()));
   console.Print(Format("  {} copied ({}), {} unchanged", placed.copiedFiles,
                        FormatByteSize(placed.copiedBytes), placed.linkedFiles));
+  if (!build.ignored.empty()) console.Print(Format("  {} ignored", build.ignored.size()));
   Json& report = console.Report();
   report["files"] = build.files.size();
   report["bytes"] = build.Bytes();
@@ -136,60 +107,86 @@ void Tell(const Options& options, const BuildFolder& build, const CopyStats& pla
   report["copiedFiles"] = placed.copiedFiles;
   report["copiedBytes"] = placed.copiedBytes;
   report["linkedFiles"] = placed.linkedFiles;
-  report["published"] = true;
+  report["ignored"] = Json::array();
+  for (const std::wstring& name : build.ignored) report["ignored"].push_back(ToUtf8(name));
 }
 
-void Publish(const Options& options, const Plan& plan, const sdk::VersionNumber& version,
-             const std::optional<std::string>& publishedVersion, BuildFolder& build,
-             Console& console, Diagnostics& diagnostics) {
-  if (PublishedVersionFile(plan.folders) != publishedVersion) {
-    diagnostics.AddError(options.channel, "another run has published to this channel meanwhile",
-                         "Look at what it has published, then publish again.");
-    return;
+/// What a publish would copy.
+CopyStats CountCopies(const BuildFolder& build) {
+  CopyStats stats;
+  for (const BuildFile& file : build.files) {
+    ++(file.isPublished ? stats.linkedFiles : stats.copiedFiles);
+    stats.copiedBytes += file.isPublished ? 0 : file.size;
   }
-  const ScopeFail cleanUp([&plan] { RemoveUnfinished(plan.folders); });
-  const CopyStats placed = MakeNextState(plan, version, build, console);
-  CheckUnchanged(plan.source, build, diagnostics);
-  if (diagnostics.HasErrors()) {
-    RemoveUnfinished(plan.folders);
-    return;
-  }
-  if (!SwapIn(plan.folders)) {
-    diagnostics.AddWarning(
-        DisplayPath(plan.folders.updates),
-        "the new version is served, but the folder of the one before could not be removed",
-        "The next run that publishes to this channel removes it.");
-  }
-  Tell(options, build, placed, console);
+  return stats;
 }
 
-void CheckAndPublish(const Options& options, const Plan& plan, Console& console,
-                     Diagnostics& diagnostics) {
-  // Whatever comes of this run: what an interrupted one has left is repaired.
-  std::optional<ChannelLock> lock;
-  if (file::Exists(plan.folders.updates)) lock.emplace(plan.folders);
-
-  CheckPlaces(plan, diagnostics);
-  const std::optional<sdk::VersionNumber> version = CheckVersionText(options.version, diagnostics);
-  const std::optional<std::string> publishedVersion = PublishedVersionFile(plan.folders);
-  if (version) CheckAgainstPublished(*version, publishedVersion, plan, console, diagnostics);
-  BuildFolder build = ReadBuildFolder(plan.source, plan.launcher, diagnostics);
-  WarnOfCleanUp(build, plan.launcher, diagnostics);
+/// With the build checked, and the lock held unless this is a dry run.
+void Publish(const Plan& plan, BuildFolder& build, Console& console, Diagnostics& diagnostics) {
+  const ChannelFolders& folders = plan.folders;
+  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
+  std::string liveText;
+  const sdk::GameUpdateManifest live = ReadLiveManifest(folders, liveText);
+  FindPublished(plan.source, folders.live, live, build, progress);
+  if (IsUnchanged(build, live)) {
+    if (plan.options.ifChanged) {
+      return console.Print("Not published: the server has exactly this build already.");
+    }
+    diagnostics.AddWarning(DisplayPath(plan.source), "the server has exactly this build already",
+                           "Players are offered an update that downloads nothing. --if-changed "
+                           "publishes changed builds only.");
+  }
+  const auto version =
+      CheckNewVersion(plan.options.version, folders, plan.options.force, console, diagnostics);
   if (diagnostics.HasErrors()) return;
-
-  if (!lock) lock.emplace(plan.folders);
-  Publish(options, plan, *version, publishedVersion, build, console, diagnostics);
+  std::optional<NextState> next;
+  CopyStats placed = CountCopies(build);
+  std::string manifest;
+  if (plan.options.dryRun) {
+    DigestOthers(plan.source, build, progress);
+    manifest = GameManifest(build);
+  } else {
+    next.emplace(folders);
+    manifest = MakeNextState(plan, *version, build, progress, placed);
+  }
+  console.EndProgress();
+  CheckUnchanged(plan.source, plan.rules, build, diagnostics);
+  if (diagnostics.HasErrors()) return;
+  const Changes changes = CompareManifests(live, sdk::ReadGameUpdateManifest(manifest));
+  if (!plan.options.dryRun) {
+    SwapIn(folders, diagnostics);
+    console.Report()["published"] = true;
+  }
+  ReportBuild(plan, build, placed, console);
+  ReportChanges(changes, console);
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring server = ExtendedLengthPath(options.server);
-  const Plan plan{ExtendedLengthPath(options.source), server, ToWide(options.launcher),
-                  FoldersOf(server, ToWide(options.channel)), options.force};
+  Plan plan{options, ExtendedLengthPath(options.source), server,
+            FoldersOf(server, ToWide(options.channel)), BuildRules{ToWide(options.launcher)}};
+  for (const std::string& pattern : options.ignore) plan.rules.ignore.push_back(ToWide(pattern));
   console.Report().update({{"version", options.version},
                            {"channel", options.channel},
                            {"server", DisplayPath(plan.server)},
+                           {"dryRun", options.dryRun},
                            {"published", false}});
-  CheckAndPublish(options, plan, console, diagnostics);
+  // An interrupted run is repaired even if this one fails.
+  std::optional<ChannelLock> lock;
+  if (!options.dryRun && file::Exists(plan.folders.updates)) lock.emplace(plan.folders);
+
+  // Before the build is read. `Publish` checks again, under the lock, and adds the warnings.
+  Diagnostics early;
+  static_cast<void>(CheckNewVersion(options.version, plan.folders, options.force, console, early));
+  if (!options.ifChanged) diagnostics.errors = std::move(early.errors);
+  CheckPlaces(plan, diagnostics);
+  BuildFolder build = ReadBuildFolder(plan.source, plan.rules, diagnostics);
+  CheckGameProgram(plan.source, build, options.force, diagnostics);
+  WarnOfCleanUp(build, plan.rules.launcher, diagnostics);
+  if (diagnostics.HasErrors()) return;
+
+  if (!options.dryRun && !lock) lock.emplace(plan.folders);
+  Publish(plan, build, console, diagnostics);
 }
 
 }  // namespace
@@ -211,8 +208,17 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
   AddServer(*command, options->server)->required();
   command->add_option("--launcher", options->launcher, "The name of the Launcher's file.")
       ->capture_default_str();
+  command
+      ->add_option("--ignore", options->ignore,
+                   "Leave out the files and folders whose names match, with * and ?; repeatable. "
+                   "Always left out: .DS_Store, Thumbs.db, desktop.ini.")
+      ->take_all();
+  command->add_flag("--dry-run", options->dryRun, "Check everything and write nothing.");
+  command->add_flag("--if-changed", options->ifChanged,
+                    "Do nothing if the server has exactly this build already.");
   command->add_flag("--force", options->force,
-                    "Publish a version that is not above the one on the server.");
+                    "Publish a version that is not above the one on the server, or a build without "
+                    "the game's program.");
 }
 
 }  // namespace ve::publish

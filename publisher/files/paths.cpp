@@ -4,6 +4,7 @@
 
 #include "core/extended_length_path.h"
 #include "core/format.h"
+#include "core/handle.h"
 #include "core/unicode.h"
 
 namespace ve::publish {
@@ -31,6 +32,23 @@ std::string DisplayPath(std::wstring_view path) {
   }
   if (path.starts_with(kLongPrefix)) path.remove_prefix(kLongPrefix.size());
   return ToUtf8(path);
+}
+
+std::wstring FinalPath(HANDLE file) {
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length =
+        GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
+    if (length < path.size()) return path.substr(0, length);
+    path.resize(length);
+  }
+}
+
+std::wstring FinalPath(const std::wstring& path) {
+  const UniqueFileHandle file(
+      CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  return file ? FinalPath(file.Get()) : std::wstring();
 }
 
 }  // namespace ve::publish

@@ -1,6 +1,8 @@
 // Paths on the studio's side.
 #pragma once
 
+#include "core/windows.h"
+
 #include <string>
 #include <string_view>
 
@@ -14,5 +16,11 @@ namespace ve::publish {
 
 /// A path in words: without the \\?\ in front, in UTF-8.
 [[nodiscard]] std::string DisplayPath(std::wstring_view path);
+
+/// Where an open file or folder is at the end of all links, with the \\?\ in front; empty if the
+/// file system cannot tell. See GetFinalPathNameByHandleW.
+[[nodiscard]] std::wstring FinalPath(HANDLE file);
+/// The same for a path; empty also if there is nothing.
+[[nodiscard]] std::wstring FinalPath(const std::wstring& path);
 
 }  // namespace ve::publish

@@ -1,0 +1,41 @@
+#include "publisher/build/parallel.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+#include <vector>
+
+namespace ve::publish {
+namespace {
+
+constexpr std::chrono::milliseconds kWatchPause{100};
+
+}  // namespace
+
+void ForEachInParallel(std::size_t count, std::size_t threads,
+                       const std::function<void(std::size_t index)>& work,
+                       const std::function<void()>& watch) {
+  std::atomic<std::size_t> next = 0;
+  const auto takeItems = [&] {
+    try {
+      for (std::size_t index = next++; index < count; index = next++) work(index);
+    } catch (...) {
+      next = count;
+      throw;
+    }
+  };
+  if (threads == 0) threads = std::max(1U, std::thread::hardware_concurrency());
+  std::vector<std::future<void>> running;
+  for (std::size_t thread = 0; thread < std::min(threads, count); ++thread) {
+    running.push_back(std::async(std::launch::async, takeItems));
+  }
+  for (const std::future<void>& thread : running) {
+    while (thread.wait_for(kWatchPause) != std::future_status::ready) watch();
+  }
+  watch();
+  for (std::future<void>& thread : running) thread.get();
+}
+
+}  // namespace ve::publish

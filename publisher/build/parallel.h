@@ -1,0 +1,16 @@
+// Work on many items on all processors.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace ve::publish {
+
+/// Calls `work(index)` for every index below `count`, on `threads` threads (0: one for each
+/// processor). Calls `watch` on the calling thread ten times a second and once at the end. After an
+/// exception of `work` no index is begun any more, and the first exception is thrown here.
+void ForEachInParallel(std::size_t count, std::size_t threads,
+                       const std::function<void(std::size_t index)>& work,
+                       const std::function<void()>& watch);
+
+}  // namespace ve::publish
