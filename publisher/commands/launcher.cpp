@@ -1,7 +1,6 @@
-#include "core/windows.h"
-
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "archive/updater_settings.h"
@@ -9,10 +8,12 @@
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
+#include "core/md5.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/channel/channel_swap.h"
 #include "publisher/channel/executable.h"
+#include "publisher/channel/launcher_record.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -36,19 +37,17 @@ struct Parts {
   std::wstring executableName;
   std::string executable;
   std::string settings;
+  bool keepsNonEmptyDirectories = false;
 };
 
-/// The content, or none and a refusal.
-std::optional<std::string> ReadInput(const std::string& option, const std::string& path,
-                                     Diagnostics& diagnostics) {
-  const std::wstring absolute = ExtendedLengthPath(path);
-  const DWORD attributes = GetFileAttributesW(absolute.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    diagnostics.AddError(DisplayPath(absolute), "there is no such file",
-                         Format("Name an existing file with {}.", option));
+/// The content; none and an error if the file cannot be read.
+std::optional<std::string> ReadInput(const std::string& path, Diagnostics& diagnostics) {
+  try {
+    return ReadWholeFile(ExtendedLengthPath(path));
+  } catch (const PublishError& error) {
+    diagnostics.errors.push_back(error.GetDiagnostic());
     return {};
   }
-  return ReadWholeFile(absolute);
 }
 
 void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
@@ -64,22 +63,30 @@ void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   }
 }
 
-void CheckExecutable(const std::string& path, const std::string& content,
-                     Diagnostics& diagnostics) {
+void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnostics) {
   const std::wstring absolute = ExtendedLengthPath(path);
-  if (!IsExecutable(content)) {
-    diagnostics.AddError(DisplayPath(absolute), "it is no Windows program",
-                         "Name the Launcher's file.");
-    return;
+  const std::string subject = DisplayPath(absolute);
+  const char* const hint = "Publish with the tool that was built together with this Launcher.";
+  if (!IsExecutable(parts.executable)) {
+    return diagnostics.AddError(subject, "not a Windows executable", "Pass the Launcher's file.");
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
-  if (version == sdk::kBuildConfig.version) return;
-  const std::string found =
-      version ? Format("its version is {}", *version) : std::string("it has no version resource");
-  diagnostics.AddError(
-      DisplayPath(absolute),
-      Format("{}, and this tool publishes version {}", found, sdk::kBuildConfig.version),
-      "Publish with the tool that was built together with this Launcher.");
+  if (version != sdk::kBuildConfig.version) {
+    diagnostics.AddError(subject,
+                         version ? Format("its version is {}, and this tool publishes version {}",
+                                          *version, sdk::kBuildConfig.version)
+                                 : "has no version resource",
+                         hint);
+    return;
+  }
+  parts.keepsNonEmptyDirectories = KeepsNonEmptyDirectories(absolute);
+  if (parts.keepsNonEmptyDirectories == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
+  diagnostics.AddWarning(
+      subject,
+      Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
+             parts.keepsNonEmptyDirectories ? "keeps" : "stops at",
+             parts.keepsNonEmptyDirectories ? "stops at" : "keeps"),
+      hint);
 }
 
 void CheckSettings(const Options& options, const std::string& content, Diagnostics& diagnostics) {
@@ -93,7 +100,7 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
                ToUtf8(settings.channel)),
         Format("Make one for {} with publish settings.", options.channel));
   } catch (const VERuntimeError& error) {
-    diagnostics.AddError(subject, Format("the Launcher refuses it: {}", error.what()),
+    diagnostics.AddError(subject, Format("the Launcher rejects it: {}", error.what()),
                          "Make one with publish settings.");
   }
 }
@@ -115,7 +122,7 @@ std::optional<std::uint32_t> PublishedVersion(const std::wstring& folder) {
   }
 }
 
-std::wstring ExecutablePlace(const Parts& parts) {
+std::wstring ExecutablePath(const Parts& parts) {
   return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
 }
 
@@ -130,7 +137,7 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& 
                *version),
         "Publish a higher version soon.");
   }
-  const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
+  const std::optional<std::string> executable = Published(folder, ExecutablePath(parts));
   if (*version == sdk::kBuildConfig.version && executable && *executable != parts.executable) {
     diagnostics.AddWarning(
         ToUtf8(parts.executableName),
@@ -139,6 +146,22 @@ void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& 
                *version),
         "Build it with a higher version unless that is meant.");
   }
+}
+
+bool WasSigned(const std::wstring& folder, const Parts& parts) {
+  const auto text = Published(folder, kLauncherRecordName);
+  const auto record = text ? ParseLauncherRecord(*text) : std::nullopt;
+  if (record) return record->isSigned;
+  const auto executable = Published(folder, ExecutablePath(parts));
+  return executable && IsSigned(*executable);
+}
+
+void WarnOfSignature(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
+  if (IsSigned(parts.executable) || !WasSigned(folder, parts)) return;
+  diagnostics.AddWarning(ToUtf8(parts.executableName),
+                         "has no Authenticode signature, but the one on the server had",
+                         "Windows and virus scanners may warn players of it. Sign it, then publish "
+                         "again with a higher version.");
 }
 
 void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Options& options,
@@ -154,20 +177,19 @@ void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Option
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
+  std::set<std::wstring> known;
+  for (const std::wstring_view name :
+       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
+    known.insert(FoldCase(JoinPath(folder, name)));
+  }
+  known.insert(FoldCase(JoinPath(folder, ExecutablePath(parts))));
   const std::wstring updater = JoinPath(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
-  const std::wstring manifest = JoinPath(folder, kUpdaterManifestName);
-  const std::wstring settings = JoinPath(folder, kUpdaterSettingsName);
-  const std::wstring executable = JoinPath(folder, ExecutablePlace(parts));
   file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    const std::wstring key = FoldCase(entry.path);
-    const bool isKnown = key == FoldCase(manifest) || key == FoldCase(settings) ||
-                         key == FoldCase(executable) || entry.path.ends_with(kBesideSuffix);
-    if (!isKnown) {
-      diagnostics.AddWarning(
-          DisplayPath(entry.path),
-          "it is not replaced: a Launcher of this name still gets it as its update",
-          "Remove it if no player's Launcher has this name.");
+    if (!known.contains(FoldCase(entry.path))) {
+      diagnostics.AddWarning(DisplayPath(entry.path),
+                             "is not replaced: a Launcher of this name still gets it as its update",
+                             "Remove it if no player's Launcher has this name.");
     }
     return file::WalkAction::kRecurse;
   });
@@ -176,6 +198,7 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostic
 void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
                      Diagnostics& diagnostics) {
   WarnOfVersion(folder, parts, diagnostics);
+  WarnOfSignature(folder, parts, diagnostics);
   WarnOfSettings(folder, parts, options, diagnostics);
   WarnOfOtherFiles(folder, parts, diagnostics);
 }
@@ -193,13 +216,19 @@ std::string UpdaterManifest() {
   return content;
 }
 
-/// In the order that no player's Launcher takes harm from: the manifest, which offers the rest, is
-/// last.
+std::string Record(const Parts& parts) {
+  return LauncherRecordText({ToUtf8(parts.executableName), parts.executable.size(),
+                             Md5Hex(parts.executable), sdk::kBuildConfig.version,
+                             parts.keepsNonEmptyDirectories, IsSigned(parts.executable)});
+}
+
+/// The manifest, which offers the rest to Launchers, is last.
 void Write(const std::wstring& folder, const Parts& parts) {
   const std::string manifest = UpdaterManifest();
   file::MakeDirectories(JoinPath(folder, kUpdaterFolder));
-  WriteFileAtomically(JoinPath(folder, ExecutablePlace(parts)), parts.executable);
+  WriteFileAtomically(JoinPath(folder, ExecutablePath(parts)), parts.executable);
   WriteFileAtomically(JoinPath(folder, kUpdaterSettingsName), parts.settings);
+  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), Record(parts));
   WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
@@ -227,12 +256,12 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
                            {"published", false}});
 
   CheckExecutableName(parts.executableName, diagnostics);
-  if (auto executable = ReadInput("--exe", options.executable, diagnostics)) {
-    parts.executable = std::move(*executable);
-    CheckExecutable(options.executable, parts.executable, diagnostics);
+  if (auto content = ReadInput(options.executable, diagnostics)) {
+    parts.executable = std::move(*content);
+    CheckExecutable(options.executable, parts, diagnostics);
   }
-  if (auto settings = ReadInput("--settings", options.settings, diagnostics)) {
-    parts.settings = std::move(*settings);
+  if (auto content = ReadInput(options.settings, diagnostics)) {
+    parts.settings = std::move(*content);
     CheckSettings(options, parts.settings, diagnostics);
   }
   if (diagnostics.HasErrors()) return;
