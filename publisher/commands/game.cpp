@@ -13,6 +13,7 @@
 #include "publisher/channel/manifest_writer.h"
 #include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
+#include "publisher/channel/upload_lists.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -28,6 +29,7 @@ struct Options {
   std::string server;
   std::string launcher = "Launcher.exe";
   std::vector<std::string> ignore;
+  std::string uploadLists;
   bool force = false;
   bool dryRun = false;
   bool ifChanged = false;
@@ -154,6 +156,10 @@ void Publish(const Plan& plan, BuildFolder& build, Console& console, Diagnostics
   if (diagnostics.HasErrors()) return;
   const Changes changes = CompareManifests(live, sdk::ReadGameUpdateManifest(manifest));
   if (!plan.options.dryRun) {
+    if (!plan.options.uploadLists.empty()) {
+      WriteUploadLists(ExtendedLengthPath(plan.options.uploadLists), ToWide(plan.options.channel),
+                       changes);
+    }
     SwapIn(folders, diagnostics);
     console.Report()["published"] = true;
   }
@@ -213,6 +219,8 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
                    "Leave out the files and folders whose names match, with * and ?; repeatable. "
                    "Always left out: .DS_Store, Thumbs.db, desktop.ini.")
       ->take_all();
+  command->add_option("--upload-lists", options->uploadLists,
+                      "A folder for the lists of what to upload, delete and purge elsewhere.");
   command->add_flag("--dry-run", options->dryRun, "Check everything and write nothing.");
   command->add_flag("--if-changed", options->ifChanged,
                     "Do nothing if the server has exactly this build already.");
