@@ -15,7 +15,7 @@ struct BuildFile {
   std::wstring name;
   std::uint64_t size = 0;
   std::int64_t written = 0;  ///< The last write, in the file system's ticks.
-  std::string digest;        ///< As in manifests; empty until computed.
+  std::string digest{};      ///< As in manifests; empty until computed.
   bool isPublished = false;  ///< Whether the channel has this content by this name.
 };
 
@@ -23,7 +23,7 @@ struct BuildFile {
 struct BuildFolder {
   std::vector<std::wstring> directories;
   std::vector<BuildFile> files;
-  std::vector<std::wstring> ignored;
+  std::vector<std::wstring> ignored{};
 
   [[nodiscard]] std::uint64_t Bytes() const;
 };

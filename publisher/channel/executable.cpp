@@ -22,19 +22,7 @@ using UniqueModule = Unique<ModulePolicy>;
 // https://learn.microsoft.com/windows/win32/menurc/vs-versioninfo
 constexpr std::size_t kFixedFileInfoOffset = 40;
 
-}  // namespace
-
-bool IsExecutable(std::string_view content) {
-  if (!content.starts_with("MZ") || content.size() < sizeof(IMAGE_DOS_HEADER)) return false;
-  IMAGE_DOS_HEADER header;
-  std::memcpy(&header, content.data(), sizeof(header));
-  if (header.e_lfanew < 0) return false;
-  const auto offset = static_cast<std::size_t>(header.e_lfanew);
-  return offset < content.size() &&
-         content.substr(offset).starts_with(std::string_view("PE\0\0", 4));
-}
-
-std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
+std::optional<VS_FIXEDFILEINFO> ReadFixedFileInfo(const std::wstring& path) {
   // As a data file: nothing of it runs, and no DLL that it imports is loaded.
   const UniqueModule module(LoadLibraryExW(
       path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
@@ -50,7 +38,41 @@ std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
   std::memcpy(&fixed, static_cast<const std::byte*>(LockResource(data)) + kFixedFileInfoOffset,
               sizeof(fixed));
   if (fixed.dwSignature != VS_FFI_SIGNATURE) return {};
-  return HIWORD(fixed.dwFileVersionMS);
+  return fixed;
+}
+
+/// The content from the signature "PE" on; empty if it is not an executable.
+std::string_view PortableExecutable(std::string_view content) {
+  if (!content.starts_with("MZ") || content.size() < sizeof(IMAGE_DOS_HEADER)) return {};
+  IMAGE_DOS_HEADER header;
+  std::memcpy(&header, content.data(), sizeof(header));
+  if (header.e_lfanew < 0 || static_cast<std::size_t>(header.e_lfanew) >= content.size()) return {};
+  content.remove_prefix(static_cast<std::size_t>(header.e_lfanew));
+  return content.starts_with(std::string_view("PE\0\0", 4)) ? content : std::string_view();
+}
+
+}  // namespace
+
+bool IsExecutable(std::string_view content) { return !PortableExecutable(content).empty(); }
+
+bool IsSigned(std::string_view content) {
+  content = PortableExecutable(content);
+  IMAGE_NT_HEADERS64 headers;
+  if (content.size() < sizeof(headers)) return false;
+  std::memcpy(&headers, content.data(), sizeof(headers));
+  return headers.OptionalHeader.Magic == IMAGE_NT_OPTIONAL_HDR64_MAGIC &&
+         headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_SECURITY].Size != 0;
+}
+
+std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
+  const auto fixed = ReadFixedFileInfo(path);
+  if (!fixed) return {};
+  return HIWORD(fixed->dwFileVersionMS);
+}
+
+bool KeepsNonEmptyDirectories(const std::wstring& path) {
+  const auto fixed = ReadFixedFileInfo(path);
+  return fixed && (fixed->dwFileFlags & VS_FF_SPECIALBUILD) != 0;
 }
 
 }  // namespace ve::publish

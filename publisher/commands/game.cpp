@@ -2,7 +2,6 @@
 #include <memory>
 #include <optional>
 
-#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -13,6 +12,7 @@
 #include "publisher/channel/manifest_writer.h"
 #include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
+#include "publisher/channel/upload_lists.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -28,6 +28,7 @@ struct Options {
   std::string server;
   std::string launcher = "Launcher.exe";
   std::vector<std::string> ignore;
+  std::string uploadLists;
   bool force = false;
   bool dryRun = false;
   bool ifChanged = false;
@@ -51,19 +52,6 @@ void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
   diagnostics.AddError(DisplayPath(plan.source),
                        "the build and the server's folder contain each other",
                        "Publish from a folder outside the server's.");
-}
-
-/// What is served now; nothing if that is not a manifest that the Launcher reads. The entries are
-/// views into `text`.
-sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders, std::string& text) {
-  const std::wstring path = JoinPath(folders.live, kManifestName);
-  if (!file::Exists(path)) return {};
-  try {
-    text = ReadWholeFile(path);
-    return sdk::ReadGameUpdateManifest(text);
-  } catch (const VERuntimeError&) {
-    return {};
-  }
 }
 
 bool IsUnchanged(const BuildFolder& build, const sdk::GameUpdateManifest& live) {
@@ -154,6 +142,10 @@ void Publish(const Plan& plan, BuildFolder& build, Console& console, Diagnostics
   if (diagnostics.HasErrors()) return;
   const Changes changes = CompareManifests(live, sdk::ReadGameUpdateManifest(manifest));
   if (!plan.options.dryRun) {
+    if (!plan.options.uploadLists.empty()) {
+      WriteUploadLists(ExtendedLengthPath(plan.options.uploadLists), ToWide(plan.options.channel),
+                       changes);
+    }
     SwapIn(folders, diagnostics);
     console.Report()["published"] = true;
   }
@@ -213,6 +205,8 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
                    "Leave out the files and folders whose names match, with * and ?; repeatable. "
                    "Always left out: .DS_Store, Thumbs.db, desktop.ini.")
       ->take_all();
+  command->add_option("--upload-lists", options->uploadLists,
+                      "A folder for the lists of what to upload, delete and purge elsewhere.");
   command->add_flag("--dry-run", options->dryRun, "Check everything and write nothing.");
   command->add_flag("--if-changed", options->ifChanged,
                     "Do nothing if the server has exactly this build already.");

@@ -1,7 +1,6 @@
-#include "core/windows.h"
-
 #include <memory>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "archive/updater_settings.h"
@@ -9,10 +8,12 @@
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
+#include "core/md5.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/channel/channel_swap.h"
 #include "publisher/channel/executable.h"
+#include "publisher/channel/launcher_record.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -31,24 +32,21 @@ struct Options {
   std::string server;
 };
 
-/// The files to publish, with their content.
+/// The files to publish.
 struct Parts {
-  std::wstring executableName;
   std::string executable;
   std::string settings;
+  LauncherRecord record;
 };
 
-/// The content, or none and a refusal.
-std::optional<std::string> ReadInput(const std::string& option, const std::string& path,
-                                     Diagnostics& diagnostics) {
-  const std::wstring absolute = ExtendedLengthPath(path);
-  const DWORD attributes = GetFileAttributesW(absolute.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    diagnostics.AddError(DisplayPath(absolute), "there is no such file",
-                         Format("Name an existing file with {}.", option));
+/// The content; none and an error if the file cannot be read.
+std::optional<std::string> ReadInput(const std::string& path, Diagnostics& diagnostics) {
+  try {
+    return ReadWholeFile(ExtendedLengthPath(path));
+  } catch (const PublishError& error) {
+    diagnostics.errors.push_back(error.GetDiagnostic());
     return {};
   }
-  return ReadWholeFile(absolute);
 }
 
 void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
@@ -64,22 +62,34 @@ void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   }
 }
 
-void CheckExecutable(const std::string& path, const std::string& content,
-                     Diagnostics& diagnostics) {
+void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnostics) {
   const std::wstring absolute = ExtendedLengthPath(path);
-  if (!IsExecutable(content)) {
-    diagnostics.AddError(DisplayPath(absolute), "it is no Windows program",
-                         "Name the Launcher's file.");
-    return;
+  const std::string subject = DisplayPath(absolute);
+  const char* const hint = "Publish with the tool that was built together with this Launcher.";
+  if (!IsExecutable(parts.executable)) {
+    return diagnostics.AddError(subject, "not a Windows executable", "Pass the Launcher's file.");
   }
   const std::optional<std::uint32_t> version = ExecutableVersion(absolute);
-  if (version == sdk::kBuildConfig.version) return;
-  const std::string found =
-      version ? Format("its version is {}", *version) : std::string("it has no version resource");
-  diagnostics.AddError(
-      DisplayPath(absolute),
-      Format("{}, and this tool publishes version {}", found, sdk::kBuildConfig.version),
-      "Publish with the tool that was built together with this Launcher.");
+  if (version != sdk::kBuildConfig.version) {
+    diagnostics.AddError(subject,
+                         version ? Format("its version is {}, and this tool publishes version {}",
+                                          *version, sdk::kBuildConfig.version)
+                                 : "has no version resource",
+                         hint);
+    return;
+  }
+  const bool keeps = KeepsNonEmptyDirectories(absolute);
+  parts.record.size = parts.executable.size();
+  parts.record.md5 = Md5Hex(parts.executable);
+  parts.record.version = *version;
+  parts.record.keepsNonEmptyDirectories = keeps;
+  parts.record.isSigned = IsSigned(parts.executable);
+  if (keeps == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
+  diagnostics.AddWarning(
+      subject,
+      Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
+             keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
+      hint);
 }
 
 void CheckSettings(const Options& options, const std::string& content, Diagnostics& diagnostics) {
@@ -93,7 +103,7 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
                ToUtf8(settings.channel)),
         Format("Make one for {} with publish settings.", options.channel));
   } catch (const VERuntimeError& error) {
-    diagnostics.AddError(subject, Format("the Launcher refuses it: {}", error.what()),
+    diagnostics.AddError(subject, Format("the Launcher rejects it: {}", error.what()),
                          "Make one with publish settings.");
   }
 }
@@ -105,39 +115,36 @@ std::optional<std::string> Published(const std::wstring& folder, std::wstring_vi
   return ReadWholeFile(path);
 }
 
-std::optional<std::uint32_t> PublishedVersion(const std::wstring& folder) {
-  std::optional<std::string> manifest = Published(folder, kUpdaterManifestName);
-  if (!manifest) return {};
-  try {
-    return sdk::ReadUpdaterManifest(*manifest, 0);
-  } catch (const VERuntimeError&) {
-    return {};  // It is replaced, whatever is wrong with it.
-  }
+std::wstring ExecutablePath(const Parts& parts) {
+  return Format(L"{}/{}", kUpdaterFolder, ToWide(parts.record.executable));
 }
 
-std::wstring ExecutablePlace(const Parts& parts) {
-  return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
-}
-
-void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  const std::optional<std::uint32_t> version = PublishedVersion(folder);
-  if (!version) return;
-  if (*version > sdk::kBuildConfig.version) {
+void WarnOfExecutable(const std::wstring& folder, const LauncherRecord& record,
+                      Diagnostics& diagnostics) {
+  const std::optional<std::string> text = Published(folder, kLauncherRecordName);
+  const auto before = text ? ParseLauncherRecord(*text) : std::nullopt;
+  if (!before) return;
+  if (before->version > record.version) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had version {}: players who have that keep it, and their "
                "Launcher logs an error at every start",
-               *version),
+               before->version),
         "Publish a higher version soon.");
   }
-  const std::optional<std::string> executable = Published(folder, ExecutablePlace(parts));
-  if (*version == sdk::kBuildConfig.version && executable && *executable != parts.executable) {
+  if (before->version == record.version && before->md5 != record.md5) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had another file with the same version {}: players who have "
                "that version do not get this one",
-               *version),
+               record.version),
         "Build it with a higher version unless that is meant.");
+  }
+  if (before->isSigned && !record.isSigned) {
+    diagnostics.AddWarning(record.executable,
+                           "has no Authenticode signature, but the one on the server had",
+                           "Windows and virus scanners may warn players of it. Sign it, then "
+                           "publish it with a higher version.");
   }
 }
 
@@ -154,30 +161,22 @@ void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Option
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
+  std::set<std::wstring> known;
+  for (const std::wstring_view name :
+       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
+    known.insert(FoldCase(JoinPath(folder, name)));
+  }
+  known.insert(FoldCase(JoinPath(folder, ExecutablePath(parts))));
   const std::wstring updater = JoinPath(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
-  const std::wstring manifest = JoinPath(folder, kUpdaterManifestName);
-  const std::wstring settings = JoinPath(folder, kUpdaterSettingsName);
-  const std::wstring executable = JoinPath(folder, ExecutablePlace(parts));
   file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    const std::wstring key = FoldCase(entry.path);
-    const bool isKnown = key == FoldCase(manifest) || key == FoldCase(settings) ||
-                         key == FoldCase(executable) || entry.path.ends_with(kBesideSuffix);
-    if (!isKnown) {
-      diagnostics.AddWarning(
-          DisplayPath(entry.path),
-          "it is not replaced: a Launcher of this name still gets it as its update",
-          "Remove it if no player's Launcher has this name.");
+    if (!known.contains(FoldCase(entry.path))) {
+      diagnostics.AddWarning(DisplayPath(entry.path),
+                             "is not replaced: a Launcher of this name still gets it as its update",
+                             "Remove it if no player's Launcher has this name.");
     }
     return file::WalkAction::kRecurse;
   });
-}
-
-void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
-                     Diagnostics& diagnostics) {
-  WarnOfVersion(folder, parts, diagnostics);
-  WarnOfSettings(folder, parts, options, diagnostics);
-  WarnOfOtherFiles(folder, parts, diagnostics);
 }
 
 /// The library's own writer takes short paths only and checks nothing: it writes to a temporary
@@ -193,13 +192,13 @@ std::string UpdaterManifest() {
   return content;
 }
 
-/// In the order that no player's Launcher takes harm from: the manifest, which offers the rest, is
-/// last.
+/// The manifest, which offers the rest to Launchers, is last.
 void Write(const std::wstring& folder, const Parts& parts) {
   const std::string manifest = UpdaterManifest();
   file::MakeDirectories(JoinPath(folder, kUpdaterFolder));
-  WriteFileAtomically(JoinPath(folder, ExecutablePlace(parts)), parts.executable);
+  WriteFileAtomically(JoinPath(folder, ExecutablePath(parts)), parts.executable);
   WriteFileAtomically(JoinPath(folder, kUpdaterSettingsName), parts.settings);
+  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), LauncherRecordText(parts.record));
   WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
@@ -208,31 +207,34 @@ void Publish(const Options& options, const Parts& parts, Console& console,
   const ChannelFolders folders =
       FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
-  WarnOfPublished(folders.live, parts, options, diagnostics);
+  WarnOfExecutable(folders.live, parts.record, diagnostics);
+  WarnOfSettings(folders.live, parts, options, diagnostics);
+  WarnOfOtherFiles(folders.live, parts, diagnostics);
   Write(folders.live, parts);
   console.Print(Format("Published version {} of the Launcher, {}, to {} in {}",
-                       sdk::kBuildConfig.version, ToUtf8(parts.executableName), options.channel,
+                       sdk::kBuildConfig.version, parts.record.executable, options.channel,
                        DisplayPath(ExtendedLengthPath(options.server))));
   console.Report()["published"] = true;
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.executable);
+  const std::wstring name = path.substr(path.find_last_of(L'\\') + 1);
   Parts parts;
-  parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
+  parts.record.executable = ToUtf8(name);
   console.Report().update({{"version", sdk::kBuildConfig.version},
-                           {"executable", ToUtf8(parts.executableName)},
+                           {"executable", parts.record.executable},
                            {"channel", options.channel},
                            {"server", DisplayPath(ExtendedLengthPath(options.server))},
                            {"published", false}});
 
-  CheckExecutableName(parts.executableName, diagnostics);
-  if (auto executable = ReadInput("--exe", options.executable, diagnostics)) {
-    parts.executable = std::move(*executable);
-    CheckExecutable(options.executable, parts.executable, diagnostics);
+  CheckExecutableName(name, diagnostics);
+  if (auto content = ReadInput(options.executable, diagnostics)) {
+    parts.executable = std::move(*content);
+    CheckExecutable(options.executable, parts, diagnostics);
   }
-  if (auto settings = ReadInput("--settings", options.settings, diagnostics)) {
-    parts.settings = std::move(*settings);
+  if (auto content = ReadInput(options.settings, diagnostics)) {
+    parts.settings = std::move(*content);
     CheckSettings(options, parts.settings, diagnostics);
   }
   if (diagnostics.HasErrors()) return;

@@ -357,6 +357,26 @@ def test_a_dry_run_checks_everything_and_writes_nothing(publish_game, server):
     assert tree_of(server) == before
 
 
+def test_the_lists_of_what_to_upload(publish_game, temp_dir):
+    lists = temp_dir / "lists" / "new"
+    publish_game(FILES, "1.0.0.0", "--dry-run", "--upload-lists", lists)
+    assert not lists.parent.exists()
+    publish_game(FILES, "1.0.0.0")
+    files = {**FILES, "readme.txt": b"changed", "bin/a b.txt": b"new"}
+    del files["Saved/default.sav"]
+    assert publish_game(files, "1.0.0.1", "--upload-lists", lists).code == 0
+    head = "updates/release/"
+    assert {path.name: path.read_text().splitlines() for path in lists.iterdir()} == {
+        "1-payload.txt": [head + "bin/a b.txt", head + "readme.txt"],
+        "2-manifest.txt": [head + GAME_MANIFEST],
+        "3-version.txt": [head + GAME_VERSION],
+        "4-delete.txt": [head + "Saved/default.sav"],
+        "5-purge.txt": [
+            f"/{head}{name}" for name in ("readme.txt", "Saved/default.sav", GAME_MANIFEST, GAME_VERSION)
+        ],
+    }
+
+
 def test_a_publish_that_changes_nothing_is_warned_of_or_left_out(publish_game, server, temp_dir):
     publish_game(FILES, "1.0.0.0", "--if-changed")
     assert_published(server, FILES, "1.0.0.0")

@@ -1,7 +1,11 @@
 """publish launcher: the Launcher's own update, as its Launcher takes it."""
 
+import hashlib
+import json
 import os
+import pathlib
 import shutil
+import struct
 
 import pytest
 
@@ -15,6 +19,7 @@ from harness.published import make_build, tree_of
 from harness.publishing import Published, publish
 
 URL = "https://updates.example/"
+RECORD = "updates/release/updater/published.json"
 MANIFEST = b"Velmorant Updater\r\nFileVersion: 1\r\nVersion: %d"
 
 
@@ -36,6 +41,19 @@ def publish_launcher(build, temp_dir, server):
     return run
 
 
+def record(launcher: pathlib.Path, version: int = OWN_VERSION, **changes) -> dict:
+    content = launcher.read_bytes()
+    return {
+        "executable": "Launcher.exe",
+        "size": len(content),
+        "md5": hashlib.md5(content).hexdigest(),
+        "version": version,
+        "keepsNonEmptyDirectories": False,
+        "isSigned": False,
+        **changes,
+    }
+
+
 def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str, bytes | None]:
     return {
         "updates": None,
@@ -43,11 +61,12 @@ def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str,
         "updates/release/updater": None,
         "updates/release/updater/Launcher.exe": launcher.read_bytes(),
         "updates/release/updater/UpdaterData.vpak": settings,
+        "updates/release/updater/published.json": (json.dumps(record(launcher, version), indent=2) + "\n").encode(),
         "updates/release/updater/updater.manifest": MANIFEST % version,
     }
 
 
-def test_it_writes_the_three_files_and_nothing_else(publish_launcher, build, server):
+def test_it_writes_the_three_files_with_a_record_and_nothing_else(publish_launcher, build, server):
     done = publish_launcher()
     assert (done.code, done.errors, done.warnings) == (0, [], [])
     assert (done.report["version"], done.report["published"]) == (OWN_VERSION, True)
@@ -66,6 +85,13 @@ def test_each_tool_publishes_the_version_that_it_was_built_with(publish_launcher
     done = publish_launcher(build.next, program=build.publish_next)
     assert (done.code, done.report["version"]) == (0, NEXT_VERSION)
     assert tree_of(server) == expected(build.next, formats.updater_data(URL), NEXT_VERSION)
+
+
+def test_the_tool_of_the_other_clean_up_publishes_its_own_launcher(publish_launcher, build, server):
+    done = publish_launcher(build.keep_dirs, program=build.publish_keep_dirs)
+    assert (done.code, done.warnings) == (0, [])
+    published = json.loads((server / RECORD).read_bytes())
+    assert published == record(build.keep_dirs, keepsNonEmptyDirectories=True)
 
 
 def test_the_game_and_other_channels_stay(publish_launcher, server):
@@ -150,7 +176,7 @@ def test_an_executable_of_another_version_is_refused(publish_launcher, build, se
 def test_an_executable_without_a_version_is_refused(publish_launcher, build, server):
     done = publish_launcher(build.watch)
     assert done.code == 1
-    assert "it has no version resource" in done.errors[0]
+    assert "has no version resource" in done.errors[0]
     assert os.listdir(server) == []
 
 
@@ -160,7 +186,7 @@ def test_a_file_that_is_not_a_windows_executable_is_refused(publish_launcher, te
     path.write_bytes(content)
     done = publish_launcher(path)
     assert done.code == 1
-    assert len(done.errors) == 1 and done.errors[0].endswith("it is no Windows program")
+    assert len(done.errors) == 1 and done.errors[0].endswith("not a Windows executable")
     assert os.listdir(server) == []
 
 
@@ -168,7 +194,7 @@ def test_settings_that_the_launcher_rejects_are_refused_with_its_message(publish
     done = publish_launcher(settings=formats.updater_data(""))
     assert done.code == 1
     assert len(done.errors) == 1
-    assert "the Launcher refuses it: Empty URL in UpdaterData.vpak." in done.errors[0]
+    assert "the Launcher rejects it: Empty URL in UpdaterData.vpak." in done.errors[0]
     assert os.listdir(server) == []
 
 
@@ -184,13 +210,13 @@ def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     path.write_bytes(b"text")
     arguments = ["--exe", path, "--settings", temp_dir / "missing.vpak", "--channel", "release"]
     done = publish(build, "launcher", *arguments, "--server", server)
-    rules = [refusal.rsplit(": ", 1)[1] for refusal in done.errors]
+    rules = [error["message"].split(":")[0] for error in done.report["errors"]]
     assert done.code == 1
     assert rules == [
         "a single quote ends the name in the manifest",
         "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own",
-        "it is no Windows program",
-        "there is no such file",
+        "not a Windows executable",
+        "cannot be read",
     ]
     assert os.listdir(server) == []
 
@@ -207,6 +233,18 @@ def test_an_executable_named_like_a_file_beside_it_is_an_error(publish_launcher,
 # --- What is warned of ------------------------------------------------------------------------
 
 
+def signed(launcher: pathlib.Path, temp_dir: pathlib.Path) -> pathlib.Path:
+    """A copy with a certificate table, which holds no valid signature."""
+    content = bytearray(launcher.read_bytes())
+    headers = struct.unpack_from("<I", content, 0x3C)[0]
+    # The fifth data directory of a 64-bit executable's optional header: its place and its size.
+    struct.pack_into("<II", content, headers + 24 + 112 + 4 * 8, len(content), 8)
+    path = temp_dir / "signed" / "Launcher.exe"
+    path.parent.mkdir(exist_ok=True)
+    path.write_bytes(content + struct.pack("<IHH", 8, 0x0200, 2))
+    return path
+
+
 def test_a_step_back_is_warned_of(publish_launcher, build):
     publish_launcher(build.next, program=build.publish_next)
     done = publish_launcher()
@@ -217,14 +255,48 @@ def test_a_step_back_is_warned_of(publish_launcher, build):
     ]
 
 
-def test_another_file_with_the_same_version_is_warned_of(publish_launcher, build):
+def test_another_file_with_the_same_version_is_warned_of(publish_launcher, build, temp_dir):
     publish_launcher()
-    done = publish_launcher(build.keep_dirs)
+    done = publish_launcher(signed(build.launcher, temp_dir))
     assert done.code == 0
     assert done.warnings == [
         f"Launcher.exe: the server had another file with the same version {OWN_VERSION}: players who have that "
         "version do not get this one"
     ]
+
+
+@pytest.mark.parametrize("keeps", [True, False])
+def test_a_launcher_with_the_other_clean_up_is_warned_of(publish_launcher, build, server, keeps):
+    if keeps:
+        done = publish_launcher(build.keep_dirs, program=build.publish)
+        words = "keeps", "stops at"
+    else:
+        done = publish_launcher(build.launcher, program=build.publish_keep_dirs)
+        words = "stops at", "keeps"
+    assert done.code == 0
+    (warning,) = done.report["warnings"]
+    assert warning["message"] == (
+        f"its clean-up {words[0]} non-empty directories, and that of this tool's build {words[1]} them"
+    )
+    assert json.loads((server / RECORD).read_bytes())["keepsNonEmptyDirectories"] == keeps
+
+
+UNSIGNED = "Launcher.exe: has no Authenticode signature, but the one on the server had"
+
+
+def test_a_signature_that_is_missing_from_now_on_is_warned_of(publish_launcher, build, temp_dir, server):
+    done = publish_launcher(signed(build.launcher, temp_dir))
+    assert (done.code, done.warnings) == (0, [])
+    assert json.loads((server / RECORD).read_bytes())["isSigned"]
+    done = publish_launcher(build.next, program=build.publish_next)
+    assert (done.code, done.warnings) == (0, [UNSIGNED])
+    # That is what the server has now.
+    assert publish_launcher(build.next, program=build.publish_next).warnings == []
+
+
+def test_a_launcher_that_is_signed_again_is_not_warned_of(publish_launcher, build, temp_dir):
+    publish_launcher(signed(build.launcher, temp_dir))
+    assert publish_launcher(signed(build.next, temp_dir), program=build.publish_next).warnings == []
 
 
 def test_other_settings_are_warned_of(publish_launcher):
@@ -242,7 +314,7 @@ def test_an_executable_of_another_name_is_warned_of(publish_launcher, server):
     make_build(server / "updates/release/updater", {"Start.exe": b"x"})
     done = publish_launcher()
     assert done.code == 0
-    assert len(done.warnings) == 1 and "Start.exe: it is not replaced" in done.warnings[0]
+    assert len(done.warnings) == 1 and "Start.exe: is not replaced" in done.warnings[0]
 
 
 # --- From the tool to the player --------------------------------------------------------------

@@ -17,9 +17,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* kNoGame =
-    "the build has no such file, which is the game that the Launcher starts";
-
 std::vector<std::string> Told(const std::vector<Diagnostic>& diagnostics) {
   std::vector<std::string> told;
   for (const Diagnostic& diagnostic : diagnostics)
@@ -33,7 +30,7 @@ class BuildFolderTest : public test::TempFolder {
 
   Diagnostics Read() {
     Diagnostics diagnostics;
-    build_ = ReadBuildFolder(Folder(), L"Launcher.exe", diagnostics);
+    build_ = ReadBuildFolder(Folder(), {L"Launcher.exe"}, diagnostics);
     return diagnostics;
   }
 
@@ -54,17 +51,23 @@ TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
   EXPECT_EQ(build_.Bytes(), 5U);
 }
 
-TEST_F(BuildFolderTest, ABuildWithoutTheGameIsWarnedOf) {
+TEST_F(BuildFolderTest, ABuildWithoutTheGameIsAnErrorUnlessForced) {
   test::WriteWhole(L"Velmorant Player.exe", "game");
-  const Diagnostics diagnostics = Read();
-  EXPECT_THAT(Told(diagnostics.errors), IsEmpty());
-  EXPECT_THAT(Told(diagnostics.warnings),
-              ElementsAre(std::string("bin/Velmorant Player.exe: ") + kNoGame));
+  static_cast<void>(Read());
+  Diagnostics diagnostics;
+  CheckGameProgram(L"D:\\build", build_, false, diagnostics);
+  const std::string message = "D:\\build: no bin\\Velmorant Player.exe";
+  EXPECT_THAT(Told(diagnostics.errors), ElementsAre(message));
+  CheckGameProgram(L"D:\\build", build_, true, diagnostics);
+  EXPECT_EQ(diagnostics.errors.size(), 1U);
+  EXPECT_THAT(Told(diagnostics.warnings), ElementsAre(message));
 }
 
 TEST_F(BuildFolderTest, TheGamesNameMayBeInAnotherCase) {
   test::WriteWhole(L"bin\\velmorant player.EXE", "game");
-  EXPECT_THAT(Told(Read().warnings), IsEmpty());
+  Diagnostics diagnostics = Read();
+  CheckGameProgram(Folder(), build_, false, diagnostics);
+  EXPECT_FALSE(diagnostics.HasErrors());
 }
 
 class ChangedBuild : public BuildFolderTest {
@@ -77,7 +80,7 @@ class ChangedBuild : public BuildFolderTest {
 
   std::vector<std::string> Changes() {
     Diagnostics diagnostics;
-    CheckUnchanged(Folder(), build_, diagnostics);
+    CheckUnchanged(Folder(), {L"Launcher.exe"}, build_, diagnostics);
     return Told(diagnostics.errors);
   }
 
@@ -90,7 +93,8 @@ class ChangedBuild : public BuildFolderTest {
   }
 };
 
-constexpr const char* kChanged = "bin/b.dat: it was changed while the build was published";
+constexpr const char* kChanged =
+    "bin/b.dat: was added, changed or removed while the build was published";
 
 TEST_F(ChangedBuild, WithoutAChangeNothingIsTold) { EXPECT_THAT(Changes(), IsEmpty()); }
 
@@ -106,6 +110,14 @@ TEST_F(ChangedBuild, AnotherTimeIsToldBothWays) {
   EXPECT_THAT(Changes(), ElementsAre(kChanged));
   SetTime(L"bin\\b.dat", build_.files[1].written - second);
   EXPECT_THAT(Changes(), ElementsAre(kChanged));
+}
+
+TEST_F(ChangedBuild, ANewEntryIsTold) {
+  test::WriteWhole(L"c.dat", "third");
+  file::MakeDirectory(L"empty");
+  EXPECT_THAT(Changes(),
+              ElementsAre("c.dat: was added, changed or removed while the build was published",
+                          "empty: was added, changed or removed while the build was published"));
 }
 
 TEST_F(ChangedBuild, AMissingFileIsTold) {

@@ -58,12 +58,19 @@ class ChannelSwap : public test::TempFolder {
   /// What a run does first.
   void Repair() { const ChannelLock lock(folders_); }
 
+  /// Whether also the previous state was removed.
+  [[nodiscard]] bool Swap() const {
+    Diagnostics diagnostics;
+    SwapIn(folders_, diagnostics);
+    return diagnostics.warnings.empty();
+  }
+
   const ChannelFolders folders_ = FoldersOf(ExtendedLengthPath(ToUtf8(Folder())), L"release");
 };
 
 TEST_F(ChannelSwap, TheFirstStateIsSwappedIn) {
   Write(folders_.next, "1");
-  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_TRUE(Swap());
   EXPECT_EQ(Found(), Complete("1"));
 }
 
@@ -71,7 +78,7 @@ TEST_F(ChannelSwap, TheNextStateReplacesTheLiveOneAndNothingElseStays) {
   Write(folders_.live, "1");
   test::WriteWhole(folders_.live + L"\\dropped.txt", "1");
   Write(folders_.next, "2");
-  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_TRUE(Swap());
   EXPECT_EQ(Found(), Complete("2"));
 }
 
@@ -79,7 +86,7 @@ TEST_F(ChannelSwap, ReadOnlyFilesOfTheStateBeforeAreRemovedToo) {
   Write(folders_.live, "1");
   SetFileAttributesW((folders_.live + L"\\bin\\game.dll").c_str(), FILE_ATTRIBUTE_READONLY);
   Write(folders_.next, "2");
-  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_TRUE(Swap());
   EXPECT_EQ(Found(), Complete("2"));
 }
 
@@ -255,7 +262,7 @@ TEST_F(ChannelSwap, ALiveFolderInUseIsRefusedAndStaysWhatItWas) {
   const UniqueFileHandle held = Hold(folders_.live);
   ASSERT_TRUE(held);
   try {
-    static_cast<void>(SwapIn(folders_));
+    static_cast<void>(Swap());
     FAIL();
   } catch (const PublishError& error) {
     EXPECT_EQ(error.GetDiagnostic().subject, DisplayPath(folders_.live));
@@ -269,7 +276,7 @@ TEST_F(ChannelSwap, ANextFolderInUsePutsTheLiveOneBack) {
   Write(folders_.next, "2");
   const UniqueFileHandle held = Hold(folders_.next);
   ASSERT_TRUE(held);
-  EXPECT_THROW(static_cast<void>(SwapIn(folders_)), PublishError);
+  EXPECT_THROW(static_cast<void>(Swap()), PublishError);
   EXPECT_EQ(Found().at("release\\bin\\game.dll"), "1");
   EXPECT_FALSE(file::Exists(folders_.previous));
 }
@@ -288,7 +295,7 @@ TEST_F(ChannelSwap, WhatIsInUseForAMomentIsTriedAgain) {
   moveFileEx = reinterpret_cast<decltype(moveFileEx)>(VE_IMPORTED(MoveFileExW));
   failuresLeft = 3;
   const test::ReplacedCall call(VE_IMPORTED(MoveFileExW), FailAFewTimes);
-  EXPECT_TRUE(SwapIn(folders_));
+  EXPECT_TRUE(Swap());
   EXPECT_EQ(Found(), Complete("2"));
 }
 
@@ -310,7 +317,7 @@ TEST_F(ChannelSwap, InterruptedAtAnyOfItsRenamesItIsOldOrNewAfterTheRepair) {
       renamesAllowed = static_cast<int>(allowed);
       const test::ReplacedCall call(VE_IMPORTED(MoveFileExW), EndAtRename);
       try {
-        static_cast<void>(SwapIn(folders_));
+        static_cast<void>(Swap());
         EXPECT_EQ(allowed, 3U) << "the swap has three renames";
       } catch (const Killed&) {
         EXPECT_LT(allowed, 3U);
@@ -370,10 +377,10 @@ class ConsoleEvents : public ChannelSwap {
     if (isEventFirst) {
       std::thread([] { SendEvent("1"); }).detach();
       while (!hasReturned_) Sleep(1);
-      static_cast<void>(SwapIn(folders_));
+      static_cast<void>(Swap());
     } else {
       const test::ReplacedCall rename(VE_IMPORTED(MoveFileExW), SendEventAtFirstRename);
-      static_cast<void>(SwapIn(folders_));
+      static_cast<void>(Swap());
     }
   }
 

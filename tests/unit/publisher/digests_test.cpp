@@ -1,31 +1,28 @@
 #include "publisher/build/digests.h"
 
-#include <cstdint>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "core/files.h"
 #include "core/format.h"
 #include "core/md5.h"
+#include "publisher/report/diagnostics.h"
 #include "support/temp_folder.h"
 
 namespace ve::publish {
 namespace {
 
+constexpr std::size_t kPiece = std::size_t{1} << 20;
+
 class Digests : public test::TempFolder {
  protected:
-  std::wstring Write(std::wstring_view name, std::string_view content) {
-    const std::wstring path = Format(L"{}\\{}", Folder(), name);
-    test::WriteWhole(path, content);
-    return path;
+  [[nodiscard]] std::wstring Path(std::wstring_view name) const {
+    return Format(L"{}\\{}", Folder(), name);
   }
+  std::atomic<std::uint64_t> bytesDone_ = 0;
 };
 
-void Ignore(std::uint64_t, std::uint64_t) {}
-
-/// A content that differs at every place where a buffer might be mixed up.
+/// A content that differs at every place where a piece might be mixed up.
 std::string Content(std::size_t size) {
   std::string content(size, '\0');
   std::uint32_t state = 1;
@@ -36,59 +33,42 @@ std::string Content(std::size_t size) {
   return content;
 }
 
-TEST_F(Digests, OfTheRfcsTestSuite) {
-  const std::vector<std::wstring> paths{Write(L"empty", ""), Write(L"abc", "abc")};
-  const std::vector<FileDigest> digests = FileDigests(paths, Ignore);
-  ASSERT_EQ(digests.size(), 2U);
-  EXPECT_EQ(digests[0].md5, "d41d8cd98f00b204e9800998ecf8427e");
-  EXPECT_EQ(digests[0].size, 0U);
-  EXPECT_EQ(digests[1].md5, "900150983cd24fb0d6963f7d28e17f72");
-  EXPECT_EQ(digests[1].size, 3U);
-}
-
-TEST_F(Digests, AroundTheSizeOfTheBuffer) {
-  std::vector<std::wstring> paths;
-  std::vector<std::string> expected;
-  for (const std::size_t size : {kDigestBuffer - 1, kDigestBuffer, kDigestBuffer + 1,
-                                 2 * kDigestBuffer, 2 * kDigestBuffer + 65, std::size_t{1}}) {
+TEST_F(Digests, AroundTheSizeOfAPiece) {
+  std::uint64_t bytes = 0;
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kPiece - 1, kPiece, kPiece + 1,
+                                 2 * kPiece, 2 * kPiece + 65}) {
     const std::string content = Content(size);
-    paths.push_back(Write(Format(L"{}", size), content));
-    expected.push_back(Md5Hex(content));  // In one piece.
-  }
-  const std::vector<FileDigest> digests = FileDigests(paths, Ignore);
-  for (std::size_t index = 0; index < paths.size(); ++index) {
-    EXPECT_EQ(digests[index].md5, expected[index]) << index;
-    EXPECT_EQ(DigestOf(paths[index]).md5, expected[index]) << index;
+    const std::string expected = Md5Hex(content);  // In one piece.
+    const std::wstring source = Path(Format(L"{}", size));
+    const std::wstring copy = source + L".copy";
+    test::WriteWhole(source, content);
+    for (const FileDigest& digest :
+         {DigestOf(source, bytesDone_), CopyWithDigest(source, copy, bytesDone_)}) {
+      EXPECT_EQ(digest.md5, expected) << size;
+      EXPECT_EQ(digest.size, size);
+    }
+    EXPECT_EQ(test::ReadWhole(copy), content) << size;
+    bytes += 2 * size;
+    EXPECT_EQ(bytesDone_, bytes);
   }
 }
-
-TEST_F(Digests, StandInTheOrderOfTheFiles) {
-  std::vector<std::wstring> paths;
-  for (int index = 0; index < 200; ++index) {
-    paths.push_back(Write(Format(L"{}", index), Format("content {}", index)));
-  }
-  std::pair<std::uint64_t, std::uint64_t> last;
-  const auto digests = FileDigests(paths, [&last](std::uint64_t files, std::uint64_t bytes) {
-    last = {files, bytes};
-  });
-  for (std::size_t index = 0; index < paths.size(); ++index) {
-    ASSERT_EQ(digests[index].md5, Md5Hex(Format("content {}", index)));
-  }
-  EXPECT_EQ(last, std::pair(std::uint64_t{200}, std::uint64_t{200 * 8 + 10 + 180 + 300}));
-}
-
-TEST_F(Digests, NoFilesGiveNone) { EXPECT_TRUE(FileDigests({}, Ignore).empty()); }
 
 TEST_F(Digests, AFileThatCannotBeReadIsNamed) {
-  const std::vector<std::wstring> paths{Write(L"a", "a"), Folder() + L"\\missing",
-                                        Write(L"b", "b")};
   try {
-    static_cast<void>(FileDigests(paths, Ignore));
+    static_cast<void>(DigestOf(Path(L"missing"), bytesDone_));
     FAIL();
-  } catch (const std::filesystem::filesystem_error& error) {
-    EXPECT_EQ(error.path1().filename(), "missing");
-    EXPECT_EQ(error.code().value(), ERROR_FILE_NOT_FOUND);
+  } catch (const PublishError& error) {
+    EXPECT_TRUE(error.GetDiagnostic().subject.ends_with("\\missing"));
+    EXPECT_TRUE(error.GetDiagnostic().message.starts_with("cannot be read: "));
+    EXPECT_NE(error.GetDiagnostic().hint, "");
   }
+}
+
+TEST_F(Digests, ACopyReplacesNothing) {
+  test::WriteWhole(Path(L"source"), "source");
+  test::WriteWhole(Path(L"copy"), "there already");
+  EXPECT_THROW(CopyWithDigest(Path(L"source"), Path(L"copy"), bytesDone_), PublishError);
+  EXPECT_EQ(test::ReadWhole(Path(L"copy")), "there already");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/files.h"
+#include "core/md5.h"
 #include "support/replaced_call.h"
 #include "support/temp_folder.h"
 
@@ -32,15 +33,25 @@ class Payload : public test::TempFolder {
     test::WriteWhole(published_ + L"\\bin\\changed.dat", "old one");
     test::WriteWhole(source_ + L"\\bin\\new.dat", "new");
     build_.directories = {L"bin"};
-    build_.files = {
-        {L"bin/changed.dat", 7, 0, {}}, {L"bin/new.dat", 3, 0, {}}, {L"bin/same.dat", 4, 0, {}}};
+    build_.files = {{L"bin/changed.dat", 7}, {L"bin/new.dat", 3}, {L"bin/same.dat", 4}};
   }
 
-  CopyStats Lookup() {
+  /// Published is what the manifest lists and the folder has.
+  CopyStats Place() {
+    const std::string same = Md5Hex(std::string("same"));
+    const std::string changed = Md5Hex(std::string("old one"));
+    const sdk::GameUpdateManifest live{
+        {"bin"},
+        {{L"bin/changed.dat", 7, changed}, {L"bin/new.dat", 3, same}, {L"bin/same.dat", 4, same}}};
     const auto quietly = [](const Progress&) {};
-    const std::vector<bool> isPublished = DigestBuild(source_, published_, build_, quietly);
-    EXPECT_EQ(isPublished, (std::vector<bool>{false, false, true}));
-    return PlacePayload(source_, published_, build_, isPublished, next_, quietly);
+    FindPublished(source_, published_, live, build_, quietly);
+    EXPECT_TRUE(build_.files[0].digest == Md5Hex(std::string("new one")) &&
+                !build_.files[0].isPublished);
+    EXPECT_TRUE(build_.files[1].digest.empty() && !build_.files[1].isPublished);
+    EXPECT_TRUE(build_.files[2].digest == same && build_.files[2].isPublished);
+    CopyStats placed = PlacePayload(source_, published_, build_, next_, quietly);
+    EXPECT_EQ(build_.files[1].digest, Md5Hex(std::string("new")));
+    return placed;
   }
 
   void ExpectTheBuildInNext() {
@@ -62,7 +73,7 @@ class Payload : public test::TempFolder {
 };
 
 TEST_F(Payload, WhatIsPublishedAlreadyIsLinked) {
-  const CopyStats placed = Lookup();
+  const CopyStats placed = Place();
   EXPECT_EQ(placed.linkedFiles, 1U);
   EXPECT_EQ(placed.copiedFiles, 2U);
   EXPECT_EQ(placed.copiedBytes, 10U);
@@ -71,15 +82,29 @@ TEST_F(Payload, WhatIsPublishedAlreadyIsLinked) {
 }
 
 TEST_F(Payload, WhereThereAreNoLinksItIsCopied) {
-  // What is published is copied, not what the build has by now.
   const test::ReplacedCall call(VE_IMPORTED(CreateHardLinkW), NoLinks);
-  const CopyStats placed = Lookup();
+  const CopyStats placed = Place();
   EXPECT_EQ(placed.linkedFiles, 0U);
   EXPECT_EQ(placed.copiedFiles, 3U);
   EXPECT_EQ(placed.copiedBytes, 14U);
   ExpectTheBuildInNext();
   EXPECT_FALSE(file::Exists(next_ + L"\\bin\\same.dat.publishing"));
   EXPECT_FALSE(IsShared(L"\\bin\\same.dat"));
+}
+
+TEST_F(Payload, AFileThatChangesBeforeItsCopyIsAnError) {
+  const auto quietly = [](const Progress&) {};
+  build_.files[1].digest = Md5Hex(std::string("old"));
+  EXPECT_THROW(static_cast<void>(PlacePayload(source_, published_, build_, next_, quietly)),
+               PublishError);
+}
+
+TEST_F(Payload, DigestsThatAreMissingAreComputedWithoutCopying) {
+  build_.files[0].digest = "known";
+  DigestOthers(source_, build_, [](const Progress&) {});
+  EXPECT_EQ(build_.files[0].digest, "known");
+  EXPECT_EQ(build_.files[1].digest, Md5Hex(std::string("new")));
+  EXPECT_FALSE(file::Exists(next_ + L"\\bin\\new.dat"));
 }
 
 TEST_F(Payload, TheLaunchersUpdateIsTakenOverWithAndWithoutLinks) {

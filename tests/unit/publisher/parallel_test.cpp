@@ -1,0 +1,45 @@
+#include "publisher/build/parallel.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <thread>
+
+namespace ve::publish {
+namespace {
+
+TEST(Parallel, EveryIndexIsWorkedOnOnceAndTheEndIsWatchedHere) {
+  for (const std::size_t threads : {0U, 1U, 2U, 50U}) {
+    std::array<std::atomic<int>, 200> times{};
+    std::size_t seen = 0;
+    ForEachInParallel(
+        times.size(), threads, [&](std::size_t index) { ++times[index]; },
+        [&, watcher = std::this_thread::get_id()] {
+          EXPECT_EQ(std::this_thread::get_id(), watcher);
+          seen = static_cast<std::size_t>(std::count(times.begin(), times.end(), 1));
+        });
+    EXPECT_EQ(seen, times.size());
+  }
+}
+
+TEST(Parallel, WithoutItemsOnlyTheEndIsWatched) {
+  int watched = 0;
+  ForEachInParallel(
+      0, 0, [](std::size_t) { FAIL(); }, [&] { ++watched; });
+  EXPECT_EQ(watched, 1);
+}
+
+TEST(Parallel, AnExceptionEndsTheWorkAndIsThrown) {
+  std::atomic<std::size_t> begun = 0;
+  const auto work = [&](std::size_t index) {
+    ++begun;
+    if (index == 3) throw std::runtime_error("three");
+  };
+  EXPECT_THROW(ForEachInParallel(1'000'000, 1, work, [] {}), std::runtime_error);
+  EXPECT_EQ(begun, 4U);
+}
+
+}  // namespace
+}  // namespace ve::publish
