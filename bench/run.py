@@ -123,6 +123,7 @@ def wall(command: list[str | pathlib.Path], cwd: pathlib.Path, **environment: st
         [str(part) for part in command],
         cwd=cwd,
         stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
         env={**os.environ, **environment},
         check=True,
     )
@@ -389,6 +390,80 @@ class Bench:
         )
         self.grown("clean-up", counts(cases), cases)
 
+    def publisher(self) -> None:
+        """A build of 2 GB in 5,000 files, in the page cache; both processors may be used."""
+        files = 5000 // self.scale
+        build, server, copy = (self.work / "publisher" / name for name in ("build", "server", "copy"))
+        (build / "bin").mkdir(parents=True)
+        (build / "bin/Velmorant Player.exe").write_bytes(b"game")
+        names = []
+        block = os.urandom(1 << 20)
+        for number in range(files):
+            name = f"data/{number // 100:03}/file{number:05}.pak"
+            (build / name).parent.mkdir(parents=True, exist_ok=True)
+            size = 1 + (number * 7919 % (800 << 10))  # 400 KiB on average
+            (build / name).write_bytes(number.to_bytes(8, "little") + block[:size])
+            names.append(name)
+        (server.parent / "names").write_text("".join(f"{name}\0" for name in names))
+        (server.parent / "urls").write_text("")
+        version = iter(range(1, 10_000))
+
+        def publish(*arguments: str | pathlib.Path) -> float:
+            options = [windows_path(part) if isinstance(part, pathlib.Path) else part for part in arguments]
+            return wall([WINE, BUILD_DIR / "walk-on/publish.exe", *options, "--json"], server.parent)
+
+        def publish_game() -> float:
+            return publish("game", "--source", build, "--server", server, "--channel", "release",
+                           "--version", f"1.0.0.{next(version)}")
+
+        def publish_launcher() -> None:
+            settings = server.parent / "UpdaterData.vpak"
+            settings.write_bytes(formats.updater_data("https://updates.example.com/"))
+            publish("launcher", "--exe", BUILD_DIR / "walk-on/Launcher.exe", "--settings", settings,
+                    "--server", server, "--channel", "release")
+
+        def digests(folder: pathlib.Path) -> float:
+            names_file = server.parent / "names"
+            return wall(["xargs", "-0", "-a", names_file, "-n", "50", "-P", "2", "md5sum"], folder)
+
+        first, same, folder, http = Pairs(files), Pairs(files), Pairs(files), Pairs(files)
+        digests(build)
+        for _ in range(self.pairs):
+            shutil.rmtree(server, ignore_errors=True)
+            shutil.rmtree(copy, ignore_errors=True)
+            server.mkdir()
+            ours = publish_game()
+            first.add(ours, wall(["cp", "-r", build, copy], server.parent) + digests(build))
+            same.add(publish_game(), digests(build))
+            live = server / "updates/release"
+            publish_launcher()
+            folder.add(publish("verify", "--server", server), digests(live))
+        nginx = NginxServer(self.work / "publisher/nginx", server)
+        nginx.start()
+        try:
+            url = f"http://127.0.0.1:{nginx.port}/"
+            shutil.rmtree(copy)
+            copy.mkdir()
+            (server.parent / "urls").write_text(
+                "".join(f'url = "{url}updates/release/{name}"\noutput = "{name}"\n' for name in names)
+            )
+            for _ in range(self.pairs):
+                ours = publish("verify", "--url", url)
+                theirs = wall(["curl", "-s", "--create-dirs", "-K", server.parent / "urls"], copy)
+                http.add(ours, theirs + digests(copy))
+        finally:
+            nginx.stop()
+        not_slower, twice = "not slower", "at most twice its time"
+        what = f"of {files:,} files and {2 / self.scale:.1f} GB"
+        md5sum = "`md5sum` on two processes"
+        self.rows += [
+            within(f"`publish game` {what}, the first", f"`cp -r`, then {md5sum}", first, 1.0, not_slower),
+            within(f"`publish game` {what}, nothing changed", md5sum, same, 1.0, not_slower),
+            within(f"`publish verify` {what}, in a folder", md5sum, folder, 1.0, not_slower),
+            within(f"`publish verify` {what}, through nginx", f"`curl` with a list, then {md5sum}", http, 2.0, twice),
+        ]
+        shutil.rmtree(server.parent)
+
     def peak(self, size: int) -> float:
         """The most memory, in MiB, that the shipped program held in an update with a file of `size`."""
         url = self.publish(f"memory{size}", {"data/large.dat": os.urandom(size)}, (0, 0, 0, 2))
@@ -437,6 +512,7 @@ class Bench:
             ("A run with everything current", self.whole_run),
             ("An update of small files", self.update),
             ("The clean-up", self.clean_up),
+            ("The publishing tool", self.publisher),
             ("Peak memory", self.memory_use),
             ("Size", self.size),
         )

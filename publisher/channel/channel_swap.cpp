@@ -2,6 +2,7 @@
 
 #include "core/windows.h"
 
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -41,21 +42,13 @@ DWORD Retry(Attempt attempt) {
 
 /// Held while the two renames of a swap are made. A console event takes it and keeps it, so that the
 /// process ends before the first of them or after the second.
-SRWLOCK renames = SRWLOCK_INIT;
-
-class HeldOffConsoleEvents {
- public:
-  HeldOffConsoleEvents() noexcept { AcquireSRWLockExclusive(&renames); }
-  HeldOffConsoleEvents(const HeldOffConsoleEvents&) = delete;
-  HeldOffConsoleEvents& operator=(const HeldOffConsoleEvents&) = delete;
-  ~HeldOffConsoleEvents() { ReleaseSRWLockExclusive(&renames); }
-};
+std::mutex renames;
 
 /// Windows calls this on a thread of its own. The next handler is the default one, which ends the
 /// process. After the closing of the window Windows itself ends it when this returns, or after a
 /// time-out of some seconds.
 BOOL WINAPI WaitForRenames(DWORD /*event*/) {
-  AcquireSRWLockExclusive(&renames);
+  renames.lock();
   return FALSE;
 }
 
@@ -116,7 +109,7 @@ void Discard(const ChannelFolders& folders) {
 
 /// One attempt, which leaves the live folder in its place if it fails.
 DWORD TrySwap(const ChannelFolders& folders, std::wstring& failed) {
-  const HeldOffConsoleEvents heldOff;
+  const std::lock_guard heldOff(renames);
   const bool isFirst = !file::Exists(folders.live);
   if (!isFirst && MoveFileExW(folders.live.c_str(), folders.previous.c_str(), 0) == FALSE) {
     const DWORD code = GetLastError();

@@ -1,10 +1,9 @@
 #include "publisher/channel/parsed_files.h"
 
-#include <cstring>
-
 #include "archive/archive_reader.h"
 #include "archive/updater_settings.h"
 #include "core/errors.h"
+#include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/channel/archive_records.h"
 #include "updater/updater_manifest.h"
@@ -51,11 +50,15 @@ std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(std::string_
 
 file::ArchiveMode ModeOf(std::string_view bytes) { return file::ArchiveReader(bytes).Mode(); }
 
-bool HasArchiveMagic(std::string_view bytes) {
-  std::uint32_t magic = 0;
-  if (bytes.size() < sizeof(magic)) return false;
-  std::memcpy(&magic, bytes.data(), sizeof(magic));
-  return magic == file::kArchiveMagic;
+void CheckRecordSize(std::size_t recordSize, std::size_t size, const std::string& location,
+                     Diagnostics& diagnostics) {
+  if (size < recordSize) {
+    diagnostics.AddError(location, "the file ends before its version does",
+                         "The Launcher reads what is missing as 0.0.0.0. Publish again.");
+  } else if (size > recordSize) {
+    diagnostics.AddWarning(location, Format("{} bytes follow the record", size - recordSize),
+                           "The Launcher does not read them. The file may be damaged.");
+  }
 }
 
 }  // namespace ve::publish

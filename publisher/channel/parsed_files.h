@@ -1,4 +1,4 @@
-// What the Launcher's readers make of a published file: its content, or the error they report.
+// Reads published files with the Launcher's own readers.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "archive/archive_format.h"
+#include "publisher/report/diagnostics.h"
 #include "updater/game_manifest.h"
 #include "updater/game_version.h"
 
@@ -21,13 +22,12 @@ struct ParseError {
 struct SettingsFile {
   std::string url;
   std::string channel;
-  std::size_t
-      recordSize;  ///< In bytes, with the archive's header. Launchers do not read what follows.
+  std::size_t recordSize;  ///< In bytes, with the archive's header.
 };
 
 struct VersionFile {
   sdk::VersionNumber version;
-  std::size_t recordSize;  ///< A file that is shorter breaks off: the version is read as 0.
+  std::size_t recordSize;
 };
 
 [[nodiscard]] std::variant<SettingsFile, ParseError> ParseSettings(std::string_view bytes);
@@ -41,10 +41,11 @@ struct VersionFile {
 [[nodiscard]] std::variant<sdk::GameUpdateManifest, ParseError> ParseGameManifest(
     std::string_view content, std::string& text);
 
-/// The mode that the archive's header states.
+/// The mode in the header of an archive that was parsed.
 [[nodiscard]] file::ArchiveMode ModeOf(std::string_view bytes);
 
-/// Whether the bytes begin as an archive does.
-[[nodiscard]] bool HasArchiveMagic(std::string_view bytes);
+/// Adds an error if an archive's file is shorter than its record, and a warning if it is longer.
+void CheckRecordSize(std::size_t recordSize, std::size_t size, const std::string& location,
+                     Diagnostics& diagnostics);
 
 }  // namespace ve::publish

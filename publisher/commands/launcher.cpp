@@ -32,12 +32,11 @@ struct Options {
   std::string server;
 };
 
-/// The files to publish, with their content.
+/// The files to publish.
 struct Parts {
-  std::wstring executableName;
   std::string executable;
   std::string settings;
-  bool keepsNonEmptyDirectories = false;
+  LauncherRecord record;
 };
 
 /// The content; none and an error if the file cannot be read.
@@ -79,13 +78,17 @@ void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnos
                          hint);
     return;
   }
-  parts.keepsNonEmptyDirectories = KeepsNonEmptyDirectories(absolute);
-  if (parts.keepsNonEmptyDirectories == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
+  const bool keeps = KeepsNonEmptyDirectories(absolute);
+  parts.record.size = parts.executable.size();
+  parts.record.md5 = Md5Hex(parts.executable);
+  parts.record.version = *version;
+  parts.record.keepsNonEmptyDirectories = keeps;
+  parts.record.isSigned = IsSigned(parts.executable);
+  if (keeps == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
   diagnostics.AddWarning(
       subject,
       Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
-             parts.keepsNonEmptyDirectories ? "keeps" : "stops at",
-             parts.keepsNonEmptyDirectories ? "stops at" : "keeps"),
+             keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
       hint);
 }
 
@@ -112,56 +115,37 @@ std::optional<std::string> Published(const std::wstring& folder, std::wstring_vi
   return ReadWholeFile(path);
 }
 
-std::optional<std::uint32_t> PublishedVersion(const std::wstring& folder) {
-  std::optional<std::string> manifest = Published(folder, kUpdaterManifestName);
-  if (!manifest) return {};
-  try {
-    return sdk::ReadUpdaterManifest(*manifest, 0);
-  } catch (const VERuntimeError&) {
-    return {};  // It is replaced, whatever is wrong with it.
-  }
-}
-
 std::wstring ExecutablePath(const Parts& parts) {
-  return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
+  return Format(L"{}/{}", kUpdaterFolder, ToWide(parts.record.executable));
 }
 
-void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  const std::optional<std::uint32_t> version = PublishedVersion(folder);
-  if (!version) return;
-  if (*version > sdk::kBuildConfig.version) {
+void WarnOfExecutable(const std::wstring& folder, const LauncherRecord& record,
+                      Diagnostics& diagnostics) {
+  const std::optional<std::string> text = Published(folder, kLauncherRecordName);
+  const auto before = text ? ParseLauncherRecord(*text) : std::nullopt;
+  if (!before) return;
+  if (before->version > record.version) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had version {}: players who have that keep it, and their "
                "Launcher logs an error at every start",
-               *version),
+               before->version),
         "Publish a higher version soon.");
   }
-  const std::optional<std::string> executable = Published(folder, ExecutablePath(parts));
-  if (*version == sdk::kBuildConfig.version && executable && *executable != parts.executable) {
+  if (before->version == record.version && before->md5 != record.md5) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had another file with the same version {}: players who have "
                "that version do not get this one",
-               *version),
+               record.version),
         "Build it with a higher version unless that is meant.");
   }
-}
-
-bool WasSigned(const std::wstring& folder, const Parts& parts) {
-  const auto text = Published(folder, kLauncherRecordName);
-  const auto record = text ? ParseLauncherRecord(*text) : std::nullopt;
-  if (record) return record->isSigned;
-  const auto executable = Published(folder, ExecutablePath(parts));
-  return executable && IsSigned(*executable);
-}
-
-void WarnOfSignature(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  if (IsSigned(parts.executable) || !WasSigned(folder, parts)) return;
-  diagnostics.AddWarning(ToUtf8(parts.executableName),
-                         "has no Authenticode signature, but the one on the server had",
-                         "Windows and virus scanners may warn players of it. Sign it, then publish "
-                         "again with a higher version.");
+  if (before->isSigned && !record.isSigned) {
+    diagnostics.AddWarning(record.executable,
+                           "has no Authenticode signature, but the one on the server had",
+                           "Windows and virus scanners may warn players of it. Sign it, then "
+                           "publish it with a higher version.");
+  }
 }
 
 void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Options& options,
@@ -195,14 +179,6 @@ void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostic
   });
 }
 
-void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
-                     Diagnostics& diagnostics) {
-  WarnOfVersion(folder, parts, diagnostics);
-  WarnOfSignature(folder, parts, diagnostics);
-  WarnOfSettings(folder, parts, options, diagnostics);
-  WarnOfOtherFiles(folder, parts, diagnostics);
-}
-
 /// The library's own writer takes short paths only and checks nothing: it writes to a temporary
 /// file, and what it wrote is read back as the Launcher reads it.
 std::string UpdaterManifest() {
@@ -216,19 +192,13 @@ std::string UpdaterManifest() {
   return content;
 }
 
-std::string Record(const Parts& parts) {
-  return LauncherRecordText({ToUtf8(parts.executableName), parts.executable.size(),
-                             Md5Hex(parts.executable), sdk::kBuildConfig.version,
-                             parts.keepsNonEmptyDirectories, IsSigned(parts.executable)});
-}
-
 /// The manifest, which offers the rest to Launchers, is last.
 void Write(const std::wstring& folder, const Parts& parts) {
   const std::string manifest = UpdaterManifest();
   file::MakeDirectories(JoinPath(folder, kUpdaterFolder));
   WriteFileAtomically(JoinPath(folder, ExecutablePath(parts)), parts.executable);
   WriteFileAtomically(JoinPath(folder, kUpdaterSettingsName), parts.settings);
-  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), Record(parts));
+  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), LauncherRecordText(parts.record));
   WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
@@ -237,25 +207,28 @@ void Publish(const Options& options, const Parts& parts, Console& console,
   const ChannelFolders folders =
       FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
-  WarnOfPublished(folders.live, parts, options, diagnostics);
+  WarnOfExecutable(folders.live, parts.record, diagnostics);
+  WarnOfSettings(folders.live, parts, options, diagnostics);
+  WarnOfOtherFiles(folders.live, parts, diagnostics);
   Write(folders.live, parts);
   console.Print(Format("Published version {} of the Launcher, {}, to {} in {}",
-                       sdk::kBuildConfig.version, ToUtf8(parts.executableName), options.channel,
+                       sdk::kBuildConfig.version, parts.record.executable, options.channel,
                        DisplayPath(ExtendedLengthPath(options.server))));
   console.Report()["published"] = true;
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.executable);
+  const std::wstring name = path.substr(path.find_last_of(L'\\') + 1);
   Parts parts;
-  parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
+  parts.record.executable = ToUtf8(name);
   console.Report().update({{"version", sdk::kBuildConfig.version},
-                           {"executable", ToUtf8(parts.executableName)},
+                           {"executable", parts.record.executable},
                            {"channel", options.channel},
                            {"server", DisplayPath(ExtendedLengthPath(options.server))},
                            {"published", false}});
 
-  CheckExecutableName(parts.executableName, diagnostics);
+  CheckExecutableName(name, diagnostics);
   if (auto content = ReadInput(options.executable, diagnostics)) {
     parts.executable = std::move(*content);
     CheckExecutable(options.executable, parts, diagnostics);

@@ -270,6 +270,7 @@ void WarnOfTheOutcome(const Options& options, const PreviewPlan& plan, Diagnosti
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring installed = ExtendedLengthPath(options.installed);
   CheckInput(options, installed, diagnostics);
+  WarnOfPlainHttp(options.tree.url, "--url", diagnostics);
   if (diagnostics.HasErrors()) return;
 
   PreviewOptions preview;

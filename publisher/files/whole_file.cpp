@@ -56,16 +56,4 @@ void WriteFileAtomically(const std::wstring& path, std::string_view content) {
   file::Rename(Beside(path), path);
 }
 
-void CopyWholeFile(const std::wstring& source, const std::wstring& path) {
-  if (CopyFileW(source.c_str(), Beside(path).c_str(), FALSE) == FALSE) {
-    ThrowWindowsError("copied", source, GetLastError());
-  }
-  // The copy brings attributes along: a read-only file could not be replaced or removed later, and
-  // a hidden one is not served everywhere.
-  if (SetFileAttributesW(Beside(path).c_str(), FILE_ATTRIBUTE_NORMAL) == FALSE) {
-    ThrowWindowsError("copied", source, GetLastError());
-  }
-  file::Rename(Beside(path), path);
-}
-
 }  // namespace ve::publish

@@ -16,7 +16,4 @@ inline constexpr std::wstring_view kBesideSuffix = L".publishing";
 /// never a part. The next write overwrites what an interrupted one left beside it.
 void WriteFileAtomically(const std::wstring& path, std::string_view content);
 
-/// The same with the content of another file.
-void CopyWholeFile(const std::wstring& source, const std::wstring& path);
-
 }  // namespace ve::publish

@@ -8,6 +8,7 @@
 #include "core/format.h"
 #include "core/md5.h"
 #include "core/unicode.h"
+#include "launcher/updater_driver.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
@@ -44,7 +45,7 @@ PreviewServer::PreviewServer(const TreeOptions& options, bool fetch,
   const std::wstring baseUrl = tree_.IsServed() ? ToWide(options.url) : std::wstring(configuredUrl);
   requests_.push_back(ToUtf8(Format(L"{}{}", baseUrl, kRedirectName)));
   if (tree_.IsServed()) {
-    updatesUrl_ = tree_.UpdatesUrl();
+    updatesUrl_ = FindUpdatesUrl(baseUrl, channel);
     if (baseUrl != configuredUrl) {
       diagnostics.AddWarning(ToUtf8(configuredUrl),
                              "the installation's own settings name another server",
@@ -76,7 +77,7 @@ DownloadResult PreviewServer::Fetch(std::wstring_view url) {
   // A server gives no folders.
   if (!IsFile(JoinPath(tree_.Folder(), NameOf(url))))
     return DownloadResult::Failure(std::wstring(kNotFound));
-  return tree_.Fetch(NameOf(url));
+  return DownloadResult::Success(ReadWholeFile(JoinPath(tree_.Folder(), NameOf(url))));
 }
 
 Payload PreviewServer::FetchPayload(std::wstring_view url, const sdk::FileEntry& entry) {

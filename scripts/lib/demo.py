@@ -114,8 +114,8 @@ class Studio:
     def updates(self) -> pathlib.Path:
         return self.www / "updates/release"
 
-    def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None) -> None:
-        """Runs the publishing tool and prints its output."""
+    def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None, fails: bool = False) -> str:
+        """Runs the publishing tool and prints its output, which it returns. It has to fail, or not to."""
         shown = [short(a) if isinstance(a, pathlib.Path) else a for a in arguments]
         self.demo.tell("published", "publish " + " ".join(shown))
         done = subprocess.run(
@@ -127,20 +127,21 @@ class Studio:
         )
         for line in done.stdout.decode().splitlines():
             self.demo.tell("", line.replace(windows_path(DEMO) + "\\", ""))
-        if done.returncode != 0:
+        if (done.returncode != 0) != fails:
             raise RuntimeError(f"publish {arguments[0]} ended with {done.returncode}")
+        return done.stdout.decode()
 
     def publish_launcher(self, launcher: pathlib.Path, publish: pathlib.Path) -> None:
         to = ("--settings", self.settings, "--channel", "release", "--server", self.www)
         self.publish("launcher", "--exe", launcher, *to, program=publish)
 
-    def publish_game(self, version: str) -> None:
+    def publish_game(self, version: str, channel: str = "release", folder: str = "", fails: bool = False) -> str:
+        """Publishes a build, or by mistake only one folder of it."""
         build = DEMO / "builds" / version
         if not build.exists():
             write_tree(build, game_files(version))
-        number = f"{version}.0.0"
-        to = ("--channel", "release", "--server", self.www)
-        self.publish("game", "--source", build, "--version", number, *to)
+        to = ("--channel", channel, "--server", self.www)
+        return self.publish("game", "--source", build / folder, "--version", f"{version}.0.0", *to, fails=fails)
 
     def install(self, root: pathlib.Path) -> GameFolder:
         """An installation of what is published now, as a player has it."""
@@ -496,9 +497,29 @@ def strict_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.check("the game ran: version 1.1", run.game_texts == ["The game is running. Velmorant 1.1"])
 
 
+def tested_publish(demo: Demo, studio: Studio) -> None:
+    demo.scene(
+        "5. A mistake, a test and a promotion",
+        "The other studio first passes the wrong folder, which the tool rejects: the clean-up of its "
+        "players would delete the game. Then it publishes version 1.1 to the channel beta, and "
+        "promotes exactly what was tested there to release.",
+    )
+    release = (studio.updates / GAME_MANIFEST).read_bytes()
+    output = studio.publish_game("1.1", folder="data", fails=True)
+    demo.check("the wrong folder was rejected", "no bin\\Velmorant Player.exe" in output)
+    demo.check("nothing was published", (studio.updates / GAME_MANIFEST).read_bytes() == release)
+    studio.publish_game("1.1", channel="beta")
+    to = ("--from", "beta", "--to", "release", "--version", "1.1.0.0", "--server", studio.www)
+    studio.publish("promote", *to)
+    demo.check(
+        "release serves the very files of beta",
+        all((studio.updates / name).samefile(studio.www / "updates/beta" / name) for name in game_files("1.1")),
+    )
+
+
 def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
     demo.scene(
-        "5. The update to its end, with the Launcher that keeps non-empty directories",
+        "6. The update to its end, with the Launcher that keeps non-empty directories",
         "Another installation, whose studio ships walk-on/Launcher.exe: its clean-up keeps a "
         "directory that still holds entries, and cleans up inside it.",
     )
@@ -529,7 +550,7 @@ def keep_dirs_update(demo: Demo, game: GameFolder, base: str) -> None:
 
 def server_down(demo: Demo, game: GameFolder, url: str) -> None:
     demo.scene(
-        "6. The server is down",
+        "7. The server is down",
         "Neither update can be looked for. Both say so in the log, the player is not bothered, and "
         "the game starts.",
     )
@@ -567,7 +588,7 @@ def walk(demo: Demo, server: NginxServer) -> None:
     new_launcher(demo, game, strict)
     declined_update(demo, game, strict)
     strict_update(demo, game, strict.base)
-    keep_dirs.publish_game("1.1")
+    tested_publish(demo, keep_dirs)
     keep_dirs_update(demo, studio_game, keep_dirs.base)
     server_down(demo, studio_game, keep_dirs.url)
 
