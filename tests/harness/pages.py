@@ -52,7 +52,7 @@ def blocks(page: pathlib.Path) -> list[Block]:
             block.lines.append(line)
             continue
         block = None
-        if comment := re.fullmatch(r"<!-- (.+?): (.+) -->", line):
+        if comment := re.fullmatch(r" *<!-- (.+?): (.+) -->", line):
             comments.append((comment[1], comment[2]))
         elif line:
             comments = []
