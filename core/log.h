@@ -10,10 +10,6 @@
 
 namespace ve {
 
-/// The log's folder and the name of its file.
-inline constexpr std::wstring_view kLogFolder = L"Logs";
-inline constexpr std::wstring_view kLogName = L"updater.log";
-
 /// Appends one entry to the log: a line with the time stamp in brackets, what `writeBody` writes, a
 /// blank line. Creates "Logs\" if it is missing and makes it the current directory while
 /// `writeBody` runs; restores the previous one also when `writeBody` throws. If the folder cannot

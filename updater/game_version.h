@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "archive/archive_reader.h"
-#include "net/download.h"
 
 namespace ve::sdk {
 
@@ -63,7 +62,6 @@ struct GameVersion {
 /// `UpdaterException` if the server's file cannot be downloaded or is not supported, and what the
 /// archive reader throws for either file.
 [[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
-                                    std::optional<std::string>& pendingVersion,
-                                    const Downloader& download = Download);
+                                    std::optional<std::string>& pendingVersion);
 
 }  // namespace ve::sdk

@@ -61,11 +61,12 @@ BOOL WINAPI WaitForRenames(DWORD /*event*/) {
   throw PublishError(std::move(diagnostic));
 }
 
+DWORD TryRename(const std::wstring& from, const std::wstring& to) {
+  return MoveFileExW(from.c_str(), to.c_str(), 0) != FALSE ? ERROR_SUCCESS : GetLastError();
+}
+
 void RenameFolder(const std::wstring& from, const std::wstring& to) {
-  const DWORD code = Retry([&] {
-    const BOOL done = MoveFileExW(from.c_str(), to.c_str(), 0);
-    return done != FALSE ? DWORD{ERROR_SUCCESS} : GetLastError();
-  });
+  const DWORD code = Retry([&] { return TryRename(from, to); });
   if (code != ERROR_SUCCESS) ThrowRenameError(from, code);
 }
 
@@ -111,26 +112,14 @@ void Discard(const ChannelFolders& folders) {
 DWORD TrySwap(const ChannelFolders& folders, std::wstring& failed) {
   const std::lock_guard heldOff(renames);
   const bool isFirst = !file::Exists(folders.live);
-  if (!isFirst && MoveFileExW(folders.live.c_str(), folders.previous.c_str(), 0) == FALSE) {
-    const DWORD code = GetLastError();
-    failed = folders.live;
-    return code;
-  }
+  failed = folders.live;
+  DWORD code = isFirst ? ERROR_SUCCESS : TryRename(folders.live, folders.previous);
+  if (code != ERROR_SUCCESS) return code;
   // From here to the next rename the channel is absent.
-  if (MoveFileExW(folders.next.c_str(), folders.live.c_str(), 0) != FALSE) return ERROR_SUCCESS;
-  const DWORD code = GetLastError();
   failed = folders.next;
-  if (!isFirst) RenameFolder(folders.previous, folders.live);
+  code = TryRename(folders.next, folders.live);
+  if (code != ERROR_SUCCESS && !isFirst) RenameFolder(folders.previous, folders.live);
   return code;
-}
-
-bool DiscardPrevious(const ChannelFolders& folders) {
-  try {
-    Discard(folders);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
 }
 
 }  // namespace
@@ -138,12 +127,9 @@ bool DiscardPrevious(const ChannelFolders& folders) {
 ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel) {
   std::wstring live = JoinPath(server, ChannelName(channel));
   std::wstring updates = live.substr(0, live.size() - channel.size() - 1);
-  const auto beside = [&](std::wstring_view role) {
-    return Format(L"{}\\.{}.{}", updates, channel, role);
-  };
-  return {
-      updates,        std::move(live), beside(L"next"), beside(L"previous"), beside(L"discarded"),
-      beside(L"lock")};
+  const std::wstring beside = Format(L"{}\\.{}.", updates, channel);
+  return {std::move(updates),   std::move(live),       beside + L"next",
+          beside + L"previous", beside + L"discarded", beside + L"lock"};
 }
 
 const std::wstring& PublishedFolder(const ChannelFolders& folders) {
@@ -178,10 +164,13 @@ void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
   std::wstring failed;  // The folder that could not be renamed.
   const DWORD code = Retry([&] { return TrySwap(folders, failed); });
   if (code != ERROR_SUCCESS) ThrowRenameError(failed, code);
-  if (DiscardPrevious(folders)) return;
-  diagnostics.AddWarning(DisplayPath(folders.updates),
-                         "the folder of the previous version could not be removed",
-                         "The next run that publishes to this channel removes it.");
+  try {
+    Discard(folders);
+  } catch (const std::exception&) {
+    diagnostics.AddWarning(DisplayPath(folders.updates),
+                           "the folder of the previous version could not be removed",
+                           "The next run that publishes to this channel removes it.");
+  }
 }
 
 NextState::~NextState() {

@@ -1,6 +1,7 @@
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
 
 #include "archive/updater_settings.h"
@@ -49,17 +50,20 @@ std::optional<std::string> ReadInput(const std::string& path, Diagnostics& diagn
   }
 }
 
+/// Whether a name beside the executable is that of another file of the Launcher's update.
+bool IsTaken(std::wstring_view name) {
+  constexpr std::array kNames{kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName};
+  return std::any_of(kNames.begin(), kNames.end(), [&](std::wstring_view taken) {
+    return FoldCase(taken.substr(kUpdaterFolder.size() + 1)) == FoldCase(name);
+  });
+}
+
 void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
   CheckCharacters(name, subject, diagnostics);
-  const std::wstring key = FoldCase(name);
-  for (const std::wstring_view taken :
-       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
-    if (key == FoldCase(taken.substr(kUpdaterFolder.size() + 1))) {
-      diagnostics.AddError(subject, "is the name of another file beside it on the server",
-                           "Give the executable the name that it has on players' disks.");
-    }
-  }
+  if (!IsTaken(name)) return;
+  diagnostics.AddError(subject, "is the name of another file beside it on the server",
+                       "Give the executable the name that it has on players' disks.");
 }
 
 void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnostics) {
@@ -101,7 +105,7 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
         subject,
         Format("its channel is {}, and the Launcher would take its updates from there",
                ToUtf8(settings.channel)),
-        Format("Make one for {} with publish settings.", options.channel));
+        "Make one for this channel with publish settings.");
   } catch (const VERuntimeError& error) {
     diagnostics.AddError(subject, Format("the Launcher rejects it: {}", error.what()),
                          "Make one with publish settings.");
@@ -152,30 +156,26 @@ void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Option
                     Diagnostics& diagnostics) {
   const std::optional<std::string> before = Published(folder, kUpdaterSettingsName);
   if (!before || *before == parts.settings) return;
-  const std::string url = ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url);
   diagnostics.AddWarning(
       options.settings,
-      "the server had other settings: every player's Launcher takes these over and "
-      "restarts once",
-      Format("From then on it asks {}", url));
+      Format("the server had other settings: every player's Launcher takes these over, restarts "
+             "once, and from then on asks {}",
+             ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url)),
+      "Publish the settings of before if that is not meant.");
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  std::set<std::wstring> known;
-  for (const std::wstring_view name :
-       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
-    known.insert(FoldCase(JoinPath(folder, name)));
-  }
-  known.insert(FoldCase(JoinPath(folder, ExecutablePath(parts))));
   const std::wstring updater = JoinPath(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
+  const std::wstring executable = ToWide(parts.record.executable);
   file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    if (!known.contains(FoldCase(entry.path))) {
+    const std::wstring_view name = entry.path.substr(updater.size() + 1);
+    if (!IsTaken(name) && FoldCase(name) != FoldCase(executable)) {
       diagnostics.AddWarning(DisplayPath(entry.path),
                              "is not replaced: a Launcher of this name still gets it as its update",
                              "Remove it if no player's Launcher has this name.");
     }
-    return file::WalkAction::kRecurse;
+    return file::WalkAction::kSkip;
   });
 }
 

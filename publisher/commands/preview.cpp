@@ -1,20 +1,37 @@
-#include "publisher/preview/preview.h"
+// Previews one run of the Launcher in an installation, by the Launcher's own readers and rules: the
+// exact downloads and removals of a run that ends well; of one that stops, what stops it and what it
+// does until then. Left out are the log, the staging folder and what lies behind links.
+#include "core/windows.h"
 
 #include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
+#include "archive/updater_settings.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "core/working_directory.h"
+#include "launcher/updater_driver.h"
+#include "publisher/build/name_rules.h"
 #include "publisher/channel/executable.h"
+#include "publisher/channel/manifest_check.h"
+#include "publisher/channel/published_tree.h"
 #include "publisher/commands/command.h"
+#include "publisher/commands/planned_folder.h"
 #include "publisher/files/paths.h"
+#include "publisher/files/server_layout.h"
+#include "publisher/files/windows_errors.h"
 #include "publisher/report/version_text.h"
-#include "updater/build_config.h"
+#include "updater/game_download.h"
+#include "updater/game_manifest.h"
+#include "updater/game_version.h"
 #include "updater/self_update.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
@@ -26,302 +43,241 @@ struct Options {
   bool fetch = false;
 };
 
-// --- What is given ---
+constexpr const char* kPublish = "Publish it again.";
 
-/// The version that the installed Launcher takes itself for, which only its resource tells.
-std::uint32_t InstalledLauncherVersion(const std::wstring& path, Diagnostics& diagnostics) {
-  if (const std::optional<std::uint32_t> version = ExecutableVersion(path)) return *version;
-  diagnostics.AddWarning(DisplayPath(path), "it has no version resource",
-                         Format("It was taken for version {}, as which this tool was built.",
-                                sdk::kBuildConfig.version));
-  return sdk::kBuildConfig.version;
-}
+/// The stages of a run, in their order. A stage throws where the Launcher fails.
+class Preview {
+ public:
+  Preview(const Options& options, std::uint32_t version, Console& console, Diagnostics& found)
+      : options_(options), ownVersion_(version), console_(console), diagnostics_(found) {}
 
-void CheckInput(const Options& options, const std::wstring& installed, Diagnostics& diagnostics) {
-  if (!file::Exists(installed)) {
-    diagnostics.AddError(DisplayPath(installed), "there is no such folder",
-                         "Name the game's root, which holds the Launcher, with --installed.");
-  } else if (!file::Exists(JoinPath(installed, ToWide(options.launcher)))) {
-    diagnostics.AddError(DisplayPath(JoinPath(installed, ToWide(options.launcher))),
-                         "there is no such Launcher", "Name it as it is started with --launcher.");
+  /// Plans the run in the current directory and reports it.
+  void Run() {
+    Plan();
+    console_.EndProgress();
+    launcher_["ownVersion"] = ownVersion_;
+    game_["removed"] = removed_;
+    console_.Report().update(report_);
+    const auto print = [this](const char* what, const Json& value) {
+      console_.Print(what + (value.is_string() ? value.get<std::string>() : value.dump()));
+    };
+    print("Updates from: ", report_["updatesUrl"]);
+    print("Launcher: ", launcher_["outcome"]);
+    print("Game: ", game_["outcome"]);
+    print("  installed version ", game_["installedVersion"]);
+    print("  offered version ", game_["offeredVersion"]);
+    for (const Json& file : game_["downloaded"]) print("  download ", file["name"]);
+    for (const Json& name : game_["removed"]) print("  remove ", name);
+    print("Game started: ", report_["gameStarted"]);
+    if (!options_.tree.url.empty() && !options_.fetch && !game_["downloaded"].empty()) {
+      diagnostics_.AddWarning(options_.tree.url, "not checked whether the game's files are there",
+                              "Add --fetch, or name the served folder with --server.");
+    }
   }
-  if (options.tree.url.empty() && !file::Exists(ExtendedLengthPath(options.tree.server))) {
-    diagnostics.AddError(DisplayPath(ExtendedLengthPath(options.tree.server)),
-                         "there is no such folder",
-                         "Name the folder that is served with --server.");
+
+ private:
+  void Plan() {
+    if (Attempt(&Preview::ReadSettings)) {
+      if (Attempt(&Preview::UpdateSelf) && launcher_["outcome"] != "current") return;  // Restarts.
+      if (!Attempt(&Preview::UpdateGame) && game_["outcome"] == "abnormal end") return;
+    }
+    report_["gameStarted"] = Attempt(&Preview::StartGame);
   }
-}
 
-// --- The report in words ---
-
-std::string VersionWords(const std::optional<sdk::VersionNumber>& version) {
-  return version ? VersionText(*version) : "none";
-}
-
-void PrintAll(Console& console, std::string_view what, const std::vector<std::wstring>& names) {
-  for (const std::wstring& name : names) console.Print(Format("    {} {}", what, ToUtf8(name)));
-}
-
-void PrintSelfUpdate(const PreviewPlan& plan, std::uint32_t ownVersion, Console& console) {
-  if (plan.staleExecutableRemoved) {
-    console.Print(Format("  removes {}", ToUtf8(sdk::kParkedExecutable)));
+  /// Returns whether the stage passes; adds an error, with what it means for the run, if not.
+  bool Attempt(void (Preview::*stage)()) {
+    try {
+      (this->*stage)();
+      return true;
+    } catch (const std::exception& error) {
+      const auto* const own = dynamic_cast<const PublishError*>(&error);
+      Diagnostic found{subject_, error.what(), "Replace this file, or the directory in its place."};
+      if (own != nullptr) found = own->GetDiagnostic();
+      found.message = Format("{}: {}", consequence_, found.message);
+      if (game_["outcome"] == "abnormal end") game_["stop"] = found.subject + ": " + found.message;
+      diagnostics_.errors.push_back(std::move(found));
+      return false;
+    }
   }
-  const std::uint32_t offered = plan.offeredLauncher.value_or(ownVersion);
-  switch (plan.selfUpdate) {
-    case SelfUpdate::kNotReached:
+
+  [[nodiscard]] FileContent Fetch(std::wstring_view name, Keep keep = Keep::kBody) {
+    subject_ = tree_->LocationOf(name);
+    FileContent content = tree_->Read(name, keep);
+    if (content.error.empty()) return content;
+    throw PublishError({subject_, "cannot be downloaded: " + ToUtf8(content.error), kPublish});
+  }
+
+  void ReadSettings() {
+    consequence_ = "the Launcher updates nothing";
+    subject_ = "Updater/UpdaterData.vpak";
+    settingsBytes_ = file::LoadFile(sdk::kSettingsFile);
+    const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes_);
+    report_["settings"] = {{"url", ToUtf8(settings.url)}, {"channel", ToUtf8(settings.channel)}};
+    tree_.emplace(FollowRedirect(options_.tree, diagnostics_), settings.channel);
+    const std::wstring channelUrl = Format(L"{}{}/", settings.url, ChannelName(settings.channel));
+    report_["updatesUrl"] = ToUtf8(tree_->IsServed() ? tree_->UpdatesUrl() : channelUrl);
+    if (tree_->IsServed() && ToWide(options_.tree.url) != settings.url) {
+      diagnostics_.AddWarning(subject_, "has another address than --url: " + ToUtf8(settings.url),
+                              "Players update from that address.");
+    }
+  }
+
+  void UpdateSelf() {
+    consequence_ = "the Launcher does not update itself";
+    launcher_["outcome"] = "failed";
+    std::string manifest = Fetch(kUpdaterManifestName).body;
+    const std::uint32_t offered = sdk::ReadUpdaterManifest(manifest, ownVersion_);
+    launcher_["offeredVersion"] = offered;
+    if (offered > ownVersion_) {
+      static_cast<void>(Fetch(Format(L"{}/{}", kUpdaterFolder, executable_)));
+      folder_.Remove(sdk::kParkedExecutable);
+      launcher_["outcome"] = "replaced";
+    } else if (Fetch(kUpdaterSettingsName).body == settingsBytes_) {
+      launcher_["outcome"] = "current";
+    } else {
+      folder_.WriteFile(sdk::kSettingsFile);
+      launcher_["outcome"] = "settings replaced";
+    }
+  }
+
+  void UpdateGame() {
+    consequence_ = "the game starts without an update";
+    subject_ = "Updater/GameVersion.vpak";
+    game_["outcome"] = "check failed";
+    const std::optional<sdk::VersionNumber> installed = sdk::ReadInstalledVersion();
+    if (installed) game_["installedVersion"] = VersionText(*installed);
+    if (!installed) game_["outcome"] = "refused";
+    // Without an installed version the Launcher itself would not read this one until its next run.
+    const sdk::VersionNumber offered = sdk::ReadOfferedVersion(Fetch(kVersionName).body);
+    game_["offeredVersion"] = VersionText(offered);
+    if (installed && *installed >= offered) {
+      game_["outcome"] = "not offered";
       return;
-    case SelfUpdate::kCurrent:
-      return console.Print(Format("Launcher: version {} is what the server offers", ownVersion));
-    case SelfUpdate::kReplaced:
-      return console.Print(
-          Format("Launcher: version {} is replaced by {} and started anew; the game "
-                 "is looked at after that (preview again with the new one)",
-                 ownVersion, offered));
-    case SelfUpdate::kSettingsReplaced:
-      return console.Print(
-          Format("Launcher: version {} takes other settings and starts anew; the "
-                 "game is looked at after that",
-                 ownVersion));
-    case SelfUpdate::kFailed:
-      return console.Print(
-          Format("Launcher: version {} fails to update itself and goes on (see the "
-                 "log)",
-                 ownVersion));
+    }
+
+    game_["outcome"] = "refused";
+    std::string text = Fetch(kManifestName).body;
+    const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+    CheckListedNames(manifest, subject_, executable_, diagnostics_);
+    folder_.MakeDirectory(sdk::kStagingFolder.substr(0, sdk::kStagingFolder.find(L'\\')));
+    folder_.MakeDirectory(sdk::kStagingFolder);
+    for (const std::string_view directory : manifest.directories) {
+      folder_.MakeDirectory(sdk::StagingDirectory(directory));
+    }
+
+    game_["outcome"] = "abnormal end";
+    consequence_ = "the run ends abnormally while files are downloaded";
+    const sdk::StagedUpdate staged = StageFiles(manifest);
+    consequence_ = "the run ends abnormally while files are installed";
+    for (const std::string_view directory : manifest.directories) {
+      const std::wstring name = sdk::WidenName(directory);
+      if (folder_.Find(name) == nullptr) folder_.MakeDirectory(name);  // Also a file is enough.
+    }
+    for (const sdk::StagedFile& copy : staged.copies) folder_.WriteFile(copy.name);
+    consequence_ = "the run ends abnormally in the clean-up";
+    folder_.CleanUp(sdk::CleanupRules(staged.names, executable_), removed_);
+    consequence_ = "the run ends abnormally when the version is recorded";
+    folder_.WriteFile(sdk::kGameVersionFile);
+    game_["outcome"] = "done";
   }
-}
 
-void PrintFiles(const PreviewPlan& plan, Console& console) {
-  std::uint64_t bytes = 0;
-  for (const Fetched& file : plan.downloaded) bytes += file.size;
-  console.Print(Format("  files: {} current, {} staged by an earlier run, {} to download ({})",
-                       plan.current.size(), plan.reused.size(), plan.downloaded.size(),
-                       FormatByteSize(bytes)));
-  PrintAll(console, "reuses", plan.reused);
-  for (const Fetched& file : plan.downloaded) {
-    console.Print(Format("    downloads {} ({})", ToUtf8(file.name), FormatByteSize(file.size)));
+  sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
+    using enum sdk::FileSource;
+    sdk::StagedUpdate staged;
+    for (const sdk::FileEntry& entry : manifest.files) {
+      console_.ShowProgress({"Reading", staged.names.size(), manifest.files.size(), 0, 0});
+      subject_ = ToUtf8(entry.name);
+      const std::wstring stagingPath = sdk::StagingPath(entry.name);
+      sdk::FileSource source = sdk::FindSource(entry, stagingPath);
+      const auto known = downloaded_.find(FoldCase(entry.name));  // For an earlier entry.
+      if (source != kInstalled && known != downloaded_.end()) {
+        source = known->second == entry.digest ? kStaged : kServer;
+      }
+      if (source == kServer) Download(entry, stagingPath);
+      if (source == kStaged) game_["staged"].push_back(subject_);
+      if (source == kInstalled) game_["current"].push_back(subject_);
+      if (source != kInstalled) staged.copies.push_back({entry.name, stagingPath});
+      staged.names.insert(entry.name);
+    }
+    return staged;
   }
-  PrintAll(console, "makes the directory", plan.directories);
-  console.Print(Format("  installs {} files", plan.copied.size()));
-  console.Print(Format(
-      "  clean-up{}: {} entries",
-      sdk::kBuildConfig.keepsNonEmptyDirectories ? ", which keeps non-empty directories" : "",
-      plan.removed.size()));
-  PrintAll(console, "removes", plan.removed);
-}
 
-void PrintGameUpdate(const PreviewPlan& plan, Console& console) {
-  switch (plan.gameUpdate) {
-    case GameUpdate::kNotReached:
-      return;
-    case GameUpdate::kNotOffered:
-      return console.Print(Format("Game: no update; installed is {}, the server has {}",
-                                  VersionWords(plan.installedVersion),
-                                  VersionWords(plan.offeredVersion)));
-    case GameUpdate::kCheckFailed:
-      return console.Print("Game: whether there is an update cannot be told (see the log)");
-    default:
-      break;
+  void Download(const sdk::FileEntry& entry, std::wstring_view stagingPath) {
+    std::string& digest = downloaded_[FoldCase(entry.name)] = entry.digest;
+    std::uint64_t size = entry.size;
+    if (!tree_->IsServed() || options_.fetch) {
+      const FileContent content = Fetch(entry.name, Keep::kDigest);
+      digest = content.md5;
+      size = content.size;
+    }
+    if (digest != entry.digest) diagnostics_.AddError(subject_, "not the listed file", kPublish);
+    game_["downloaded"].push_back({{"name", ToUtf8(entry.name)}, {"size", size}});
+    folder_.WriteFile(stagingPath);
   }
-  console.Print(Format("Game: the update from {} to {} is offered; if the player wants it:",
-                       VersionWords(plan.installedVersion), VersionWords(plan.offeredVersion)));
-  PrintAll(console, "makes the directory", plan.stagingDirectories);
-  if (plan.gameUpdate == GameUpdate::kUpdateRefused) {
-    return console.Print("  it fails before the first file (see the log)");
+
+  void StartGame() {
+    consequence_ = "the game does not start";
+    subject_ = "bin/Velmorant Player.exe";
+    const PlannedEntry* const game = folder_.Find(kGameProgram);
+    if (game == nullptr) throw PublishError({subject_, "no such file", kPublish});
+    DWORD kind = 0;
+    if (!game->isOnDisk || GetBinaryTypeW(kGameProgram.data(), &kind) != FALSE) return;
+    throw PublishError({subject_, "not a Windows executable", kPublish});
   }
-  PrintFiles(plan, console);
-  if (plan.gameUpdate == GameUpdate::kEnded) {
-    return console.Print(Format("  THE RUN STOPS {}", plan.stop));
+
+  const Options& options_;
+  const std::uint32_t ownVersion_;
+  Console& console_;
+  Diagnostics& diagnostics_;
+  std::wstring executable_ = std::filesystem::path(ToWide(options_.launcher)).filename();
+  PlannedFolder folder_{ToWide(options_.launcher)};
+  std::optional<PublishedTree> tree_;
+  std::string settingsBytes_;
+  std::map<std::wstring, std::string> downloaded_;  // Digests by names in upper case.
+  std::vector<std::string> removed_;
+  std::string subject_;           // What the current step reads.
+  const char* consequence_ = "";  // Of a failure in it.
+
+  Json report_ = Json::parse(R"({
+    "settings": {"url": null, "channel": null},
+    "updatesUrl": null,
+    "launcher": {"outcome": "not reached", "ownVersion": 0, "offeredVersion": null},
+    "game": {"outcome": "not reached", "installedVersion": null, "offeredVersion": null,
+             "current": [], "staged": [], "downloaded": [], "removed": [], "stop": null},
+    "gameStarted": false
+  })");
+  Json& launcher_ = report_["launcher"];
+  Json& game_ = report_["game"];
+};
+
+void Run(Options options, Console& console, Diagnostics& diagnostics) {
+  const std::wstring root = ToWide(DisplayPath(ExtendedLengthPath(options.installed)));
+  const std::wstring launcher = JoinPath(root, ToWide(options.launcher));
+  const std::optional<std::uint32_t> version = ExecutableVersion(launcher);
+  if (!version) {
+    throw PublishError({DisplayPath(launcher), "missing, or without a version resource",
+                        "Check --installed, the game's root, and --launcher, the Launcher in it."});
   }
-  console.Print(plan.stagingRemoved ? "  removes the staging folder"
-                                    : "  cannot remove all of the staging folder and leaves it");
-  console.Print("  records the new version");
-}
-
-void PrintEnd(const PreviewPlan& plan, Console& console) {
-  for (const std::string& dialog : plan.dialogs) {
-    console.Print(Format("Dialog: {}", dialog));
-  }
-  for (const std::string& entry : plan.log) console.Print(Format("Log: {}", entry));
-  if (!plan.stop.empty()) {
-    console.Print(
-        Format("Abnormal end: no word to the player, no log entry; exit code {}", plan.exitCode));
-  }
-  if (Restarts(plan.selfUpdate)) return console.Print("The Launcher is started anew");
-  console.Print(plan.gameStarted ? "The game is started" : "The game is not started");
-}
-
-void PrintPlan(const PreviewPlan& plan, std::uint32_t ownVersion, Console& console) {
-  if (plan.url.empty()) {
-    console.Print("Settings: refused (see the log)");
-  } else {
-    console.Print(
-        Format("Settings: {}, channel {}; asks {}", plan.url, plan.channel, plan.updatesUrl));
-  }
-  PrintSelfUpdate(plan, ownVersion, console);
-  PrintGameUpdate(plan, console);
-  PrintEnd(plan, console);
-}
-
-// --- The report as JSON ---
-
-const char* Name(SelfUpdate outcome) {
-  switch (outcome) {
-    case SelfUpdate::kNotReached:
-      return "not reached";
-    case SelfUpdate::kCurrent:
-      return "current";
-    case SelfUpdate::kReplaced:
-      return "replaced";
-    case SelfUpdate::kSettingsReplaced:
-      return "settings replaced";
-    case SelfUpdate::kFailed:
-      break;
-  }
-  return "failed";
-}
-
-const char* Name(GameUpdate outcome) {
-  switch (outcome) {
-    case GameUpdate::kNotReached:
-      return "not reached";
-    case GameUpdate::kNotOffered:
-      return "not offered";
-    case GameUpdate::kCheckFailed:
-      return "check failed";
-    case GameUpdate::kUpdateRefused:
-      return "refused";
-    case GameUpdate::kEnded:
-      return "abnormal end";
-    case GameUpdate::kUpdated:
-      break;
-  }
-  return "done";
-}
-
-Json List(const std::vector<std::wstring>& names) {
-  Json list = Json::array();
-  for (const std::wstring& name : names) list.push_back(ToUtf8(name));
-  return list;
-}
-
-Json AsJson(const std::optional<sdk::VersionNumber>& version) {
-  return version ? Json(VersionText(*version)) : Json();
-}
-
-Json AsJson(const std::vector<Fetched>& files) {
-  Json list = Json::array();
-  for (const Fetched& file : files) {
-    list.push_back({{"name", ToUtf8(file.name)}, {"size", file.size}});
-  }
-  return list;
-}
-
-Json AsJson(const PreviewPlan& plan, std::uint32_t ownVersion) {
-  const Json offeredLauncher = plan.offeredLauncher ? Json(*plan.offeredLauncher) : Json();
-  return {
-      {"settings", {{"url", plan.url}, {"channel", plan.channel}}},
-      {"updatesUrl", plan.updatesUrl},
-      {"requests", plan.requests},
-      {"launcher",
-       {{"outcome", Name(plan.selfUpdate)},
-        {"ownVersion", ownVersion},
-        {"offeredVersion", offeredLauncher},
-        {"staleExecutableRemoved", plan.staleExecutableRemoved}}},
-      {"game",
-       {{"outcome", Name(plan.gameUpdate)},
-        {"installedVersion", AsJson(plan.installedVersion)},
-        {"offeredVersion", AsJson(plan.offeredVersion)},
-        {"stagingDirectories", List(plan.stagingDirectories)},
-        {"current", List(plan.current)},
-        {"reused", List(plan.reused)},
-        {"downloaded", AsJson(plan.downloaded)},
-        {"directories", List(plan.directories)},
-        {"copied", List(plan.copied)},
-        {"keepsNonEmptyDirectories", sdk::kBuildConfig.keepsNonEmptyDirectories},
-        {"removed", List(plan.removed)},
-        {"stagingRemoved", plan.stagingRemoved},
-        {"versionWritten", plan.versionWritten},
-        {"stop", plan.stop}}},
-      {"dialogs", plan.dialogs},
-      {"log", plan.log},
-      {"launcherExitCode", plan.exitCode},
-      {"gameStarted", plan.gameStarted},
-      {"changes",
-       {{"created", List(plan.changes.created)},
-        {"written", List(plan.changes.written)},
-        {"removed", List(plan.changes.removed)}}},
-  };
-}
-
-// --- The command ---
-
-void WarnOfTheOutcome(const Options& options, const PreviewPlan& plan, Diagnostics& diagnostics) {
-  if (!plan.stop.empty()) {
-    diagnostics.AddWarning("the run", "it would end abnormally " + plan.stop,
-                           "The same update is offered again by the next run.");
-  }
-  if (!options.tree.url.empty() && !options.fetch && !plan.downloaded.empty()) {
-    diagnostics.AddWarning(
-        options.tree.url, "it was not checked that the game's files can be had",
-        "Add --fetch to download them, or name the served folder with --server.");
-  }
-}
-
-void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
-  const std::wstring installed = ExtendedLengthPath(options.installed);
-  CheckInput(options, installed, diagnostics);
-  WarnOfPlainHttp(options.tree.url, "--url", diagnostics);
-  if (diagnostics.HasErrors()) return;
-
-  PreviewOptions preview;
-  preview.tree = options.tree;
-  // The current directory is about to change.
-  if (options.tree.url.empty())
-    preview.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
-  preview.fetch = options.fetch;
-  preview.launcher = ToWide(options.launcher);
-  preview.ownVersion = InstalledLauncherVersion(JoinPath(installed, preview.launcher), diagnostics);
-  // The Launcher's decisions look at the current directory.
-  if (!SetWorkingDirectory(ToWide(DisplayPath(installed)), true)) {
-    diagnostics.AddError(DisplayPath(installed), "the folder cannot be entered", "");
-    return;
-  }
-  const PreviewPlan plan =
-      PlanUpdate(preview, diagnostics,
-                 [&console](std::uint64_t filesDone, std::uint64_t files, std::uint64_t bytesDone,
-                            std::uint64_t bytes) {
-                   console.ShowProgress({"Reading", filesDone, files, bytesDone, bytes});
-                 });
-  console.EndProgress();
-  WarnOfTheOutcome(options, plan, diagnostics);
-  PrintPlan(plan, preview.ownVersion, console);
-  console.Report().update(AsJson(plan, preview.ownVersion));
+  options.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
+  if (SetCurrentDirectoryW(root.c_str()) == FALSE) ThrowWindowsError("read", root, GetLastError());
+  Preview(options, *version, console, diagnostics).Run();
 }
 
 }  // namespace
 
 void AddPreviewCommand(CLI::App& program, Command& chosen) {
   const auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(program, chosen, "preview",
-                                 "Tell what one run of the Launcher would do to an installation.",
-                                 "--installed C:\\Games\\Velmorant --server D:\\server",
-                                 [options](Console& console, Diagnostics& diagnostics) {
-                                   Run(*options, console, diagnostics);
-                                 });
-  command
-      ->add_option("--installed", options->installed,
-                   "The game's root, which holds the Launcher. It is only read.")
-      ->required();
+  CLI::App* command = AddCommand(
+      program, chosen, "preview", "Show what one run of the Launcher does to an installation.",
+      "--installed C:\\Games\\Velmorant --server D:\\server",
+      [options](Console& console, Diagnostics& found) { Run(*options, console, found); });
+  command->add_option("--installed", options->installed, "The game's root, read only.")->required();
   CLI::Option_group* tree = command->add_option_group("server", "Where the update is");
   AddServer(*tree, options->tree.server);
   tree->add_option("--url", options->tree.url, "The server's base URL, with its last slash.");
   tree->require_option(1);
-  command
-      ->add_option("--launcher", options->launcher,
-                   "The Launcher as it is started, below the game's root; case counts.")
-      ->capture_default_str();
-  command->add_flag("--fetch", options->fetch,
-                    "With --url: download the game's files too, to see whether they can be had.");
+  command->add_option("--launcher", options->launcher, "As it is started.")->capture_default_str();
+  command->add_flag("--fetch", options->fetch, "With --url: check the game's files, too.");
 }
 
 }  // namespace ve::publish

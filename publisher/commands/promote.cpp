@@ -66,7 +66,7 @@ void Promote(const Options& options, const ChannelFolders& from, const ChannelFo
   const auto version = CheckNewVersion(options.version, to, options.force, console, diagnostics);
   const std::wstring manifestPath = JoinPath(from.live, kManifestName);
   const std::string content = ReadWholeFile(manifestPath);
-  std::string text = content;  // The reader changes it.
+  std::string text = content;  // Stays as long as the manifest, which has views into it.
   sdk::GameUpdateManifest manifest;
   try {
     manifest = sdk::ReadGameUpdateManifest(text);
@@ -108,7 +108,7 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const ChannelFolders to = FoldersOf(server, ToWide(options.to));
   console.Report().update({{"version", options.version},
                            {"from", options.from},
-                           {"channel", options.to},
+                           {"to", options.to},
                            {"server", DisplayPath(server)},
                            {"published", false}});
   if (options.from == options.to) {
