@@ -1,6 +1,6 @@
 #include <memory>
-#include <variant>
 
+#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -8,7 +8,6 @@
 #include "publisher/channel/channel_swap.h"
 #include "publisher/channel/manifest_writer.h"
 #include "publisher/channel/new_version.h"
-#include "publisher/channel/parsed_files.h"
 #include "publisher/channel/payload.h"
 #include "publisher/channel/upload_lists.h"
 #include "publisher/commands/command.h"
@@ -67,14 +66,14 @@ void Promote(const Options& options, const ChannelFolders& from, const ChannelFo
   const auto version = CheckNewVersion(options.version, to, options.force, console, diagnostics);
   const std::wstring manifestPath = JoinPath(from.live, kManifestName);
   const std::string content = ReadWholeFile(manifestPath);
-  std::string text;
-  const auto parsed = ParseGameManifest(content, text);
-  if (const auto* error = std::get_if<ParseError>(&parsed)) {
+  std::string text = content;  // The reader changes it.
+  sdk::GameUpdateManifest manifest;
+  try {
+    manifest = sdk::ReadGameUpdateManifest(text);
+  } catch (const VERuntimeError& error) {
     return diagnostics.AddError(DisplayPath(manifestPath),
-                                Format("the Launcher rejects it: {}", error->message),
-                                kPublishAgain);
+                                Format("the Launcher rejects it: {}", error.what()), kPublishAgain);
   }
-  const auto& manifest = std::get<sdk::GameUpdateManifest>(parsed);
   CheckComplete(from.live, manifest, diagnostics);
   if (diagnostics.HasErrors()) return;
 
