@@ -119,6 +119,7 @@ CopyStats PlacePayload(const std::wstring& source, const std::wstring& published
                        const ProgressCallback& progress) {
   std::uint64_t bytesToCopy = 0;
   for (const BuildFile& file : build.files) bytesToCopy += file.isPublished ? 0 : file.size;
+  file::MakeDirectory(next);
   RequireRoom(next, bytesToCopy);
   for (const std::wstring& directory : build.directories) {
     file::MakeDirectory(JoinPath(next, directory));

@@ -26,7 +26,7 @@ struct CopyStats {
   std::uint64_t copiedBytes = 0;
 };
 
-/// Makes the build's directories and files in `next`: a published file by a link to it, which takes
+/// Makes `next` with the build's directories and files: a published file by a link to it, which takes
 /// no room and keeps its time, the others by a copy, which gets the present time. Sets the digest
 /// of each copy to that of the bytes copied. Finds out before the first copy whether the disk has
 /// room. Throws `PublishError`.

@@ -1,6 +1,7 @@
 #include "publisher/commands/command.h"
 
 #include <utility>
+#include <vector>
 
 #include "archive/updater_settings.h"
 #include "core/unicode.h"
@@ -20,16 +21,11 @@ CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name
   return command;
 }
 
-std::vector<std::string> ChannelNames() {
+CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* name,
+                        const char* purpose) {
   std::vector<std::string> names;
-  names.reserve(sdk::kReleaseChannels.size());
-  for (const std::wstring_view channel : sdk::kReleaseChannels) names.push_back(ToUtf8(channel));
-  return names;
-}
-
-CLI::Option* AddChannel(CLI::App& command, std::string& channel) {
-  return command.add_option("--channel", channel, "The release channel.")
-      ->check(CLI::IsMember(ChannelNames()));
+  for (const std::wstring_view known : sdk::kReleaseChannels) names.push_back(ToUtf8(known));
+  return command.add_option(name, channel, purpose)->check(CLI::IsMember(names));
 }
 
 CLI::Option* AddServer(CLI::App& command, std::string& server) {

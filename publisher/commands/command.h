@@ -1,11 +1,12 @@
-// The commands of the tool, one source file each. A command reads its options from the command line
+// The commands of the tool. A command reads its options from the command line
 // (UTF-8), reports what it did or found on the console, and adds what is wrong to the diagnostics.
 // It may throw any exception, which becomes its last error.
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "publisher/report/console.h"
 #include <CLI/CLI.hpp>
@@ -35,11 +36,23 @@ CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name
                      const std::string& purpose, const std::string& example,
                      std::function<void(Console&, Diagnostics&)> run);
 
-/// "alpha", "beta", "demo", "release".
-[[nodiscard]] std::vector<std::string> ChannelNames();
+/// The same with the command's options, which it returns; they live as long as `chosen.run`.
+template <class Options>
+std::pair<CLI::App*, std::shared_ptr<Options>> AddCommand(
+    CLI::App& program, Command& chosen, const std::string& name, const std::string& purpose,
+    const std::string& example, void (*run)(const Options&, Console&, Diagnostics&)) {
+  const auto options = std::make_shared<Options>();
+  const auto runWithOptions = [options, run](Console& console, Diagnostics& diagnostics) {
+    run(*options, console, diagnostics);
+  };
+  return {AddCommand(program, chosen, name, purpose, example,
+                     std::function<void(Console&, Diagnostics&)>(runWithOptions)),
+          options};
+}
 
-/// Adds the option --channel, one of these names.
-CLI::Option* AddChannel(CLI::App& command, std::string& channel);
+/// Adds an option that takes a release channel's name.
+CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* name = "--channel",
+                        const char* purpose = "The release channel.");
 
 /// Adds the option --server, a folder; an address is wrong usage.
 CLI::Option* AddServer(CLI::App& command, std::string& server);

@@ -1,7 +1,10 @@
+// The two commands that publish the game: `game` from a build, `promote` from another channel.
 #include <algorithm>
-#include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -21,85 +24,78 @@
 namespace ve::publish {
 namespace {
 
+constexpr const char* kPublishAgain = "Publish the game to that channel again.";
+
+/// Of both commands.
 struct Options {
-  std::string source;
   std::string version;
   std::string channel;
   std::string server;
-  std::string launcher = "Launcher.exe";
-  std::vector<std::string> ignore;
   std::string uploadLists;
   bool force = false;
   bool dryRun = false;
+};
+
+struct GameOptions : Options {
+  std::string source;
+  std::string launcher = "Launcher.exe";
+  std::vector<std::string> ignore;
   bool ifChanged = false;
 };
 
-/// A run, from the options.
-struct Plan {
-  const Options& options;
-  std::wstring source;
-  std::wstring server;
-  ChannelFolders folders;
-  BuildRules rules;
+struct PromoteOptions : Options {
+  std::string from;
 };
 
-bool IsSameOrBelow(const std::wstring& path, const std::wstring& folder) {
-  return (FoldCase(path) + L'/').starts_with(FoldCase(folder) + L'/');
+ChannelFolders TargetOf(const Options& options) {
+  return FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
 }
 
-void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
-  if (!IsSameOrBelow(plan.source, plan.server) && !IsSameOrBelow(plan.server, plan.source)) return;
-  diagnostics.AddError(DisplayPath(plan.source),
-                       "the build and the server's folder contain each other",
+/// Completes the next state, which has the payload already, and swaps it in. A dry run only reports
+/// that.
+void Finish(const Options& options, const sdk::VersionNumber& version, const BuildFolder& build,
+            const std::string& manifest, const CopyStats& placed, Console& console,
+            Diagnostics& diagnostics) {
+  const ChannelFolders folders = TargetOf(options);
+  std::string liveText;
+  std::string text = manifest;
+  const Changes changes =
+      CompareManifests(ReadLiveManifest(folders, liveText), sdk::ReadGameUpdateManifest(text));
+  Json& report = console.Report();
+  if (!options.dryRun) {
+    WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
+    WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
+    PlaceLauncher(folders.live, folders.next);
+    if (!options.uploadLists.empty()) {
+      WriteUploadLists(ExtendedLengthPath(options.uploadLists), ToWide(options.channel), changes);
+    }
+    SwapIn(folders, diagnostics);
+    report["published"] = true;
+  }
+  console.Print(Format("{} {} to {} in {}", options.dryRun ? "Would publish" : "Published",
+                       options.version, options.channel, report["server"].get<std::string>()));
+  console.Print(Format("  {} files, {}, in {} folders", build.files.size(),
+                       FormatByteSize(build.Bytes()), build.directories.size()));
+  console.Print(Format("  {} copied ({}), {} linked", placed.copiedFiles,
+                       FormatByteSize(placed.copiedBytes), placed.linkedFiles));
+  report.update({{"files", build.files.size()},
+                 {"bytes", build.Bytes()},
+                 {"directories", build.directories.size()},
+                 {"copiedFiles", placed.copiedFiles},
+                 {"copiedBytes", placed.copiedBytes},
+                 {"linkedFiles", placed.linkedFiles}});
+  ReportChanges(changes, console);
+}
+
+void CheckPlaces(const std::wstring& source, const std::wstring& server, Diagnostics& diagnostics) {
+  const std::wstring first = FoldCase(source) + L'/';
+  const std::wstring second = FoldCase(server) + L'/';
+  if (!first.starts_with(second) && !second.starts_with(first)) return;
+  diagnostics.AddError(DisplayPath(source), "the build and the server's folder contain each other",
                        "Publish from a folder outside the server's.");
 }
 
-bool IsUnchanged(const BuildFolder& build, const sdk::GameUpdateManifest& live) {
-  const bool hasSameFiles = build.files.size() == live.files.size() &&
-                            std::all_of(build.files.begin(), build.files.end(),
-                                        [](const BuildFile& f) { return f.isPublished; });
-  return hasSameFiles && std::equal(build.directories.begin(), build.directories.end(),
-                                    live.directories.begin(), live.directories.end(),
-                                    [](const std::wstring& directory, std::string_view listed) {
-                                      return directory == sdk::WidenName(listed);
-                                    });
-}
-
-/// Builds the channel's next state beside the live one. Returns its manifest.
-std::string MakeNextState(const Plan& plan, const sdk::VersionNumber& version, BuildFolder& build,
-                          const ProgressCallback& progress, CopyStats& placed) {
-  const ChannelFolders& folders = plan.folders;
-  file::MakeDirectory(folders.next);
-  placed = PlacePayload(plan.source, folders.live, build, folders.next, progress);
-  std::string manifest = GameManifest(build);
-  WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
-  WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
-  PlaceLauncher(folders.live, folders.next);
-  return manifest;
-}
-
-void ReportBuild(const Plan& plan, const BuildFolder& build, const CopyStats& placed,
-                 Console& console) {
-  const Options& options = plan.options;
-  console.Print(Format("{} {} to {} in {}", options.dryRun ? "Would publish" : "Published",
-                       options.version, options.channel, DisplayPath(plan.server)));
-  console.Print(Format("  {} files, {}, in {} folders", build.files.size(),
-                       FormatByteSize(build.Bytes()), build.directories.size()));
-  console.Print(Format("  {} copied ({}), {} unchanged", placed.copiedFiles,
-                       FormatByteSize(placed.copiedBytes), placed.linkedFiles));
-  if (!build.ignored.empty()) console.Print(Format("  {} ignored", build.ignored.size()));
-  Json& report = console.Report();
-  report["files"] = build.files.size();
-  report["bytes"] = build.Bytes();
-  report["directories"] = build.directories.size();
-  report["copiedFiles"] = placed.copiedFiles;
-  report["copiedBytes"] = placed.copiedBytes;
-  report["linkedFiles"] = placed.linkedFiles;
-  report["ignored"] = Json::array();
-  for (const std::wstring& name : build.ignored) report["ignored"].push_back(ToUtf8(name));
-}
-
-/// What a publish would copy.
+/// Without copying.
 CopyStats CountCopies(const BuildFolder& build) {
   CopyStats stats;
   for (const BuildFile& file : build.files) {
@@ -110,94 +106,157 @@ CopyStats CountCopies(const BuildFolder& build) {
 }
 
 /// With the build checked, and the lock held unless this is a dry run.
-void Publish(const Plan& plan, BuildFolder& build, Console& console, Diagnostics& diagnostics) {
-  const ChannelFolders& folders = plan.folders;
+void PublishBuild(const GameOptions& options, const std::wstring& source, const BuildRules& rules,
+                  BuildFolder& build, Console& console, Diagnostics& diagnostics) {
+  const ChannelFolders folders = TargetOf(options);
   const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
   std::string liveText;
-  const sdk::GameUpdateManifest live = ReadLiveManifest(folders, liveText);
-  FindPublished(plan.source, folders.live, live, build, progress);
-  if (IsUnchanged(build, live)) {
-    if (plan.options.ifChanged) {
+  FindPublished(source, folders.live, ReadLiveManifest(folders, liveText), build, progress);
+  const bool hasNewFiles = std::any_of(build.files.begin(), build.files.end(),
+                                       [](const BuildFile& file) { return !file.isPublished; });
+  if (!hasNewFiles && GameManifest(build) == liveText) {
+    if (options.ifChanged) {
       return console.Print("Not published: the server has exactly this build already.");
     }
-    diagnostics.AddWarning(DisplayPath(plan.source), "the server has exactly this build already",
+    diagnostics.AddWarning(DisplayPath(source), "the server has exactly this build already",
                            "Players are offered an update that downloads nothing. --if-changed "
                            "publishes changed builds only.");
   }
   const auto version =
-      CheckNewVersion(plan.options.version, folders, plan.options.force, console, diagnostics);
+      CheckNewVersion(options.version, folders, options.force, console, diagnostics);
   if (diagnostics.HasErrors()) return;
   std::optional<NextState> next;
   CopyStats placed = CountCopies(build);
-  std::string manifest;
-  if (plan.options.dryRun) {
-    DigestOthers(plan.source, build, progress);
-    manifest = GameManifest(build);
+  if (options.dryRun) {
+    DigestOthers(source, build, progress);
   } else {
     next.emplace(folders);
-    manifest = MakeNextState(plan, *version, build, progress, placed);
+    placed = PlacePayload(source, folders.live, build, folders.next, progress);
   }
   console.EndProgress();
-  CheckUnchanged(plan.source, plan.rules, build, diagnostics);
+  CheckUnchanged(source, rules, build, diagnostics);
   if (diagnostics.HasErrors()) return;
-  const Changes changes = CompareManifests(live, sdk::ReadGameUpdateManifest(manifest));
-  if (!plan.options.dryRun) {
-    if (!plan.options.uploadLists.empty()) {
-      WriteUploadLists(ExtendedLengthPath(plan.options.uploadLists), ToWide(plan.options.channel),
-                       changes);
-    }
-    SwapIn(folders, diagnostics);
-    console.Report()["published"] = true;
-  }
-  ReportBuild(plan, build, placed, console);
-  ReportChanges(changes, console);
+  Finish(options, *version, build, GameManifest(build), placed, console, diagnostics);
 }
 
-void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
+void RunGame(const GameOptions& options, Console& console, Diagnostics& diagnostics) {
+  const std::wstring source = ExtendedLengthPath(options.source);
   const std::wstring server = ExtendedLengthPath(options.server);
-  Plan plan{options, ExtendedLengthPath(options.source), server,
-            FoldersOf(server, ToWide(options.channel)), BuildRules{ToWide(options.launcher)}};
-  for (const std::string& pattern : options.ignore) plan.rules.ignore.push_back(ToWide(pattern));
-  console.Report().update({{"version", options.version},
-                           {"channel", options.channel},
-                           {"server", DisplayPath(plan.server)},
-                           {"dryRun", options.dryRun},
-                           {"published", false}});
+  const ChannelFolders folders = TargetOf(options);
+  BuildRules rules{ToWide(options.launcher)};
+  for (const std::string& pattern : options.ignore) rules.ignore.push_back(ToWide(pattern));
+  Json& report = console.Report();
+  report.update({{"version", options.version},
+                 {"channel", options.channel},
+                 {"server", DisplayPath(server)},
+                 {"dryRun", options.dryRun},
+                 {"published", false}});
   // An interrupted run is repaired even if this one fails.
   std::optional<ChannelLock> lock;
-  if (!options.dryRun && file::Exists(plan.folders.updates)) lock.emplace(plan.folders);
+  if (!options.dryRun && file::Exists(folders.updates)) lock.emplace(folders);
 
-  // Before the build is read. `Publish` checks again, under the lock, and adds the warnings.
+  // Before the build is read. `PublishBuild` checks again, under the lock, and adds the warnings.
   Diagnostics early;
-  static_cast<void>(CheckNewVersion(options.version, plan.folders, options.force, console, early));
+  static_cast<void>(CheckNewVersion(options.version, folders, options.force, console, early));
   if (!options.ifChanged) diagnostics.errors = std::move(early.errors);
-  CheckPlaces(plan, diagnostics);
-  BuildFolder build = ReadBuildFolder(plan.source, plan.rules, diagnostics);
-  CheckGameProgram(plan.source, build, options.force, diagnostics);
-  WarnOfCleanUp(build, plan.rules.launcher, diagnostics);
+  CheckPlaces(source, server, diagnostics);
+  BuildFolder build = ReadBuildFolder(source, rules, diagnostics);
+  CheckGameProgram(source, build, options.force, diagnostics);
+  WarnOfCleanUp(build, rules.launcher, diagnostics);
   if (diagnostics.HasErrors()) return;
 
-  if (!options.dryRun && !lock) lock.emplace(plan.folders);
-  Publish(plan, build, console, diagnostics);
+  if (!options.dryRun && !lock) lock.emplace(folders);
+  report["ignored"] = Json::array();
+  for (const std::wstring& name : build.ignored) report["ignored"].push_back(ToUtf8(name));
+  PublishBuild(options, source, rules, build, console, diagnostics);
+  if (!build.ignored.empty()) console.Print(Format("  {} ignored", build.ignored.size()));
+}
+
+/// The game that a channel has, as a build: complete, or errors are added.
+BuildFolder ReadChannel(const std::wstring& folder, const sdk::GameUpdateManifest& manifest,
+                        Diagnostics& diagnostics) {
+  BuildFolder build;
+  for (const std::string_view directory : manifest.directories) {
+    build.directories.push_back(sdk::WidenName(directory));
+  }
+  for (const sdk::FileEntry& entry : manifest.files) {
+    build.files.push_back({entry.name, entry.size, 0, std::string(entry.digest), true});
+    const std::wstring path = JoinPath(folder, entry.name);
+    if (IsFileOfSize(path, entry.size)) continue;
+    diagnostics.AddError(DisplayPath(path),
+                         Format("not a file of {} bytes, as the manifest lists it", entry.size),
+                         kPublishAgain);
+  }
+  return build;
+}
+
+/// With both channels locked.
+void Promote(const PromoteOptions& options, const ChannelFolders& from, const ChannelFolders& to,
+             Console& console, Diagnostics& diagnostics) {
+  const auto version = CheckNewVersion(options.version, to, options.force, console, diagnostics);
+  const std::wstring manifestPath = JoinPath(from.live, kManifestName);
+  const std::string content = ReadWholeFile(manifestPath);
+  BuildFolder build;
+  try {
+    std::string text = content;
+    build = ReadChannel(from.live, sdk::ReadGameUpdateManifest(text), diagnostics);
+  } catch (const VERuntimeError& error) {
+    diagnostics.AddError(DisplayPath(manifestPath),
+                         Format("the Launcher rejects it: {}", error.what()), kPublishAgain);
+  }
+  if (diagnostics.HasErrors()) return;
+  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
+  const NextState next(to);
+  const CopyStats placed = PlacePayload(from.live, from.live, build, to.next, progress);
+  console.EndProgress();
+  Finish(options, *version, build, content, placed, console, diagnostics);
+}
+
+void RunPromote(const PromoteOptions& options, Console& console, Diagnostics& diagnostics) {
+  const std::wstring server = ExtendedLengthPath(options.server);
+  const ChannelFolders from = FoldersOf(server, ToWide(options.from));
+  const ChannelFolders to = TargetOf(options);
+  console.Report().update({{"version", options.version},
+                           {"from", options.from},
+                           {"to", options.channel},
+                           {"server", DisplayPath(server)},
+                           {"published", false}});
+  if (options.from == options.channel) {
+    return diagnostics.AddError(options.from, "is given as both --from and --to",
+                                "Pass two channels.");
+  }
+  if (!file::Exists(PublishedFolder(from))) {
+    return diagnostics.AddError(DisplayPath(from.live), "nothing is published to this channel",
+                                "Check --from and --server.");
+  }
+  // In the order of the names: two runs in opposite directions do not wait for each other.
+  const bool isFromFirst = options.from < options.channel;
+  const ChannelLock first(isFromFirst ? from : to);
+  const ChannelLock second(isFromFirst ? to : from);
+  Promote(options, from, to, console, diagnostics);
+}
+
+/// The options of both commands but that of the channel.
+void AddOptions(CLI::App& command, Options& options) {
+  command
+      .add_option("--version", options.version,
+                  "Four numbers, the most significant first; above the one on the server.")
+      ->required();
+  AddServer(command, options.server)->required();
+  command.add_option("--upload-lists", options.uploadLists,
+                     "A folder for the lists of what to upload, delete and purge elsewhere.");
 }
 
 }  // namespace
 
 void AddGameCommand(CLI::App& program, Command& chosen) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(
+  const auto [command, options] = AddCommand(
       program, chosen, "game", "Publish a build of the game as a new version.",
       "--source D:\\Builds\\Velmorant --version 1.4.0.2 --channel release --server D:\\Server",
-      [options](Console& console, Diagnostics& diagnostics) {
-        Run(*options, console, diagnostics);
-      });
+      RunGame);
   command->add_option("--source", options->source, "The folder of the build.")->required();
-  command
-      ->add_option("--version", options->version,
-                   "Four numbers, the most significant first; above the one on the server.")
-      ->required();
   AddChannel(*command, options->channel)->required();
-  AddServer(*command, options->server)->required();
+  AddOptions(*command, *options);
   command->add_option("--launcher", options->launcher, "The name of the Launcher's file.")
       ->capture_default_str();
   command
@@ -205,14 +264,23 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
                    "Leave out the files and folders whose names match, with * and ?; repeatable. "
                    "Always left out: .DS_Store, Thumbs.db, desktop.ini.")
       ->take_all();
-  command->add_option("--upload-lists", options->uploadLists,
-                      "A folder for the lists of what to upload, delete and purge elsewhere.");
   command->add_flag("--dry-run", options->dryRun, "Check everything and write nothing.");
   command->add_flag("--if-changed", options->ifChanged,
                     "Do nothing if the server has exactly this build already.");
   command->add_flag("--force", options->force,
                     "Publish a version that is not above the one on the server, or a build without "
                     "the game's program.");
+}
+
+void AddPromoteCommand(CLI::App& program, Command& chosen) {
+  const auto [command, options] = AddCommand(
+      program, chosen, "promote", "Publish what one channel has to another, without copying it.",
+      "--from beta --to release --version 1.4.0.2 --server D:\\Server", RunPromote);
+  AddChannel(*command, options->from, "--from", "The channel that has the game.")->required();
+  AddChannel(*command, options->channel, "--to", "The channel that gets it.")->required();
+  AddOptions(*command, *options);
+  command->add_flag("--force", options->force,
+                    "Publish a version that is not above the one that --to has.");
 }
 
 }  // namespace ve::publish

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 
 #include "archive/archive_reader.h"
 #include "archive/updater_settings.h"
@@ -25,66 +24,53 @@ struct Options {
   bool files = false;
 };
 
-/// A file, and what is shown of it.
-struct Inspection {
-  std::string location;
-  std::string content;
-  bool listsFiles;
-  Json fields;
-};
+// The Launcher's readers: each adds what is shown of a file. Returns the record that an archive
+// begins with; empty for a manifest. Throws `VERuntimeError`.
 
-void CheckArchive(Inspection& file, const std::string& record, Diagnostics& diagnostics) {
-  file.fields["mode"] = ModeOf(file.content) == file::ArchiveMode::kPlain ? "plain" : "checked";
-  CheckRecordSize(file.content, record, file.location, diagnostics);
+std::string ReadSettings(const std::string& content, Json& fields) {
+  const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
+  fields.update({{"url", ToUtf8(settings.url)}, {"channel", ToUtf8(settings.channel)}});
+  return SettingsArchive(settings.url, settings.channel, ModeOf(content));
 }
 
-void ReadSettings(Inspection& file, Diagnostics& diagnostics) {
-  const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(file.content);
-  CheckArchive(file, SettingsArchive(settings.url, settings.channel, ModeOf(file.content)),
-               diagnostics);
-  file.fields["url"] = ToUtf8(settings.url);
-  file.fields["channel"] = ToUtf8(settings.channel);
+std::string ReadVersion(const std::string& content, Json& fields) {
+  const sdk::VersionNumber version = sdk::ReadOfferedVersion(content);
+  fields["version"] = VersionText(version);
+  return VersionArchive(version, ModeOf(content));
 }
 
-void ReadVersion(Inspection& file, Diagnostics& diagnostics) {
-  const sdk::VersionNumber version = sdk::ReadOfferedVersion(file.content);
-  CheckArchive(file, VersionArchive(version, ModeOf(file.content)), diagnostics);
-  file.fields["version"] = VersionText(version);
+std::string ReadUpdaterManifest(const std::string& content, Json& fields) {
+  std::string text = content;
+  fields["version"] = sdk::ReadUpdaterManifest(text, 0);
+  return {};
 }
 
-void ReadUpdaterManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
-  std::string text = file.content;
-  file.fields["version"] = sdk::ReadUpdaterManifest(text, 0);
-}
-
-void ReadGameManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
-  std::string text = file.content;
+std::string ReadGameManifest(const std::string& content, Json& fields) {
+  std::string text = content;
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   std::uint64_t bytes = 0;
   const sdk::FileEntry* largest = &manifest.files.front();
+  Json entries = Json::array();
   for (const sdk::FileEntry& entry : manifest.files) {
     bytes += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - bytes);
     if (entry.size > largest->size) largest = &entry;
-  }
-  file.fields.update({{"directories", manifest.directories.size()},
-                      {"files", manifest.files.size()},
-                      {"bytes", bytes},
-                      {"largest", ToUtf8(largest->name)}});
-  if (!file.listsFiles) return;
-  file.fields["directoryNames"] = manifest.directories;
-  Json& entries = file.fields["entries"] = Json::array();
-  for (const sdk::FileEntry& entry : manifest.files) {
     entries.push_back(
         {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
   }
+  fields.update({{"directories", manifest.directories.size()},
+                 {"files", manifest.files.size()},
+                 {"bytes", bytes},
+                 {"largest", ToUtf8(largest->name)},
+                 {"directoryNames", manifest.directories},
+                 {"entries", entries}});
+  return {};
 }
 
-/// The files that the Launcher reads, by the word that an archive or the first line of a manifest
-/// begins with. The readers throw `VERuntimeError`.
+/// By the word that an archive or the first line of a manifest begins with.
 struct Kind {
   std::string_view header;
   std::string_view name;
-  void (*read)(Inspection& file, Diagnostics& diagnostics);
+  std::string (*read)(const std::string& content, Json& fields);
 };
 constexpr std::array<Kind, 4> kKinds{{
     {sdk::UpdaterSettings::kHeader, "settings archive", ReadSettings},
@@ -127,35 +113,39 @@ void PrintFields(const Json& fields, Console& console) {
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.file);
-  Inspection file{DisplayPath(path), ReadWholeFile(path), options.files, {}};
-  const std::string header = HeaderOf(file.content);
+  const std::string location = DisplayPath(path);
+  const std::string content = ReadWholeFile(path);
+  const std::string header = HeaderOf(content);
   const bool isKnown = std::any_of(kKinds.begin(), kKinds.end(),
                                    [&](const Kind& kind) { return kind.header == header; });
-  file.fields = {{"file", file.location}, {"size", file.content.size()}, {"kind", "unknown"}};
+  Json fields{{"file", location}, {"size", content.size()}, {"kind", "unknown"}};
   for (const Kind& kind : kKinds) {
     if (isKnown && kind.header != header) continue;
-    if (isKnown) file.fields["kind"] = kind.name;
+    if (isKnown) fields["kind"] = kind.name;
     try {
-      kind.read(file, diagnostics);
+      const std::string record = kind.read(content, fields);
+      if (record.empty()) continue;
+      fields["mode"] = ModeOf(content) == file::ArchiveMode::kPlain ? "plain" : "checked";
+      CheckRecordSize(content, record, location, diagnostics);
     } catch (const VERuntimeError& error) {
-      diagnostics.AddError(file.location, error.what(),
+      diagnostics.AddError(location, error.what(),
                            Format("The Launcher's reader of {}s reports this.", kind.name));
     }
   }
-  if (!console.IsJson()) PrintFields(file.fields, console);
-  console.Report().update(file.fields);
+  if (!options.files) {
+    fields.erase("directoryNames");
+    fields.erase("entries");
+  }
+  if (!console.IsJson()) PrintFields(fields, console);
+  console.Report().update(fields);
 }
 
 }  // namespace
 
 void AddInspectCommand(CLI::App& program, Command& chosen) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(program, chosen, "inspect",
-                                 "Show an archive or a manifest, or why the Launcher rejects it.",
-                                 "server\\updates\\release\\game_update.manifest --files",
-                                 [options](Console& console, Diagnostics& diagnostics) {
-                                   Run(*options, console, diagnostics);
-                                 });
+  const auto [command, options] = AddCommand(
+      program, chosen, "inspect", "Show an archive or a manifest, or why the Launcher rejects it.",
+      "server\\updates\\release\\game_update.manifest --files", Run);
   command->add_option("file", options->file, "The file; its name does not matter.")->required();
   command->add_flag("--files", options->files,
                     "List the directories and files of a game manifest, too.");

@@ -33,13 +33,6 @@ std::vector<std::string> Arguments(int count, wchar_t** arguments) {
   return texts;
 }
 
-/// The Launcher that the tool belongs to.
-std::string VersionLine() {
-  return Format("publish {}, for the Launcher whose clean-up {} non-empty directories",
-                sdk::kBuildConfig.version,
-                sdk::kBuildConfig.keepsNonEmptyDirectories ? "keeps" : "stops at");
-}
-
 /// Reports a wrong command line, also to a script that asked for JSON. `arguments` are last first.
 int ReportUsage(const CLI::App& program, const CLI::ParseError& error,
                 const std::vector<std::string>& arguments) {
@@ -53,21 +46,13 @@ int ReportUsage(const CLI::App& program, const CLI::ParseError& error,
   return console.Finish(diagnostics, kWrongUsage);
 }
 
-int RunCommand(const Command& command) {
-  Console console(command.json ? Console::Style::kJson : Console::Style::kText, command.name);
-  Diagnostics diagnostics;
-  try {
-    command.run(console, diagnostics);
-  } catch (const std::exception& error) {
-    diagnostics.errors.push_back(DescribeException(error));
-  }
-  return console.Finish(diagnostics);
-}
-
 int Run(int count, wchar_t** arguments) {
   CLI::App program("Makes, checks and previews the updates that the Launcher reads.", "publish");
   program.require_subcommand(1);
-  program.set_version_flag("--version", VersionLine());
+  program.set_version_flag(
+      "--version", Format("publish {}, for the Launcher whose clean-up {} non-empty directories",
+                          sdk::kBuildConfig.version,
+                          sdk::kBuildConfig.keepsNonEmptyDirectories ? "keeps" : "stops at"));
   Command chosen;
   AddSettingsCommand(program, chosen);
   AddGameCommand(program, chosen);
@@ -82,7 +67,14 @@ int Run(int count, wchar_t** arguments) {
   } catch (const CLI::ParseError& error) {
     return ReportUsage(program, error, texts);
   }
-  return RunCommand(chosen);
+  Console console(chosen.json ? Console::Style::kJson : Console::Style::kText, chosen.name);
+  Diagnostics diagnostics;
+  try {
+    chosen.run(console, diagnostics);
+  } catch (const std::exception& error) {
+    diagnostics.errors.push_back(DescribeException(error));
+  }
+  return console.Finish(diagnostics);
 }
 
 }  // namespace

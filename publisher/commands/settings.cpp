@@ -1,7 +1,6 @@
 #include "core/windows.h"
 
 #include <algorithm>
-#include <memory>
 
 #include "core/files.h"
 #include "core/format.h"
@@ -53,14 +52,11 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 }  // namespace
 
 void AddSettingsCommand(CLI::App& program, Command& chosen) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* command =
+  const auto [command, options] =
       AddCommand(program, chosen, "settings", "Write the settings archive of a distribution.",
                  "--url https://updates.example.com/ --channel release "
                  "--output Updater\\UpdaterData.vpak",
-                 [options](Console& console, Diagnostics& diagnostics) {
-                   Run(*options, console, diagnostics);
-                 });
+                 Run);
   command->add_option("--url", options->url, "The server's base URL, with its last slash.")
       ->required();
   AddChannel(*command, options->channel)->required();

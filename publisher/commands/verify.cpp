@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -52,10 +51,9 @@ void WarnOfUnknownFolders(const std::wstring& server, Diagnostics& diagnostics) 
   if (!file::Exists(updates)) return;
   file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
     const std::wstring_view name = entry.path.substr(updates.size() + 1);
-    const bool isChannel = std::find(sdk::kReleaseChannels.begin(), sdk::kReleaseChannels.end(),
-                                     name) != sdk::kReleaseChannels.end();
+    const auto* const known = std::ranges::find(sdk::kReleaseChannels, name);
     // This tool's own folders and files begin with a dot.
-    if (!isChannel && !name.starts_with(L'.')) {
+    if (known == sdk::kReleaseChannels.end() && !name.starts_with(L'.')) {
       diagnostics.AddWarning(DisplayPath(entry.path), "not a known channel",
                              "Launchers never ask for it.");
     }
@@ -68,17 +66,14 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   ChannelOptions check = options.check;
   const bool isServed = !check.tree.url.empty();
   const bool isAskedFor = !options.channel.empty();
-  const std::wstring server = isServed ? L"" : ExtendedLengthPath(check.tree.server);
+  const std::wstring server = ExtendedLengthPath(check.tree.server);
   if (!options.executable.empty()) {
     std::atomic<std::uint64_t> bytesDone = 0;
     check.executable = DigestOf(ExtendedLengthPath(options.executable), bytesDone);
   }
-  if (isServed) {
-    check.configuredUrl = check.tree.url;
-    check.mayBeAbsent = !isAskedFor;
-  } else {
-    WarnOfUnknownFolders(server, diagnostics);
-  }
+  check.configuredUrl = check.tree.url;
+  check.mayBeAbsent = isServed && !isAskedFor;
+  if (!isServed) WarnOfUnknownFolders(server, diagnostics);
   check.tree = FollowRedirect(check.tree, diagnostics);
 
   std::vector<Diagnostic> absent;
@@ -103,13 +98,9 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 }  // namespace
 
 void AddVerifyCommand(CLI::App& program, Command& chosen) {
-  const auto options = std::make_shared<Options>();
-  CLI::App* command =
+  const auto [command, options] =
       AddCommand(program, chosen, "verify", "Check a published tree as players' Launchers read it.",
-                 "--url https://updates.example.com/ --channel release",
-                 [options](Console& console, Diagnostics& diagnostics) {
-                   Run(*options, console, diagnostics);
-                 });
+                 "--url https://updates.example.com/ --channel release", Run);
   TreeOptions& tree = options->check.tree;
   CLI::Option_group* group = command->add_option_group("Tree", "One of");
   AddServer(*group, tree.server);

@@ -97,6 +97,7 @@ def test_the_other_channel_gets_the_game_and_keeps_its_launcher(promote, server)
         "published": True,
         "previousVersion": "1.0.0.0",
         "files": 3,
+        "bytes": sum(map(len, NEW.values())),
         "directories": 3,
         "copiedFiles": 0,
         "copiedBytes": 0,
