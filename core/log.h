@@ -6,7 +6,6 @@
 #include <functional>
 #include <ostream>
 #include <string>
-#include <string_view>
 
 namespace ve {
 

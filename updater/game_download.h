@@ -41,7 +41,7 @@ void MakeStagingFolders(const GameUpdateManifest& manifest);
 void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
                 StagedUpdate& staged, std::atomic<std::uint32_t>& processed);
 
-// Building blocks, also used by the preview of publish.exe.
+// Building blocks, also used by publish.exe.
 
 /// Where the listed version of a file is.
 enum class FileSource {

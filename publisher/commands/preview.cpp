@@ -48,8 +48,13 @@ constexpr const char* kPublish = "Publish it again.";
 /// The stages of a run, in their order. A stage throws where the Launcher fails.
 class Preview {
  public:
-  Preview(const Options& options, std::uint32_t version, Console& console, Diagnostics& found)
-      : options_(options), ownVersion_(version), console_(console), diagnostics_(found) {}
+  Preview(const Options& options, const TreeOptions& followed, std::uint32_t version,
+          Console& console, Diagnostics& found)
+      : options_(options),
+        followed_(followed),
+        ownVersion_(version),
+        console_(console),
+        diagnostics_(found) {}
 
   /// Plans the run in the current directory and reports it.
   void Run() {
@@ -113,7 +118,7 @@ class Preview {
     settingsBytes_ = file::LoadFile(sdk::kSettingsFile);
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes_);
     report_["settings"] = {{"url", ToUtf8(settings.url)}, {"channel", ToUtf8(settings.channel)}};
-    tree_.emplace(FollowRedirect(options_.tree, diagnostics_), settings.channel);
+    tree_.emplace(followed_, settings.channel);
     const std::wstring channelUrl = Format(L"{}{}/", settings.url, ChannelName(settings.channel));
     report_["updatesUrl"] = ToUtf8(tree_->IsServed() ? tree_->UpdatesUrl() : channelUrl);
     if (tree_->IsServed() && ToWide(options_.tree.url) != settings.url) {
@@ -226,6 +231,7 @@ class Preview {
   }
 
   const Options& options_;
+  const TreeOptions& followed_;  // Where "redirect.txt" leads.
   const std::uint32_t ownVersion_;
   Console& console_;
   Diagnostics& diagnostics_;
@@ -251,6 +257,8 @@ class Preview {
 };
 
 void Run(Options options, Console& console, Diagnostics& diagnostics) {
+  options.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
+  const TreeOptions followed = FollowRedirect(options.tree, diagnostics);
   const std::wstring root = ToWide(DisplayPath(ExtendedLengthPath(options.installed)));
   const std::wstring launcher = JoinPath(root, ToWide(options.launcher));
   const std::optional<std::uint32_t> version = ExecutableVersion(launcher);
@@ -258,9 +266,8 @@ void Run(Options options, Console& console, Diagnostics& diagnostics) {
     throw PublishError({DisplayPath(launcher), "missing, or without a version resource",
                         "Check --installed, the game's root, and --launcher, the Launcher in it."});
   }
-  options.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
   if (SetCurrentDirectoryW(root.c_str()) == FALSE) ThrowWindowsError("read", root, GetLastError());
-  Preview(options, *version, console, diagnostics).Run();
+  Preview(options, followed, *version, console, diagnostics).Run();
 }
 
 }  // namespace

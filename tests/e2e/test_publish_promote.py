@@ -92,7 +92,7 @@ def test_the_other_channel_gets_the_game_and_keeps_its_launcher(promote, server)
     assert done.report == {
         "version": "1.0.0.2",
         "from": "beta",
-        "channel": "release",
+        "to": "release",
         "server": windows_path(server),
         "published": True,
         "previousVersion": "1.0.0.0",
