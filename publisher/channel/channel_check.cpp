@@ -21,7 +21,7 @@
 #include "publisher/channel/payload_check.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/temporary_file.h"
+#include "publisher/files/whole_file.h"
 #include "publisher/report/version_text.h"
 #include "updater/download_messages.h"
 #include "updater/updater_manifest.h"

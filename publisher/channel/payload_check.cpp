@@ -1,6 +1,5 @@
 #include "publisher/channel/payload_check.h"
 
-#include <algorithm>
 #include <atomic>
 #include <map>
 #include <mutex>
@@ -9,20 +8,12 @@
 
 #include "core/format.h"
 #include "core/unicode.h"
+#include "publisher/build/name_rules.h"
 #include "publisher/build/parallel.h"
 #include "updater/download_messages.h"
 
 namespace ve::publish {
 namespace {
-
-/// A listed digest in lowercase: the case is checked with the manifest.
-std::string Lowercase(std::string_view digest) {
-  std::string text(digest);
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-    return c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return text;
-}
 
 void CheckFile(const PublishedTree& tree, const sdk::FileEntry& entry, Diagnostics& diagnostics) {
   constexpr const char* kBadFile =
@@ -39,7 +30,7 @@ void CheckFile(const PublishedTree& tree, const sdk::FileEntry& entry, Diagnosti
     diagnostics.AddError(location,
                          Format("has {} bytes instead of the {} listed", content.size, entry.size),
                          kBadFile);
-  } else if (content.md5 != Lowercase(entry.digest)) {
+  } else if (FoldCase(ToWide(content.md5)) != FoldCase(ToWide(entry.digest))) {
     diagnostics.AddError(
         location, Format("has the digest {} instead of the listed {}", content.md5, entry.digest),
         kBadFile);
