@@ -53,17 +53,7 @@ class Preview {
     launcher_["ownVersion"] = ownVersion_;
     game_["removed"] = removed_;
     console_.Report().update(report_);
-    const auto print = [this](const char* what, const Json& value) {
-      console_.Print(what + (value.is_string() ? value.get<std::string>() : value.dump()));
-    };
-    print("Updates from: ", report_["updatesUrl"]);
-    print("Launcher: ", launcher_["outcome"]);
-    print("Game: ", game_["outcome"]);
-    print("  installed version ", game_["installedVersion"]);
-    print("  offered version ", game_["offeredVersion"]);
-    for (const Json& file : game_["downloaded"]) print("  download ", file["name"]);
-    for (const Json& name : game_["removed"]) print("  remove ", name);
-    print("Game started: ", report_["gameStarted"]);
+    PrintForPeople();
     if (!options_.tree.url.empty() && !options_.fetch && !game_["downloaded"].empty()) {
       diagnostics_.AddWarning(options_.tree.url, "not checked whether the game's files are there",
                               "Add --fetch, or name the served folder with --server.");
@@ -71,6 +61,29 @@ class Preview {
   }
 
  private:
+  void PrintForPeople() {
+    const auto text = [](const Json& value) {
+      return value.is_string() ? value.get<std::string>() : value.is_null() ? "none" : value.dump();
+    };
+    std::uint64_t bytes = 0;
+    for (const Json& file : game_["downloaded"]) bytes += file["size"].get<std::uint64_t>();
+    console_.Print(Format("Updates from {}", text(report_["updatesUrl"])));
+    console_.Print(Format("Launcher: {} (installed {}, on the server {})",
+                          text(launcher_["outcome"]), ownVersion_,
+                          text(launcher_["offeredVersion"])));
+    console_.Print(Format("Game: {} (installed {}, on the server {})", text(game_["outcome"]),
+                          text(game_["installedVersion"]), text(game_["offeredVersion"])));
+    console_.Print(Format("  {} files current, {} staged, {} to download ({})",
+                          game_["current"].size(), game_["staged"].size(),
+                          game_["downloaded"].size(), FormatByteSize(bytes)));
+    for (const Json& file : game_["downloaded"]) {
+      console_.Print(Format("    downloads {} ({})", text(file["name"]),
+                            FormatByteSize(file["size"].get<std::uint64_t>())));
+    }
+    for (const Json& name : game_["removed"]) console_.Print(Format("    removes {}", text(name)));
+    console_.Print(report_["gameStarted"] ? "The game is started." : "The game is not started.");
+  }
+
   void Plan() {
     if (Attempt(&Preview::ReadSettings)) {
       if (Attempt(&Preview::UpdateSelf) && launcher_["outcome"] != "current") return;  // Restarts.
