@@ -68,9 +68,8 @@ class Preview {
     std::uint64_t bytes = 0;
     for (const Json& file : game_["downloaded"]) bytes += file["size"].get<std::uint64_t>();
     console_.Print(Format("Updates from {}", text(report_["updatesUrl"])));
-    console_.Print(Format("Launcher: {} (installed {}, on the server {})",
-                          text(launcher_["outcome"]), ownVersion_,
-                          text(launcher_["offeredVersion"])));
+    console_.Print(Format("Launcher {}: {} (on the server: version {})", ownVersion_,
+                          text(launcher_["outcome"]), text(launcher_["offeredVersion"])));
     console_.Print(Format("Game: {} (installed {}, on the server {})", text(game_["outcome"]),
                           text(game_["installedVersion"]), text(game_["offeredVersion"])));
     console_.Print(Format("  {} files current, {} staged, {} to download ({})",
