@@ -19,18 +19,12 @@ namespace {
 
 constexpr std::size_t kMaxNames = 10;
 
-std::map<std::wstring_view, const sdk::FileEntry*> ByName(const sdk::GameUpdateManifest& manifest) {
-  std::map<std::wstring_view, const sdk::FileEntry*> entries;
-  for (const sdk::FileEntry& entry : manifest.files) entries.emplace(entry.name, &entry);
-  return entries;
-}
-
 Json PrintNames(std::string_view kind, const std::vector<std::wstring>& names, Console& console) {
   Json list = Json::array();
   if (!names.empty()) console.Print(Format("  {} {}:", names.size(), kind));
   for (const std::wstring& name : names) {
     list.push_back(ToUtf8(name));
-    if (list.size() <= kMaxNames) console.Print(Format("    {}", name));
+    if (list.size() <= kMaxNames) console.Print(Format("    {}", ToUtf8(name)));
   }
   if (names.size() > kMaxNames) console.Print(Format("    and {} more", names.size() - kMaxNames));
   return list;
@@ -67,19 +61,23 @@ sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders, std::str
 
 Changes CompareManifests(const sdk::GameUpdateManifest& before,
                          const sdk::GameUpdateManifest& after) {
+  struct Entries {
+    const sdk::FileEntry* before = nullptr;
+    const sdk::FileEntry* after = nullptr;
+  };
+  std::map<std::wstring_view, Entries> files;
+  for (const sdk::FileEntry& entry : before.files) files[entry.name].before = &entry;
+  for (const sdk::FileEntry& entry : after.files) files[entry.name].after = &entry;
   Changes changes;
-  const auto old = ByName(before);
-  const auto present = ByName(after);
-  for (const auto& [name, entry] : present) {
-    const auto known = old.find(name);
-    if (known == old.end()) {
+  for (const auto& [name, entry] : files) {
+    if (entry.before == nullptr) {
       changes.added.emplace_back(name);
-    } else if (known->second->size != entry->size || known->second->digest != entry->digest) {
+    } else if (entry.after == nullptr) {
+      changes.removed.emplace_back(name);
+    } else if (entry.before->size != entry.after->size ||
+               entry.before->digest != entry.after->digest) {
       changes.changed.emplace_back(name);
     }
-  }
-  for (const auto& [name, entry] : old) {
-    if (!present.contains(name)) changes.removed.emplace_back(name);
   }
   return changes;
 }

@@ -41,20 +41,12 @@ void ReportChanges(const Changes& changes, Console& console);
 ///   3-version.txt   the game's version file
 ///   4-delete.txt    the game files that the new state no longer has
 ///   5-purge.txt     what a cache in front must drop after each of these steps, as URL paths
-///                   ("/updates/..." with %20 for a space): changed and deleted files, the
-///                   manifest and the version file
+///                   ("/updates/..." with %20 for a space)
 ///
-/// A Launcher fetches the version file first, then the manifest, then the files, and does not check
-/// what it downloads. So the order of the uploads matters:
-///
-/// - The payload before the manifest: otherwise a Launcher asks for files that are not there yet,
-///   and the update fails; or it installs the old content of changed files.
-/// - The version file after the manifest: otherwise a Launcher that reads the new version and the
-///   old manifest downloads nothing, records the new version and is never offered the new files.
-/// - The deletions last: a Launcher in the middle of an update works through the old manifest.
-///
-/// A Launcher that is overtaken by an upload in this order records the old version. Its next start
-/// offers the new one, compares every file with its digest and fetches what differs.
+/// The order matters: a Launcher fetches the version file, then the manifest, then the files, and
+/// does not check what it downloads. With the manifest before the payload it misses files or installs
+/// old ones. With the version file before the manifest it records the new version without the new
+/// files, and is never offered them. Deletions come last for the updates that are under way.
 void WriteUploadLists(const std::wstring& folder, std::wstring_view channel,
                       const Changes& changes);
 
