@@ -48,13 +48,13 @@ class Reader {
       build_.ignored.push_back(name);
       return file::WalkAction::kSkip;
     }
-    CheckEntry(name, entry);
-    if (!entry.IsDirectory()) {
+    const bool isAllowed = CheckEntry(name, entry);
+    if (entry.IsDirectory()) {
+      build_.directories.push_back(name);
+    } else {
       TakeFile(name, std::wstring(entry.path));
-      return file::WalkAction::kRecurse;
     }
-    build_.directories.push_back(name);
-    return IsForbiddenFolder(name) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
+    return isAllowed ? file::WalkAction::kRecurse : file::WalkAction::kSkip;
   }
 
   [[nodiscard]] BuildFolder Build() {
@@ -65,10 +65,12 @@ class Reader {
   }
 
  private:
-  void CheckEntry(const std::wstring& name, const file::DirectoryEntry& entry) {
+  /// Returns whether to look below it.
+  bool CheckEntry(const std::wstring& name, const file::DirectoryEntry& entry) {
     const std::string subject = ToUtf8(name);
-    CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, rules_.launcher,
-              diagnostics_);
+    const bool isAllowed =
+        CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile,
+                  rules_.launcher, diagnostics_);
     const auto [other, isNew] = namesByKey_.emplace(FoldCase(name), name);
     if (!isNew) {
       diagnostics_.AddError(
@@ -84,6 +86,7 @@ class Reader {
                               "is a hidden or system file, and is published like any other",
                               "Leave it out with --ignore unless players need it.");
     }
+    return isAllowed;
   }
 
   void TakeFile(const std::wstring& name, const std::wstring& path) {

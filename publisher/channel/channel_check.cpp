@@ -1,6 +1,5 @@
 #include "publisher/channel/channel_check.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
@@ -20,7 +19,7 @@
 #include "publisher/channel/versions.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/temporary_file.h"
+#include "publisher/files/whole_file.h"
 #include "updater/download_messages.h"
 #include "updater/updater_manifest.h"
 

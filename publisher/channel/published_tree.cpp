@@ -57,9 +57,10 @@ Fetcher::Fetcher(unsigned timeout)
 }
 
 FileContent Fetcher::Get(const std::wstring& url, Keep keep) const {
-  // Without cookies, whose one store slows parallel requests down several times.
+  // Without cookies: their one store slows parallel requests down several times.
   const UniqueInternetHandle request(InternetOpenUrlW(
-      root_.Get(), url.c_str(), nullptr, 0, kRequestFlags | INTERNET_FLAG_NO_COOKIES, timeout_));
+      root_.Get(), url.c_str(), nullptr, 0,
+      kRequestFlags | INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_KEEP_CONNECTION, timeout_));
   if (!request) return LastErrorFailure();
   const std::optional<DWORD> status = QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE);
   if (!status) return LastErrorFailure();

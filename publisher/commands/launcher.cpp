@@ -17,7 +17,6 @@
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/temporary_file.h"
 #include "publisher/files/whole_file.h"
 #include "updater/build_config.h"
 #include "updater/updater_manifest.h"
