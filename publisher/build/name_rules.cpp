@@ -130,6 +130,7 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
   // A file at the path of a folder above it is as bad.
   const bool isStaging =
       IsAtOrBelow(key, staging) || (kind == NameKind::kFile && IsAtOrBelow(staging, key));
+  const bool isUpdater = IsAtOrBelow(key, FoldCase(kUpdaterFolder));
   const std::string device = Format("Windows takes '{}' for a device", ToUtf8(part));
   const std::string tooLong = Format(
       "in the staging folder its path has {} characters, and the Launcher opens none of more "
@@ -147,8 +148,7 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
         "Leave it out of the build."},
        {key == FoldCase(kVersionName) || key == FoldCase(kManifestName),
         "the server has a file of its own by this name", kRename},
-       {IsAtOrBelow(key, FoldCase(kUpdaterFolder)),
-        "the folder is the Launcher's own, on the server and on a player's disk",
+       {isUpdater, "the folder is the Launcher's own, on the server and on a player's disk",
         "Leave it out of the build; publish launcher fills it."},
        {key == FoldCase(launcher), "the Launcher cannot replace itself while it runs",
         "Leave it out of the build; it is published by publish launcher."},
@@ -156,12 +156,7 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
         "Leave it out of the build, or rename it."},
        {key.ends_with(FoldCase(kBesideSuffix)), beside.c_str(), kRename}},
       subject, diagnostics.errors);
-  return true;
-}
-
-bool IsForbiddenFolder(std::wstring_view name) {
-  const std::wstring key = FoldCase(name);
-  return key == FoldCase(kUpdaterFolder) || key == StagingKey();
+  return !isStaging && !isUpdater;
 }
 
 std::wstring FoldCase(std::wstring_view name) {

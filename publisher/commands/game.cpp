@@ -1,4 +1,3 @@
-// The two commands that publish the game: `game` from a build, `promote` from another channel.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -11,11 +10,10 @@
 #include "publisher/build/build_folder.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/channel/changes.h"
+#include "publisher/channel/channel_files.h"
 #include "publisher/channel/channel_swap.h"
-#include "publisher/channel/manifest_writer.h"
-#include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
-#include "publisher/channel/upload_lists.h"
+#include "publisher/channel/versions.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -24,68 +22,12 @@
 namespace ve::publish {
 namespace {
 
-constexpr const char* kPublishAgain = "Publish the game to that channel again.";
-
-/// Of both commands.
-struct Options {
-  std::string version;
-  std::string channel;
-  std::string server;
-  std::string uploadLists;
-  bool force = false;
-  bool dryRun = false;
-};
-
-struct GameOptions : Options {
+struct Options : PublicationOptions {
   std::string source;
   std::string launcher = "Launcher.exe";
   std::vector<std::string> ignore;
   bool ifChanged = false;
 };
-
-struct PromoteOptions : Options {
-  std::string from;
-};
-
-ChannelFolders TargetOf(const Options& options) {
-  return FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
-}
-
-/// Completes the next state, which has the payload already, and swaps it in. A dry run only reports
-/// that.
-void Finish(const Options& options, const sdk::VersionNumber& version, const BuildFolder& build,
-            const std::string& manifest, const CopyStats& placed, Console& console,
-            Diagnostics& diagnostics) {
-  const ChannelFolders folders = TargetOf(options);
-  std::string liveText;
-  std::string text = manifest;
-  const Changes changes =
-      CompareManifests(ReadLiveManifest(folders, liveText), sdk::ReadGameUpdateManifest(text));
-  Json& report = console.Report();
-  if (!options.dryRun) {
-    WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
-    WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
-    PlaceLauncher(folders.live, folders.next);
-    if (!options.uploadLists.empty()) {
-      WriteUploadLists(ExtendedLengthPath(options.uploadLists), ToWide(options.channel), changes);
-    }
-    SwapIn(folders, diagnostics);
-    report["published"] = true;
-  }
-  console.Print(Format("{} {} to {} in {}", options.dryRun ? "Would publish" : "Published",
-                       options.version, options.channel, report["server"].get<std::string>()));
-  console.Print(Format("  {} files, {}, in {} folders", build.files.size(),
-                       FormatByteSize(build.Bytes()), build.directories.size()));
-  console.Print(Format("  {} copied ({}), {} linked", placed.copiedFiles,
-                       FormatByteSize(placed.copiedBytes), placed.linkedFiles));
-  report.update({{"files", build.files.size()},
-                 {"bytes", build.Bytes()},
-                 {"directories", build.directories.size()},
-                 {"copiedFiles", placed.copiedFiles},
-                 {"copiedBytes", placed.copiedBytes},
-                 {"linkedFiles", placed.linkedFiles}});
-  ReportChanges(changes, console);
-}
 
 void CheckPlaces(const std::wstring& source, const std::wstring& server, Diagnostics& diagnostics) {
   const std::wstring first = FoldCase(source) + L'/';
@@ -106,7 +48,7 @@ CopyStats CountCopies(const BuildFolder& build) {
 }
 
 /// With the build checked, and the lock held unless this is a dry run.
-void PublishBuild(const GameOptions& options, const std::wstring& source, const BuildRules& rules,
+void PublishBuild(const Options& options, const std::wstring& source, const BuildRules& rules,
                   BuildFolder& build, Console& console, Diagnostics& diagnostics) {
   const ChannelFolders folders = TargetOf(options);
   const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
@@ -136,10 +78,10 @@ void PublishBuild(const GameOptions& options, const std::wstring& source, const 
   console.EndProgress();
   CheckUnchanged(source, rules, build, diagnostics);
   if (diagnostics.HasErrors()) return;
-  Finish(options, *version, build, GameManifest(build), placed, console, diagnostics);
+  PublishNextState(options, *version, build, GameManifest(build), placed, console, diagnostics);
 }
 
-void RunGame(const GameOptions& options, Console& console, Diagnostics& diagnostics) {
+void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring source = ExtendedLengthPath(options.source);
   const std::wstring server = ExtendedLengthPath(options.server);
   const ChannelFolders folders = TargetOf(options);
@@ -172,91 +114,16 @@ void RunGame(const GameOptions& options, Console& console, Diagnostics& diagnost
   if (!build.ignored.empty()) console.Print(Format("  {} ignored", build.ignored.size()));
 }
 
-/// The game that a channel has, as a build: complete, or errors are added.
-BuildFolder ReadChannel(const std::wstring& folder, const sdk::GameUpdateManifest& manifest,
-                        Diagnostics& diagnostics) {
-  BuildFolder build;
-  for (const std::string_view directory : manifest.directories) {
-    build.directories.push_back(sdk::WidenName(directory));
-  }
-  for (const sdk::FileEntry& entry : manifest.files) {
-    build.files.push_back({entry.name, entry.size, 0, std::string(entry.digest), true});
-    const std::wstring path = JoinPath(folder, entry.name);
-    if (IsFileOfSize(path, entry.size)) continue;
-    diagnostics.AddError(DisplayPath(path),
-                         Format("not a file of {} bytes, as the manifest lists it", entry.size),
-                         kPublishAgain);
-  }
-  return build;
-}
-
-/// With both channels locked.
-void Promote(const PromoteOptions& options, const ChannelFolders& from, const ChannelFolders& to,
-             Console& console, Diagnostics& diagnostics) {
-  const auto version = CheckNewVersion(options.version, to, options.force, console, diagnostics);
-  const std::wstring manifestPath = JoinPath(from.live, kManifestName);
-  const std::string content = ReadWholeFile(manifestPath);
-  BuildFolder build;
-  try {
-    std::string text = content;
-    build = ReadChannel(from.live, sdk::ReadGameUpdateManifest(text), diagnostics);
-  } catch (const VERuntimeError& error) {
-    diagnostics.AddError(DisplayPath(manifestPath),
-                         Format("the Launcher rejects it: {}", error.what()), kPublishAgain);
-  }
-  if (diagnostics.HasErrors()) return;
-  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
-  const NextState next(to);
-  const CopyStats placed = PlacePayload(from.live, from.live, build, to.next, progress);
-  console.EndProgress();
-  Finish(options, *version, build, content, placed, console, diagnostics);
-}
-
-void RunPromote(const PromoteOptions& options, Console& console, Diagnostics& diagnostics) {
-  const std::wstring server = ExtendedLengthPath(options.server);
-  const ChannelFolders from = FoldersOf(server, ToWide(options.from));
-  const ChannelFolders to = TargetOf(options);
-  console.Report().update({{"version", options.version},
-                           {"from", options.from},
-                           {"to", options.channel},
-                           {"server", DisplayPath(server)},
-                           {"published", false}});
-  if (options.from == options.channel) {
-    return diagnostics.AddError(options.from, "is given as both --from and --to",
-                                "Pass two channels.");
-  }
-  if (!file::Exists(PublishedFolder(from))) {
-    return diagnostics.AddError(DisplayPath(from.live), "nothing is published to this channel",
-                                "Check --from and --server.");
-  }
-  // In the order of the names: two runs in opposite directions do not wait for each other.
-  const bool isFromFirst = options.from < options.channel;
-  const ChannelLock first(isFromFirst ? from : to);
-  const ChannelLock second(isFromFirst ? to : from);
-  Promote(options, from, to, console, diagnostics);
-}
-
-/// The options of both commands but that of the channel.
-void AddOptions(CLI::App& command, Options& options) {
-  command
-      .add_option("--version", options.version,
-                  "Four numbers, the most significant first; above the one on the server.")
-      ->required();
-  AddServer(command, options.server)->required();
-  command.add_option("--upload-lists", options.uploadLists,
-                     "A folder for the lists of what to upload, delete and purge elsewhere.");
-}
-
 }  // namespace
 
 void AddGameCommand(CLI::App& program, Command& chosen) {
   const auto [command, options] = AddCommand(
       program, chosen, "game", "Publish a build of the game as a new version.",
       "--source D:\\Builds\\Velmorant --version 1.4.0.2 --channel release --server D:\\Server",
-      RunGame);
+      Run);
   command->add_option("--source", options->source, "The folder of the build.")->required();
   AddChannel(*command, options->channel)->required();
-  AddOptions(*command, *options);
+  AddPublicationOptions(*command, *options);
   command->add_option("--launcher", options->launcher, "The name of the Launcher's file.")
       ->capture_default_str();
   command
@@ -270,17 +137,6 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
   command->add_flag("--force", options->force,
                     "Publish a version that is not above the one on the server, or a build without "
                     "the game's program.");
-}
-
-void AddPromoteCommand(CLI::App& program, Command& chosen) {
-  const auto [command, options] = AddCommand(
-      program, chosen, "promote", "Publish what one channel has to another, without copying it.",
-      "--from beta --to release --version 1.4.0.2 --server D:\\Server", RunPromote);
-  AddChannel(*command, options->from, "--from", "The channel that has the game.")->required();
-  AddChannel(*command, options->channel, "--to", "The channel that gets it.")->required();
-  AddOptions(*command, *options);
-  command->add_flag("--force", options->force,
-                    "Publish a version that is not above the one that --to has.");
 }
 
 }  // namespace ve::publish

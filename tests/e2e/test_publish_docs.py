@@ -1,7 +1,7 @@
 """docs/publishing.md: its examples do and print what the page shows.
 
 The blocks run in order in one working folder, as a reader would type them. Only the names of the
-working folder and of the servers differ. Comments in the page say what a block needs:
+working folder and of the server differ. Comments in the page say what a block needs:
 
   <!-- first: NAME -->      `Studio.make_NAME` changes the working folder first
   <!-- not run: REASON -->  the commands are not run here
@@ -25,6 +25,7 @@ from harness.published import make_build, tree_of
 PAGE = PROJECT / "docs" / "publishing.md"
 PAGE_FOLDER = "D:\\velmorant"
 PAGE_UNIX_FOLDER = "/srv/velmorant"
+PAGE_SERVER = "https://updates.example.com/"
 PAGE_VERSION = 6
 
 WINE_SERVER = "/usr/lib/wine/wineserver64"
@@ -33,25 +34,21 @@ PLAIN_HTTP = re.compile(r"warning: \S+: http://127\.0\.0\.1:\d+/ is plain http: 
 
 
 class Studio:
-    """The working folder of the page, and its servers."""
+    """The page's working folder and server."""
 
     def __init__(self, build, folder: pathlib.Path, page: list[Block]) -> None:
         self.build = build
         self.folder = folder / "work"
         self.folder.mkdir()
-        self.servers = {}
-        for name, tree in (("updates", "www"), ("new", "new-www")):
-            url = f"https://{name}.example.com/"
-            server = NginxServer(folder / f"nginx-{name}", self.folder / tree, server_options(page))
-            (self.folder / tree).rmdir()
-            server.start()
-            self.servers[url] = server
+        self.server = NginxServer(folder / "nginx", self.folder / "www", server_options(page))
+        (self.folder / "www").rmdir()  # The page's commands make it.
+        self.server.start()
         shutil.copy(build.publish_keep_dirs, self.folder / "publish.exe")
         shutil.copy(build.keep_dirs, self.folder / "Launcher.exe")
         # The player's size depends on the compiler.
         player = build.player.read_bytes()
         self.files = {
-            GAME: player + bytes(700_000 - len(player)),
+            GAME: player + bytes(900_000 - len(player)),
             "data/level1.pak": bytes(range(256)) * 10_000 + bytes(440_000),
             "data/sounds.pak": b"sounds" * 1_000,
             "readme.txt": b"Read me.\r\n",
@@ -61,8 +58,7 @@ class Studio:
         shutil.copy(build.keep_dirs, self.folder / "game" / "Launcher.exe")
 
     def close(self) -> None:
-        for server in self.servers.values():
-            server.stop()
+        self.server.stop()
 
     def write(self, name: str, files: dict[str, bytes]) -> None:
         shutil.rmtree(self.folder / name, ignore_errors=True)
@@ -94,8 +90,8 @@ class Studio:
     # --- Between the page and this machine ---
 
     def replacements(self) -> list[tuple[str, str]]:
-        servers = [(url, f"http://127.0.0.1:{s.port}/") for url, s in self.servers.items()]
-        return [(PAGE_FOLDER, windows_path(self.folder)), *servers]
+        address = f"http://127.0.0.1:{self.server.port}/"
+        return [(PAGE_FOLDER, windows_path(self.folder)), (PAGE_SERVER, address)]
 
     def to_here(self, text: str) -> str:
         for page, here in self.replacements():

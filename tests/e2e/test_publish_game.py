@@ -159,7 +159,7 @@ def test_without_json_the_output_is_text(build, temp_dir, server):
     assert lines[0].startswith("Published 1.0.0.0 to beta in ")
     assert lines[1:] == [
         "  1 files, 5 B, in 1 folders",
-        "  1 copied (5 B), 0 linked",
+        "  1 copied (5 B), 0 already on the server",
         "  1 added:",
         f"    {GAME}",
     ]

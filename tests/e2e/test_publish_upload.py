@@ -51,6 +51,7 @@ def recipe(first_words: str) -> list[str]:
 
 COPY_EVERYTHING = recipe("rclone copy www host:")
 STEPS = recipe("rclone copy --files-from")
+ALL_FILES = recipe("rclone copy --ignore-times --exclude")
 LAUNCHER_STEPS = recipe("rclone copy --ignore-times www/updates/release/updater/Launcher.exe")
 
 
@@ -292,6 +293,19 @@ def test_empty_lists_copy_and_delete_nothing(studio):
     for step in STEPS:
         studio.host.do(step)
     studio.assert_host_is_www()
+
+
+def test_all_files_are_uploaded_where_the_lists_are_lost(studio):
+    studio.publish_first()
+    studio.publish_game(NEW, NEW_VERSION)
+    newest = {**NEW, "bin/level.dat": b"level 3"}
+    studio.publish_game(newest, "1.0.0.3")
+    folder = studio.install(OLD, OLD_VERSION)
+    studio.host.do(ALL_FILES[0])
+    studio.stay(folder)
+    for step in STEPS[1:3]:
+        studio.host.do(step)
+    studio.update(folder, newest, "1.0.0.3")
 
 
 def test_the_launcher_is_offered_when_its_manifest_is_uploaded_last(studio):
