@@ -19,6 +19,7 @@
 #include "publisher/files/paths.h"
 #include "updater/build_config.h"
 #include "updater/cleanup_rules.h"
+#include "updater/game_download.h"
 
 namespace ve::publish {
 namespace {
@@ -73,7 +74,12 @@ void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
       build.files.begin(), build.files.end(),
       [](const BuildFile& a, const BuildFile& b) { return a.name.size() < b.name.size(); });
   if (longest == build.files.end()) return;
-  const std::size_t room = MaxGameFolderLength(longest->name);
+  // Windows opens paths of 259 characters: the game folder's, a separator, the name in the staging
+  // folder. https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
+  const std::size_t room =
+      259 - std::min<std::size_t>(sdk::StagingPath(longest->name).size(), 258) - 1;
+  // That of "C:\\Program Files (x86)\\..." with some to spare.
+  constexpr std::size_t kTypicalGameFolderLength = 100;
   if (room >= kTypicalGameFolderLength) return;
   diagnostics.AddWarning(
       ToUtf8(longest->name),
@@ -222,8 +228,7 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
       diagnostics.AddWarning(
           subject,
           "cannot be removed by the clean-up of this build of the Launcher, which ends every "
-          "update "
-          "abnormally before its version is recorded",
+          "update abnormally before its version is recorded",
           "Ship walk-on\\Launcher.exe, which keeps non-empty directories, and publish with the "
           "tool beside it.");
     }

@@ -19,9 +19,6 @@ namespace {
 
 // The Launcher opens no longer path.
 constexpr std::size_t kMaxPath = 255;
-// Without the terminator.
-// https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
-constexpr std::size_t kMaxWindowsPath = 259;
 
 // The Launcher appends names to URLs without encoding them. These begin another part of the URL, or
 // are decoded by the server.
@@ -165,11 +162,6 @@ std::wstring FoldCase(std::wstring_view name) {
   CharUpperBuffW(key.data(), static_cast<DWORD>(key.size()));
   std::replace(key.begin(), key.end(), L'\\', L'/');
   return key;
-}
-
-std::size_t MaxGameFolderLength(std::wstring_view name) {
-  const std::size_t taken = sdk::StagingPath(name).size() + 1;  // With a separator in front.
-  return taken < kMaxWindowsPath ? kMaxWindowsPath - taken : 0;
 }
 
 }  // namespace ve::publish

@@ -1,7 +1,6 @@
 // Which names an update can carry: what the Launcher, URLs and a player's disk make of them.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -25,12 +24,5 @@ void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnos
 /// The same key for names or paths that Windows does not distinguish: in upper case and with "/".
 /// (Names without an error are ASCII.)
 [[nodiscard]] std::wstring FoldCase(std::wstring_view name);
-
-/// How long the path of a player's game folder may be, so that Windows can still open the name
-/// staged below it (259 characters in all); 0 if no folder is short enough.
-[[nodiscard]] std::size_t MaxGameFolderLength(std::wstring_view name);
-
-/// The length of a game folder such as "C:\Program Files (x86)\...", with some to spare.
-inline constexpr std::size_t kTypicalGameFolderLength = 100;
 
 }  // namespace ve::publish

@@ -104,19 +104,7 @@ class ChannelCheck {
   [[nodiscard]] std::wstring LauncherName() const {
     if (!options_.launcher.empty()) return ToWide(options_.launcher);
     if (record_) return ToWide(record_->executable);
-    std::vector<std::wstring> others;
-    const std::wstring folder = JoinPath(tree_.Folder(), kUpdaterFolder);
-    if (!tree_.IsServed() && file::Exists(folder)) {
-      file::WalkDirectory(folder, [&](const file::DirectoryEntry& entry) {
-        std::wstring file(entry.path.substr(folder.size() + 1));
-        const std::wstring name = InUpdaterFolder(file);
-        if (name != kUpdaterManifestName && name != kUpdaterSettingsName) {
-          others.push_back(std::move(file));
-        }
-        return file::WalkAction::kSkip;
-      });
-    }
-    return others.size() == 1 ? others.front() : L"Launcher.exe";
+    return L"Launcher.exe";
   }
 
   void CheckVersion(const FileContent& content) {

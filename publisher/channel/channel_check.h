@@ -15,8 +15,7 @@ namespace ve::publish {
 struct ChannelOptions {
   TreeOptions tree;           ///< After the server's redirection.
   std::string configuredUrl;  ///< Before it; what the players' settings name.
-  /// The executable's name. Empty: as recorded when it was published, else the only one in the
-  /// folder, else "Launcher.exe".
+  /// The executable's name. Empty: as recorded when it was published, else "Launcher.exe".
   std::string launcher;
   std::optional<FileDigest> executable;  ///< What the executable must be.
   bool mayBeAbsent = false;

@@ -10,8 +10,7 @@
 
 namespace ve::publish {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LauncherRecord, executable, size, md5, version,
-                                   keepsNonEmptyDirectories, isSigned)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LauncherRecord, executable, size, md5, version, isSigned)
 
 namespace {
 

@@ -28,7 +28,6 @@ struct LauncherRecord {
   std::uint64_t size = 0;
   std::string md5;  ///< 32 lowercase hexadecimal characters.
   std::uint32_t version = 0;
-  bool keepsNonEmptyDirectories = false;
   bool isSigned = false;
 
   [[nodiscard]] bool operator==(const LauncherRecord&) const = default;

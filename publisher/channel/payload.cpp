@@ -33,7 +33,7 @@ using Condition = std::function<bool(const BuildFile& file)>;
 /// Calls `work` for each file of the build with this condition on all processors, and shows the
 /// progress. `work` adds the bytes that it has read.
 void ForEachFile(BuildFolder& build, const Condition& condition, std::string_view name,
-                 const ProgressCallback& progress,
+                 Console& console,
                  const std::function<void(BuildFile& file, Counter& bytesDone)>& work) {
   std::vector<BuildFile*> files;
   std::uint64_t bytes = 0;
@@ -49,7 +49,7 @@ void ForEachFile(BuildFolder& build, const Condition& condition, std::string_vie
     ++filesDone;
   };
   ForEachInParallel(files.size(), 0, next, [&] {
-    progress({name, filesDone, files.size(), bytesDone, bytes});
+    console.ShowProgress({name, filesDone, files.size(), bytesDone, bytes});
   });
 }
 
@@ -69,9 +69,9 @@ void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& roo
 }
 
 void DigestFiles(const std::wstring& source, BuildFolder& build, const Condition& condition,
-                 const ProgressCallback& progress) {
+                 Console& console) {
   const std::wstring root = FinalPath(source);
-  ForEachFile(build, condition, "Reading", progress, [&](BuildFile& file, Counter& bytesDone) {
+  ForEachFile(build, condition, "Reading", console, [&](BuildFile& file, Counter& bytesDone) {
     TakeDigest(file, DigestOf(JoinPath(source, file.name), bytesDone), root);
   });
 }
@@ -89,8 +89,7 @@ void RequireRoom(const std::wstring& folder, std::uint64_t bytes) {
 }  // namespace
 
 void FindPublished(const std::wstring& source, const std::wstring& published,
-                   const sdk::GameUpdateManifest& live, BuildFolder& build,
-                   const ProgressCallback& progress) {
+                   const sdk::GameUpdateManifest& live, BuildFolder& build, Console& console) {
   std::unordered_map<std::wstring_view, const sdk::FileEntry*> listed;
   for (const sdk::FileEntry& entry : live.files) listed.emplace(entry.name, &entry);
   const auto mayBePublished = [&](const BuildFile& file) {
@@ -98,21 +97,19 @@ void FindPublished(const std::wstring& source, const std::wstring& published,
     return entry != listed.end() && entry->second->size == file.size &&
            IsFileOfSize(JoinPath(published, file.name), file.size);
   };
-  DigestFiles(source, build, mayBePublished, progress);
+  DigestFiles(source, build, mayBePublished, console);
   for (BuildFile& file : build.files) {
     file.isPublished = !file.digest.empty() && file.digest == listed.at(file.name)->digest;
   }
 }
 
-void DigestOthers(const std::wstring& source, BuildFolder& build,
-                  const ProgressCallback& progress) {
+void DigestOthers(const std::wstring& source, BuildFolder& build, Console& console) {
   const auto isWithoutDigest = [](const BuildFile& file) { return file.digest.empty(); };
-  DigestFiles(source, build, isWithoutDigest, progress);
+  DigestFiles(source, build, isWithoutDigest, console);
 }
 
 CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
-                       BuildFolder& build, const std::wstring& next,
-                       const ProgressCallback& progress) {
+                       BuildFolder& build, const std::wstring& next, Console& console) {
   std::uint64_t bytesToCopy = 0;
   for (const BuildFile& file : build.files) bytesToCopy += file.isPublished ? 0 : file.size;
   file::MakeDirectory(next);
@@ -124,7 +121,7 @@ CopyStats PlacePayload(const std::wstring& source, const std::wstring& published
   std::atomic<std::uint64_t> copiedBytes = 0;
   const std::wstring root = FinalPath(source);
   const auto isAny = [](const BuildFile&) { return true; };
-  ForEachFile(build, isAny, "Copying", progress, [&](BuildFile& file, Counter& bytesDone) {
+  ForEachFile(build, isAny, "Copying", console, [&](BuildFile& file, Counter& bytesDone) {
     const std::wstring path = JoinPath(next, file.name);
     if (file.isPublished && Link(JoinPath(published, file.name), path)) {
       bytesDone += file.size;

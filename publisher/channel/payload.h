@@ -5,7 +5,7 @@
 #include <string>
 
 #include "publisher/build/build_folder.h"
-#include "publisher/report/progress.h"
+#include "publisher/report/console.h"
 #include "updater/game_manifest.h"
 
 namespace ve::publish {
@@ -14,11 +14,10 @@ namespace ve::publish {
 /// those that have the listed one as published. Published files are not read: their digests are in
 /// the manifest. Throws `PublishError`, also for a link to a file.
 void FindPublished(const std::wstring& source, const std::wstring& published,
-                   const sdk::GameUpdateManifest& live, BuildFolder& build,
-                   const ProgressCallback& progress);
+                   const sdk::GameUpdateManifest& live, BuildFolder& build, Console& console);
 
 /// Computes the digests that are missing, without copying.
-void DigestOthers(const std::wstring& source, BuildFolder& build, const ProgressCallback& progress);
+void DigestOthers(const std::wstring& source, BuildFolder& build, Console& console);
 
 struct CopyStats {
   std::uint64_t linkedFiles = 0;  ///< Shared with the published state: not copied.
@@ -32,7 +31,7 @@ struct CopyStats {
 /// room. Throws `PublishError`.
 [[nodiscard]] CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
                                      BuildFolder& build, const std::wstring& next,
-                                     const ProgressCallback& progress);
+                                     Console& console);
 
 /// Whether there is a file of this size, and not a link.
 [[nodiscard]] bool IsFileOfSize(const std::wstring& path, std::uint64_t size);

@@ -1,25 +1,11 @@
 #include "publisher/commands/command.h"
 
-#include <utility>
 #include <vector>
 
 #include "archive/updater_settings.h"
 #include "core/unicode.h"
 
 namespace ve::publish {
-
-CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name,
-                     const std::string& purpose, const std::string& example,
-                     std::function<void(Console&, Diagnostics&)> run) {
-  CLI::App* command = program.add_subcommand(name, purpose);
-  command->callback([&chosen, name, run = std::move(run)] {
-    chosen.name = name;
-    chosen.run = run;
-  });
-  command->add_flag("--json", chosen.json, "Report as one JSON object.");
-  command->footer("Example:\n  publish " + name + " " + example);
-  return command;
-}
 
 CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* name,
                         const char* purpose) {

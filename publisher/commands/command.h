@@ -30,24 +30,23 @@ void AddVerifyCommand(CLI::App& program, Command& chosen);
 void AddPreviewCommand(CLI::App& program, Command& chosen);
 void AddInspectCommand(CLI::App& program, Command& chosen);
 
-/// Adds a command with what all of them have: --json, and an example below its help. `run` gets the
-/// console and the diagnostics.
-CLI::App* AddCommand(CLI::App& program, Command& chosen, const std::string& name,
-                     const std::string& purpose, const std::string& example,
-                     std::function<void(Console&, Diagnostics&)> run);
-
-/// The same with the command's options, which it returns; they live as long as `chosen.run`.
+/// Adds a command with what all of them have: --json, and an example below its help. Returns it with
+/// its options, which live as long as `chosen.run` does.
 template <class Options>
 std::pair<CLI::App*, std::shared_ptr<Options>> AddCommand(
     CLI::App& program, Command& chosen, const std::string& name, const std::string& purpose,
     const std::string& example, void (*run)(const Options&, Console&, Diagnostics&)) {
   const auto options = std::make_shared<Options>();
-  const auto runWithOptions = [options, run](Console& console, Diagnostics& diagnostics) {
-    run(*options, console, diagnostics);
-  };
-  return {AddCommand(program, chosen, name, purpose, example,
-                     std::function<void(Console&, Diagnostics&)>(runWithOptions)),
-          options};
+  CLI::App* command = program.add_subcommand(name, purpose);
+  command->callback([&chosen, name, options, run] {
+    chosen.name = name;
+    chosen.run = [options, run](Console& console, Diagnostics& diagnostics) {
+      run(*options, console, diagnostics);
+    };
+  });
+  command->add_flag("--json", chosen.json, "Report as one JSON object.");
+  command->footer("Example:\n  publish " + name + " " + example);
+  return {command, options};
 }
 
 /// Adds an option that takes a release channel's name.

@@ -15,6 +15,7 @@
 #include "publisher/channel/payload.h"
 #include "publisher/channel/versions.h"
 #include "publisher/commands/command.h"
+#include "publisher/commands/publication.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
@@ -51,9 +52,8 @@ CopyStats CountCopies(const BuildFolder& build) {
 void PublishBuild(const Options& options, const std::wstring& source, const BuildRules& rules,
                   BuildFolder& build, Console& console, Diagnostics& diagnostics) {
   const ChannelFolders folders = TargetOf(options);
-  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
   std::string liveText;
-  FindPublished(source, folders.live, ReadLiveManifest(folders, liveText), build, progress);
+  FindPublished(source, folders.live, ReadLiveManifest(folders, liveText), build, console);
   const bool hasNewFiles = std::any_of(build.files.begin(), build.files.end(),
                                        [](const BuildFile& file) { return !file.isPublished; });
   if (!hasNewFiles && GameManifest(build) == liveText) {
@@ -70,10 +70,10 @@ void PublishBuild(const Options& options, const std::wstring& source, const Buil
   std::optional<NextState> next;
   CopyStats placed = CountCopies(build);
   if (options.dryRun) {
-    DigestOthers(source, build, progress);
+    DigestOthers(source, build, console);
   } else {
     next.emplace(folders);
-    placed = PlacePayload(source, folders.live, build, folders.next, progress);
+    placed = PlacePayload(source, folders.live, build, folders.next, console);
   }
   console.EndProgress();
   CheckUnchanged(source, rules, build, diagnostics);

@@ -21,7 +21,6 @@ namespace {
 
 struct Options {
   std::string file;
-  bool files = false;
 };
 
 // The Launcher's readers: each adds what is shown of a file. Returns the record that an archive
@@ -50,19 +49,14 @@ std::string ReadGameManifest(const std::string& content, Json& fields) {
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   std::uint64_t bytes = 0;
   const sdk::FileEntry* largest = &manifest.files.front();
-  Json entries = Json::array();
   for (const sdk::FileEntry& entry : manifest.files) {
     bytes += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - bytes);
     if (entry.size > largest->size) largest = &entry;
-    entries.push_back(
-        {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
   }
   fields.update({{"directories", manifest.directories.size()},
                  {"files", manifest.files.size()},
                  {"bytes", bytes},
-                 {"largest", ToUtf8(largest->name)},
-                 {"directoryNames", manifest.directories},
-                 {"entries", entries}});
+                 {"largest", ToUtf8(largest->name)}});
   return {};
 }
 
@@ -90,27 +84,6 @@ std::string HeaderOf(std::string_view content) {
   }
 }
 
-std::string TextOf(const Json& value) {
-  return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
-void PrintFields(const Json& fields, Console& console) {
-  for (const auto& [key, value] : fields.items()) {
-    if (!value.is_array()) {
-      console.Print(Format("  {}: {}", key, TextOf(value)));
-      continue;
-    }
-    console.Print(Format("  {}:", key));
-    for (const Json& entry : value) {
-      std::string line;
-      for (const Json& field : entry.is_object() ? entry : Json::array({entry})) {
-        line += " " + TextOf(field);
-      }
-      console.Print(Format("   {}", line));
-    }
-  }
-}
-
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.file);
   const std::string location = DisplayPath(path);
@@ -132,11 +105,10 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
                            Format("The Launcher's reader of {}s reports this.", kind.name));
     }
   }
-  if (!options.files) {
-    fields.erase("directoryNames");
-    fields.erase("entries");
+  for (const auto& [key, value] : fields.items()) {
+    console.Print(
+        Format("  {}: {}", key, value.is_string() ? value.get<std::string>() : value.dump()));
   }
-  if (!console.IsJson()) PrintFields(fields, console);
   console.Report().update(fields);
 }
 
@@ -145,10 +117,8 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 void AddInspectCommand(CLI::App& program, Command& chosen) {
   const auto [command, options] = AddCommand(
       program, chosen, "inspect", "Show an archive or a manifest, or why the Launcher rejects it.",
-      "server\\updates\\release\\game_update.manifest --files", Run);
+      "server\\updates\\release\\game_update.manifest", Run);
   command->add_option("file", options->file, "The file; its name does not matter.")->required();
-  command->add_flag("--files", options->files,
-                    "List the directories and files of a game manifest, too.");
 }
 
 }  // namespace ve::publish

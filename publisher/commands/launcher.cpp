@@ -1,10 +1,7 @@
-#include <algorithm>
-#include <array>
 #include <optional>
 #include <utility>
 
 #include "archive/updater_settings.h"
-#include "core/directory_walk.h"
 #include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
@@ -38,68 +35,50 @@ struct Parts {
   LauncherRecord record;
 };
 
-/// Calls a check of one input; what it throws is an error among the others.
-template <class Check>
-void Attempt(Diagnostics& diagnostics, Check check) {
-  try {
-    check();
-  } catch (const PublishError& error) {
-    diagnostics.errors.push_back(error.GetDiagnostic());
-  }
-}
-
-/// Whether a name beside the executable is that of another file of the Launcher's update.
-bool IsTaken(std::wstring_view name) {
-  constexpr std::array kNames{kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName};
-  return std::any_of(kNames.begin(), kNames.end(), [&](std::wstring_view taken) {
-    return FoldCase(taken.substr(kUpdaterFolder.size() + 1)) == FoldCase(name);
-  });
-}
-
 void CheckExecutable(const std::wstring& path, Parts& parts, Diagnostics& diagnostics) {
   parts.executable = ReadWholeFile(path);
   const std::string subject = DisplayPath(path);
   if (!IsExecutable(parts.executable)) {
-    throw PublishError({subject, "not a Windows executable", "Pass the Launcher's file."});
+    return diagnostics.AddError(subject, "not a Windows executable", "Pass the Launcher's file.");
   }
   const char* const hint = "Publish with the tool that was built together with this Launcher.";
   const sdk::BuildConfig& own = sdk::kBuildConfig;
   const std::optional<std::uint32_t> version = ExecutableVersion(path);
-  if (!version) throw PublishError({subject, "has no version resource", hint});
+  if (!version) return diagnostics.AddError(subject, "has no version resource", hint);
   if (*version != own.version) {
-    throw PublishError(
-        {subject,
-         Format("its version is {}, and this tool publishes version {}", *version, own.version),
-         hint});
+    diagnostics.AddError(
+        subject,
+        Format("its version is {}, and this tool publishes version {}", *version, own.version),
+        hint);
   }
-  const bool keeps = KeepsNonEmptyDirectories(path);
-  parts.record = {
-      parts.record.executable,   parts.executable.size(), Md5Hex(parts.executable), *version, keeps,
-      IsSigned(parts.executable)};
-  if (keeps == own.keepsNonEmptyDirectories) return;
-  diagnostics.AddWarning(
-      subject,
-      Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
-             keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
-      hint);
+  if (const bool keeps = KeepsNonEmptyDirectories(path); keeps != own.keepsNonEmptyDirectories) {
+    diagnostics.AddWarning(
+        subject,
+        Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
+               keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
+        hint);
+  }
+  parts.record.size = parts.executable.size();
+  parts.record.md5 = Md5Hex(parts.executable);
+  parts.record.version = *version;
+  parts.record.isSigned = IsSigned(parts.executable);
 }
 
-void CheckSettings(const Options& options, Parts& parts) {
+void CheckSettings(const Options& options, Parts& parts, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.settings);
-  const std::string subject = DisplayPath(path);
   parts.settings = ReadWholeFile(path);
   try {
     const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(parts.settings);
     parts.url = ToUtf8(settings.url);
     if (settings.channel == ToWide(options.channel)) return;
-    throw PublishError(
-        {subject,
-         Format("its channel is {}, and the Launcher would take its updates from there",
-                ToUtf8(settings.channel)),
-         "Make one for this channel with publish settings."});
+    diagnostics.AddError(
+        DisplayPath(path),
+        Format("its channel is {}, and the Launcher would take its updates from there",
+               ToUtf8(settings.channel)),
+        "Make one for this channel with publish settings.");
   } catch (const VERuntimeError& error) {
-    throw PublishError({subject, Format("the Launcher rejects it: {}", error.what()),
-                        "Make one with publish settings."});
+    diagnostics.AddError(DisplayPath(path), Format("the Launcher rejects it: {}", error.what()),
+                         "Make one with publish settings.");
   }
 }
 
@@ -135,21 +114,6 @@ void WarnOfExecutable(const std::wstring& folder, const LauncherRecord& record,
   }
 }
 
-void WarnOfOtherFiles(const std::wstring& folder, const std::string& executable,
-                      Diagnostics& diagnostics) {
-  const std::wstring updater = JoinPath(folder, kUpdaterFolder);
-  if (!file::Exists(updater)) return;
-  file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    const std::wstring_view name = entry.path.substr(updater.size() + 1);
-    if (!IsTaken(name) && FoldCase(name) != FoldCase(ToWide(executable))) {
-      diagnostics.AddWarning(DisplayPath(entry.path),
-                             "is not replaced: a Launcher of this name still gets it as its update",
-                             "Remove it if no player's Launcher has this name.");
-    }
-    return file::WalkAction::kSkip;
-  });
-}
-
 /// The library's own writer takes short paths only and checks nothing: it writes to a temporary
 /// file, and what it wrote is read back as the Launcher reads it.
 std::string UpdaterManifest() {
@@ -177,7 +141,6 @@ void Publish(const Options& options, const Parts& parts, Diagnostics& diagnostic
                parts.url),
         "Publish the settings of before if that is not meant.");
   }
-  WarnOfOtherFiles(folders.live, parts.record.executable, diagnostics);
 
   const std::string manifest = UpdaterManifest();
   const std::wstring updater = JoinPath(folders.live, kUpdaterFolder);
@@ -202,13 +165,8 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
                            {"server", server},
                            {"published", false}});
   CheckCharacters(name, parts.record.executable, diagnostics);
-  if (IsTaken(name)) {
-    diagnostics.AddError(parts.record.executable,
-                         "is the name of another file beside it on the server",
-                         "Give the executable the name that it has on players' disks.");
-  }
-  Attempt(diagnostics, [&] { CheckExecutable(path, parts, diagnostics); });
-  Attempt(diagnostics, [&] { CheckSettings(options, parts); });
+  CheckExecutable(path, parts, diagnostics);
+  CheckSettings(options, parts, diagnostics);
   if (diagnostics.HasErrors()) return;
   Publish(options, parts, diagnostics);
   console.Report()["published"] = true;

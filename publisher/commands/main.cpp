@@ -16,16 +16,6 @@
 namespace ve::publish {
 namespace {
 
-/// Keeps the DLLs that Windows loads while the tool runs from being searched in the tool's own
-/// folder and in the current directory. Windows 7 has the function since the update KB2533623, so
-/// it is not imported.
-void LoadDllsFromSystemFolderOnly() {
-  using Function = BOOL(WINAPI*)(DWORD);
-  const auto setDirectories = reinterpret_cast<Function>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories")));
-  if (setDirectories != nullptr) setDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-}
-
 /// The command line's arguments in UTF-8, without the program, last first as CLI11 takes them.
 std::vector<std::string> Arguments(int count, wchar_t** arguments) {
   std::vector<std::string> texts;
@@ -81,7 +71,8 @@ int Run(int count, wchar_t** arguments) {
 }  // namespace ve::publish
 
 int wmain(int count, wchar_t** arguments) {
-  ve::publish::LoadDllsFromSystemFolderOnly();
+  // Not from the tool's own folder or the current one. Windows 7 has this since the update KB2533623.
+  SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   SetConsoleOutputCP(CP_UTF8);
   return ve::publish::Run(count, arguments);
 }

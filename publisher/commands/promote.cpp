@@ -54,9 +54,8 @@ void Promote(const Options& options, const ChannelFolders& from, const ChannelFo
                          Format("the Launcher rejects it: {}", error.what()), kPublishAgain);
   }
   if (diagnostics.HasErrors()) return;
-  const auto progress = [&console](const Progress& step) { console.ShowProgress(step); };
   const NextState next(to);
-  const CopyStats placed = PlacePayload(from.live, from.live, build, to.next, progress);
+  const CopyStats placed = PlacePayload(from.live, from.live, build, to.next, console);
   console.EndProgress();
   PublishNextState(options, *version, build, content, placed, console, diagnostics);
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "archive/updater_settings.h"
-#include "core/directory_walk.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -46,21 +45,6 @@ bool HasFolder(const std::wstring& server, std::wstring_view channel, bool isAsk
   return false;
 }
 
-void WarnOfUnknownFolders(const std::wstring& server, Diagnostics& diagnostics) {
-  const std::wstring updates = JoinPath(server, L"updates");
-  if (!file::Exists(updates)) return;
-  file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
-    const std::wstring_view name = entry.path.substr(updates.size() + 1);
-    const auto* const known = std::ranges::find(sdk::kReleaseChannels, name);
-    // This tool's own folders and files begin with a dot.
-    if (known == sdk::kReleaseChannels.end() && !name.starts_with(L'.')) {
-      diagnostics.AddWarning(DisplayPath(entry.path), "not a known channel",
-                             "Launchers never ask for it.");
-    }
-    return file::WalkAction::kSkip;
-  });
-}
-
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   Json& report = console.Report()["channels"] = Json::array();
   ChannelOptions check = options.check;
@@ -73,7 +57,6 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   }
   check.configuredUrl = check.tree.url;
   check.mayBeAbsent = isServed && !isAskedFor;
-  if (!isServed) WarnOfUnknownFolders(server, diagnostics);
   check.tree = FollowRedirect(check.tree, diagnostics);
 
   std::vector<Diagnostic> absent;

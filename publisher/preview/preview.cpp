@@ -54,10 +54,6 @@ class Preview {
     game_["removed"] = removed_;
     console_.Report().update(report_);
     PrintForPeople();
-    if (!options_.tree.url.empty() && !options_.fetch && !game_["downloaded"].empty()) {
-      diagnostics_.AddWarning(options_.tree.url, "not checked whether the game's files are there",
-                              "Add --fetch, or name the served folder with --server.");
-    }
   }
 
  private:
@@ -210,15 +206,11 @@ class Preview {
   }
 
   void Download(const sdk::FileEntry& entry, std::wstring_view stagingPath) {
-    std::string& digest = downloaded_[FoldCase(entry.name)] = entry.digest;
-    std::uint64_t size = entry.size;
-    if (!tree_->IsServed() || options_.fetch) {
-      const FileContent content = Fetch(entry.name, Keep::kDigest);
-      digest = content.md5;
-      size = content.size;
-    }
-    if (digest != entry.digest) diagnostics_.AddError(subject_, "not the listed file", kPublish);
-    game_["downloaded"].push_back({{"name", ToUtf8(entry.name)}, {"size", size}});
+    const FileContent content = Fetch(entry.name, Keep::kDigest);
+    if (content.md5 != entry.digest)
+      diagnostics_.AddError(subject_, "not the listed file", kPublish);
+    downloaded_[FoldCase(entry.name)] = content.md5;
+    game_["downloaded"].push_back({{"name", ToUtf8(entry.name)}, {"size", content.size}});
     folder_.WriteFile(stagingPath);
   }
 
@@ -260,9 +252,10 @@ class Preview {
 
 }  // namespace
 
-void PreviewRun(PreviewOptions options, Console& console, Diagnostics& diagnostics) {
-  options.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
-  const TreeOptions followed = FollowRedirect(options.tree, diagnostics);
+void PreviewRun(const PreviewOptions& options, Console& console, Diagnostics& diagnostics) {
+  TreeOptions tree = options.tree;
+  tree.server = DisplayPath(ExtendedLengthPath(tree.server));  // The current directory changes.
+  tree = FollowRedirect(tree, diagnostics);
   const std::wstring root = ToWide(DisplayPath(ExtendedLengthPath(options.installed)));
   const std::wstring launcher = JoinPath(root, ToWide(options.launcher));
   const std::optional<std::uint32_t> version = ExecutableVersion(launcher);
@@ -271,7 +264,7 @@ void PreviewRun(PreviewOptions options, Console& console, Diagnostics& diagnosti
                         "Check --installed, the game's root, and --launcher, the Launcher in it."});
   }
   if (SetCurrentDirectoryW(root.c_str()) == FALSE) ThrowWindowsError("read", root, GetLastError());
-  Preview(options, followed, *version, console, diagnostics).Run();
+  Preview(options, tree, *version, console, diagnostics).Run();
 }
 
 }  // namespace ve::publish

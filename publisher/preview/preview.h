@@ -14,11 +14,10 @@ struct PreviewOptions {
   std::string installed;                  ///< The game's root.
   std::string launcher = "Launcher.exe";  ///< As it is started there.
   TreeOptions tree;
-  bool fetch = false;  ///< Over http: download the game's files, too.
 };
 
 /// Reports the plan. What the run would fail on is an error. The current directory becomes the
 /// game's root.
-void PreviewRun(PreviewOptions options, Console& console, Diagnostics& diagnostics);
+void PreviewRun(const PreviewOptions& options, Console& console, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

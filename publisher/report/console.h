@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "publisher/report/diagnostics.h"
-#include "publisher/report/progress.h"
 #include <nlohmann/json.hpp>
 
 namespace ve::publish {
@@ -17,6 +16,13 @@ using Json = nlohmann::ordered_json;
 inline constexpr int kDone = 0;
 inline constexpr int kFailed = 1;  ///< The input was rejected, a check failed, or the work did.
 inline constexpr int kWrongUsage = 2;
+
+/// How far long work is. `work` is one word, such as "Reading"; a new word restarts the clock of the
+/// remaining time.
+struct Progress {
+  std::string_view work;
+  std::uint64_t filesDone = 0, files = 0, bytesDone = 0, bytes = 0;
+};
 
 /// Writes the report to standard output, diagnostics and progress to standard error. All texts are
 /// UTF-8.
