@@ -3,13 +3,16 @@
 #include "core/windows.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "core/errors.h"
-#include "core/file_errors.h"
 #include "core/file_time.h"
+#include "core/format.h"
 #include "core/handle.h"
 #include "core/message_sink.h"
 #include "core/truncated_string.h"
@@ -21,6 +24,18 @@ namespace {
 // The standard library's own filesystem functions are not used: the one of mingw takes every
 // existing target of a copy for its source, knows write times to the second only, reports C error
 // numbers in place of Windows codes, and words its operations in its own way.
+
+// What is wrong when a file cannot be opened.
+constexpr std::string_view kLoadFailure = "Failed to open file for loading";
+constexpr std::string_view kSaveFailure = "Failed to open file for saving";
+
+/// Throws the error of a file that cannot be opened. `errorNumber` is the C runtime's.
+[[noreturn]] void ThrowOpenError(std::string_view failure, std::string_view path, int errorNumber) {
+  std::array<char, 95> text{};
+  strerror_s(text.data(), text.size(), errorNumber);
+  throw FileException(
+      Format("{}. File '{}'. Error: {} ({})", failure, path, text.data(), errorNumber));
+}
 
 /// A mode of opening, in the widths of the two functions that take it.
 struct OpenMode {
@@ -177,7 +192,9 @@ void CopyFileOverwrite(std::wstring_view source, std::wstring_view target) {
   const std::wstring from(source);
   const std::wstring to(target);
   if (CopyFileW(from.c_str(), to.c_str(), FALSE) == FALSE) {
-    ThrowCopyError(source, target, GetLastError());
+    const auto code = static_cast<int>(GetLastError());
+    throw FileException(Format("Failed to copy file from '{}' to '{}': {}", ToUtf8(source),
+                               ToUtf8(target), std::system_category().message(code)));
   }
 }
 

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iomanip>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "core/file_time.h"
@@ -22,8 +23,10 @@
 namespace ve {
 namespace {
 
+constexpr std::wstring_view kLogFolder = L"Logs";
 // With a separator: `kLogFolder` also finds a file, and the entry goes into the game's root then.
 constexpr std::wstring_view kLogDirectory = L"Logs\\";
+constexpr std::wstring_view kLogName = L"updater.log";
 
 /// Puts the previous current directory back at the end of its scope.
 class WorkingDirectoryScope {

@@ -6,13 +6,8 @@
 #include <functional>
 #include <ostream>
 #include <string>
-#include <string_view>
 
 namespace ve {
-
-/// The log's folder and the name of its file.
-inline constexpr std::wstring_view kLogFolder = L"Logs";
-inline constexpr std::wstring_view kLogName = L"updater.log";
 
 /// Appends one entry to the log: a line with the time stamp in brackets, what `writeBody` writes, a
 /// blank line. Creates "Logs\" if it is missing and makes it the current directory while

@@ -44,7 +44,8 @@ void RunUpdater() {
   try {
     RunUpdates();
   } catch (const std::exception& error) {
-    sdk::LogUpdaterFailure(kSettingsLogPrefix, error.what());
+    // Without a line break or a blank at its end: support knows the entry in this form.
+    sdk::LogUpdaterFailure("While trying to access updater-data.", error.what());
   }
 }
 

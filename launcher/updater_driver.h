@@ -16,10 +16,6 @@ inline constexpr std::wstring_view kGameDirectory = L"bin\\";
 [[nodiscard]] std::wstring FindUpdatesUrl(std::wstring_view configuredUrl,
                                           std::wstring_view channel);
 
-/// What stands in a log entry directly before the message of a failure to read the settings.
-/// Without a line break or a blank: support knows it in this form.
-inline constexpr std::string_view kSettingsLogPrefix = "While trying to access updater-data.";
-
 /// Reads the settings, finds the server, updates the Launcher, then the game. Logs failures and
 /// returns when the game may be started. Ends the process instead when the self-update restarts the
 /// Launcher, and when the game update fails and the player does not want the old version.

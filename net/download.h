@@ -5,7 +5,6 @@
 //   Use(std::move(result.Body()));
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -47,8 +46,5 @@ class DownloadResult {
 /// length, of at most 4 GiB, before it reads. No retry; the time-outs are WinINet's. Returns
 /// network and server errors; throws only when memory runs out. Downloads must not overlap.
 [[nodiscard]] DownloadResult Download(std::wstring_view url);
-
-/// `Download`, or what replaces it in a preview of publish.exe.
-using Downloader = std::function<DownloadResult(std::wstring_view url)>;
 
 }  // namespace ve

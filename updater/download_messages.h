@@ -32,9 +32,9 @@ inline constexpr std::string_view kFileDownloadFailed =
 /// Downloads a file. Throws `UpdaterException` with the message `failure`, composed of `values` and
 /// the download's error.
 template <class... Values>
-[[nodiscard]] std::string DownloadOrThrow(const Downloader& download, std::wstring_view url,
-                                          std::string_view failure, const Values&... values) {
-  DownloadResult result = download(url);
+[[nodiscard]] std::string DownloadOrThrow(std::wstring_view url, std::string_view failure,
+                                          const Values&... values) {
+  DownloadResult result = Download(url);
   if (!result.Succeeded()) ThrowUpdaterException(failure, values..., result.Error());
   return std::move(result.Body());
 }

@@ -2,17 +2,14 @@
 
 #include <ostream>
 
-#include "core/format.h"
 #include "core/log.h"
 
 namespace ve::sdk {
 
-std::string UpdaterFailureText(std::string_view stage, std::string_view message) {
-  return Format("Error while running updater:\n{}{}", stage, message);
-}
-
 void LogUpdaterFailure(std::string_view stage, std::string_view message) {
-  WriteLogEntry([stage, message](std::ostream& log) { log << UpdaterFailureText(stage, message); });
+  WriteLogEntry([stage, message](std::ostream& log) {
+    log << "Error while running updater:\n" << stage << message;
+  });
 }
 
 }  // namespace ve::sdk

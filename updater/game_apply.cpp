@@ -3,10 +3,12 @@
 #include <exception>
 #include <string>
 
+#include "core/directory_walk.h"
 #include "core/errors.h"
 #include "core/extended_length_path.h"
 #include "core/files.h"
 #include "updater/build_config.h"
+#include "updater/cleanup_rules.h"
 #include "updater/game_version.h"
 #include "updater/own_executable.h"
 
@@ -43,22 +45,17 @@ void RemoveStagingFolder() {
 
 }  // namespace
 
-file::WalkAction CleanUpEntry(const CleanupRules& rules, const file::DirectoryEntry& entry,
-                              std::wstring_view relativePath, const RemoveCall& remove) {
-  if (rules.Keeps(relativePath)) return file::WalkAction::kRecurse;
-  const DWORD code = remove(entry.path);
-  if (code == ERROR_SUCCESS) return file::WalkAction::kSkip;
-  if (KeepsFilledDirectory(entry, code)) return file::WalkAction::kRecurse;
-  file::ThrowFilesystemError("remove", entry.path, code);
-}
-
 void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
   const CleanupRules rules(listedNames, OwnExecutableName());
   // Of any length: one long path below a kept folder would otherwise end every update.
   const std::wstring root = file::ExtendedLengthPath(L".");
   const std::size_t prefixLength = root.size() + (root.ends_with(L'\\') ? 0 : 1);
   file::WalkDirectory(root, [&](const file::DirectoryEntry& entry) {
-    return CleanUpEntry(rules, entry, entry.path.substr(prefixLength), file::TryRemove);
+    if (rules.Keeps(entry.path.substr(prefixLength))) return file::WalkAction::kRecurse;
+    const DWORD code = file::TryRemove(entry.path);
+    if (code == ERROR_SUCCESS) return file::WalkAction::kSkip;
+    if (KeepsFilledDirectory(entry, code)) return file::WalkAction::kRecurse;
+    file::ThrowFilesystemError("remove", entry.path, code);
   });
 }
 

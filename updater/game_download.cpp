@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "core/errors.h"
+#include "core/file_matches_entry.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "updater/download_messages.h"
@@ -16,15 +16,10 @@ std::wstring StagingDirectory(std::string_view directory) {
   return Format(L"{}\\{}", kStagingFolder, WidenName(directory));
 }
 
-FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath,
-                      const FileMatch& matches) {
-  if (matches(entry.name, entry.size, entry.digest)) return FileSource::kInstalled;
-  if (matches(stagingPath, entry.size, entry.digest)) return FileSource::kStaged;
+FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath) {
+  if (FileMatchesEntry(entry.name, entry.size, entry.digest)) return FileSource::kInstalled;
+  if (FileMatchesEntry(stagingPath, entry.size, entry.digest)) return FileSource::kStaged;
   return FileSource::kServer;
-}
-
-std::string DownloadGameFile(std::wstring_view fileUrl, const Downloader& download) {
-  return DownloadOrThrow(download, fileUrl, kFileDownloadFailed, fileUrl);
 }
 
 void MakeStagingFolders(const GameUpdateManifest& manifest) {
@@ -40,7 +35,8 @@ void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest
     std::wstring stagingPath = StagingPath(entry.name);
     const FileSource source = FindSource(entry, stagingPath);
     if (source == FileSource::kServer) {
-      file::SaveFile(stagingPath, DownloadGameFile(Format(L"{}{}", updatesUrl, entry.name)));
+      const std::wstring url = Format(L"{}{}", updatesUrl, entry.name);
+      file::SaveFile(stagingPath, DownloadOrThrow(url, kFileDownloadFailed, url));
     }
     if (source != FileSource::kInstalled) {
       staged.copies.push_back({entry.name, std::move(stagingPath)});

@@ -4,14 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
 
-#include "core/file_matches_entry.h"
-#include "net/download.h"
 #include "updater/game_manifest.h"
 
 namespace ve::sdk {
@@ -44,7 +41,7 @@ void MakeStagingFolders(const GameUpdateManifest& manifest);
 void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
                 StagedUpdate& staged, std::atomic<std::uint32_t>& processed);
 
-// Building blocks, also used by the preview of publish.exe.
+// Building blocks, also used by publish.exe.
 
 /// Where the listed version of a file is.
 enum class FileSource {
@@ -59,16 +56,7 @@ enum class FileSource {
 /// The path of a listed directory in the staging folder.
 [[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
 
-/// `FileMatchesEntry`, or what replaces it in a preview.
-using FileMatch =
-    std::function<bool(std::wstring_view path, std::uint64_t size, std::string_view digest)>;
-
 /// Where to take a listed file from. Reads every candidate of the right size whole.
-[[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath,
-                                    const FileMatch& matches = FileMatchesEntry);
-
-/// Downloads a listed file. Throws `UpdaterException`.
-[[nodiscard]] std::string DownloadGameFile(std::wstring_view fileUrl,
-                                           const Downloader& download = Download);
+[[nodiscard]] FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath);
 
 }  // namespace ve::sdk

@@ -27,11 +27,13 @@
 namespace ve::sdk {
 namespace {
 
+constexpr const wchar_t* kUpdateFailedCaption = L"Update failed.";
+
 bool PlayerWantsUpdate() {
   return MessageBoxW(nullptr,
                      L"There is an update available for this game. Do you want to download and "
                      L"install it? (this might take a while)",
-                     kUpdateAvailableCaption, MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
+                     L"Update available", MB_OKCANCEL | MB_ICONQUESTION) != IDCANCEL;
 }
 
 /// Shows that the update failed. Returns whether the game must not be started.
@@ -55,20 +57,25 @@ bool ShowUpdateFailure(bool applying) {
 
 void ShowSuccess() {
   MessageBoxW(nullptr, L"Sucessfully installed game update. Start the game by pressing OK.",
-              kUpdateSuccessfulCaption, MB_OK | MB_ICONINFORMATION);
+              L"Update successfull.", MB_OK | MB_ICONINFORMATION);
 }
 
 void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
   std::optional<std::string> pendingVersion;
-  if (!CheckGameVersion(VersionUrl(updatesUrl), pendingVersion)) return;
+  const std::wstring versionUrl = Format(L"{}GameVersion.vpak", updatesUrl);
+  if (!CheckGameVersion(versionUrl, pendingVersion)) return;
   if (!PlayerWantsUpdate()) return;
 
   bool applying = false;
   const ScopeFail failureGuard(
       [&applying, &exitRequested] { exitRequested = ShowUpdateFailure(applying); });
 
-  if (!pendingVersion) pendingVersion = FetchVersionFile(updatesUrl);
-  std::string manifestText = FetchGameManifest(updatesUrl);
+  if (!pendingVersion) {
+    // Not checked: `ApplyUpdate` writes it as it is.
+    pendingVersion = DownloadOrThrow(versionUrl, kPendingVersionDownloadFailed);
+  }
+  std::string manifestText =
+      DownloadOrThrow(Format(L"{}game_update.manifest", updatesUrl), kManifestDownloadFailed);
   const GameUpdateManifest manifest = ReadGameUpdateManifest(manifestText);
   MakeStagingFolders(manifest);
 
@@ -94,29 +101,14 @@ void UpdateGame(std::wstring_view updatesUrl, bool& exitRequested) {
 
 }  // namespace
 
-std::string GameUpdateLogPrefix(std::wstring_view updatesUrl) {
-  return Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl));
-}
-
-std::wstring VersionUrl(std::wstring_view updatesUrl) {
-  return Format(L"{}GameVersion.vpak", updatesUrl);
-}
-
-std::string FetchVersionFile(std::wstring_view updatesUrl, const Downloader& download) {
-  return DownloadOrThrow(download, VersionUrl(updatesUrl), kPendingVersionDownloadFailed);
-}
-
-std::string FetchGameManifest(std::wstring_view updatesUrl, const Downloader& download) {
-  return DownloadOrThrow(download, Format(L"{}game_update.manifest", updatesUrl),
-                         kManifestDownloadFailed);
-}
-
 void RunGameUpdate(std::wstring_view updatesUrl) {
   bool exitRequested = false;
   try {
     UpdateGame(updatesUrl, exitRequested);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(GameUpdateLogPrefix(updatesUrl), error.what());
+    LogUpdaterFailure(
+        Format("While trying to check for game-updates from URL '{}':\n\n", ToUtf8(updatesUrl)),
+        error.what());
     if (exitRequested) std::exit(-1);
   }
 }

@@ -1,10 +1,7 @@
 // The game update: from the comparison of versions to the installed game.
 #pragma once
 
-#include <string>
 #include <string_view>
-
-#include "net/download.h"
 
 namespace ve::sdk {
 
@@ -17,26 +14,5 @@ namespace ve::sdk {
 /// not want the old version. A failure after the progress thread has started ends the process
 /// through std::terminate, without a dialog, a log entry or the game.
 void RunGameUpdate(std::wstring_view updatesUrl);
-
-// Building blocks, also used by the preview of publish.exe.
-
-inline constexpr const wchar_t* kUpdateAvailableCaption = L"Update available";
-inline constexpr const wchar_t* kUpdateFailedCaption = L"Update failed.";
-inline constexpr const wchar_t* kUpdateSuccessfulCaption = L"Update successfull.";
-
-/// What stands in a log entry before the message of a failed game update.
-[[nodiscard]] std::string GameUpdateLogPrefix(std::wstring_view updatesUrl);
-
-/// The URL of the server's version file.
-[[nodiscard]] std::wstring VersionUrl(std::wstring_view updatesUrl);
-
-/// Downloads the server's version file without checking it; `ApplyUpdate` writes it as it is.
-/// Throws `UpdaterException`.
-[[nodiscard]] std::string FetchVersionFile(std::wstring_view updatesUrl,
-                                           const Downloader& download = Download);
-
-/// Downloads the text of the game update manifest. Throws `UpdaterException`.
-[[nodiscard]] std::string FetchGameManifest(std::wstring_view updatesUrl,
-                                            const Downloader& download = Download);
 
 }  // namespace ve::sdk

@@ -50,12 +50,11 @@ VersionNumber ReadOfferedVersion(std::string_view bytes) {
   return version.number;
 }
 
-bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion,
-                      const Downloader& download) {
+bool CheckGameVersion(std::wstring_view versionUrl, std::optional<std::string>& pendingVersion) {
   const std::optional<VersionNumber> installed = ReadInstalledVersion();
   if (!installed) return true;
 
-  std::string offered = DownloadOrThrow(download, versionUrl, kVersionDownloadFailed);
+  std::string offered = DownloadOrThrow(versionUrl, kVersionDownloadFailed);
   if (*installed >= ReadOfferedVersion(offered)) return false;
   pendingVersion = std::move(offered);
   return true;

@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "archive/archive_reader.h"
-#include "net/download.h"
 
 namespace ve::sdk {
 
@@ -40,6 +39,15 @@ struct GameVersion {
   }
 };
 
+/// Whether the installed version is missing, not supported or older than the server's.
+///
+/// If it is older, sets `pendingVersion` to the server's version file as downloaded. If it is
+/// missing or not supported, downloads nothing and leaves `pendingVersion` as it is. Throws
+/// `UpdaterException` if the server's file cannot be downloaded or is not supported, and what the
+/// archive reader throws for either file.
+[[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
+                                    std::optional<std::string>& pendingVersion);
+
 // Building blocks, also used by publish.exe.
 
 /// Reads the record from a reader positioned at its start. Stops after the first field that is not
@@ -55,15 +63,5 @@ struct GameVersion {
 /// The version in the server's version file. Throws `UpdaterException` if the file is not
 /// supported, and what the archive reader throws.
 [[nodiscard]] VersionNumber ReadOfferedVersion(std::string_view bytes);
-
-/// Whether the installed version is missing, not supported or older than the server's.
-///
-/// If it is older, sets `pendingVersion` to the server's version file as downloaded. If it is
-/// missing or not supported, downloads nothing and leaves `pendingVersion` as it is. Throws
-/// `UpdaterException` if the server's file cannot be downloaded or is not supported, and what the
-/// archive reader throws for either file.
-[[nodiscard]] bool CheckGameVersion(std::wstring_view versionUrl,
-                                    std::optional<std::string>& pendingVersion,
-                                    const Downloader& download = Download);
 
 }  // namespace ve::sdk

@@ -38,14 +38,15 @@ void DeleteStaleExecutable() {
   MessageBoxW(nullptr,
               L"Game-launcher finshed updating itself and needs to restart itself. Press OK to "
               L"continue.",
-              kRestartCaption, MB_OK | MB_ICONINFORMATION);
+              L"Restart required.", MB_OK | MB_ICONINFORMATION);
   StartProcess(executable, L"", L"", /*debug=*/false);
   std::exit(0);
 }
 
 /// Downloads the server's settings archive and, if it is another one, installs it and restarts.
 void RefreshSettings(std::wstring_view updaterUrl, std::string_view settings) {
-  const std::string remote = FetchSettings(updaterUrl);
+  const std::string remote =
+      DownloadOrThrow(Format(L"{}UpdaterData.vpak", updaterUrl), kSettingsDownloadFailed);
   if (!file::Exists(kSettingsFile)) {
     ThrowUpdaterException(
         "Updater\\UpdaterData.vpak does not exist at path '{}'. Most likely some error in "
@@ -76,7 +77,8 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 /// Downloads the new build, parks the running one as "_old.exe" and restarts.
 [[noreturn]] void ReplaceExecutable(std::wstring_view updaterUrl) {
   const std::wstring_view executable = OwnExecutableName();
-  const std::string newBuild = FetchNewBuild(updaterUrl, executable);
+  const std::string newBuild = DownloadOrThrow(Format(L"{}{}", updaterUrl, executable),
+                                               kExecutableDownloadFailed, executable);
   try {
     file::Rename(executable, kParkedExecutable);  // Windows lets a running executable be renamed.
     file::SaveFile(executable, newBuild);
@@ -89,7 +91,7 @@ void PutParkedExecutableBack(std::wstring_view executable) {
                   L"Critical error while downloading new version of game launcher. Please try "
                   L"starting game manually in 'bin/' folder, or downloading the game again if that "
                   L"fails. Also contact the dev to let him know whats going on",
-                  kSelfUpdateFailedCaption, MB_OK | MB_ICONERROR);
+                  L"Error while loading new version of updater", MB_OK | MB_ICONERROR);
     });
     PutParkedExecutableBack(executable);
     throw;
@@ -97,44 +99,24 @@ void PutParkedExecutableBack(std::wstring_view executable) {
 }
 
 void UpdateSelf(std::wstring_view updaterUrl, std::string_view settings) {
-  const std::uint32_t offered = FetchOfferedLauncher(updaterUrl, kBuildConfig.version);
+  std::string manifest =
+      DownloadOrThrow(Format(L"{}updater.manifest", updaterUrl), kUpdaterManifestDownloadFailed);
+  const std::uint32_t offered = ReadUpdaterManifest(manifest, kBuildConfig.version);
   if (offered > kBuildConfig.version) ReplaceExecutable(updaterUrl);
   RefreshSettings(updaterUrl, settings);
 }
 
 }  // namespace
 
-std::wstring UpdaterUrl(std::wstring_view updatesUrl) { return Format(L"{}updater/", updatesUrl); }
-
-std::string SelfUpdateLogPrefix(std::wstring_view updaterUrl) {
-  return Format("While trying to check for self-update from URL '{}':\n\n", ToUtf8(updaterUrl));
-}
-
-std::uint32_t FetchOfferedLauncher(std::wstring_view updaterUrl, std::uint32_t ownVersion,
-                                   const Downloader& download) {
-  std::string manifest = DownloadOrThrow(download, Format(L"{}updater.manifest", updaterUrl),
-                                         kUpdaterManifestDownloadFailed);
-  return ReadUpdaterManifest(manifest, ownVersion);
-}
-
-std::string FetchNewBuild(std::wstring_view updaterUrl, std::wstring_view executable,
-                          const Downloader& download) {
-  return DownloadOrThrow(download, Format(L"{}{}", updaterUrl, executable),
-                         kExecutableDownloadFailed, executable);
-}
-
-std::string FetchSettings(std::wstring_view updaterUrl, const Downloader& download) {
-  return DownloadOrThrow(download, Format(L"{}UpdaterData.vpak", updaterUrl),
-                         kSettingsDownloadFailed);
-}
-
 void RunSelfUpdate(std::wstring_view updatesUrl, std::string_view settings) {
   DeleteStaleExecutable();
-  const std::wstring updaterUrl = UpdaterUrl(updatesUrl);
+  const std::wstring updaterUrl = Format(L"{}updater/", updatesUrl);
   try {
     UpdateSelf(updaterUrl, settings);
   } catch (const std::exception& error) {
-    LogUpdaterFailure(SelfUpdateLogPrefix(updaterUrl), error.what());
+    LogUpdaterFailure(
+        Format("While trying to check for self-update from URL '{}':\n\n", ToUtf8(updaterUrl)),
+        error.what());
   }
 }
 

@@ -42,84 +42,37 @@ bool IsIgnored(const BuildRules& rules, const std::wstring& name) {
   });
 }
 
-/// Takes the entries of a walk in, one after the other.
-class Reader {
- public:
-  Reader(const std::wstring& source, const BuildRules& rules, Diagnostics& diagnostics)
-      : source_(source), rules_(rules), diagnostics_(diagnostics) {}
-
-  file::WalkAction Take(const file::DirectoryEntry& entry) {
-    const std::wstring name = WithSlashes(entry.path.substr(source_.size() + 1));
-    if (IsIgnored(rules_, name)) {
-      build_.ignored.push_back(name);
-      return file::WalkAction::kSkip;
-    }
-    CheckEntry(name, entry);
-    if (!entry.IsDirectory()) {
-      TakeFile(name, std::wstring(entry.path));
-      return file::WalkAction::kRecurse;
-    }
-    build_.directories.push_back(name);
-    return IsForbiddenFolder(name) ? file::WalkAction::kSkip : file::WalkAction::kRecurse;
+void CheckAttributes(const std::string& name, DWORD attributes, Diagnostics& diagnostics) {
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    diagnostics.AddError(name, "is a link", "Replace it by what it leads to.");
   }
-
-  [[nodiscard]] BuildFolder Build() {
-    std::sort(build_.directories.begin(), build_.directories.end());
-    std::sort(build_.files.begin(), build_.files.end(),
-              [](const BuildFile& a, const BuildFile& b) { return a.name < b.name; });
-    return std::move(build_);
+  if ((attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
+    diagnostics.AddWarning(name, "is a hidden or system file, and is published like any other",
+                           "Leave it out with --ignore unless players need it.");
   }
+}
 
- private:
-  void CheckEntry(const std::wstring& name, const file::DirectoryEntry& entry) {
-    const std::string subject = ToUtf8(name);
-    CheckName(name, entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile, rules_.launcher,
-              diagnostics_);
-    const auto [other, isNew] = namesByKey_.emplace(FoldCase(name), name);
-    if (!isNew) {
-      diagnostics_.AddError(
-          subject,
-          Format("differs from {} only in case, which Windows ignores", ToUtf8(other->second)),
-          "Rename one of them.");
-    }
-    if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      diagnostics_.AddError(subject, "is a link", "Replace it by what it leads to.");
-    }
-    if ((entry.attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
-      diagnostics_.AddWarning(subject,
-                              "is a hidden or system file, and is published like any other",
-                              "Leave it out with --ignore unless players need it.");
-    }
+BuildFile ReadFileEntry(const std::wstring& name, const std::wstring& path,
+                        Diagnostics& diagnostics) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE) {
+    diagnostics.AddError(ToUtf8(name), "cannot be read",
+                         "Windows cannot open a file of this name. Rename or remove it.");
+    return {};
   }
-
-  void TakeFile(const std::wstring& name, const std::wstring& path) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == FALSE) {
-      diagnostics_.AddError(ToUtf8(name), "cannot be read",
-                            "Do not change the build while it is published.");
-      return;
-    }
-    const std::uint64_t size = Joined(data.nFileSizeHigh, data.nFileSizeLow);
-    if (size == 0) {
-      diagnostics_.AddError(ToUtf8(name), "is empty, and the Launcher takes no empty files",
-                            "Write something into it, or leave it out with --ignore.");
-    }
-    if (size > kMaxFileSize) {
-      diagnostics_.AddError(ToUtf8(name),
-                            "has 4 GiB or more, and the Launcher takes smaller files only",
-                            "Split it.");
-    }
-    const std::uint64_t written =
-        Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
-    build_.files.push_back({name, size, static_cast<std::int64_t>(written), {}, false});
+  const std::uint64_t size = Joined(data.nFileSizeHigh, data.nFileSizeLow);
+  if (size == 0) {
+    diagnostics.AddError(ToUtf8(name), "is empty, and the Launcher takes no empty files",
+                         "Write something into it, or leave it out with --ignore.");
   }
-
-  const std::wstring& source_;
-  const BuildRules& rules_;
-  Diagnostics& diagnostics_;
-  BuildFolder build_;
-  std::map<std::wstring, std::wstring> namesByKey_;
-};
+  if (size > kMaxFileSize) {
+    diagnostics.AddError(
+        ToUtf8(name), "has 4 GiB or more, and the Launcher takes smaller files only", "Split it.");
+  }
+  const std::uint64_t written =
+      Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
+  return {name, size, static_cast<std::int64_t>(written), {}, false};
+}
 
 void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
   const auto longest = std::max_element(
@@ -169,10 +122,34 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
     diagnostics.AddWarning(DisplayPath(source), "is a link",
                            "The folder that it leads to is the build.");
   }
-  Reader reader(source, rules, diagnostics);
-  file::WalkDirectory(source,
-                      [&reader](const file::DirectoryEntry& entry) { return reader.Take(entry); });
-  BuildFolder build = reader.Build();
+  BuildFolder build;
+  std::map<std::wstring, std::wstring> namesByKey;
+  file::WalkDirectory(source, [&](const file::DirectoryEntry& entry) {
+    const std::wstring name = WithSlashes(entry.path.substr(source.size() + 1));
+    if (IsIgnored(rules, name)) {
+      build.ignored.push_back(name);
+      return file::WalkAction::kSkip;
+    }
+    const auto [other, isNew] = namesByKey.emplace(FoldCase(name), name);
+    if (!isNew) {
+      diagnostics.AddError(
+          ToUtf8(name),
+          Format("differs from {} only in case, which Windows ignores", ToUtf8(other->second)),
+          "Rename one of them.");
+    }
+    CheckAttributes(ToUtf8(name), entry.attributes, diagnostics);
+    const NameKind kind = entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile;
+    const bool isAllowed = CheckName(name, kind, rules.launcher, diagnostics);
+    if (entry.IsDirectory()) {
+      build.directories.push_back(name);
+    } else {
+      build.files.push_back(ReadFileEntry(name, std::wstring(entry.path), diagnostics));
+    }
+    return isAllowed ? file::WalkAction::kRecurse : file::WalkAction::kSkip;
+  });
+  std::sort(build.directories.begin(), build.directories.end());
+  std::sort(build.files.begin(), build.files.end(),
+            [](const BuildFile& a, const BuildFile& b) { return a.name < b.name; });
   if (build.files.empty()) {
     diagnostics.AddError(DisplayPath(source),
                          "contains no file, and the Launcher rejects an update without files",

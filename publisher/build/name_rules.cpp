@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
+#include <vector>
 
 #include "core/format.h"
 #include "core/unicode.h"
@@ -16,22 +18,28 @@ namespace ve::publish {
 namespace {
 
 // The Launcher opens no longer path.
-constexpr std::size_t kLongestPath = 255;
+constexpr std::size_t kMaxPath = 255;
 // Without the terminator.
 // https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
-constexpr std::size_t kLongestWindowsPath = 259;
+constexpr std::size_t kMaxWindowsPath = 259;
 
-// Names are appended to addresses as they stand. These begin another part of the address, or are
-// decoded by the server.
-constexpr std::wstring_view kAddressCharacters = L"%#?";
+// The Launcher appends names to URLs without encoding them. These begin another part of the URL, or
+// are decoded by the server.
+constexpr std::wstring_view kUrlCharacters = L"%#?";
 constexpr std::wstring_view kForbiddenOnWindows = L"\"*:<>|\\";
-// Reach nginx unharmed, but not every server and CDN.
-constexpr std::wstring_view kDoubtfulCharacters = L"+[]{}^`";
+// nginx accepts these, but not every server and CDN.
+constexpr std::wstring_view kUnsafeCharacters = L"+[]{}^`";
+
+constexpr const char* kRename = "Rename it.";
 
 bool IsPrintableAscii(wchar_t c) { return c >= L' ' && c <= L'~'; }
 
 bool HasAnyOf(std::wstring_view name, std::wstring_view characters) {
   return name.find_first_of(characters) != std::wstring_view::npos;
+}
+
+bool Contains(std::wstring_view name, std::wstring_view part) {
+  return name.find(part) != std::wstring_view::npos;
 }
 
 /// "NUL", "nul.txt", "NUL .txt": devices, whatever the extension.
@@ -46,33 +54,18 @@ bool IsDevice(std::wstring_view part) {
          stem[3] >= L'0' && stem[3] <= L'9';
 }
 
-void CheckPart(std::wstring_view part, const std::string& subject, Diagnostics& diagnostics) {
-  if (part.ends_with(L'.') || part.ends_with(L' ')) {
-    diagnostics.AddError(subject, "Windows drops dots and blanks at the end of a name",
-                         "Rename it without.");
+/// Why the name is not a path below the game's folder; null if it is one.
+const char* PathError(std::wstring_view name) {
+  std::wstring path = Format(L"/{}/", name);
+  std::replace(path.begin(), path.end(), L'\\', L'/');
+  const bool hasDrive = name.size() > 1 && name[1] == L':';
+  if (hasDrive || path.starts_with(L"//") || Contains(path, L"/../")) {
+    return "leads outside the game's folder";
   }
-  if (IsDevice(part)) {
-    diagnostics.AddError(subject, Format("Windows takes '{}' for a device", ToUtf8(part)),
-                         "Rename it.");
-  }
-}
-
-/// The length of the name's path in the staging folder. The Launcher makes folders there with one
-/// separator more.
-std::size_t StagedLength(std::wstring_view name, NameKind kind) {
-  return sdk::StagingPath(name).size() + (kind == NameKind::kDirectory ? 1 : 0);
-}
-
-void CheckLength(std::wstring_view name, NameKind kind, const std::string& subject,
-                 Diagnostics& diagnostics) {
-  const std::size_t length = StagedLength(name, kind);
-  if (length <= kLongestPath) return;
-  diagnostics.AddError(
-      subject,
-      Format("in the staging folder its path has {} characters, and the Launcher opens "
-             "none of more than {}",
-             length, kLongestPath),
-      Format("Shorten it by {}.", length - kLongestPath));
+  if (Contains(path, L"//")) return "has an empty part";
+  if (Contains(path, L"/./")) return "has the part '.'";
+  if (Contains(name, L"\\")) return "is written with a backslash";
+  return nullptr;
 }
 
 /// "INTERMEDIATE/UPDATE".
@@ -82,88 +75,93 @@ std::wstring StagingKey() {
   return key;
 }
 
-void CheckPlace(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-                const std::string& subject, Diagnostics& diagnostics) {
-  const std::wstring key = FoldCase(name);
-  const std::wstring staging = StagingKey();
-  // A file in the place of a folder above it is as bad.
-  const bool blocksStaging = kind == NameKind::kFile && staging.starts_with(key + L'/');
-  if (key == staging || blocksStaging) {
-    diagnostics.AddError(subject, "the Launcher stages updates in Intermediate\\Update",
-                         "Leave it out of the build.");
-  }
-  if (key == FoldCase(kVersionName) || key == FoldCase(kManifestName)) {
-    diagnostics.AddError(subject, "the server has a file of its own by this name", "Rename it.");
-  }
-  if (key == FoldCase(kUpdaterFolder)) {
-    diagnostics.AddError(subject,
-                         "the folder is the Launcher's own, on the server and on a player's disk",
-                         "Leave it out of the build; publish launcher fills it.");
-  }
-  if (key == FoldCase(launcher)) {
-    diagnostics.AddError(subject, "the Launcher cannot replace itself while it runs",
-                         "Leave it out of the build; it is published by publish launcher.");
-  }
-  if (key == FoldCase(sdk::kParkedExecutable)) {
-    diagnostics.AddError(subject, "the Launcher deletes this file at every start",
-                         "Leave it out of the build, or rename it.");
-  }
-  if (key.ends_with(FoldCase(kBesideSuffix))) {
-    diagnostics.AddError(
-        subject,
-        Format("names ending in {} are this tool's own, for files that it is writing",
-               ToUtf8(kBesideSuffix)),
-        "Rename it.");
+bool IsAtOrBelow(std::wstring_view key, const std::wstring& folder) {
+  return key == folder || key.starts_with(folder + L'/');
+}
+
+struct Rule {
+  bool isBroken;
+  const char* message;
+  const char* hint;
+};
+
+void AddBroken(std::initializer_list<Rule> rules, const std::string& subject,
+               std::vector<Diagnostic>& diagnostics) {
+  for (const Rule& rule : rules) {
+    if (rule.isBroken) diagnostics.push_back({subject, rule.message, rule.hint});
   }
 }
 
 }  // namespace
 
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics) {
-  if (!std::all_of(name.begin(), name.end(), IsPrintableAscii)) {
-    diagnostics.AddError(subject, "names are printable ASCII: the Launcher decodes no others",
-                         "Rename it.");
-  }
-  if (HasAnyOf(name, L"'")) {
-    diagnostics.AddError(subject, "a single quote ends the name in the manifest", "Rename it.");
-  }
-  if (HasAnyOf(name, kAddressCharacters)) {
-    diagnostics.AddError(
-        subject,
-        "the Launcher appends names to addresses as they stand, where %, # and ? have "
-        "meanings of their own",
-        "Rename it.");
-  }
-  if (HasAnyOf(name, kForbiddenOnWindows)) {
-    diagnostics.AddError(subject, "Windows allows none of \" * : < > | \\ in a name", "Rename it.");
-  }
-  if (HasAnyOf(name, kDoubtfulCharacters)) {
-    diagnostics.AddWarning(
-        subject,
-        "the Launcher appends names to addresses as they stand, and not every server "
-        "takes + [ ] { } ^ ` there",
-        "Try it with your server, or rename it.");
-  }
+  AddBroken({{!std::all_of(name.begin(), name.end(), IsPrintableAscii),
+              "names are printable ASCII: the Launcher decodes no others", kRename},
+             {Contains(name, L"'"), "a single quote ends the name in the manifest", kRename},
+             {HasAnyOf(name, kUrlCharacters),
+              "the Launcher appends names to addresses as they stand, where %, # and ? have "
+              "meanings of their own",
+              kRename},
+             {HasAnyOf(name, kForbiddenOnWindows),
+              "Windows allows none of \" * : < > | \\ in a name", kRename}},
+            subject, diagnostics.errors);
+  AddBroken({{HasAnyOf(name, kUnsafeCharacters),
+              "the Launcher appends names to addresses as they stand, and not every server "
+              "takes + [ ] { } ^ ` there",
+              "Try it with your server, or rename it."}},
+            subject, diagnostics.warnings);
 }
 
-void CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
+bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
                Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
+  if (const char* error = PathError(name)) {
+    diagnostics.AddError(subject, error,
+                         "Write the path below the game's folder, with / between its parts, such "
+                         "as bin/data/level1.pak.");
+    return false;
+  }
   const std::wstring_view part = name.substr(name.rfind(L'/') + 1);
   CheckCharacters(part, subject, diagnostics);
-  CheckPart(part, subject, diagnostics);
-  CheckLength(name, kind, subject, diagnostics);
-  CheckPlace(name, kind, launcher, subject, diagnostics);
-}
-
-bool IsForbiddenFolder(std::wstring_view name) {
+  // The Launcher creates folders with one separator more.
+  const std::size_t length = sdk::StagingPath(name).size() + (kind == NameKind::kDirectory ? 1 : 0);
   const std::wstring key = FoldCase(name);
-  return key == FoldCase(kUpdaterFolder) || key == StagingKey();
+  const std::wstring staging = StagingKey();
+  // A file at the path of a folder above it is as bad.
+  const bool isStaging =
+      IsAtOrBelow(key, staging) || (kind == NameKind::kFile && IsAtOrBelow(staging, key));
+  const bool isUpdater = IsAtOrBelow(key, FoldCase(kUpdaterFolder));
+  const std::string device = Format("Windows takes '{}' for a device", ToUtf8(part));
+  const std::string tooLong = Format(
+      "in the staging folder its path has {} characters, and the Launcher opens none of more "
+      "than {}",
+      length, kMaxPath);
+  const std::string beside =
+      Format("names ending in {} are this tool's own, for files that it is writing",
+             ToUtf8(kBesideSuffix));
+  AddBroken(
+      {{part.ends_with(L'.') || part.ends_with(L' '),
+        "Windows drops dots and blanks at the end of a name", "Rename it without."},
+       {IsDevice(part), device.c_str(), kRename},
+       {length > kMaxPath, tooLong.c_str(), "Shorten it."},
+       {isStaging, "the Launcher stages updates in Intermediate\\Update",
+        "Leave it out of the build."},
+       {key == FoldCase(kVersionName) || key == FoldCase(kManifestName),
+        "the server has a file of its own by this name", kRename},
+       {isUpdater, "the folder is the Launcher's own, on the server and on a player's disk",
+        "Leave it out of the build; publish launcher fills it."},
+       {key == FoldCase(launcher), "the Launcher cannot replace itself while it runs",
+        "Leave it out of the build; it is published by publish launcher."},
+       {key == FoldCase(sdk::kParkedExecutable), "the Launcher deletes this file at every start",
+        "Leave it out of the build, or rename it."},
+       {key.ends_with(FoldCase(kBesideSuffix)), beside.c_str(), kRename}},
+      subject, diagnostics.errors);
+  return !isStaging && !isUpdater;
 }
 
 std::wstring FoldCase(std::wstring_view name) {
   std::wstring key(name);
-  // As the file system compares, of which this thread's locale knows nothing.
+  // Like the file system, which does not compare by this thread's locale.
   CharUpperBuffW(key.data(), static_cast<DWORD>(key.size()));
   std::replace(key.begin(), key.end(), L'\\', L'/');
   return key;
@@ -171,7 +169,7 @@ std::wstring FoldCase(std::wstring_view name) {
 
 std::size_t MaxGameFolderLength(std::wstring_view name) {
   const std::size_t taken = sdk::StagingPath(name).size() + 1;  // With a separator in front.
-  return taken < kLongestWindowsPath ? kLongestWindowsPath - taken : 0;
+  return taken < kMaxWindowsPath ? kMaxWindowsPath - taken : 0;
 }
 
 }  // namespace ve::publish

@@ -1,5 +1,4 @@
-// Which names an update can carry: what the Launcher, the addresses that it asks for, and a
-// player's disk make of them.
+// Which names an update can carry: what the Launcher, URLs and a player's disk make of them.
 #pragma once
 
 #include <cstddef>
@@ -12,29 +11,26 @@ namespace ve::publish {
 
 enum class NameKind { kFile, kDirectory };
 
-/// Refuses or warns of one entry of a build, by its name with "/" between the parts. What is wrong
-/// with a folder above it is told for that folder alone. `launcher` is the name of the Launcher's
-/// own file.
-void CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
+/// Checks one name of a build or of a manifest, with "/" between its parts, which is the subject of
+/// the diagnostics. Of the parts only the last one is checked in detail: the others are directories
+/// with names of their own. `launcher` is the name of the Launcher's file. Returns false if
+/// nothing below the name needs to be checked: it is not a path below the game's folder, or it is a
+/// folder of the Launcher.
+bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
                Diagnostics& diagnostics);
 
-/// Refuses or warns of what cannot stand in an address of the server, or in a name on Windows.
-/// `subject` is what the diagnostics are about.
+/// Checks for characters that a URL or a name on Windows cannot contain.
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics);
 
-/// A folder that no build may have: nothing below it needs to be looked at.
-[[nodiscard]] bool IsForbiddenFolder(std::wstring_view name);
-
-/// Two names or paths that Windows takes for one have the same key, in upper case and with "/".
-/// (Names that are not refused are ASCII.)
+/// The same key for names or paths that Windows does not distinguish: in upper case and with "/".
+/// (Names without an error are ASCII.)
 [[nodiscard]] std::wstring FoldCase(std::wstring_view name);
 
-/// Windows opens no path of more than 259 characters, the game folder's own included. With a name
-/// staged, so many are left for the game folder; 0 if none are.
+/// How long the path of a player's game folder may be, so that Windows can still open the name
+/// staged below it (259 characters in all); 0 if no folder is short enough.
 [[nodiscard]] std::size_t MaxGameFolderLength(std::wstring_view name);
 
-/// JoinPath this room, players with an ordinary game folder get into trouble: it is what
-/// "C:\Program Files (x86)\..." takes, with some to spare.
+/// The length of a game folder such as "C:\Program Files (x86)\...", with some to spare.
 inline constexpr std::size_t kTypicalGameFolderLength = 100;
 
 }  // namespace ve::publish

@@ -1,10 +1,11 @@
-// The two archives that the publishing tool writes, as bytes.
+// The two archives that the publishing tool writes and checks, as bytes.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "archive/archive_format.h"
+#include "publisher/report/diagnostics.h"
 #include "updater/game_version.h"
 
 namespace ve::publish {
@@ -16,5 +17,13 @@ namespace ve::publish {
 /// The content of "GameVersion.vpak".
 [[nodiscard]] std::string VersionArchive(const sdk::VersionNumber& version,
                                          file::ArchiveMode mode = file::ArchiveMode::kPlain);
+
+/// The mode in the header of an archive that was read.
+[[nodiscard]] file::ArchiveMode ModeOf(std::string_view bytes);
+
+/// Adds an error if a file is shorter than the record that was read from it, and a warning if it is
+/// longer.
+void CheckRecordSize(std::string_view bytes, const std::string& record, const std::string& location,
+                     Diagnostics& diagnostics);
 
 }  // namespace ve::publish

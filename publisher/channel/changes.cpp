@@ -5,8 +5,13 @@
 #include <map>
 #include <string_view>
 
+#include "core/errors.h"
+#include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
+#include "publisher/files/paths.h"
+#include "publisher/files/server_layout.h"
+#include "publisher/files/whole_file.h"
 
 namespace ve::publish {
 namespace {
@@ -31,6 +36,17 @@ Json PrintNames(std::string_view kind, const std::vector<std::wstring>& names, C
 }
 
 }  // namespace
+
+sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders, std::string& text) {
+  const std::wstring path = JoinPath(folders.live, kManifestName);
+  if (!file::Exists(path)) return {};
+  try {
+    text = ReadWholeFile(path);
+    return sdk::ReadGameUpdateManifest(text);
+  } catch (const VERuntimeError&) {
+    return {};
+  }
+}
 
 Changes CompareManifests(const sdk::GameUpdateManifest& before,
                          const sdk::GameUpdateManifest& after) {

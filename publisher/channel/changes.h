@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "publisher/channel/channel_swap.h"
 #include "publisher/report/console.h"
 #include "updater/game_manifest.h"
 
@@ -19,6 +20,11 @@ struct Changes {
     return added.empty() && changed.empty() && removed.empty();
   }
 };
+
+/// What a channel serves now; nothing if that is not a manifest that the Launcher reads. The entries
+/// are views into `text`.
+[[nodiscard]] sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders,
+                                                       std::string& text);
 
 /// Compares what two manifests list by name, size and digest.
 [[nodiscard]] Changes CompareManifests(const sdk::GameUpdateManifest& before,

@@ -1,32 +1,30 @@
 #include "publisher/channel/channel_check.h"
 
-#include "core/windows.h"
-
 #include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
-#include <variant>
 #include <vector>
 
+#include "archive/updater_settings.h"
 #include "core/directory_walk.h"
+#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
+#include "publisher/channel/archive_records.h"
 #include "publisher/channel/executable.h"
+#include "publisher/channel/launcher_record.h"
 #include "publisher/channel/manifest_check.h"
-#include "publisher/channel/parsed_files.h"
 #include "publisher/channel/payload_check.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/temporary_file.h"
 #include "publisher/files/whole_file.h"
 #include "publisher/report/version_text.h"
 #include "updater/download_messages.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
@@ -35,16 +33,14 @@ constexpr const char* kNoGameUpdate = "Players get no game update, and keep what
 constexpr const char* kUpdateFails = "Players who accept the update see \"Update failed.\".";
 constexpr const char* kNoSelfUpdate = "Players' Launchers do not update themselves.";
 
-/// Calls `visit` with every entry of a folder: its path below the folder, with "/".
-void WalkFolder(
-    const std::wstring& folder,
-    const std::function<file::WalkAction(const std::wstring& name, bool isDirectory)>& visit) {
-  if (!file::Exists(folder)) return;
-  file::WalkDirectory(folder, [&](const file::DirectoryEntry& entry) {
-    std::wstring name(entry.path.substr(folder.size() + 1));
-    std::replace(name.begin(), name.end(), L'\\', L'/');
-    return visit(name, entry.IsDirectory());
-  });
+std::wstring WithSlashes(std::wstring_view path) {
+  std::wstring name(path);
+  std::replace(name.begin(), name.end(), L'\\', L'/');
+  return name;
+}
+
+std::wstring InUpdaterFolder(std::wstring_view file) {
+  return Format(L"{}/{}", kUpdaterFolder, file);
 }
 
 class ChannelCheck {
@@ -57,13 +53,24 @@ class ChannelCheck {
         console_(console),
         diagnostics_(diagnostics) {}
 
-  void Run() {
-    report_ = {{"channel", ToUtf8(channel_)}, {"place", tree_.LocationOf(L"")}};
+  std::optional<std::string> Run() {
+    const FileContent version = tree_.Read(kVersionName, Keep::kBody);
+    const FileContent updater = tree_.Read(kUpdaterManifestName, Keep::kBody);
+    if (options_.mayBeAbsent && !version.error.empty() && !updater.error.empty()) {
+      return Format("{}: {}, {}: {}", ToUtf8(kVersionName), ToUtf8(version.error),
+                    ToUtf8(kUpdaterManifestName), ToUtf8(updater.error));
+    }
+    report_ = {{"channel", ToUtf8(channel_)}, {"location", tree_.LocationOf(L"")}};
     console_.Print(Format("{}: {}", ToUtf8(channel_), tree_.LocationOf(L"")));
-    CheckVersion();
+    ReadRecord();
+    launcher_ = LauncherName();
+    CheckVersion(version);
     CheckGame();
-    CheckLauncher();
+    const std::optional<std::uint32_t> offered = CheckUpdaterManifest(updater);
+    CheckSettings();
+    CheckExecutable(offered);
     console_.Report()["channels"].push_back(std::move(report_));
+    return {};
   }
 
  private:
@@ -71,208 +78,182 @@ class ChannelCheck {
     diagnostics_.AddError(tree_.LocationOf(name), std::move(message), std::move(hint));
   }
 
-  /// The error's message, word for word as a player's log has it.
-  void AddError(std::wstring_view name, const ParseError& error, const char* effect) {
-    AddError(name, error.message, Format("The Launcher's reader reports this. {}", effect));
-  }
-
-  /// The file; or none, and then the message that a player's log has.
-  std::optional<std::string> Fetch(std::wstring_view name, std::string_view failure,
-                                   const char* effect) {
-    DownloadResult download = tree_.Fetch(name, diagnostics_);
-    if (download.Succeeded()) return std::move(download.Body());
-    AddError(name, Format(failure, ToUtf8(download.Error())), effect);
-    return {};
-  }
-
-  void CheckVersion() {
-    const auto bytes = Fetch(kVersionName, sdk::kVersionDownloadFailed, kNoGameUpdate);
-    if (!bytes) return;
-    const auto parsed = ParseVersionFile(*bytes);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return AddError(kVersionName, *error, kNoGameUpdate);
+  /// What the Launcher's reader makes of a content. None after adding the message that a player's
+  /// log has, if the file was not received or the reader rejects it.
+  template <class Read>
+  auto Accept(std::wstring_view name, const FileContent& content, std::string_view failure,
+              std::string_view effect, const Read& read) -> std::optional<decltype(read())> {
+    if (!content.error.empty()) {
+      AddError(name, Format(failure, ToUtf8(content.error)), std::string(effect));
+      return {};
     }
-    const auto& version = std::get<VersionFile>(parsed);
-    if (bytes->size() < version.recordSize) {
-      AddError(kVersionName, "the file ends before its version does",
-               "Launchers read what is missing as 0.0.0.0. Publish again.");
+    CheckContentLength(content, tree_.LocationOf(name), diagnostics_);
+    try {
+      return read();
+    } catch (const VERuntimeError& error) {
+      AddError(name, error.what(), Format("The Launcher's reader reports this. {}", effect));
+      return {};
     }
-    WarnOfRest(kVersionName, version.recordSize, bytes->size());
-    report_["version"] = VersionText(version.version);
-    console_.Print(Format("  game {}", VersionText(version.version)));
   }
 
-  void WarnOfRest(std::wstring_view name, std::size_t recordSize, std::size_t size) {
-    if (size <= recordSize) return;
-    diagnostics_.AddWarning(tree_.LocationOf(name),
-                            Format("{} bytes follow the record", size - recordSize),
-                            "Launchers do not read them; the file may be damaged.");
+  void ReadRecord() {
+    const FileContent content = tree_.Read(kLauncherRecordName, Keep::kBody);
+    if (content.error.empty()) {
+      record_ = ParseLauncherRecord(content.body);
+      if (!record_) AddError(kLauncherRecordName, "is damaged", "Publish the Launcher again.");
+    } else if (!options_.executable) {
+      diagnostics_.AddWarning(
+          tree_.LocationOf(kLauncherRecordName),
+          Format("cannot be read ({}), so the Launcher's content is not checked",
+                 ToUtf8(content.error)),
+          "Publish the Launcher again, which writes the file, or name the Launcher with --exe.");
+    }
+  }
+
+  [[nodiscard]] std::wstring LauncherName() const {
+    if (!options_.launcher.empty()) return ToWide(options_.launcher);
+    if (record_) return ToWide(record_->executable);
+    std::vector<std::wstring> others;
+    const std::wstring folder = JoinPath(tree_.Folder(), kUpdaterFolder);
+    if (!tree_.IsServed() && file::Exists(folder)) {
+      file::WalkDirectory(folder, [&](const file::DirectoryEntry& entry) {
+        std::wstring file(entry.path.substr(folder.size() + 1));
+        const std::wstring name = InUpdaterFolder(file);
+        if (name != kUpdaterManifestName && name != kUpdaterSettingsName) {
+          others.push_back(std::move(file));
+        }
+        return file::WalkAction::kSkip;
+      });
+    }
+    return others.size() == 1 ? others.front() : L"Launcher.exe";
+  }
+
+  void CheckVersion(const FileContent& content) {
+    const auto version = Accept(kVersionName, content, sdk::kVersionDownloadFailed, kNoGameUpdate,
+                                [&] { return sdk::ReadOfferedVersion(content.body); });
+    if (!version) return;
+    CheckRecordSize(content.body, VersionArchive(*version, ModeOf(content.body)),
+                    tree_.LocationOf(kVersionName), diagnostics_);
+    report_["version"] = VersionText(*version);
+    console_.Print(Format("  game {}", VersionText(*version)));
   }
 
   void CheckGame() {
-    const auto content = Fetch(kManifestName, sdk::kManifestDownloadFailed, kUpdateFails);
-    if (!content) return;
-    std::string text;
-    const auto parsed = ParseGameManifest(*content, text);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return AddError(kManifestName, *error, kUpdateFails);
-    }
-    const auto& manifest = std::get<sdk::GameUpdateManifest>(parsed);
+    FileContent content = tree_.Read(kManifestName, Keep::kBody);
+    const auto manifest = Accept(kManifestName, content, sdk::kManifestDownloadFailed, kUpdateFails,
+                                 [&] { return sdk::ReadGameUpdateManifest(content.body); });
+    if (!manifest) return;
     std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
-    report_["directories"] = manifest.directories.size();
-    report_["files"] = manifest.files.size();
+    for (const sdk::FileEntry& entry : manifest->files) bytes += entry.size;
+    report_["directories"] = manifest->directories.size();
+    report_["files"] = manifest->files.size();
     report_["bytes"] = bytes;
-    console_.Print(Format("  {} files in {} directories, {}", manifest.files.size(),
-                          manifest.directories.size(), FormatByteSize(bytes)));
-    CheckManifest(manifest, tree_.LocationOf(kManifestName), ToWide(options_.launcher),
-                  diagnostics_);
-    CheckPayload(tree_, manifest, console_, diagnostics_);
-    if (!tree_.IsServed()) CheckUnlisted(manifest);
+    console_.Print(Format("  {} files in {} directories, {}", manifest->files.size(),
+                          manifest->directories.size(), FormatByteSize(bytes)));
+    CheckManifest(*manifest, tree_.LocationOf(kManifestName), launcher_, diagnostics_);
+    CheckPayload(tree_, *manifest, console_, diagnostics_);
+    if (!tree_.IsServed()) CheckUnlisted(*manifest);
   }
 
-  /// Nothing lies in the folder but what is listed, and that in the listed spelling.
+  /// Checks that the folder contains nothing else, and everything in the listed spelling.
   void CheckUnlisted(const sdk::GameUpdateManifest& manifest) {
     std::unordered_map<std::wstring, std::wstring> files;
-    std::unordered_set<std::wstring> directories;
-    for (const std::wstring_view name : {kVersionName, kManifestName}) {
+    std::unordered_set<std::wstring> directories{FoldCase(kUpdaterFolder)};
+    for (const std::wstring_view name : {kVersionName, kManifestName, kUpdaterManifestName,
+                                         kUpdaterSettingsName, kLauncherRecordName}) {
       files.emplace(FoldCase(name), name);
     }
+    files.emplace(FoldCase(InUpdaterFolder(launcher_)), InUpdaterFolder(launcher_));
     for (const std::string_view directory : manifest.directories) {
       directories.insert(FoldCase(sdk::WidenName(directory)));
     }
     for (const sdk::FileEntry& entry : manifest.files) {
-      files.emplace(FoldCase(entry.name), entry.name);
-      for (std::size_t end = entry.name.find(L'/'); end != std::wstring::npos;
-           end = entry.name.find(L'/', end + 1)) {
-        directories.insert(FoldCase(std::wstring_view(entry.name).substr(0, end)));
+      const std::wstring name = WithSlashes(entry.name);
+      files.emplace(FoldCase(name), name);
+      for (std::size_t end = name.find(L'/'); end != std::wstring::npos;
+           end = name.find(L'/', end + 1)) {
+        directories.insert(FoldCase(std::wstring_view(name).substr(0, end)));
       }
     }
-    WalkFolder(tree_.Folder(), [&](const std::wstring& name, bool isDirectory) {
-      if (FoldCase(name) == FoldCase(kUpdaterFolder)) return file::WalkAction::kSkip;
-      if (isDirectory && directories.contains(FoldCase(name))) return file::WalkAction::kRecurse;
-      CheckEntry(name, isDirectory, files);
+    file::WalkDirectory(tree_.Folder(), [&](const file::DirectoryEntry& entry) {
+      const std::wstring name = WithSlashes(entry.path.substr(tree_.Folder().size() + 1));
+      const std::wstring key = FoldCase(name);
+      if (entry.IsDirectory() && directories.contains(key)) return file::WalkAction::kRecurse;
+      const auto listed = files.find(key);
+      if (entry.IsDirectory() || listed == files.end()) {
+        AddError(name, "is not listed", "Players do not get it. Remove it, or publish again.");
+      } else if (listed->second != name) {
+        AddError(name, Format("is listed as {}", ToUtf8(listed->second)),
+                 "Servers that distinguish case do not find it. Spell both alike.");
+      }
       return file::WalkAction::kSkip;
     });
   }
 
-  void CheckEntry(const std::wstring& name, bool isDirectory,
-                  const std::unordered_map<std::wstring, std::wstring>& files) {
-    const auto listed = files.find(FoldCase(name));
-    if (isDirectory || listed == files.end()) {
-      return AddError(name, "lies in the tree, but is not listed",
-                      "No player gets it. Remove it, or publish again.");
-    }
-    std::wstring spelling = listed->second;
-    std::replace(spelling.begin(), spelling.end(), L'\\', L'/');
-    if (spelling == name) return;
-    AddError(name, Format("is listed as '{}'", ToUtf8(listed->second)),
-             "Servers that tell case apart do not find it. Spell both alike.");
-  }
-
-  void CheckLauncher() {
-    const std::optional<std::uint32_t> offered = CheckUpdaterManifest();
-    CheckSettings();
-    if (tree_.IsServed()) {
-      CheckServedExecutable(offered);
-    } else {
-      CheckExecutableInFolder(offered);
-    }
-  }
-
-  std::optional<std::uint32_t> CheckUpdaterManifest() {
-    const auto content =
-        Fetch(kUpdaterManifestName, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate);
-    if (!content) return {};
-    const auto parsed = ParseUpdaterManifest(*content);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      AddError(kUpdaterManifestName, *error, kNoSelfUpdate);
-      return {};
-    }
-    const std::uint32_t offered = std::get<std::uint32_t>(parsed);
-    report_["launcher"]["version"] = offered;
-    console_.Print(Format("  Launcher {}", offered));
+  std::optional<std::uint32_t> CheckUpdaterManifest(FileContent content) {
+    const auto offered =
+        Accept(kUpdaterManifestName, content, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate,
+               [&] { return sdk::ReadUpdaterManifest(content.body, 0); });
+    if (!offered) return {};
+    report_["launcher"]["version"] = *offered;
+    console_.Print(Format("  Launcher {}", *offered));
     return offered;
   }
 
   void CheckSettings() {
-    const auto bytes =
-        Fetch(kUpdaterSettingsName, sdk::kSettingsDownloadFailed,
-              "The check for updates of a current Launcher ends there, at every start.");
-    if (!bytes) return;
-    const auto parsed = ParseSettings(*bytes);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return AddError(kUpdaterSettingsName, *error,
-                      "Launchers install the file, and can update nothing from then on.");
+    const std::string location = tree_.LocationOf(kUpdaterSettingsName);
+    const FileContent content = tree_.Read(kUpdaterSettingsName, Keep::kBody);
+    const auto settings = Accept(kUpdaterSettingsName, content, sdk::kSettingsDownloadFailed,
+                                 "Launchers of the offered version update nothing, on every start.",
+                                 [&] { return sdk::ReadUpdaterSettings(content.body); });
+    if (!settings) return;
+    CheckRecordSize(content.body,
+                    SettingsArchive(settings->url, settings->channel, ModeOf(content.body)),
+                    location, diagnostics_);
+    const std::string url = ToUtf8(settings->url);
+    const std::string channel = ToUtf8(settings->channel);
+    WarnOfBaseUrl(url, location, diagnostics_);
+    report_["launcher"]["url"] = url;
+    report_["launcher"]["channel"] = channel;
+    console_.Print(Format("  settings: URL {}, channel {}", url, channel));
+    if (settings->channel != channel_) {
+      diagnostics_.AddWarning(location, Format("names the channel {}", channel),
+                              "It moves the players of this channel there.");
     }
-    const auto& settings = std::get<SettingsFile>(parsed);
-    WarnOfRest(kUpdaterSettingsName, settings.recordSize, bytes->size());
-    report_["launcher"]["url"] = settings.url;
-    report_["launcher"]["channel"] = settings.channel;
-    console_.Print(Format("  settings: URL {}, channel {}", settings.url, settings.channel));
-    if (ToWide(settings.channel) != channel_) {
-      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName),
-                              Format("names the channel {}", settings.channel),
-                              Format("It moves the players of {} there.", ToUtf8(channel_)));
-    }
-    if (tree_.IsServed() && settings.url != options_.tree.url) {
-      diagnostics_.AddWarning(tree_.LocationOf(kUpdaterSettingsName),
-                              Format("names the URL {}", settings.url),
-                              Format("It moves the players of {} there.", options_.tree.url));
+    if (tree_.IsServed() && url != options_.configuredUrl) {
+      diagnostics_.AddWarning(location, Format("names the URL {}", url),
+                              "It moves the players of this URL there.");
     }
   }
 
-  void CheckServedExecutable(std::optional<std::uint32_t> offered) {
-    const std::wstring name = Format(L"{}/{}", kUpdaterFolder, ToWide(options_.launcher));
-    DownloadResult download = tree_.Fetch(name, diagnostics_);
-    if (!download.Succeeded()) {
-      return AddError(
-          name, Format(sdk::kExecutableDownloadFailed, options_.launcher, ToUtf8(download.Error())),
-          kNoSelfUpdate);
-    }
-    const TemporaryFile copy(download.Body());
-    CheckExecutable(name, copy.Path(), offered);
-  }
-
-  /// The tree does not know the executable's name: it is the one file more.
-  void CheckExecutableInFolder(std::optional<std::uint32_t> offered) {
-    const std::wstring folder = JoinPath(tree_.Folder(), kUpdaterFolder);
-    std::vector<std::wstring> others;
-    WalkFolder(folder, [&](const std::wstring& entry, bool /*isDirectory*/) {
-      const std::wstring name = Format(L"{}/{}", kUpdaterFolder, entry);
-      if (name != kUpdaterManifestName && name != kUpdaterSettingsName &&
-          name != kLauncherRecordName) {
-        others.push_back(name);
-      }
-      return file::WalkAction::kSkip;
-    });
-    if (others.empty()) {
-      return AddError(kUpdaterFolder, "holds no executable",
-                      "Launchers fetch their new version from here. Publish the Launcher again.");
-    }
-    if (others.size() > 1) {
-      for (const std::wstring& name : others) {
-        AddError(name,
-                 Format("is one of {} files where only the executable is expected", others.size()),
-                 "Remove what is not the Launcher.");
-      }
-      return;
-    }
-    CheckExecutable(others.front(), JoinPath(tree_.Folder(), others.front()), offered);
-  }
-
-  void CheckExecutable(const std::wstring& name, const std::wstring& path,
-                       std::optional<std::uint32_t> offered) {
-    report_["launcher"]["executable"] = ToUtf8(name.substr(kUpdaterFolder.size() + 1));
-    const std::optional<std::uint32_t> version = ExecutableVersion(path);
+  void CheckExecutable(std::optional<std::uint32_t> offered) {
+    const std::wstring name = InUpdaterFolder(launcher_);
+    report_["launcher"]["executable"] = ToUtf8(launcher_);
+    const FileContent content = tree_.Read(name, Keep::kBody);
+    const std::string failure = Format(sdk::kExecutableDownloadFailed, ToUtf8(launcher_), "{}");
+    if (!Accept(name, content, failure, kNoSelfUpdate, [] { return true; })) return;
+    if (record_) Compare(name, content, {record_->md5, record_->size, {}}, "what was published");
+    if (options_.executable) Compare(name, content, *options_.executable, "the file of --exe");
+    const TemporaryFile copy(content.body);
+    const std::optional<std::uint32_t> version = ExecutableVersion(copy.Path());
     if (!version) {
-      return AddError(name, "has no version resource",
-                      "It is no Launcher, or damaged. Publish the Launcher again.");
+      AddError(name, "has no version resource",
+               "It is not a Launcher, or it is damaged. Publish the Launcher again.");
+    } else if (offered && *version != *offered) {
+      AddError(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
+               *version < *offered ? "Launchers would replace themselves on every start."
+                                   : "Launchers of the offered version never fetch it.");
     }
-    if (!offered || *version == *offered) return;
-    AddError(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
-             *version < *offered ? "Launchers would replace themselves at every start, for ever."
-                                 : "Launchers of the offered version never fetch it.");
+  }
+
+  void Compare(const std::wstring& name, const FileContent& content, const FileDigest& expected,
+               std::string_view what) {
+    if (content.size == expected.size && content.md5 == expected.md5) return;
+    AddError(
+        name,
+        Format("is not {}: it has {} bytes with the digest {}", what, content.size, content.md5) +
+            Format(" instead of {} with {}", expected.size, expected.md5),
+        "Launchers would replace themselves by it. Publish the Launcher again.");
   }
 
   const ChannelOptions& options_;
@@ -280,14 +261,16 @@ class ChannelCheck {
   PublishedTree tree_;
   Console& console_;
   Diagnostics& diagnostics_;
+  std::optional<LauncherRecord> record_;
+  std::wstring launcher_;
   Json report_;
 };
 
 }  // namespace
 
-void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
-                  Diagnostics& diagnostics) {
-  ChannelCheck(options, channel, console, diagnostics).Run();
+std::optional<std::string> CheckChannel(const ChannelOptions& options, std::wstring_view channel,
+                                        Console& console, Diagnostics& diagnostics) {
+  return ChannelCheck(options, channel, console, diagnostics).Run();
 }
 
 }  // namespace ve::publish

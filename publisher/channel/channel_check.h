@@ -1,9 +1,11 @@
-// Checks everything that one channel of a published tree holds.
+// Checks everything in one channel of a published tree.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "publisher/build/digests.h"
 #include "publisher/channel/published_tree.h"
 #include "publisher/report/console.h"
 #include "publisher/report/diagnostics.h"
@@ -11,14 +13,20 @@
 namespace ve::publish {
 
 struct ChannelOptions {
-  TreeOptions tree;
-  /// The executable's name, which a server does not tell.
-  std::string launcher = "Launcher.exe";
+  TreeOptions tree;           ///< After the server's redirection.
+  std::string configuredUrl;  ///< Before it; what the players' settings name.
+  /// The executable's name. Empty: as recorded when it was published, else the only one in the
+  /// folder, else "Launcher.exe".
+  std::string launcher;
+  std::optional<FileDigest> executable;  ///< What the executable must be.
+  bool mayBeAbsent = false;
 };
 
 /// Reads a channel as players' Launchers do. Adds what is wrong with it to the diagnostics, and
-/// what it holds to the report.
-void CheckChannel(const ChannelOptions& options, std::wstring_view channel, Console& console,
-                  Diagnostics& diagnostics);
+/// what it contains to the report's "channels". If neither its game version nor its updater
+/// manifest can be read and it may be absent, adds nothing and returns the reasons.
+[[nodiscard]] std::optional<std::string> CheckChannel(const ChannelOptions& options,
+                                                      std::wstring_view channel, Console& console,
+                                                      Diagnostics& diagnostics);
 
 }  // namespace ve::publish

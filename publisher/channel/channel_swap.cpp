@@ -2,6 +2,7 @@
 
 #include "core/windows.h"
 
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -41,21 +42,13 @@ DWORD Retry(Attempt attempt) {
 
 /// Held while the two renames of a swap are made. A console event takes it and keeps it, so that the
 /// process ends before the first of them or after the second.
-SRWLOCK renames = SRWLOCK_INIT;
-
-class HeldOffConsoleEvents {
- public:
-  HeldOffConsoleEvents() noexcept { AcquireSRWLockExclusive(&renames); }
-  HeldOffConsoleEvents(const HeldOffConsoleEvents&) = delete;
-  HeldOffConsoleEvents& operator=(const HeldOffConsoleEvents&) = delete;
-  ~HeldOffConsoleEvents() { ReleaseSRWLockExclusive(&renames); }
-};
+std::mutex renames;
 
 /// Windows calls this on a thread of its own. The next handler is the default one, which ends the
 /// process. After the closing of the window Windows itself ends it when this returns, or after a
 /// time-out of some seconds.
 BOOL WINAPI WaitForRenames(DWORD /*event*/) {
-  AcquireSRWLockExclusive(&renames);
+  renames.lock();
   return FALSE;
 }
 
@@ -68,11 +61,12 @@ BOOL WINAPI WaitForRenames(DWORD /*event*/) {
   throw PublishError(std::move(diagnostic));
 }
 
+DWORD TryRename(const std::wstring& from, const std::wstring& to) {
+  return MoveFileExW(from.c_str(), to.c_str(), 0) != FALSE ? ERROR_SUCCESS : GetLastError();
+}
+
 void RenameFolder(const std::wstring& from, const std::wstring& to) {
-  const DWORD code = Retry([&] {
-    const BOOL done = MoveFileExW(from.c_str(), to.c_str(), 0);
-    return done != FALSE ? DWORD{ERROR_SUCCESS} : GetLastError();
-  });
+  const DWORD code = Retry([&] { return TryRename(from, to); });
   if (code != ERROR_SUCCESS) ThrowRenameError(from, code);
 }
 
@@ -116,28 +110,16 @@ void Discard(const ChannelFolders& folders) {
 
 /// One attempt, which leaves the live folder in its place if it fails.
 DWORD TrySwap(const ChannelFolders& folders, std::wstring& failed) {
-  const HeldOffConsoleEvents heldOff;
+  const std::lock_guard heldOff(renames);
   const bool isFirst = !file::Exists(folders.live);
-  if (!isFirst && MoveFileExW(folders.live.c_str(), folders.previous.c_str(), 0) == FALSE) {
-    const DWORD code = GetLastError();
-    failed = folders.live;
-    return code;
-  }
+  failed = folders.live;
+  DWORD code = isFirst ? ERROR_SUCCESS : TryRename(folders.live, folders.previous);
+  if (code != ERROR_SUCCESS) return code;
   // From here to the next rename the channel is absent.
-  if (MoveFileExW(folders.next.c_str(), folders.live.c_str(), 0) != FALSE) return ERROR_SUCCESS;
-  const DWORD code = GetLastError();
   failed = folders.next;
-  if (!isFirst) RenameFolder(folders.previous, folders.live);
+  code = TryRename(folders.next, folders.live);
+  if (code != ERROR_SUCCESS && !isFirst) RenameFolder(folders.previous, folders.live);
   return code;
-}
-
-bool DiscardPrevious(const ChannelFolders& folders) {
-  try {
-    Discard(folders);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
 }
 
 }  // namespace
@@ -145,12 +127,9 @@ bool DiscardPrevious(const ChannelFolders& folders) {
 ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel) {
   std::wstring live = JoinPath(server, ChannelName(channel));
   std::wstring updates = live.substr(0, live.size() - channel.size() - 1);
-  const auto beside = [&](std::wstring_view role) {
-    return Format(L"{}\\.{}.{}", updates, channel, role);
-  };
-  return {
-      updates,        std::move(live), beside(L"next"), beside(L"previous"), beside(L"discarded"),
-      beside(L"lock")};
+  const std::wstring beside = Format(L"{}\\.{}.", updates, channel);
+  return {std::move(updates),   std::move(live),       beside + L"next",
+          beside + L"previous", beside + L"discarded", beside + L"lock"};
 }
 
 const std::wstring& PublishedFolder(const ChannelFolders& folders) {
@@ -185,10 +164,13 @@ void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
   std::wstring failed;  // The folder that could not be renamed.
   const DWORD code = Retry([&] { return TrySwap(folders, failed); });
   if (code != ERROR_SUCCESS) ThrowRenameError(failed, code);
-  if (DiscardPrevious(folders)) return;
-  diagnostics.AddWarning(DisplayPath(folders.updates),
-                         "the folder of the previous version could not be removed",
-                         "The next run that publishes to this channel removes it.");
+  try {
+    Discard(folders);
+  } catch (const std::exception&) {
+    diagnostics.AddWarning(DisplayPath(folders.updates),
+                           "the folder of the previous version could not be removed",
+                           "The next run that publishes to this channel removes it.");
+  }
 }
 
 NextState::~NextState() {

@@ -6,20 +6,18 @@
 #include <map>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "core/format.h"
 #include "core/unicode.h"
+#include "launcher/updater_driver.h"
 #include "publisher/build/name_rules.h"
-#include "publisher/files/server_layout.h"
-#include "updater/game_download.h"
 
 namespace ve::publish {
 namespace {
 
 std::wstring_view ParentOf(std::wstring_view name) {
-  const std::size_t end = name.find_last_of(L"/\\");
+  const std::size_t end = name.rfind(L'/');
   return end == std::wstring_view::npos ? std::wstring_view() : name.substr(0, end);
 }
 
@@ -28,170 +26,132 @@ bool IsLowercaseHexadecimal(std::string_view digest) {
                      [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
+std::string DuplicateMessage(const std::wstring& first, const std::wstring& second) {
+  return first == second ? "is listed twice"
+                         : Format("differs from {} only in case", ToUtf8(first));
+}
+
 /// One pass over a manifest.
 class ManifestCheck {
  public:
-  ManifestCheck(const sdk::GameUpdateManifest& manifest, const std::string& place,
+  ManifestCheck(const sdk::GameUpdateManifest& manifest, std::wstring_view launcher,
                 Diagnostics& diagnostics)
-      : manifest_(manifest), place_(place), diagnostics_(diagnostics) {}
+      : manifest_(manifest), launcher_(launcher), diagnostics_(diagnostics) {}
 
   void Run() {
-    for (const std::string_view directory : manifest_.directories) {
-      listed_.insert(FoldCase(sdk::WidenName(directory)));
-    }
-    for (const std::string_view directory : manifest_.directories) {
-      CheckDirectory(sdk::WidenName(directory));
-    }
+    for (const std::string_view name : manifest_.directories) CheckDirectory(sdk::WidenName(name));
     for (const sdk::FileEntry& entry : manifest_.files) CheckFile(entry);
-    TellUnlistedDirectories();
+    for (const auto& [key, use] : unlisted_) {
+      AddError(use.first, Format("is not listed, but {} of the files are in it", use.second),
+               "Every update that fetches one of them ends abnormally. List the directory.");
+    }
+    if (!files_.contains(FoldCase(kGameProgram))) {
+      AddError(L"bin/Velmorant Player.exe", "is not listed",
+               "It is the game that the Launcher starts, and every update deletes what is not "
+               "listed. Publish the folder that contains bin.");
+    }
   }
 
  private:
-  void AddError(std::string message, std::string hint) {
-    diagnostics_.AddError(place_, std::move(message), std::move(hint));
+  void AddError(std::wstring_view name, std::string message, std::string hint) {
+    diagnostics_.AddError(ToUtf8(name), std::move(message), std::move(hint));
   }
 
   void CheckDirectory(const std::wstring& name) {
+    if (!CheckName(name, NameKind::kDirectory, launcher_, diagnostics_)) return;
+    // Each directory is created in the spelling of its line, below its parent as that is on disk.
     const std::wstring_view parent = ParentOf(name);
-    if (!parent.empty() && !onDisk_.contains(FoldCase(parent))) {
-      AddError(listed_.contains(FoldCase(parent))
-                   ? Format("the directory '{}' is listed before its parent '{}'", ToUtf8(name),
-                            ToUtf8(parent))
-                   : Format("the directory '{}' is listed without its parent '{}'", ToUtf8(name),
-                            ToUtf8(parent)),
+    const auto parentOnDisk = onDisk_.find(FoldCase(parent));
+    std::wstring spelling = name;
+    if (parentOnDisk != onDisk_.end()) {
+      spelling = parentOnDisk->second + name.substr(parent.size());
+    } else if (!parent.empty()) {
+      AddError(name, Format("its parent directory {} is not listed before it", ToUtf8(parent)),
                "Every update fails before a file is fetched. List parents before their children.");
     }
-    const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), SpellingOnDisk(name));
-    if (!isNew) {
-      diagnostics_.AddWarning(place_,
-                              known->second == SpellingOnDisk(name)
-                                  ? Format("the directory '{}' is listed twice", ToUtf8(name))
-                                  : Format("the directories '{}' and '{}' differ only in case",
-                                           ToUtf8(known->second), ToUtf8(name)),
-                              "Windows has room for one of them. List it once.");
-    }
-  }
-
-  /// A directory is created in the spelling of its own line, below its parent as that is there.
-  [[nodiscard]] std::wstring SpellingOnDisk(const std::wstring& name) const {
-    const std::wstring_view parent = ParentOf(name);
-    const auto known = onDisk_.find(FoldCase(parent));
-    if (known == onDisk_.end()) return name;
-    return Format(L"{}/{}", known->second, std::wstring_view(name).substr(parent.size() + 1));
+    const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), spelling);
+    if (isNew) return;
+    diagnostics_.AddWarning(ToUtf8(name), DuplicateMessage(known->second, spelling),
+                            "On Windows both are one directory. List it once.");
   }
 
   void CheckFile(const sdk::FileEntry& entry) {
-    CheckSpelling(entry);
-    CheckFolder(entry);
+    if (!CheckName(entry.name, NameKind::kFile, launcher_, diagnostics_)) return;
+    const std::wstring key = FoldCase(entry.name);
+    const auto [known, isNew] = files_.try_emplace(key, entry.name);
+    if (!isNew) {
+      AddError(entry.name, DuplicateMessage(known->second, entry.name),
+               "One replaces the other with every update. List it once.");
+    }
+    if (onDisk_.contains(key)) {
+      AddError(entry.name, "is listed as a directory and as a file",
+               "Every update ends abnormally there. Rename one of them.");
+    }
+    CheckParent(entry.name);
     if (!IsLowercaseHexadecimal(entry.digest)) {
-      AddError(Format("'{}' has the digest '{}', which is not in lowercase hexadecimal digits",
-                      ToUtf8(entry.name), entry.digest),
-               "It never counts as current and is downloaded by every update. Publish again.");
+      AddError(
+          entry.name,
+          Format("has the digest {}, which is not in lowercase hexadecimal digits", entry.digest),
+          "It never counts as current and is downloaded by every update. Publish again.");
     }
     if (entry.size > std::numeric_limits<std::uint32_t>::max()) {
-      AddError(Format("'{}' has {} bytes", ToUtf8(entry.name), entry.size),
+      AddError(entry.name, Format("has {} bytes", entry.size),
                "The Launcher downloads files below 4 GiB only. Split it.");
     }
   }
 
-  void CheckSpelling(const sdk::FileEntry& entry) {
-    const std::wstring folded = FoldCase(entry.name);
-    const auto [known, isNew] = files_.try_emplace(folded, entry.name);
-    if (!isNew) {
-      AddError(known->second == entry.name ? Format("'{}' is listed twice", ToUtf8(entry.name))
-                                           : Format("'{}' and '{}' differ only in case",
-                                                    ToUtf8(known->second), ToUtf8(entry.name)),
-               "One replaces the other with every update. List it once.");
-    }
-    if (listed_.contains(folded)) {
-      AddError(Format("'{}' is listed as a directory and as a file", ToUtf8(entry.name)),
-               "Every update ends abnormally there. Rename one of them.");
-    }
-    const std::wstring_view directory = ParentOf(entry.name);
-    if (directory.empty()) return;
-    const auto onDisk = onDisk_.find(FoldCase(directory));
+  void CheckParent(std::wstring_view name) {
+    const std::wstring_view parent = ParentOf(name);
+    if (parent.empty()) return;
+    const auto onDisk = onDisk_.find(FoldCase(parent));
     if (onDisk == onDisk_.end()) {
-      auto& [first, count] = unlistedDirectories_[FoldCase(directory)];
-      if (count++ == 0) first = entry.name;
-    } else if (!std::equal(directory.begin(), directory.end(), onDisk->second.begin(),
-                           onDisk->second.end(), [](wchar_t left, wchar_t right) {
-                             return left == right || (left == L'\\' && right == L'/');
-                           })) {
-      AddError(Format("'{}' spells the directory '{}' differently", ToUtf8(entry.name),
-                      ToUtf8(onDisk->second)),
-               "The clean-up deletes it right after it was installed. Spell both alike.");
-    }
-  }
-
-  void CheckFolder(const sdk::FileEntry& entry) {
-    if (entry.name.find(L'\\') != std::wstring::npos) {
-      AddError(Format("'{}' is written with a backslash", ToUtf8(entry.name)),
-               "The clean-up deletes it right after it was installed. Write '/'.");
-    }
-    const std::wstring key = FoldCase(entry.name);
-    if (key.starts_with(FoldCase(sdk::kStagingFolder))) {
-      AddError(Format("'{}' lies in the staging folder", ToUtf8(entry.name)),
-               "It is deleted at the end of every update. Move it elsewhere.");
-    }
-    if (key.starts_with(FoldCase(Format(L"{}/", kUpdaterFolder)))) {
-      AddError(Format("'{}' stands where the server has files of its own", ToUtf8(entry.name)),
-               "One of them hides the other. Rename it.");
-    }
-  }
-
-  void TellUnlistedDirectories() {
-    for (const auto& [folded, use] : unlistedDirectories_) {
-      const auto& [first, count] = use;
-      AddError(Format("the directory '{}' is not listed, but {} of the files are in it",
-                      ToUtf8(ParentOf(first)), count),
-               "Every update that fetches one of them ends abnormally. List the directory.");
+      ++unlisted_.try_emplace(FoldCase(parent), parent, 0).first->second.second;
+    } else if (onDisk->second != parent) {
+      AddError(name, Format("spells the directory {} differently", ToUtf8(onDisk->second)),
+               "The clean-up deletes the file right after it was installed. Spell both alike.");
     }
   }
 
   const sdk::GameUpdateManifest& manifest_;
-  const std::string& place_;
+  std::wstring_view launcher_;
   Diagnostics& diagnostics_;
-  std::unordered_set<std::wstring> listed_;                // Folded.
-  std::unordered_map<std::wstring, std::wstring> onDisk_;  // Folded; as the player's disk has it.
-  std::unordered_map<std::wstring, std::wstring> files_;   // Folded; as listed first.
-  // Folded; the first file in it, and how many there are.
-  std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlistedDirectories_;
+  // By the folded name:
+  std::unordered_map<std::wstring, std::wstring>
+      onDisk_;                                            // Directories, as players' disks have it.
+  std::unordered_map<std::wstring, std::wstring> files_;  // Files, as first listed.
+  // Directories without a line: one spelling, and the number of files directly in them.
+  std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlisted_;
 };
 
-void CheckListedName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-                     Diagnostics& diagnostics) {
-  std::wstring slashed(name);  // A backslash is told apart, with what it leads to.
-  std::replace(slashed.begin(), slashed.end(), L'\\', L'/');
-  CheckName(slashed, kind, launcher, diagnostics);
-}
-
-std::string InManifest(const Diagnostic& diagnostic) {
-  return Format("'{}': {}", diagnostic.subject, diagnostic.message);
+/// Adds findings about names to those about the manifest.
+void AddAll(const Diagnostics& found, const std::string& location, Diagnostics& diagnostics) {
+  for (const auto& [name, message, hint] : found.errors) {
+    diagnostics.AddError(location, Format("{}: {}", name, message), hint);
+  }
+  for (const auto& [name, message, hint] : found.warnings) {
+    diagnostics.AddWarning(location, Format("{}: {}", name, message), hint);
+  }
 }
 
 }  // namespace
 
-void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& location,
                       std::wstring_view launcher, Diagnostics& diagnostics) {
   Diagnostics found;
-  for (const std::string_view directory : manifest.directories) {
-    CheckListedName(sdk::WidenName(directory), NameKind::kDirectory, launcher, found);
+  for (const std::string_view name : manifest.directories) {
+    CheckName(sdk::WidenName(name), NameKind::kDirectory, launcher, found);
   }
   for (const sdk::FileEntry& entry : manifest.files) {
-    CheckListedName(entry.name, NameKind::kFile, launcher, found);
+    CheckName(entry.name, NameKind::kFile, launcher, found);
   }
-  for (const Diagnostic& diagnostic : found.errors) {
-    diagnostics.AddError(place, InManifest(diagnostic), diagnostic.hint);
-  }
-  for (const Diagnostic& diagnostic : found.warnings) {
-    diagnostics.AddWarning(place, InManifest(diagnostic), diagnostic.hint);
-  }
+  AddAll(found, location, diagnostics);
 }
 
-void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
+void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& location,
                    std::wstring_view launcher, Diagnostics& diagnostics) {
-  CheckListedNames(manifest, place, launcher, diagnostics);
-  ManifestCheck(manifest, place, diagnostics).Run();
+  Diagnostics found;
+  ManifestCheck(manifest, launcher, found).Run();
+  AddAll(found, location, diagnostics);
 }
 
 }  // namespace ve::publish

@@ -1,4 +1,4 @@
-// What a game manifest may not say although its reader takes it.
+// Errors of a game manifest that its reader accepts.
 #pragma once
 
 #include <string>
@@ -9,15 +9,15 @@
 
 namespace ve::publish {
 
-/// Refuses every name that no build may have (name_rules.h): a manifest may have been made by other
-/// means. `place` is the manifest's, for the diagnostics; `launcher` is the name of the Launcher's
-/// own file.
-void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& place,
+/// Checks every listed name as `CheckName` does: a manifest need not have been written by this
+/// tool. The diagnostics are about `location`, the manifest's. `launcher` is the name of the
+/// Launcher's file.
+void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& location,
                       std::wstring_view launcher, Diagnostics& diagnostics);
 
-/// Refuses these names, and every entry that the Launcher would fail on, that it would install and
-/// delete again, or that would never count as current.
-void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& place,
+/// The same, and checks for a missing game and for every entry that fails the update, that is
+/// installed and deleted again, or that never counts as current.
+void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& location,
                    std::wstring_view launcher, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

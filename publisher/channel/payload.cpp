@@ -24,13 +24,6 @@ namespace {
 
 using Counter = std::atomic<std::uint64_t>;
 
-bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return false;
-  return (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0 &&
-         file::FileSize(path) == size;
-}
-
 bool Link(const std::wstring& existing, const std::wstring& path) {
   return CreateHardLinkW(path.c_str(), existing.c_str(), nullptr) != FALSE;
 }
@@ -145,6 +138,13 @@ CopyStats PlacePayload(const std::wstring& source, const std::wstring& published
     copiedBytes += file.size;
   });
   return {build.files.size() - copiedFiles, copiedFiles, copiedBytes};
+}
+
+bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+  return (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0 &&
+         file::FileSize(path) == size;
 }
 
 bool LinkOrCopy(const std::wstring& existing, const std::wstring& path) {

@@ -34,6 +34,9 @@ struct CopyStats {
                                      BuildFolder& build, const std::wstring& next,
                                      const ProgressCallback& progress);
 
+/// Whether there is a file of this size, and not a link.
+[[nodiscard]] bool IsFileOfSize(const std::wstring& path, std::uint64_t size);
+
 /// Makes a second name for a file; where the file system has no links, a copy. Returns whether it
 /// is a link.
 bool LinkOrCopy(const std::wstring& existing, const std::wstring& path);

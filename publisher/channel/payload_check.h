@@ -8,8 +8,8 @@
 
 namespace ve::publish {
 
-/// Compares every listed file's size and digest, and shows the progress. In a folder all cores read
-/// at once, piece by piece; from a server one file after the other is fetched into memory.
+/// Compares every listed file's size and digest, several files at a time and each in pieces, and
+/// shows the progress. The diagnostics are in the manifest's order.
 void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
                   Console& console, Diagnostics& diagnostics);
 

@@ -2,7 +2,7 @@
 
 #include <cctype>
 #include <set>
-#include <vector>
+#include <string>
 
 #include "core/files.h"
 #include "core/format.h"
@@ -15,27 +15,9 @@
 namespace ve::publish {
 namespace {
 
-using Names = std::vector<std::wstring>;
-
-Names Joined(Names names, const Names& others) {
-  names.insert(names.end(), others.begin(), others.end());
-  return names;
-}
-
-/// What is removed, except a file of which only the case of its name changes: where the server does
-/// not distinguish case, deleting the old name would delete the new file.
-Names Deletions(const Changes& changes) {
-  std::set<std::wstring> added;
-  for (const std::wstring& name : changes.added) added.insert(FoldCase(name));
-  Names deletions = changes.removed;
-  std::erase_if(deletions,
-                [&](const std::wstring& name) { return added.contains(FoldCase(name)); });
-  return deletions;
-}
-
-/// A path as a URL has it (RFC 3986).
+/// A line with a path, as the path of a URL (RFC 3986).
 std::string UrlPath(std::string_view path) {
-  constexpr std::string_view kUnescaped = "-._~!$&'()*+,;=:@/";
+  constexpr std::string_view kUnescaped = "-._~!$&'()*+,;=:@/\n";
   constexpr std::string_view kHexDigits = "0123456789ABCDEF";
   std::string url = "/";
   for (const char character : path) {
@@ -53,25 +35,37 @@ std::string UrlPath(std::string_view path) {
 
 void WriteUploadLists(const std::wstring& folder, std::wstring_view channel,
                       const Changes& changes) {
-  const auto pathOf = [&](const std::wstring& name) {
-    return ToUtf8(Format(L"{}/{}", ChannelName(channel), name));
+  const auto line = [&](std::wstring_view name) {
+    return ToUtf8(Format(L"{}/{}\n", ChannelName(channel), name));
   };
-  const auto write = [&](std::wstring_view list, const Names& names, auto lineOf) {
-    std::string text;
-    for (const std::wstring& name : names) text += lineOf(name) + "\n";
-    WriteFileAtomically(JoinPath(folder, list), text);
-  };
-  const Names manifest{std::wstring(kManifestName)};
-  const Names version{std::wstring(kVersionName)};
-  const Names stale = Joined(changes.changed, changes.removed);
+  std::string payload;
+  std::string deletions;
+  std::string purge;
+  std::set<std::wstring> added;
+  for (const std::wstring& name : changes.added) {
+    payload += line(name);
+    added.insert(FoldCase(name));
+  }
+  for (const std::wstring& name : changes.changed) {
+    payload += line(name);
+    purge += UrlPath(line(name));
+  }
+  for (const std::wstring& name : changes.removed) {
+    purge += UrlPath(line(name));
+    // If only the case of its name changes, a server that does not distinguish case would delete
+    // the new file.
+    if (!added.contains(FoldCase(name))) deletions += line(name);
+  }
+  const std::string manifest = line(kManifestName);
+  const std::string version = line(kVersionName);
+  purge += UrlPath(manifest) + UrlPath(version);
 
   file::MakeDirectories(folder);
-  write(L"1-payload.txt", Joined(changes.added, changes.changed), pathOf);
-  write(L"2-manifest.txt", manifest, pathOf);
-  write(L"3-version.txt", version, pathOf);
-  write(L"4-delete.txt", Deletions(changes), pathOf);
-  write(L"5-purge.txt", Joined(stale, Joined(manifest, version)),
-        [&](const std::wstring& name) { return UrlPath(pathOf(name)); });
+  WriteFileAtomically(JoinPath(folder, L"1-payload.txt"), payload);
+  WriteFileAtomically(JoinPath(folder, L"2-manifest.txt"), manifest);
+  WriteFileAtomically(JoinPath(folder, L"3-version.txt"), version);
+  WriteFileAtomically(JoinPath(folder, L"4-delete.txt"), deletions);
+  WriteFileAtomically(JoinPath(folder, L"5-purge.txt"), purge);
 }
 
 }  // namespace ve::publish

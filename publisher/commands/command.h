@@ -24,6 +24,7 @@ struct Command {
 void AddSettingsCommand(CLI::App& program, Command& chosen);
 void AddGameCommand(CLI::App& program, Command& chosen);
 void AddLauncherCommand(CLI::App& program, Command& chosen);
+void AddPromoteCommand(CLI::App& program, Command& chosen);
 void AddVerifyCommand(CLI::App& program, Command& chosen);
 void AddPreviewCommand(CLI::App& program, Command& chosen);
 void AddInspectCommand(CLI::App& program, Command& chosen);

@@ -2,7 +2,6 @@
 #include <memory>
 #include <optional>
 
-#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -53,19 +52,6 @@ void CheckPlaces(const Plan& plan, Diagnostics& diagnostics) {
   diagnostics.AddError(DisplayPath(plan.source),
                        "the build and the server's folder contain each other",
                        "Publish from a folder outside the server's.");
-}
-
-/// What is served now; nothing if that is not a manifest that the Launcher reads. The entries are
-/// views into `text`.
-sdk::GameUpdateManifest ReadLiveManifest(const ChannelFolders& folders, std::string& text) {
-  const std::wstring path = JoinPath(folders.live, kManifestName);
-  if (!file::Exists(path)) return {};
-  try {
-    text = ReadWholeFile(path);
-    return sdk::ReadGameUpdateManifest(text);
-  } catch (const VERuntimeError&) {
-    return {};
-  }
 }
 
 bool IsUnchanged(const BuildFolder& build, const sdk::GameUpdateManifest& live) {

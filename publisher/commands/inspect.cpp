@@ -1,20 +1,21 @@
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <memory>
-#include <variant>
 
 #include "archive/archive_reader.h"
 #include "archive/updater_settings.h"
 #include "core/errors.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/channel/file_kind.h"
-#include "publisher/channel/parsed_files.h"
+#include "publisher/channel/archive_records.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/whole_file.h"
 #include "publisher/report/version_text.h"
+#include "updater/game_manifest.h"
 #include "updater/manifest_text.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
@@ -24,177 +25,126 @@ struct Options {
   bool files = false;
 };
 
-/// Tells about one file.
-class Inspection {
- public:
-  Inspection(const Options& options, Console& console, Diagnostics& diagnostics)
-      : options_(options),
-        console_(console),
-        diagnostics_(diagnostics),
-        path_(ExtendedLengthPath(options.file)),
-        content_(ReadWholeFile(path_)) {}
+/// A file, and what is shown of it.
+struct Inspection {
+  std::string location;
+  std::string content;
+  bool listsFiles;
+  Json fields;
+};
 
-  void Run() {
-    console_.Print(DisplayPath(path_));
-    console_.Report()["file"] = DisplayPath(path_);
-    Tell("size", "size", content_.size());
-    switch (KindOf(content_)) {
-      case FileKind::kSettings:
-        ShowSettings();
-        break;
-      case FileKind::kVersion:
-        ShowVersion();
-        break;
-      case FileKind::kGameManifest:
-        ShowGameManifest();
-        break;
-      case FileKind::kUpdaterManifest:
-        ShowUpdaterManifest();
-        break;
-      case FileKind::kUnknown:
-        ShowUnknown();
-        break;
-    }
+void CheckArchive(Inspection& file, const std::string& record, Diagnostics& diagnostics) {
+  file.fields["mode"] = ModeOf(file.content) == file::ArchiveMode::kPlain ? "plain" : "checked";
+  CheckRecordSize(file.content, record, file.location, diagnostics);
+}
+
+void ReadSettings(Inspection& file, Diagnostics& diagnostics) {
+  const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(file.content);
+  CheckArchive(file, SettingsArchive(settings.url, settings.channel, ModeOf(file.content)),
+               diagnostics);
+  file.fields["url"] = ToUtf8(settings.url);
+  file.fields["channel"] = ToUtf8(settings.channel);
+}
+
+void ReadVersion(Inspection& file, Diagnostics& diagnostics) {
+  const sdk::VersionNumber version = sdk::ReadOfferedVersion(file.content);
+  CheckArchive(file, VersionArchive(version, ModeOf(file.content)), diagnostics);
+  file.fields["version"] = VersionText(version);
+}
+
+void ReadUpdaterManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
+  std::string text = file.content;
+  file.fields["version"] = sdk::ReadUpdaterManifest(text, 0);
+}
+
+void ReadGameManifest(Inspection& file, Diagnostics& /*diagnostics*/) {
+  std::string text = file.content;
+  const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+  std::uint64_t bytes = 0;
+  const sdk::FileEntry* largest = &manifest.files.front();
+  for (const sdk::FileEntry& entry : manifest.files) {
+    bytes += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - bytes);
+    if (entry.size > largest->size) largest = &entry;
   }
-
- private:
-  /// One line of the report, and the same for scripts.
-  template <class Value>
-  void Tell(std::string_view label, const char* key, const Value& value) {
-    console_.Print(Format("  {}: {}", label, value));
-    console_.Report()[key] = value;
+  file.fields.update({{"directories", manifest.directories.size()},
+                      {"files", manifest.files.size()},
+                      {"bytes", bytes},
+                      {"largest", ToUtf8(largest->name)}});
+  if (!file.listsFiles) return;
+  file.fields["directoryNames"] = manifest.directories;
+  Json& entries = file.fields["entries"] = Json::array();
+  for (const sdk::FileEntry& entry : manifest.files) {
+    entries.push_back(
+        {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
   }
+}
 
-  void TellKind(const char* kind) { Tell("kind", "kind", std::string(kind)); }
+/// The files that the Launcher reads, by the word that an archive or the first line of a manifest
+/// begins with. The readers throw `VERuntimeError`.
+struct Kind {
+  std::string_view header;
+  std::string_view name;
+  void (*read)(Inspection& file, Diagnostics& diagnostics);
+};
+constexpr std::array<Kind, 4> kKinds{{
+    {sdk::UpdaterSettings::kHeader, "settings archive", ReadSettings},
+    {sdk::GameVersion::kHeader, "game version", ReadVersion},
+    {"GameUpdate", "game manifest", ReadGameManifest},
+    {"Velmorant Updater", "updater manifest", ReadUpdaterManifest},
+}};
 
-  void Reject(const ParseError& error, std::string_view reader) {
-    console_.Report()["rejections"].push_back({{"reader", reader}, {"message", error.message}});
-    diagnostics_.AddError(DisplayPath(path_), error.message,
-                          Format("The Launcher's reader of {} reports this.", reader));
-  }
-
-  void ShowArchive(std::string_view header, std::uint32_t fileVersion, std::size_t recordSize) {
-    const bool isChecked = ModeOf(content_) == file::ArchiveMode::kChecked;
-    Tell("mode", "mode", std::string(isChecked ? "checked" : "plain"));
-    Tell("header", "header", std::string(header));
-    Tell("file version", "fileVersion", fileVersion);
-    if (content_.size() <= recordSize) return;
-    diagnostics_.AddWarning(DisplayPath(path_),
-                            Format("{} bytes follow the record", content_.size() - recordSize),
-                            "The Launcher does not read them; the file may be damaged.");
-  }
-
-  void ShowSettings() {
-    TellKind("settings archive");
-    const auto parsed = ParseSettings(content_);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return Reject(*error, "settings archives");
-    }
-    const auto& settings = std::get<SettingsFile>(parsed);
-    ShowArchive(sdk::UpdaterSettings::kHeader, sdk::UpdaterSettings::kFileVersion,
-                settings.recordSize);
-    Tell("URL", "url", settings.url);
-    Tell("channel", "channel", settings.channel);
-  }
-
-  void ShowVersion() {
-    TellKind("game version");
-    const auto parsed = ParseVersionFile(content_);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return Reject(*error, "game versions");
-    }
-    const auto& version = std::get<VersionFile>(parsed);
-    ShowArchive(sdk::GameVersion::kHeader, sdk::GameVersion::kFileVersion, version.recordSize);
-    Tell("version", "version", VersionText(version.version));
-    if (content_.size() < version.recordSize) {
-      diagnostics_.AddWarning(DisplayPath(path_), "the file ends before its version does",
-                              "The Launcher reads what is missing as 0.0.0.0. Publish again.");
-    }
-  }
-
-  void ShowGameManifest() {
-    TellKind("game manifest");
-    std::string text;
-    const auto parsed = ParseGameManifest(content_, text);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return Reject(*error, "game manifests");
-    }
-    const auto& manifest = std::get<sdk::GameUpdateManifest>(parsed);
-    std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.files) {
-      const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - bytes;
-      bytes += std::min(entry.size, room);
-    }
-    const sdk::FileEntry& largest =
-        *std::max_element(manifest.files.begin(), manifest.files.end(),
-                          [](const sdk::FileEntry& left, const sdk::FileEntry& right) {
-                            return left.size < right.size;
-                          });
-    Tell("header", "header", std::string("GameUpdate"));
-    Tell("file version", "fileVersion", 1);
-    Tell("directories", "directories", manifest.directories.size());
-    Tell("files", "files", manifest.files.size());
-    console_.Print(Format("  bytes: {} ({})", bytes, FormatByteSize(bytes)));
-    console_.Report()["bytes"] = bytes;
-    console_.Print(
-        Format("  largest: {} ({})", ToUtf8(largest.name), FormatByteSize(largest.size)));
-    console_.Report()["largest"] = ToUtf8(largest.name);
-    if (options_.files) console_.IsJson() ? ReportFiles(manifest) : PrintFiles(manifest);
-  }
-
-  // Of a million files only one of the two lists is made.
-  void PrintFiles(const sdk::GameUpdateManifest& manifest) {
-    for (const std::string_view directory : manifest.directories) {
-      console_.Print(Format("  directory {}", directory));
-    }
-    for (const sdk::FileEntry& entry : manifest.files) {
-      console_.Print(Format("  file {} {} {}", ToUtf8(entry.name), entry.size, entry.digest));
-    }
-  }
-
-  void ReportFiles(const sdk::GameUpdateManifest& manifest) {
-    console_.Report()["directoryNames"] = manifest.directories;
-    Json& entries = console_.Report()["entries"] = Json::array();
-    for (const sdk::FileEntry& entry : manifest.files) {
-      entries.push_back(
-          {{"name", ToUtf8(entry.name)}, {"size", entry.size}, {"digest", entry.digest}});
-    }
-  }
-
-  void ShowUpdaterManifest() {
-    TellKind("updater manifest");
-    const auto parsed = ParseUpdaterManifest(content_);
-    if (const auto* error = std::get_if<ParseError>(&parsed)) {
-      return Reject(*error, "updater manifests");
-    }
-    // The reader takes any file version from 1 on and does not hand it out.
-    std::string text = content_;
+std::string HeaderOf(std::string_view content) {
+  try {
+    return std::string(file::ArchiveReader(content).ReadString());
+  } catch (const file::FileException&) {
+    std::string text(content);
     sdk::StripCarriageReturns(text);
     const auto lines = sdk::SplitLines(text, '\n', sdk::EmptyPieces::kDrop);
-    Tell("header", "header", std::string(lines[0]));
-    Tell("file version", "fileVersion",
-         sdk::ReadDecimal<std::uint32_t>(sdk::SplitKeyValue(lines[1], ": ").value));
-    Tell("version", "version", std::get<std::uint32_t>(parsed));
+    return lines.empty() ? std::string() : std::string(lines.front());
   }
+}
 
-  void ShowUnknown() {
-    TellKind("unknown");
-    if (HasArchiveMagic(content_)) {
-      Reject(std::get<ParseError>(ParseSettings(content_)), "settings archives");
-      return Reject(std::get<ParseError>(ParseVersionFile(content_)), "game versions");
+std::string TextOf(const Json& value) {
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+void PrintFields(const Json& fields, Console& console) {
+  for (const auto& [key, value] : fields.items()) {
+    if (!value.is_array()) {
+      console.Print(Format("  {}: {}", key, TextOf(value)));
+      continue;
     }
-    std::string text;
-    Reject(std::get<ParseError>(ParseSettings(content_)), "archives");
-    Reject(std::get<ParseError>(ParseGameManifest(content_, text)), "game manifests");
-    Reject(std::get<ParseError>(ParseUpdaterManifest(content_)), "updater manifests");
+    console.Print(Format("  {}:", key));
+    for (const Json& entry : value) {
+      std::string line;
+      for (const Json& field : entry.is_object() ? entry : Json::array({entry})) {
+        line += " " + TextOf(field);
+      }
+      console.Print(Format("   {}", line));
+    }
   }
+}
 
-  Options options_;
-  Console& console_;
-  Diagnostics& diagnostics_;
-  std::wstring path_;
-  std::string content_;
-};
+void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
+  const std::wstring path = ExtendedLengthPath(options.file);
+  Inspection file{DisplayPath(path), ReadWholeFile(path), options.files, {}};
+  const std::string header = HeaderOf(file.content);
+  const bool isKnown = std::any_of(kKinds.begin(), kKinds.end(),
+                                   [&](const Kind& kind) { return kind.header == header; });
+  file.fields = {{"file", file.location}, {"size", file.content.size()}, {"kind", "unknown"}};
+  for (const Kind& kind : kKinds) {
+    if (isKnown && kind.header != header) continue;
+    if (isKnown) file.fields["kind"] = kind.name;
+    try {
+      kind.read(file, diagnostics);
+    } catch (const VERuntimeError& error) {
+      diagnostics.AddError(file.location, error.what(),
+                           Format("The Launcher's reader of {}s reports this.", kind.name));
+    }
+  }
+  if (!console.IsJson()) PrintFields(file.fields, console);
+  console.Report().update(file.fields);
+}
 
 }  // namespace
 
@@ -204,7 +154,7 @@ void AddInspectCommand(CLI::App& program, Command& chosen) {
                                  "Show an archive or a manifest, or why the Launcher rejects it.",
                                  "server\\updates\\release\\game_update.manifest --files",
                                  [options](Console& console, Diagnostics& diagnostics) {
-                                   Inspection(*options, console, diagnostics).Run();
+                                   Run(*options, console, diagnostics);
                                  });
   command->add_option("file", options->file, "The file; its name does not matter.")->required();
   command->add_flag("--files", options->files,

@@ -1,6 +1,7 @@
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
 
 #include "archive/updater_settings.h"
@@ -17,7 +18,6 @@
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/temporary_file.h"
 #include "publisher/files/whole_file.h"
 #include "updater/build_config.h"
 #include "updater/updater_manifest.h"
@@ -32,12 +32,11 @@ struct Options {
   std::string server;
 };
 
-/// The files to publish, with their content.
+/// The files to publish.
 struct Parts {
-  std::wstring executableName;
   std::string executable;
   std::string settings;
-  bool keepsNonEmptyDirectories = false;
+  LauncherRecord record;
 };
 
 /// The content; none and an error if the file cannot be read.
@@ -50,17 +49,20 @@ std::optional<std::string> ReadInput(const std::string& path, Diagnostics& diagn
   }
 }
 
+/// Whether a name beside the executable is that of another file of the Launcher's update.
+bool IsTaken(std::wstring_view name) {
+  constexpr std::array kNames{kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName};
+  return std::any_of(kNames.begin(), kNames.end(), [&](std::wstring_view taken) {
+    return FoldCase(taken.substr(kUpdaterFolder.size() + 1)) == FoldCase(name);
+  });
+}
+
 void CheckExecutableName(const std::wstring& name, Diagnostics& diagnostics) {
   const std::string subject = ToUtf8(name);
   CheckCharacters(name, subject, diagnostics);
-  const std::wstring key = FoldCase(name);
-  for (const std::wstring_view taken :
-       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
-    if (key == FoldCase(taken.substr(kUpdaterFolder.size() + 1))) {
-      diagnostics.AddError(subject, "is the name of another file beside it on the server",
-                           "Give the executable the name that it has on players' disks.");
-    }
-  }
+  if (!IsTaken(name)) return;
+  diagnostics.AddError(subject, "is the name of another file beside it on the server",
+                       "Give the executable the name that it has on players' disks.");
 }
 
 void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnostics) {
@@ -79,13 +81,17 @@ void CheckExecutable(const std::string& path, Parts& parts, Diagnostics& diagnos
                          hint);
     return;
   }
-  parts.keepsNonEmptyDirectories = KeepsNonEmptyDirectories(absolute);
-  if (parts.keepsNonEmptyDirectories == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
+  const bool keeps = KeepsNonEmptyDirectories(absolute);
+  parts.record.size = parts.executable.size();
+  parts.record.md5 = Md5Hex(parts.executable);
+  parts.record.version = *version;
+  parts.record.keepsNonEmptyDirectories = keeps;
+  parts.record.isSigned = IsSigned(parts.executable);
+  if (keeps == sdk::kBuildConfig.keepsNonEmptyDirectories) return;
   diagnostics.AddWarning(
       subject,
       Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
-             parts.keepsNonEmptyDirectories ? "keeps" : "stops at",
-             parts.keepsNonEmptyDirectories ? "stops at" : "keeps"),
+             keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
       hint);
 }
 
@@ -98,7 +104,7 @@ void CheckSettings(const Options& options, const std::string& content, Diagnosti
         subject,
         Format("its channel is {}, and the Launcher would take its updates from there",
                ToUtf8(settings.channel)),
-        Format("Make one for {} with publish settings.", options.channel));
+        "Make one for this channel with publish settings.");
   } catch (const VERuntimeError& error) {
     diagnostics.AddError(subject, Format("the Launcher rejects it: {}", error.what()),
                          "Make one with publish settings.");
@@ -112,95 +118,64 @@ std::optional<std::string> Published(const std::wstring& folder, std::wstring_vi
   return ReadWholeFile(path);
 }
 
-std::optional<std::uint32_t> PublishedVersion(const std::wstring& folder) {
-  std::optional<std::string> manifest = Published(folder, kUpdaterManifestName);
-  if (!manifest) return {};
-  try {
-    return sdk::ReadUpdaterManifest(*manifest, 0);
-  } catch (const VERuntimeError&) {
-    return {};  // It is replaced, whatever is wrong with it.
-  }
-}
-
 std::wstring ExecutablePath(const Parts& parts) {
-  return Format(L"{}/{}", kUpdaterFolder, parts.executableName);
+  return Format(L"{}/{}", kUpdaterFolder, ToWide(parts.record.executable));
 }
 
-void WarnOfVersion(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  const std::optional<std::uint32_t> version = PublishedVersion(folder);
-  if (!version) return;
-  if (*version > sdk::kBuildConfig.version) {
+void WarnOfExecutable(const std::wstring& folder, const LauncherRecord& record,
+                      Diagnostics& diagnostics) {
+  const std::optional<std::string> text = Published(folder, kLauncherRecordName);
+  const auto before = text ? ParseLauncherRecord(*text) : std::nullopt;
+  if (!before) return;
+  if (before->version > record.version) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had version {}: players who have that keep it, and their "
                "Launcher logs an error at every start",
-               *version),
+               before->version),
         "Publish a higher version soon.");
   }
-  const std::optional<std::string> executable = Published(folder, ExecutablePath(parts));
-  if (*version == sdk::kBuildConfig.version && executable && *executable != parts.executable) {
+  if (before->version == record.version && before->md5 != record.md5) {
     diagnostics.AddWarning(
-        ToUtf8(parts.executableName),
+        record.executable,
         Format("the server had another file with the same version {}: players who have "
                "that version do not get this one",
-               *version),
+               record.version),
         "Build it with a higher version unless that is meant.");
   }
-}
-
-bool WasSigned(const std::wstring& folder, const Parts& parts) {
-  const auto text = Published(folder, kLauncherRecordName);
-  const auto record = text ? ParseLauncherRecord(*text) : std::nullopt;
-  if (record) return record->isSigned;
-  const auto executable = Published(folder, ExecutablePath(parts));
-  return executable && IsSigned(*executable);
-}
-
-void WarnOfSignature(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  if (IsSigned(parts.executable) || !WasSigned(folder, parts)) return;
-  diagnostics.AddWarning(ToUtf8(parts.executableName),
-                         "has no Authenticode signature, but the one on the server had",
-                         "Windows and virus scanners may warn players of it. Sign it, then publish "
-                         "again with a higher version.");
+  if (before->isSigned && !record.isSigned) {
+    diagnostics.AddWarning(record.executable,
+                           "has no Authenticode signature, but the one on the server had",
+                           "Windows and virus scanners may warn players of it. Sign it, then "
+                           "publish it with a higher version.");
+  }
 }
 
 void WarnOfSettings(const std::wstring& folder, const Parts& parts, const Options& options,
                     Diagnostics& diagnostics) {
   const std::optional<std::string> before = Published(folder, kUpdaterSettingsName);
   if (!before || *before == parts.settings) return;
-  const std::string url = ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url);
   diagnostics.AddWarning(
       options.settings,
-      "the server had other settings: every player's Launcher takes these over and "
-      "restarts once",
-      Format("From then on it asks {}", url));
+      Format("the server had other settings: every player's Launcher takes these over, restarts "
+             "once, and from then on asks {}",
+             ToUtf8(sdk::ReadUpdaterSettings(parts.settings).url)),
+      "Publish the settings of before if that is not meant.");
 }
 
 void WarnOfOtherFiles(const std::wstring& folder, const Parts& parts, Diagnostics& diagnostics) {
-  std::set<std::wstring> known;
-  for (const std::wstring_view name :
-       {kUpdaterManifestName, kUpdaterSettingsName, kLauncherRecordName}) {
-    known.insert(FoldCase(JoinPath(folder, name)));
-  }
-  known.insert(FoldCase(JoinPath(folder, ExecutablePath(parts))));
   const std::wstring updater = JoinPath(folder, kUpdaterFolder);
   if (!file::Exists(updater)) return;
+  const std::wstring executable = ToWide(parts.record.executable);
   file::WalkDirectory(updater, [&](const file::DirectoryEntry& entry) {
-    if (!known.contains(FoldCase(entry.path))) {
+    const std::wstring_view name = entry.path.substr(updater.size() + 1);
+    if (!IsTaken(name) && FoldCase(name) != FoldCase(executable)) {
       diagnostics.AddWarning(DisplayPath(entry.path),
                              "is not replaced: a Launcher of this name still gets it as its update",
                              "Remove it if no player's Launcher has this name.");
     }
-    return file::WalkAction::kRecurse;
+    return file::WalkAction::kSkip;
   });
-}
-
-void WarnOfPublished(const std::wstring& folder, const Parts& parts, const Options& options,
-                     Diagnostics& diagnostics) {
-  WarnOfVersion(folder, parts, diagnostics);
-  WarnOfSignature(folder, parts, diagnostics);
-  WarnOfSettings(folder, parts, options, diagnostics);
-  WarnOfOtherFiles(folder, parts, diagnostics);
 }
 
 /// The library's own writer takes short paths only and checks nothing: it writes to a temporary
@@ -216,19 +191,13 @@ std::string UpdaterManifest() {
   return content;
 }
 
-std::string Record(const Parts& parts) {
-  return LauncherRecordText({ToUtf8(parts.executableName), parts.executable.size(),
-                             Md5Hex(parts.executable), sdk::kBuildConfig.version,
-                             parts.keepsNonEmptyDirectories, IsSigned(parts.executable)});
-}
-
 /// The manifest, which offers the rest to Launchers, is last.
 void Write(const std::wstring& folder, const Parts& parts) {
   const std::string manifest = UpdaterManifest();
   file::MakeDirectories(JoinPath(folder, kUpdaterFolder));
   WriteFileAtomically(JoinPath(folder, ExecutablePath(parts)), parts.executable);
   WriteFileAtomically(JoinPath(folder, kUpdaterSettingsName), parts.settings);
-  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), Record(parts));
+  WriteFileAtomically(JoinPath(folder, kLauncherRecordName), LauncherRecordText(parts.record));
   WriteFileAtomically(JoinPath(folder, kUpdaterManifestName), manifest);
 }
 
@@ -237,25 +206,28 @@ void Publish(const Options& options, const Parts& parts, Console& console,
   const ChannelFolders folders =
       FoldersOf(ExtendedLengthPath(options.server), ToWide(options.channel));
   const ChannelLock lock(folders);
-  WarnOfPublished(folders.live, parts, options, diagnostics);
+  WarnOfExecutable(folders.live, parts.record, diagnostics);
+  WarnOfSettings(folders.live, parts, options, diagnostics);
+  WarnOfOtherFiles(folders.live, parts, diagnostics);
   Write(folders.live, parts);
   console.Print(Format("Published version {} of the Launcher, {}, to {} in {}",
-                       sdk::kBuildConfig.version, ToUtf8(parts.executableName), options.channel,
+                       sdk::kBuildConfig.version, parts.record.executable, options.channel,
                        DisplayPath(ExtendedLengthPath(options.server))));
   console.Report()["published"] = true;
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::wstring path = ExtendedLengthPath(options.executable);
+  const std::wstring name = path.substr(path.find_last_of(L'\\') + 1);
   Parts parts;
-  parts.executableName = path.substr(path.find_last_of(L'\\') + 1);
+  parts.record.executable = ToUtf8(name);
   console.Report().update({{"version", sdk::kBuildConfig.version},
-                           {"executable", ToUtf8(parts.executableName)},
+                           {"executable", parts.record.executable},
                            {"channel", options.channel},
                            {"server", DisplayPath(ExtendedLengthPath(options.server))},
                            {"published", false}});
 
-  CheckExecutableName(parts.executableName, diagnostics);
+  CheckExecutableName(name, diagnostics);
   if (auto content = ReadInput(options.executable, diagnostics)) {
     parts.executable = std::move(*content);
     CheckExecutable(options.executable, parts, diagnostics);

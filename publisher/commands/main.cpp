@@ -72,6 +72,7 @@ int Run(int count, wchar_t** arguments) {
   AddSettingsCommand(program, chosen);
   AddGameCommand(program, chosen);
   AddLauncherCommand(program, chosen);
+  AddPromoteCommand(program, chosen);
   AddVerifyCommand(program, chosen);
   AddPreviewCommand(program, chosen);
   AddInspectCommand(program, chosen);

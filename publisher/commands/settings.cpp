@@ -1,3 +1,5 @@
+#include "core/windows.h"
+
 #include <algorithm>
 #include <memory>
 
@@ -5,6 +7,7 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/channel/archive_records.h"
+#include "publisher/channel/published_tree.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/whole_file.h"
@@ -18,39 +21,33 @@ struct Options {
   std::string output;
 };
 
-bool StandsInUrls(char c) { return c > ' ' && c <= '~'; }
-
 void CheckUrl(const std::string& url, Diagnostics& diagnostics) {
   if (!url.starts_with("http://") && !url.starts_with("https://")) {
-    diagnostics.AddError(url, "the Launcher asks servers over http and https only",
-                         "Begin the URL with https://.");
+    diagnostics.AddError(url, "not an http or https URL", "Begin the URL with https://.");
   }
-  if (!std::all_of(url.begin(), url.end(), StandsInUrls)) {
-    diagnostics.AddError(url, "a URL holds neither blanks nor characters beyond ASCII",
-                         "Encode them, a blank as %20.");
+  if (!std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c <= '~'; })) {
+    diagnostics.AddError(url, "a URL cannot contain spaces or non-ASCII characters",
+                         "Encode them: a space as %20.");
   }
-  if (!url.ends_with('/')) {
-    diagnostics.AddWarning(
-        url, "without a slash at its end, \"updates\" is glued to the URL's last word",
-        Format("Write {}/ unless that is meant.", url));
-  }
-  if (!url.starts_with("https://")) {
-    diagnostics.AddWarning(url, "without https anybody on the way can replace the game's files",
-                           "Serve over https.");
-  }
+  WarnOfBaseUrl(url, "--url", diagnostics);
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   CheckUrl(options.url, diagnostics);
   const std::wstring output = ExtendedLengthPath(options.output);
-  if (!diagnostics.HasErrors()) {
-    file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
-    WriteFileAtomically(output, SettingsArchive(ToWide(options.url), ToWide(options.channel)));
-    console.Print(
-        Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
+  const DWORD attributes = GetFileAttributesW(output.c_str());
+  if (options.output.ends_with('/') || options.output.ends_with('\\') ||
+      (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)) {
+    diagnostics.AddError(DisplayPath(output), "is a folder",
+                         "Name the file to write, such as Updater\\UpdaterData.vpak.");
   }
   console.Report().update(
       {{"file", DisplayPath(output)}, {"url", options.url}, {"channel", options.channel}});
+  if (diagnostics.HasErrors()) return;
+  file::MakeDirectories(output.substr(0, output.find_last_of(L'\\')));
+  WriteFileAtomically(output, SettingsArchive(ToWide(options.url), ToWide(options.channel)));
+  console.Print(
+      Format("{}: URL {}, channel {}", DisplayPath(output), options.url, options.channel));
 }
 
 }  // namespace
@@ -68,7 +65,8 @@ void AddSettingsCommand(CLI::App& program, Command& chosen) {
       ->required();
   AddChannel(*command, options->channel)->required();
   command
-      ->add_option("--output", options->output, "The file to write; its folder is made if missing.")
+      ->add_option("--output", options->output,
+                   "The file to write. Its folder is created if it is missing.")
       ->required();
 }
 

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,6 +13,7 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/channel/channel_check.h"
+#include "publisher/channel/channel_swap.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -20,111 +23,81 @@ namespace ve::publish {
 namespace {
 
 struct Options {
-  ChannelOptions channelOptions;
+  ChannelOptions check;
   std::string channel;
+  std::string executable;
 };
 
-bool IsChannel(std::wstring_view name) {
-  return std::find(sdk::kReleaseChannels.begin(), sdk::kReleaseChannels.end(), name) !=
-         sdk::kReleaseChannels.end();
+/// Whether the channel's folder can be checked. An absent one is an error if a publish was
+/// interrupted, or if it is the one asked for.
+bool HasFolder(const std::wstring& server, std::wstring_view channel, bool isAskedFor,
+               Diagnostics& diagnostics) {
+  const ChannelFolders folders = FoldersOf(server, channel);
+  if (file::Exists(folders.live)) return true;
+  if (file::Exists(folders.previous)) {
+    diagnostics.AddError(
+        DisplayPath(folders.live),
+        Format("is missing: a publish was interrupted and left {}", DisplayPath(folders.previous)),
+        "Players get no updates. Publish again, which restores the channel first, or rename that "
+        "folder.");
+  } else if (isAskedFor) {
+    diagnostics.AddError(DisplayPath(folders.live), "there is no such folder",
+                         "Publish to the channel, or check --server and --channel.");
+  }
+  return false;
 }
 
-/// The channels that have a folder; remarks on what else is among them.
-std::vector<std::wstring> ChannelsInFolder(const std::wstring& server, Diagnostics& diagnostics) {
+void WarnOfUnknownFolders(const std::wstring& server, Diagnostics& diagnostics) {
   const std::wstring updates = JoinPath(server, L"updates");
-  std::vector<std::wstring> channels;
-  if (file::Exists(updates)) {
-    file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
-      const std::wstring name(entry.path.substr(updates.size() + 1));
-      if (IsChannel(name) && entry.IsDirectory()) {
-        channels.push_back(name);
-      } else {
-        diagnostics.AddWarning(DisplayPath(entry.path), "is no channel",
-                               "No Launcher ever asks for it.");
-      }
-      return file::WalkAction::kSkip;
-    });
-  }
-  if (channels.empty()) {
-    diagnostics.AddError(DisplayPath(server), "holds no channel",
-                         "Channels are its folders updates\\alpha, beta, demo and release.");
-  }
-  return channels;
-}
-
-std::string Reason(const DownloadResult& download) {
-  std::string reason = ToUtf8(download.Error());
-  while (reason.ends_with('\n') || reason.ends_with('\r')) reason.pop_back();
-  return reason;
-}
-
-/// Why the channel does not answer; none if it does.
-std::optional<std::string> Silence(const TreeOptions& options, std::wstring_view channel) {
-  const PublishedTree tree(options, channel);
-  std::string reasons;
-  for (const std::wstring_view name : {kVersionName, kUpdaterManifestName}) {
-    const DownloadResult download = tree.Fetch(name);
-    if (download.Succeeded()) return {};
-    reasons += Format("{}{}: {}", reasons.empty() ? "" : ", ", ToUtf8(name), Reason(download));
-  }
-  return reasons;
-}
-
-std::vector<std::wstring> AnsweringChannels(const TreeOptions& options, Diagnostics& diagnostics) {
-  std::vector<std::wstring> channels;
-  std::vector<Diagnostic> silent;
-  for (const std::wstring_view channel : sdk::kReleaseChannels) {
-    if (auto reasons = Silence(options, channel)) {
-      silent.push_back({options.url, Format("{} does not answer ({})", ToUtf8(channel), *reasons),
-                        "Name the channel to see all that is wrong with it."});
-    } else {
-      channels.emplace_back(channel);
+  if (!file::Exists(updates)) return;
+  file::WalkDirectory(updates, [&](const file::DirectoryEntry& entry) {
+    const std::wstring_view name = entry.path.substr(updates.size() + 1);
+    const bool isChannel = std::find(sdk::kReleaseChannels.begin(), sdk::kReleaseChannels.end(),
+                                     name) != sdk::kReleaseChannels.end();
+    // This tool's own folders and files begin with a dot.
+    if (!isChannel && !name.starts_with(L'.')) {
+      diagnostics.AddWarning(DisplayPath(entry.path), "not a known channel",
+                             "Launchers never ask for it.");
     }
-  }
-  if (channels.empty()) diagnostics.errors = std::move(silent);
-  return channels;
-}
-
-/// Most servers have none. Where it is followed to is checked with each channel.
-void CheckServedRedirect(const std::string& url, Diagnostics& diagnostics) {
-  const std::wstring place = Format(L"{}{}", ToWide(url), kRedirectName);
-  const DownloadResult download = DownloadChecked(place, ToUtf8(place), diagnostics);
-  if (download.Succeeded() || download.Error() == kNotFound) return;
-  diagnostics.AddWarning(ToUtf8(place), Format("cannot be fetched: {}", Reason(download)),
-                         "Launchers go on as if there were no redirection.");
-}
-
-void CheckBase(const TreeOptions& options, Diagnostics& diagnostics) {
-  if (options.url.empty()) {
-    const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
-    if (!file::Exists(redirect)) return;
-    diagnostics.AddWarning(DisplayPath(redirect),
-                           Format("sends all players to '{}'", ReadWholeFile(redirect)),
-                           "This folder is not what they get; verify that URL too.");
-    return;
-  }
-  if (!options.url.ends_with('/')) {
-    diagnostics.AddWarning(options.url, "has no slash at its end, as Launchers need it",
-                           Format("Write {}/ unless that is meant.", options.url));
-  }
-  CheckServedRedirect(options.url, diagnostics);
+    return file::WalkAction::kSkip;
+  });
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
-  const TreeOptions& tree = options.channelOptions.tree;
-  CheckBase(tree, diagnostics);
-  std::vector<std::wstring> channels;
-  if (!options.channel.empty()) {
-    channels.push_back(ToWide(options.channel));
+  Json& report = console.Report()["channels"] = Json::array();
+  ChannelOptions check = options.check;
+  const bool isServed = !check.tree.url.empty();
+  const bool isAskedFor = !options.channel.empty();
+  const std::wstring server = isServed ? L"" : ExtendedLengthPath(check.tree.server);
+  if (!options.executable.empty()) {
+    std::atomic<std::uint64_t> bytesDone = 0;
+    check.executable = DigestOf(ExtendedLengthPath(options.executable), bytesDone);
+  }
+  if (isServed) {
+    check.configuredUrl = check.tree.url;
+    check.mayBeAbsent = !isAskedFor;
   } else {
-    channels = tree.url.empty() ? ChannelsInFolder(ExtendedLengthPath(tree.server), diagnostics)
-                                : AnsweringChannels(tree, diagnostics);
+    WarnOfUnknownFolders(server, diagnostics);
   }
-  console.Report()["channels"] = Json::array();
-  for (const std::wstring& channel : channels) {
-    CheckChannel(options.channelOptions, channel, console, diagnostics);
+  check.tree = FollowRedirect(check.tree, diagnostics);
+
+  std::vector<Diagnostic> absent;
+  for (const std::wstring_view channel : sdk::kReleaseChannels) {
+    if (isAskedFor && channel != ToWide(options.channel)) continue;
+    if (!isServed && !HasFolder(server, channel, isAskedFor, diagnostics)) continue;
+    if (const auto reasons = CheckChannel(check, channel, console, diagnostics)) {
+      absent.push_back({check.tree.url,
+                        Format("{} cannot be fetched ({})", ToUtf8(channel), *reasons),
+                        "Check the URL, and name the channel to see all errors in it."});
+    }
   }
-  if (!diagnostics.HasErrors()) console.Print("All is as players' Launchers need it.");
+  if (report.empty())
+    std::move(absent.begin(), absent.end(), std::back_inserter(diagnostics.errors));
+  if (report.empty() && !diagnostics.HasErrors()) {
+    diagnostics.AddError(DisplayPath(server), "contains no channel",
+                         "Channels are its folders updates\\alpha, beta, demo and release.");
+  }
+  if (!diagnostics.HasErrors()) console.Print("No errors: Launchers can update from here.");
 }
 
 }  // namespace
@@ -137,15 +110,20 @@ void AddVerifyCommand(CLI::App& program, Command& chosen) {
                  [options](Console& console, Diagnostics& diagnostics) {
                    Run(*options, console, diagnostics);
                  });
-  ChannelOptions& channel = options->channelOptions;
-  CLI::Option_group* tree = command->add_option_group("Tree", "One of");
-  AddServer(*tree, channel.tree.server);
-  tree->add_option("--url", channel.tree.url, "The server's base URL, with its last slash.");
-  tree->require_option(1);
+  TreeOptions& tree = options->check.tree;
+  CLI::Option_group* group = command->add_option_group("Tree", "One of");
+  AddServer(*group, tree.server);
+  group->add_option("--url", tree.url, "The server's base URL, with its last slash.");
+  group->require_option(1);
   AddChannel(*command, options->channel)->description("The release channel; without it, all.");
+  command->add_option("--launcher", options->check.launcher,
+                      "The executable's name, if it is not the one last published.");
+  command->add_option("--exe", options->executable,
+                      "A Launcher: check that the published one is the same.");
   command
-      ->add_option("--launcher", channel.launcher,
-                   "The executable's name on a server (in a folder it is found).")
+      ->add_option("--timeout", tree.timeout,
+                   "With --url: seconds to wait for a connection, and for each answer.")
+      ->check(CLI::Range(1U, 86'400U))
       ->capture_default_str();
 }
 

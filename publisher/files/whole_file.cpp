@@ -2,7 +2,7 @@
 
 #include "core/windows.h"
 
-#include <algorithm>
+#include <array>
 
 #include "core/files.h"
 #include "core/format.h"
@@ -10,62 +10,49 @@
 #include "publisher/files/windows_errors.h"
 
 namespace ve::publish {
-namespace {
-
-constexpr DWORD kMaxAtOnce = 1U << 30;
-
-std::wstring Beside(const std::wstring& path) { return Format(L"{}{}", path, kBesideSuffix); }
-
-}  // namespace
-
 std::string ReadWholeFile(const std::wstring& path) {
   const UniqueFileHandle file(CreateFileW(
       path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
       OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
   LARGE_INTEGER size;
-  if (!file || GetFileSizeEx(file.Get(), &size) == FALSE)
+  if (!file || GetFileSizeEx(file.Get(), &size) == FALSE) {
     ThrowWindowsError("read", path, GetLastError());
-  std::string content(static_cast<std::size_t>(size.QuadPart), '\0');
-  for (std::size_t done = 0; done < content.size();) {
-    const auto wanted =
-        static_cast<DWORD>(std::min<std::size_t>(content.size() - done, kMaxAtOnce));
-    DWORD read = 0;
-    if (ReadFile(file.Get(), content.data() + done, wanted, &read, nullptr) == FALSE) {
-      ThrowWindowsError("read", path, GetLastError());
-    }
-    if (read == 0) content.resize(done);  // It has become shorter meanwhile.
-    done += read;
   }
+  if (size.HighPart != 0) ThrowWindowsError("read", path, ERROR_FILE_TOO_LARGE);
+  std::string content(size.LowPart, '\0');
+  DWORD read = 0;
+  if (ReadFile(file.Get(), content.data(), size.LowPart, &read, nullptr) == FALSE) {
+    ThrowWindowsError("read", path, GetLastError());
+  }
+  content.resize(read);
   return content;
 }
 
 void WriteFileAtomically(const std::wstring& path, std::string_view content) {
-  UniqueFileHandle file(CreateFileW(Beside(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+  const std::wstring beside = Format(L"{}{}", path, kBesideSuffix);
+  UniqueFileHandle file(CreateFileW(beside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) ThrowWindowsError("written", path, GetLastError());
-  while (!content.empty()) {
-    const auto wanted = static_cast<DWORD>(std::min<std::size_t>(content.size(), kMaxAtOnce));
-    DWORD written = 0;
-    if (WriteFile(file.Get(), content.data(), wanted, &written, nullptr) == FALSE) {
-      ThrowWindowsError("written", path, GetLastError());
-    }
-    content.remove_prefix(written);
-  }
-  if (FlushFileBuffers(file.Get()) == FALSE || !file.Close())
+  DWORD written = 0;
+  if (!file ||
+      WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written,
+                nullptr) == FALSE ||
+      FlushFileBuffers(file.Get()) == FALSE || !file.Close()) {
     ThrowWindowsError("written", path, GetLastError());
-  file::Rename(Beside(path), path);
+  }
+  file::Rename(beside, path);
 }
 
-void CopyWholeFile(const std::wstring& source, const std::wstring& path) {
-  if (CopyFileW(source.c_str(), Beside(path).c_str(), FALSE) == FALSE) {
-    ThrowWindowsError("copied", source, GetLastError());
+TemporaryFile::TemporaryFile(std::string_view content) {
+  std::array<wchar_t, MAX_PATH + 1> folder{};
+  std::array<wchar_t, MAX_PATH + 1> path{};
+  if (GetTempPathW(static_cast<DWORD>(folder.size()), folder.data()) == 0 ||
+      GetTempFileNameW(folder.data(), L"pub", 0, path.data()) == 0) {
+    ThrowWindowsError("used for temporary files", folder.data(), GetLastError());
   }
-  // The copy brings attributes along: a read-only file could not be replaced or removed later, and
-  // a hidden one is not served everywhere.
-  if (SetFileAttributesW(Beside(path).c_str(), FILE_ATTRIBUTE_NORMAL) == FALSE) {
-    ThrowWindowsError("copied", source, GetLastError());
-  }
-  file::Rename(Beside(path), path);
+  path_ = path.data();
+  WriteFileAtomically(path_, content);
 }
+
+TemporaryFile::~TemporaryFile() { DeleteFileW(path_.c_str()); }
 
 }  // namespace ve::publish

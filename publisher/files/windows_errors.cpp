@@ -16,9 +16,9 @@ const char* HintFor(std::uint32_t code) {
   switch (code) {
     case ERROR_ACCESS_DENIED:
     case ERROR_WRITE_PROTECT:
-      return "This account lacks the right to do that, or the file is read-only. Use an account "
-             "that "
-             "has it, or change the rights of the folder.";
+      return "This account lacks the right to do that, or the file is read-only or hidden. Use an "
+             "account "
+             "that has it, or change the rights of the folder.";
     case ERROR_SHARING_VIOLATION:
     case ERROR_LOCK_VIOLATION:
     case ERROR_DELETE_PENDING:

@@ -1,372 +1,277 @@
 #include "publisher/preview/preview.h"
 
-#include <algorithm>
+#include "core/windows.h"
+
+#include <cstdint>
 #include <exception>
-#include <iterator>
-#include <memory>
-#include <string_view>
-#include <unordered_set>
-#include <utility>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "archive/updater_settings.h"
-#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
-#include "core/log.h"
 #include "core/unicode.h"
 #include "launcher/updater_driver.h"
+#include "publisher/build/name_rules.h"
+#include "publisher/channel/executable.h"
 #include "publisher/channel/manifest_check.h"
+#include "publisher/channel/published_tree.h"
+#include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/preview/preview_server.h"
-#include "updater/cleanup_rules.h"
-#include "updater/failure_log.h"
-#include "updater/game_apply.h"
+#include "publisher/files/windows_errors.h"
+#include "publisher/preview/planned_folder.h"
+#include "publisher/report/version_text.h"
 #include "updater/game_download.h"
 #include "updater/game_manifest.h"
-#include "updater/game_update.h"
+#include "updater/game_version.h"
 #include "updater/self_update.h"
+#include "updater/updater_manifest.h"
 
 namespace ve::publish {
 namespace {
 
-// What abort() ends a program with in the C runtime that the Launcher is built with.
-constexpr int kAbnormalEnd = 3;
+constexpr const char* kPublish = "Publish it again.";
 
-/// A content that no listed file has: the log, the settings.
-bool MatchesNothing(std::uint64_t, std::string_view) { return false; }
-
-std::wstring_view NamePart(std::wstring_view path) {
-  return path.substr(path.find_last_of(L"\\/") + 1);
-}
-
-class SimulatedRun {
+/// The stages of a run, in their order. A stage throws where the Launcher fails.
+class Preview {
  public:
-  SimulatedRun(const PreviewOptions& options, Diagnostics& diagnostics,
-               const PreviewProgress& progress)
+  Preview(const PreviewOptions& options, const TreeOptions& followed, std::uint32_t version,
+          Console& console, Diagnostics& found)
       : options_(options),
-        diagnostics_(diagnostics),
-        progress_(progress),
-        executable_(NamePart(options.launcher)),
-        disk_(options.launcher),
-        download_([this](std::wstring_view url) { return server_->Fetch(url); }) {}
+        followed_(followed),
+        ownVersion_(version),
+        console_(console),
+        diagnostics_(found) {}
 
-  PreviewPlan Tell() {
-    for (const std::wstring& link : disk_.Links()) {
-      diagnostics_.AddWarning(ToUtf8(link),
-                              "a link to a directory: what lies behind it was not looked at",
-                              "Preview an installation without links.");
+  /// Plans the run in the current directory and reports it.
+  void Run() {
+    Plan();
+    console_.EndProgress();
+    launcher_["ownVersion"] = ownVersion_;
+    game_["removed"] = removed_;
+    console_.Report().update(report_);
+    PrintForPeople();
+    if (!options_.tree.url.empty() && !options_.fetch && !game_["downloaded"].empty()) {
+      diagnostics_.AddWarning(options_.tree.url, "not checked whether the game's files are there",
+                              "Add --fetch, or name the served folder with --server.");
     }
-    if (RunsOnToTheGame()) StartGame();
-    if (server_) plan_.requests = server_->TakeRequests();
-    plan_.changes = disk_.Changes();
-    return std::move(plan_);
   }
 
  private:
-  /// False if the run ends before the game is started.
-  bool RunsOnToTheGame() {
-    if (!ReadSettings()) return true;
-    if (RestartsItself()) return false;
-    return UpdatesGame();
+  void PrintForPeople() {
+    const auto text = [](const Json& value) {
+      return value.is_string() ? value.get<std::string>() : value.is_null() ? "none" : value.dump();
+    };
+    std::uint64_t bytes = 0;
+    for (const Json& file : game_["downloaded"]) bytes += file["size"].get<std::uint64_t>();
+    console_.Print(Format("Updates from {}", text(report_["updatesUrl"])));
+    console_.Print(Format("Launcher {}: {} (on the server: version {})", ownVersion_,
+                          text(launcher_["outcome"]), text(launcher_["offeredVersion"])));
+    console_.Print(Format("Game: {} (installed {}, on the server {})", text(game_["outcome"]),
+                          text(game_["installedVersion"]), text(game_["offeredVersion"])));
+    console_.Print(Format("  {} files current, {} staged, {} to download ({})",
+                          game_["current"].size(), game_["staged"].size(),
+                          game_["downloaded"].size(), FormatByteSize(bytes)));
+    for (const Json& file : game_["downloaded"]) {
+      console_.Print(Format("    downloads {} ({})", text(file["name"]),
+                            FormatByteSize(file["size"].get<std::uint64_t>())));
+    }
+    for (const Json& name : game_["removed"]) console_.Print(Format("    removes {}", text(name)));
+    console_.Print(report_["gameStarted"] ? "The game is started." : "The game is not started.");
   }
 
-  bool ReadSettings() {
+  void Plan() {
+    if (Attempt(&Preview::ReadSettings)) {
+      if (Attempt(&Preview::UpdateSelf) && launcher_["outcome"] != "current") return;  // Restarts.
+      if (!Attempt(&Preview::UpdateGame) && game_["outcome"] == "abnormal end") return;
+    }
+    report_["gameStarted"] = Attempt(&Preview::StartGame);
+  }
+
+  /// Returns whether the stage passes; adds an error, with what it means for the run, if not.
+  bool Attempt(void (Preview::*stage)()) {
     try {
-      settings_ = file::LoadFile(sdk::kSettingsFile);
-      const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settings_);
-      plan_.url = ToUtf8(settings.url);
-      plan_.channel = ToUtf8(settings.channel);
-      server_ = std::make_unique<PreviewServer>(options_.tree, options_.fetch, settings.url,
-                                                settings.channel, diagnostics_);
-      plan_.updatesUrl = ToUtf8(server_->UpdatesUrl());
+      (this->*stage)();
       return true;
     } catch (const std::exception& error) {
-      Log(kSettingsLogPrefix, error.what());
+      const auto* const own = dynamic_cast<const PublishError*>(&error);
+      Diagnostic found{subject_, error.what(), "Replace this file, or the directory in its place."};
+      if (own != nullptr) found = own->GetDiagnostic();
+      found.message = Format("{}: {}", consequence_, found.message);
+      if (game_["outcome"] == "abnormal end") game_["stop"] = found.subject + ": " + found.message;
+      diagnostics_.errors.push_back(std::move(found));
       return false;
     }
   }
 
-  // --- The Launcher's own update ---
-
-  bool RestartsItself() {
-    RemoveStaleExecutable();
-    const std::wstring updaterUrl = sdk::UpdaterUrl(server_->UpdatesUrl());
-    try {
-      plan_.selfUpdate = UpdateSelf(updaterUrl);
-    } catch (const std::exception& error) {
-      plan_.selfUpdate = SelfUpdate::kFailed;
-      Log(sdk::SelfUpdateLogPrefix(updaterUrl), error.what());
-    }
-    if (!Restarts(plan_.selfUpdate)) return false;
-    Show(sdk::kRestartCaption);
-    return true;
+  [[nodiscard]] FileContent Fetch(std::wstring_view name, Keep keep = Keep::kBody) {
+    subject_ = tree_->LocationOf(name);
+    FileContent content = tree_->Read(name, keep);
+    if (content.error.empty()) return content;
+    throw PublishError({subject_, "cannot be downloaded: " + ToUtf8(content.error), kPublish});
   }
 
-  void RemoveStaleExecutable() {
-    try {
-      disk_.Remove(sdk::kParkedExecutable);
-    } catch (const std::exception&) {
-      // It stays, as it does for the Launcher.
-    }
-    plan_.staleExecutableRemoved = !disk_.TakeRemoved().empty();
-  }
-
-  SelfUpdate UpdateSelf(std::wstring_view updaterUrl) {
-    const std::uint32_t offered =
-        sdk::FetchOfferedLauncher(updaterUrl, options_.ownVersion, download_);
-    plan_.offeredLauncher = offered;
-    if (offered > options_.ownVersion) {
-      ReplaceExecutable(updaterUrl);
-      return SelfUpdate::kReplaced;
-    }
-    if (sdk::FetchSettings(updaterUrl, download_) == settings_) return SelfUpdate::kCurrent;
-    disk_.SaveFile(sdk::kSettingsFile, MatchesNothing);
-    return SelfUpdate::kSettingsReplaced;
-  }
-
-  void ReplaceExecutable(std::wstring_view updaterUrl) {
-    static_cast<void>(sdk::FetchNewBuild(updaterUrl, executable_, download_));
-    try {
-      disk_.Rename(executable_, sdk::kParkedExecutable);
-      disk_.SaveFile(executable_, MatchesNothing);
-    } catch (...) {
-      Show(sdk::kSelfUpdateFailedCaption);
-      // The rollback, whose own failure takes the place of the first one.
-      if (disk_.Exists(sdk::kParkedExecutable)) {
-        disk_.Rename(sdk::kParkedExecutable, executable_);
-      }
-      throw;
+  void ReadSettings() {
+    consequence_ = "the Launcher updates nothing";
+    subject_ = "Updater/UpdaterData.vpak";
+    settingsBytes_ = file::LoadFile(sdk::kSettingsFile);
+    const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(settingsBytes_);
+    report_["settings"] = {{"url", ToUtf8(settings.url)}, {"channel", ToUtf8(settings.channel)}};
+    tree_.emplace(followed_, settings.channel);
+    const std::wstring channelUrl = Format(L"{}{}/", settings.url, ChannelName(settings.channel));
+    report_["updatesUrl"] = ToUtf8(tree_->IsServed() ? tree_->UpdatesUrl() : channelUrl);
+    if (tree_->IsServed() && ToWide(options_.tree.url) != settings.url) {
+      diagnostics_.AddWarning(subject_, "has another address than --url: " + ToUtf8(settings.url),
+                              "Players update from that address.");
     }
   }
 
-  // --- The game's update ---
-
-  /// False if the program ends abnormally.
-  bool UpdatesGame() {
-    try {
-      UpdateGame();
-    } catch (const std::exception& error) {
-      plan_.gameUpdate = plan_.gameUpdate == GameUpdate::kNotReached ? GameUpdate::kCheckFailed
-                                                                     : GameUpdate::kUpdateRefused;
-      Log(sdk::GameUpdateLogPrefix(server_->UpdatesUrl()), error.what());
+  void UpdateSelf() {
+    consequence_ = "the Launcher does not update itself";
+    launcher_["outcome"] = "failed";
+    std::string manifest = Fetch(kUpdaterManifestName).body;
+    const std::uint32_t offered = sdk::ReadUpdaterManifest(manifest, ownVersion_);
+    launcher_["offeredVersion"] = offered;
+    if (offered > ownVersion_) {
+      static_cast<void>(Fetch(Format(L"{}/{}", kUpdaterFolder, executable_)));
+      folder_.Remove(sdk::kParkedExecutable);
+      launcher_["outcome"] = "replaced";
+    } else if (Fetch(kUpdaterSettingsName).body == settingsBytes_) {
+      launcher_["outcome"] = "current";
+    } else {
+      folder_.WriteFile(sdk::kSettingsFile);
+      launcher_["outcome"] = "settings replaced";
     }
-    return plan_.gameUpdate != GameUpdate::kEnded;
   }
 
   void UpdateGame() {
-    plan_.installedVersion = sdk::ReadInstalledVersion();
-    if (!Offers()) {
-      plan_.gameUpdate = GameUpdate::kNotOffered;
+    consequence_ = "the game starts without an update";
+    subject_ = "Updater/GameVersion.vpak";
+    game_["outcome"] = "check failed";
+    const std::optional<sdk::VersionNumber> installed = sdk::ReadInstalledVersion();
+    if (installed) game_["installedVersion"] = VersionText(*installed);
+    if (!installed) game_["outcome"] = "refused";
+    // Without an installed version the Launcher itself would not read this one until its next run.
+    const sdk::VersionNumber offered = sdk::ReadOfferedVersion(Fetch(kVersionName).body);
+    game_["offeredVersion"] = VersionText(offered);
+    if (installed && *installed >= offered) {
+      game_["outcome"] = "not offered";
       return;
     }
-    Show(sdk::kUpdateAvailableCaption);
-    plan_.gameUpdate = GameUpdate::kUpdateRefused;  // Until it has got further.
-    std::string manifestText;
-    sdk::GameUpdateManifest manifest;
-    try {
-      const std::wstring& updatesUrl = server_->UpdatesUrl();
-      if (!pendingVersion_) NoteOfferedVersion(sdk::FetchVersionFile(updatesUrl, download_));
-      manifestText = sdk::FetchGameManifest(updatesUrl, download_);
-      manifest = sdk::ReadGameUpdateManifest(manifestText);
-      WarnOfNames(manifest);
-      MakeStagingFolders(manifest);
-    } catch (...) {
-      Show(sdk::kUpdateFailedCaption);
-      throw;
-    }
-    plan_.gameUpdate = AppliesUpdate(manifest) ? GameUpdate::kUpdated : GameUpdate::kEnded;
-  }
 
-  /// A run with such a name may go otherwise: it depends on the server what comes for it.
-  void WarnOfNames(const sdk::GameUpdateManifest& manifest) {
-    Diagnostics found;
-    CheckListedNames(manifest, ToUtf8(kManifestName), executable_, found);
-    for (std::vector<Diagnostic>* list : {&found.errors, &found.warnings}) {
-      std::move(list->begin(), list->end(), std::back_inserter(diagnostics_.warnings));
+    game_["outcome"] = "refused";
+    std::string text = Fetch(kManifestName).body;
+    const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+    CheckListedNames(manifest, subject_, executable_, diagnostics_);
+    folder_.MakeDirectory(sdk::kStagingFolder.substr(0, sdk::kStagingFolder.find(L'\\')));
+    folder_.MakeDirectory(sdk::kStagingFolder);
+    for (const std::string_view directory : manifest.directories) {
+      folder_.MakeDirectory(sdk::StagingDirectory(directory));
     }
-  }
 
-  bool Offers() {
-    return sdk::CheckGameVersion(sdk::VersionUrl(server_->UpdatesUrl()), pendingVersion_,
-                                 [this](std::wstring_view url) {
-                                   DownloadResult result = server_->Fetch(url);
-                                   if (result.Succeeded()) NoteOfferedVersion(result.Body());
-                                   return result;
-                                 });
-  }
-
-  /// For the report only: where no version is installed, the Launcher does not read what it gets.
-  void NoteOfferedVersion(std::string_view bytes) {
-    try {
-      plan_.offeredVersion = sdk::ReadOfferedVersion(bytes);
-    } catch (const std::exception& error) {
-      diagnostics_.AddWarning("GameVersion.vpak", error.what(), "Publish the game again.");
+    game_["outcome"] = "abnormal end";
+    consequence_ = "the run ends abnormally while files are downloaded";
+    const sdk::StagedUpdate staged = StageFiles(manifest);
+    consequence_ = "the run ends abnormally while files are installed";
+    for (const std::string_view directory : manifest.directories) {
+      const std::wstring name = sdk::WidenName(directory);
+      if (folder_.Find(name) == nullptr) folder_.MakeDirectory(name);  // Also a file is enough.
     }
-  }
-
-  void MakeStagingFolders(const sdk::GameUpdateManifest& manifest) {
-    try {
-      disk_.EnsureDirectories(sdk::kStagingFolder);
-      for (const std::string_view directory : manifest.directories) {
-        disk_.MakeDirectory(sdk::StagingDirectory(directory));
-      }
-    } catch (...) {
-      plan_.stagingDirectories = disk_.TakeMadeDirectories();
-      throw;
-    }
-    plan_.stagingDirectories = disk_.TakeMadeDirectories();
-  }
-
-  /// False if the program ends abnormally. From here on nothing is logged or shown then.
-  bool AppliesUpdate(const sdk::GameUpdateManifest& manifest) {
-    std::string stage;
-    try {
-      stage = "while the files are fetched";
-      const sdk::StagedUpdate staged = StageFiles(manifest);
-      stage = "while directories are made";
-      for (const std::string_view directory : manifest.directories) {
-        disk_.EnsureDirectories(sdk::WidenName(directory));
-      }
-      stage = "while files are copied";
-      for (const sdk::StagedFile& copy : staged.copies) {
-        disk_.CopyFileOverwrite(copy.stagingPath, copy.name);
-        plan_.copied.emplace_back(copy.name);
-      }
-      stage = "in the clean-up";
-      CleanUp(staged.names);
-      NoteEffects();
-      stage = "when the version is written";
-      RemoveStagingFolder();
-      disk_.SaveFile(sdk::kGameVersionFile, MatchesNothing);
-    } catch (const std::exception& error) {
-      plan_.stop = Format("{}: {}", stage, error.what());
-      plan_.exitCode = kAbnormalEnd;
-    }
-    NoteEffects();
-    if (!plan_.stop.empty()) return false;
-    plan_.versionWritten = true;
-    Show(sdk::kUpdateSuccessfulCaption);
-    return true;
+    for (const sdk::StagedFile& copy : staged.copies) folder_.WriteFile(copy.name);
+    consequence_ = "the run ends abnormally in the clean-up";
+    folder_.CleanUp(sdk::CleanupRules(staged.names, executable_), removed_);
+    consequence_ = "the run ends abnormally when the version is recorded";
+    folder_.WriteFile(sdk::kGameVersionFile);
+    game_["outcome"] = "done";
   }
 
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
+    using enum sdk::FileSource;
     sdk::StagedUpdate staged;
-    std::uint64_t bytes = 0;
-    for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
-    std::uint64_t bytesDone = 0;
     for (const sdk::FileEntry& entry : manifest.files) {
-      progress_(staged.names.size(), manifest.files.size(), bytesDone, bytes);
-      std::wstring stagingPath = sdk::StagingPath(entry.name);
-      const sdk::FileSource source = Source(entry, stagingPath);
-      if (source == sdk::FileSource::kServer) FetchFile(entry, stagingPath);
-      if (source == sdk::FileSource::kInstalled) {
-        plan_.current.emplace_back(entry.name);
-      } else {
-        staged.copies.push_back({entry.name, std::move(stagingPath)});
+      console_.ShowProgress({"Reading", staged.names.size(), manifest.files.size(), 0, 0});
+      subject_ = ToUtf8(entry.name);
+      const std::wstring stagingPath = sdk::StagingPath(entry.name);
+      sdk::FileSource source = sdk::FindSource(entry, stagingPath);
+      const auto known = downloaded_.find(FoldCase(entry.name));  // For an earlier entry.
+      if (source != kInstalled && known != downloaded_.end()) {
+        source = known->second == entry.digest ? kStaged : kServer;
       }
-      if (source == sdk::FileSource::kStaged) plan_.reused.emplace_back(entry.name);
+      if (source == kServer) Download(entry, stagingPath);
+      if (source == kStaged) game_["staged"].push_back(subject_);
+      if (source == kInstalled) game_["current"].push_back(subject_);
+      if (source != kInstalled) staged.copies.push_back({entry.name, stagingPath});
       staged.names.insert(entry.name);
-      bytesDone += entry.size;
     }
     return staged;
   }
 
-  [[nodiscard]] sdk::FileSource Source(const sdk::FileEntry& entry,
-                                       std::wstring_view stagingPath) const {
-    return sdk::FindSource(
-        entry, stagingPath,
-        [this](std::wstring_view path, std::uint64_t size, std::string_view digest) {
-          return disk_.Matches(path, size, digest);
-        });
-  }
-
-  void FetchFile(const sdk::FileEntry& entry, std::wstring_view stagingPath) {
-    const std::wstring url = Format(L"{}{}", server_->UpdatesUrl(), entry.name);
-    Payload payload = server_->FetchPayload(url, entry);
-    static_cast<void>(
-        sdk::DownloadGameFile(url, [&payload](std::wstring_view) { return payload.result; }));
-    if (payload.size != entry.size) {
-      diagnostics_.AddWarning(
-          ToUtf8(entry.name), "the server's file has another size than the listed one",
-          "Players would get it, and get it again with each update: publish again.");
+  void Download(const sdk::FileEntry& entry, std::wstring_view stagingPath) {
+    std::string& digest = downloaded_[FoldCase(entry.name)] = entry.digest;
+    std::uint64_t size = entry.size;
+    if (!tree_->IsServed() || options_.fetch) {
+      const FileContent content = Fetch(entry.name, Keep::kDigest);
+      digest = content.md5;
+      size = content.size;
     }
-    plan_.downloaded.push_back({entry.name, payload.size});
-    disk_.SaveFile(stagingPath, std::move(payload.content));
-  }
-
-  void CleanUp(const std::unordered_set<std::wstring_view>& listedNames) {
-    const sdk::CleanupRules rules(listedNames, executable_);
-    constexpr std::wstring_view kRoot = L".";
-    disk_.WalkDirectory(kRoot, [&](const file::DirectoryEntry& entry) {
-      return sdk::CleanUpEntry(rules, entry, entry.path.substr(kRoot.size() + 1),
-                               [this](std::wstring_view path) { return disk_.TryRemove(path); });
-    });
-  }
-
-  /// The directories made and the entries removed until now.
-  void NoteEffects() {
-    for (std::wstring& made : disk_.TakeMadeDirectories()) {
-      plan_.directories.push_back(std::move(made));
-    }
-    for (std::wstring& removed : disk_.TakeRemoved()) {
-      plan_.removed.push_back(std::move(removed));
-    }
-  }
-
-  void RemoveStagingFolder() {
-    try {
-      disk_.RemoveTree(sdk::kStagingFolder);
-    } catch (const std::exception&) {
-      // What is left over stays, as it does for the Launcher.
-    }
-    static_cast<void>(disk_.TakeRemoved());
-    plan_.stagingRemoved = !disk_.Exists(sdk::kStagingFolder);
-  }
-
-  // --- Everywhere ---
-
-  void Show(const wchar_t* caption) { plan_.dialogs.push_back(ToUtf8(caption)); }
-
-  void Log(std::string_view stage, std::string_view message) {
-    try {
-      if (!disk_.Exists(kLogFolder)) disk_.MakeDirectory(kLogFolder);
-      // In place of the folder a file may stand; the log goes into the root then.
-      const std::wstring path = disk_.IsDirectory(kLogFolder)
-                                    ? Format(L"{}\\{}", kLogFolder, kLogName)
-                                    : std::wstring(kLogName);
-      disk_.SaveFile(path, MatchesNothing);
-      plan_.log.push_back(sdk::UpdaterFailureText(stage, message));
-    } catch (const std::exception&) {
-      // A log that cannot be written is nobody's failure.
-    }
-    static_cast<void>(disk_.TakeMadeDirectories());
+    if (digest != entry.digest) diagnostics_.AddError(subject_, "not the listed file", kPublish);
+    game_["downloaded"].push_back({{"name", ToUtf8(entry.name)}, {"size", size}});
+    folder_.WriteFile(stagingPath);
   }
 
   void StartGame() {
-    plan_.gameStarted = disk_.Exists(kGameProgram) && !disk_.IsDirectory(kGameProgram);
-    if (!plan_.gameStarted || !disk_.IsAsOnDisk(kGameProgram)) return;
+    consequence_ = "the game does not start";
+    subject_ = "bin/Velmorant Player.exe";
+    const PlannedEntry* const game = folder_.Find(kGameProgram);
+    if (game == nullptr) throw PublishError({subject_, "no such file", kPublish});
     DWORD kind = 0;
-    plan_.gameStarted = GetBinaryTypeW(std::wstring(kGameProgram).c_str(), &kind) != FALSE;
+    if (!game->isOnDisk || GetBinaryTypeW(kGameProgram.data(), &kind) != FALSE) return;
+    throw PublishError({subject_, "not a Windows executable", kPublish});
   }
 
   const PreviewOptions& options_;
+  const TreeOptions& followed_;  // Where "redirect.txt" leads.
+  const std::uint32_t ownVersion_;
+  Console& console_;
   Diagnostics& diagnostics_;
-  const PreviewProgress& progress_;
-  std::wstring executable_;
-  ImaginedDisk disk_;
-  Downloader download_;
-  std::unique_ptr<PreviewServer> server_;
-  std::string settings_;
-  std::optional<std::string> pendingVersion_;
-  PreviewPlan plan_;
+  std::wstring executable_ = std::filesystem::path(ToWide(options_.launcher)).filename();
+  PlannedFolder folder_{ToWide(options_.launcher)};
+  std::optional<PublishedTree> tree_;
+  std::string settingsBytes_;
+  std::map<std::wstring, std::string> downloaded_;  // Digests by names in upper case.
+  std::vector<std::string> removed_;
+  std::string subject_;           // What the current step reads.
+  const char* consequence_ = "";  // Of a failure in it.
+
+  Json report_ = Json::parse(R"({
+    "settings": {"url": null, "channel": null},
+    "updatesUrl": null,
+    "launcher": {"outcome": "not reached", "ownVersion": 0, "offeredVersion": null},
+    "game": {"outcome": "not reached", "installedVersion": null, "offeredVersion": null,
+             "current": [], "staged": [], "downloaded": [], "removed": [], "stop": null},
+    "gameStarted": false
+  })");
+  Json& launcher_ = report_["launcher"];
+  Json& game_ = report_["game"];
 };
 
 }  // namespace
 
-PreviewPlan PlanUpdate(const PreviewOptions& options, Diagnostics& diagnostics,
-                       const PreviewProgress& progress) {
-  return SimulatedRun(options, diagnostics, progress).Tell();
+void PreviewRun(PreviewOptions options, Console& console, Diagnostics& diagnostics) {
+  options.tree.server = DisplayPath(ExtendedLengthPath(options.tree.server));
+  const TreeOptions followed = FollowRedirect(options.tree, diagnostics);
+  const std::wstring root = ToWide(DisplayPath(ExtendedLengthPath(options.installed)));
+  const std::wstring launcher = JoinPath(root, ToWide(options.launcher));
+  const std::optional<std::uint32_t> version = ExecutableVersion(launcher);
+  if (!version) {
+    throw PublishError({DisplayPath(launcher), "missing, or without a version resource",
+                        "Check --installed, the game's root, and --launcher, the Launcher in it."});
+  }
+  if (SetCurrentDirectoryW(root.c_str()) == FALSE) ThrowWindowsError("read", root, GetLastError());
+  Preview(options, followed, *version, console, diagnostics).Run();
 }
 
 }  // namespace ve::publish

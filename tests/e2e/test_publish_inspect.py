@@ -40,8 +40,6 @@ def test_settings_are_shown(inspect, checked):
     assert run.report == {
         "kind": "settings archive",
         "mode": "checked" if checked else "plain",
-        "header": "UpdaterData",
-        "fileVersion": 1,
         "url": URL,
         "channel": "beta",
     }
@@ -54,8 +52,6 @@ def test_a_game_version_is_shown_with_its_most_significant_number_first(inspect,
     assert run.report == {
         "kind": "game version",
         "mode": "checked" if checked else "plain",
-        "header": "GameVersion",
-        "fileVersion": 1,
         "version": "1.4.0.2",
     }
 
@@ -69,29 +65,14 @@ def test_bytes_behind_a_record_are_reported(inspect):
 @pytest.mark.parametrize("missing", [1, 15, 16])
 def test_a_version_that_breaks_off_is_reported(inspect, missing):
     run = inspect(formats.game_version(1, 2, 3, 4)[:-missing])
-    assert (run.code, run.report["version"]) == (0, "0.0.0.0")
-    assert run.warned == ["the file ends before its version does"]
-
-
-@pytest.mark.parametrize("checked", [False, True])
-def test_an_archive_of_another_kind_is_unknown_and_every_reader_reports(inspect, checked):
-    run = inspect(formats.Archive(checked=checked).string("Save").u32(7).data)
-    assert (run.code, run.report["kind"], run.warned) == (1, "unknown", [])
-    assert run.refused == [
-        "Invalid header 'Save' in UpdaterData.vpak (was expecting 'UpdaterData').",
-        "Remove game-version file had unexpected header 'Save'.",
-    ]
+    assert (run.code, run.report["version"]) == (1, "0.0.0.0")
+    assert run.refused == ["the file ends before its version does"]
 
 
 def test_an_updater_manifest_is_shown(inspect):
     run = inspect(b"\r\nVelmorant Updater\r\nFileVersion: 99\r\n\nVersion: 12x\nmore")
     assert (run.code, run.refused, run.warned) == (0, [], [])
-    assert run.report == {
-        "kind": "updater manifest",
-        "header": "Velmorant Updater",
-        "fileVersion": 99,
-        "version": 12,
-    }
+    assert run.report == {"kind": "updater manifest", "version": 12}
 
 
 MANIFEST = formats.game_manifest(
@@ -99,8 +80,6 @@ MANIFEST = formats.game_manifest(
 )
 SUMMARY = {
     "kind": "game manifest",
-    "header": "GameUpdate",
-    "fileVersion": 1,
     "directories": 2,
     "files": 2,
     "bytes": 2005,
@@ -144,77 +123,48 @@ CHECKED_VERSION = formats.game_version(1, 2, 3, 4, checked=True)
 
 
 @pytest.mark.parametrize(
-    ("content", "reader", "message"),
+    ("content", "message"),
     [
-        pytest.param(
-            damaged(SETTINGS, 4, struct.pack("<I", 2)), "archives",
-            "Invalid version 2 for binary file (supported: 1).", id="archive version",
-        ),
-        pytest.param(
-            SETTINGS[:4], "archives", "Invalid version 0 for binary file (supported: 1).",
-            id="archive of its magic alone",
-        ),
-        pytest.param(
-            damaged(CHECKED_SETTINGS, 9, b"\x32\x7c\x46\x2f"), "archives",
-            "Invalid string-identifier 793148466 (was expecting 793518264).", id="identifier",
-        ),
-        pytest.param(
-            damaged(CHECKED_SETTINGS, 13, b"\x05"), "archives",
-            "Invalid debug-size for type. Was 5, expected 4.", id="width",
-        ),
         # Header 9, length 4, "UpdaterData" 11.
         pytest.param(
-            damaged(SETTINGS, 24, b"\x02"), "settings archives",
-            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).",
-            id="settings' file version",
+            damaged(SETTINGS, 24, b"\x02"),
+            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).", id="settings' file version",
         ),
         pytest.param(
-            SETTINGS[:26], "settings archives",
-            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).",
-            id="settings that break off",
+            SETTINGS[:26],
+            "Invalid file-version UpdaterData in UpdaterData.vpak (supported: 1).", id="settings that break off",
+        ),
+        pytest.param(formats.updater_data(""), "Empty URL in UpdaterData.vpak.", id="empty URL"),
+        pytest.param(
+            damaged(SETTINGS, 28, b"\xff"), "Empty URL in UpdaterData.vpak.", id="URL longer than the file"
         ),
         pytest.param(
-            formats.updater_data(""), "settings archives", "Empty URL in UpdaterData.vpak.",
-            id="empty URL",
-        ),
-        pytest.param(
-            damaged(SETTINGS, 28, b"\xff"), "settings archives", "Empty URL in UpdaterData.vpak.",
-            id="URL longer than the file",
-        ),
-        pytest.param(
-            formats.updater_data(URL, "Release"), "settings archives",
-            "Invalid release-channel '1' in UpdaterData.vpak (with file-version {INVALID}).",
-            id="channel",
+            formats.updater_data(URL, "Release"),
+            "Invalid release-channel '1' in UpdaterData.vpak (with file-version {INVALID}).", id="channel",
         ),
         # Checked: header 9, string 4 + 4 + 4 + 11, number 4 + 4.
         pytest.param(
-            damaged(CHECKED_SETTINGS, 40, b"\0"), "settings archives",
-            "Invalid wstring-identifier 793148416 (was expecting 793148466).",
-            id="identifier of the URL",
+            damaged(CHECKED_SETTINGS, 40, b"\0"),
+            "Invalid wstring-identifier 793148416 (was expecting 793148466).", id="identifier of the URL",
         ),
         pytest.param(
-            damaged(VERSION, 24, b"\x03"), "game versions",
-            "Remove game-version file had unexpected file-version '3'.",
-            id="version's file version",
+            damaged(VERSION, 24, b"\x03"),
+            "Remove game-version file had unexpected file-version '3'.", id="version's file version",
         ),
         pytest.param(
-            damaged(CHECKED_VERSION, 40, b"\x08"), "game versions",
+            damaged(CHECKED_VERSION, 40, b"\x08"),
             "Invalid debug-size for type. Was 8, expected 16.", id="width of the version",
         ),
     ],
 )
-def test_a_rejected_archive_shows_the_readers_message(inspect, content, reader, message):
+def test_a_rejected_archive_shows_its_readers_message(inspect, content, message):
     run = inspect(content)
-    # What is wrong in front of the record is wrong for both archives.
-    readers = ["settings archives", "game versions"] if reader == "archives" else [reader]
-    assert (run.code, run.refused, run.warned) == (1, [message] * len(readers), [])
-    assert run.report["rejections"] == [{"reader": r, "message": message} for r in readers]
+    assert (run.code, run.refused, run.warned) == (1, [message], [])
+    assert run.report["kind"] in ("settings archive", "game version")
 
 
 LINE = f"'a' 1 {DIGEST}"
 CASES = [
-    (["GameUpdat", "FileVersion: 1", "Directories: 1", "bin", "Files:", LINE],
-     "Invalid header 'GameUpdat'. (is expecting 'GameUpdate')"),
     (["GameUpdate", "FileVersion: 1", "Directories: 1"],
      "Invalid amount of lines (3, at least 4 expected)."),
     (["GameUpdate", "Fileversion: 1", "Directories: 1", "bin", "Files:", LINE],
@@ -239,9 +189,6 @@ CASES = [
      "Invalid empty file size at line 1, for file 'b'"),
     (["GameUpdate", "FileVersion: 1", "Directories: 1", "bin", "Files:", f"'b' 1 {DIGEST}0", LINE],
      f"Invalid hash '{DIGEST}0' with length 33 at line 0 for file 'b'."),
-    (["Velmorant Updater ", "FileVersion: 1", "Version: 6"],
-     "Unknown header in received updater-manifest file (was 'Velmorant Updater ', "
-     "expected 'Velmorant Updater')."),
     (["Velmorant Updater", "FileVersion: 1"],
      "Invalid number of lines in updater-manifest file. Expecting at least 3, was only 2."),
     (["Velmorant Updater", "FileVersion:1", "Version: 6"],
@@ -257,30 +204,47 @@ CASES = [
 def test_a_rejected_manifest_shows_the_readers_message(inspect, lines, message):
     # The readers do not see empty lines and stray carriage returns.
     text = "\r\n" + "\r\n\n".join(lines) + "\r\n"
-    reader = "updater manifests" if lines[0].startswith("Velmorant") else "game manifests"
     run = inspect(text.encode())
     assert (run.code, run.refused, run.warned) == (1, [message], [])
-    assert run.report["rejections"] == [{"reader": reader, "message": message}]
-    assert run.report["kind"] == reader.removesuffix("s")
+    kind = "updater manifest" if lines[0].startswith("Velmorant") else "game manifest"
+    assert run.report == {"kind": kind}
+
+
+def no_manifest(header: str) -> list[str]:
+    return [
+        f"Invalid header '{header}'. (is expecting 'GameUpdate')",
+        f"Unknown header in received updater-manifest file (was '{header}', expected 'Velmorant Updater').",
+    ]
+
+
+PAGE = b"<html>\n<body>\n</body>\n</html>\n"
 
 
 @pytest.mark.parametrize(
-    ("content", "magic", "header"),
+    ("content", "archives", "manifests"),
     [
-        pytest.param(b"<html>\n<body>\n</body>\n</html>\n", 1836345404, "<html>", id="an error page"),
-        pytest.param(b"\xa2" + SETTINGS[1:], 1629944994, None, id="a wrong magic"),
-        pytest.param(b"", 0, None, id="nothing"),
+        pytest.param(PAGE, ["Invalid header 1836345404 for binary file."] * 2, no_manifest("<html>"),
+                     id="an error page"),
+        pytest.param(b"\xa2" + SETTINGS[1:], ["Invalid header 1629944994 for binary file."] * 2, None,
+                     id="a wrong magic"),
+        pytest.param(b"", ["Invalid header 0 for binary file."] * 2, None, id="nothing"),
+        pytest.param(damaged(SETTINGS, 4, struct.pack("<I", 2)),
+                     ["Invalid version 2 for binary file (supported: 1)."] * 2, None, id="archive version"),
+        pytest.param(damaged(CHECKED_SETTINGS, 9, b"\x32\x7c\x46\x2f"),
+                     ["Invalid string-identifier 793148466 (was expecting 793518264)."] * 2, None,
+                     id="identifier"),
+        pytest.param(formats.Archive().string("Save").u32(7).data,
+                     ["Invalid header 'Save' in UpdaterData.vpak (was expecting 'UpdaterData').",
+                      "Remove game-version file had unexpected header 'Save'."], None, id="another archive"),
     ],
 )
-def test_a_file_of_an_unknown_kind_shows_the_message_of_every_reader(inspect, content, magic, header):
+def test_a_file_of_an_unknown_kind_shows_the_message_of_every_reader(inspect, content, archives, manifests):
     run = inspect(content)
-    assert (run.code, run.report["kind"], run.warned) == (1, "unknown", [])
-    assert run.refused[0] == f"Invalid header {magic} for binary file."
-    rejections = run.report["rejections"]
-    assert [r["reader"] for r in rejections] == ["archives", "game manifests", "updater manifests"]
-    assert [r["message"] for r in rejections] == run.refused
-    if header:
-        assert run.refused[1] == f"Invalid header '{header}'. (is expecting 'GameUpdate')"
+    assert (run.code, run.report, run.warned) == (1, {"kind": "unknown"}, [])
+    assert len(run.refused) == 4
+    assert run.refused[:2] == archives
+    if manifests:
+        assert run.refused[2:] == manifests
 
 
 def test_a_file_that_is_not_there_is_refused(build, temp_dir):

@@ -42,8 +42,8 @@ def test_a_missing_slash_and_plain_http_are_warned_of(settings, temp_dir):
     done = settings("http://updates.example")
     assert done.code == 0
     assert done.warnings == [
-        "http://updates.example: without a slash at its end, \"updates\" is glued to the URL's last word",
-        "http://updates.example: without https anybody on the way can replace the game's files",
+        "--url: http://updates.example does not end with a slash",
+        "--url: http://updates.example is plain http: anyone between server and player can replace files",
     ]
     assert (temp_dir / "UpdaterData.vpak").read_bytes() == formats.updater_data("http://updates.example")
 
@@ -51,15 +51,15 @@ def test_a_missing_slash_and_plain_http_are_warned_of(settings, temp_dir):
 @pytest.mark.parametrize(
     ("url", "rules"),
     [
-        ("ftp://updates.example/", ["the Launcher asks servers over http and https only"]),
-        ("", ["the Launcher asks servers over http and https only"]),
-        ("https://a b/", ["a URL holds neither blanks nor characters beyond ASCII"]),
-        ("https://größe.example/", ["a URL holds neither blanks nor characters beyond ASCII"]),
+        ("ftp://updates.example/", ["not an http or https URL"]),
+        ("", ["not an http or https URL"]),
+        ("https://a b/", ["a URL cannot contain spaces or non-ASCII characters"]),
+        ("https://größe.example/", ["a URL cannot contain spaces or non-ASCII characters"]),
         (
             "ftp://a b/",
             [
-                "the Launcher asks servers over http and https only",
-                "a URL holds neither blanks nor characters beyond ASCII",
+                "not an http or https URL",
+                "a URL cannot contain spaces or non-ASCII characters",
             ],
         ),
     ],
@@ -69,6 +69,15 @@ def test_a_url_that_cannot_work_is_refused_and_nothing_written(settings, temp_di
     assert done.code == 1
     assert done.errors == [f"{url}: {rule}" for rule in rules]
     assert list(temp_dir.iterdir()) == []
+
+
+@pytest.mark.parametrize("output", ["made/", "made\\", "there", "there/"])
+def test_a_folder_as_output_is_refused_and_nothing_left_behind(build, temp_dir, output):
+    (temp_dir / "there").mkdir()
+    path = windows_path(temp_dir) + "\\" + output
+    done = publish(build, "settings", "--url", URL, "--channel", "release", "--output", path)
+    assert (done.code, done.errors) == (1, [path.rstrip("/\\") + ": is a folder"])
+    assert [file.name for file in temp_dir.rglob("*")] == ["there"]
 
 
 @pytest.mark.parametrize(

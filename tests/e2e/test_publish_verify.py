@@ -2,9 +2,11 @@
 tree is reported in one run, and nothing else."""
 
 import gzip
+import json
 import os
 import pathlib
 import shutil
+import threading
 
 import pytest
 
@@ -16,6 +18,7 @@ from harness.constants import (
     OLDER_VERSION,
     OWN_VERSION,
     REDIRECT,
+    TIMEOUT,
     UPDATER_DATA,
     UPDATER_EXECUTABLE,
     UPDATER_MANIFEST,
@@ -27,6 +30,7 @@ from harness.publishing import Published, publish
 from harness.scripted_server import Answer, ScriptedServer
 
 URL = "https://updates.example/"
+RECORD = "updater/published.json"
 
 DIRECTORIES = ["bin", "bin/data"]
 FILES = {
@@ -51,6 +55,7 @@ class Tree:
         self.put(UPDATER_MANIFEST, formats.updater_manifest(OWN_VERSION))
         self.put(UPDATER_DATA, formats.updater_data(URL, channel))
         shutil.copyfile(build.launcher, self.channel / UPDATER_EXECUTABLE)
+        self.write_record()
 
     def put(self, name: str, content: bytes) -> None:
         path = self.channel / name
@@ -59,6 +64,18 @@ class Tree:
 
     def remove(self, name: str) -> None:
         (self.channel / name).unlink()
+
+    def write_record(self, executable: str = "Launcher.exe") -> None:
+        content = (self.channel / "updater" / executable).read_bytes()
+        record = {
+            "executable": executable,
+            "size": len(content),
+            "md5": formats.md5(content),
+            "version": OWN_VERSION,
+            "keepsNonEmptyDirectories": False,
+            "isSigned": False,
+        }
+        self.put(RECORD, json.dumps(record).encode())
 
     def lines(self) -> list[str]:
         return [formats.file_line(name, content) for name, content in FILES.items()]
@@ -92,7 +109,7 @@ def test_a_sound_tree_passes(tree):
     assert run.report["channels"] == [
         {
             "channel": "release",
-            "place": tree.location(""),
+            "location": tree.location(""),
             "version": "1.4.0.2",
             "directories": 2,
             "files": 3,
@@ -123,8 +140,8 @@ def test_a_folder_without_a_channel_is_refused(build, temp_dir):
     (temp_dir / "updates" / "Release 2").mkdir(parents=True)
     run = publish(build, "verify", "--server", temp_dir)
     assert (run.code, run.report["channels"]) == (1, [])
-    assert run.errors == [f"{windows_path(temp_dir)}: holds no channel"]
-    assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: is no channel"]
+    assert run.errors == [f"{windows_path(temp_dir)}: contains no channel"]
+    assert run.warnings == [f"{windows_path(temp_dir)}\\updates\\Release 2: not a known channel"]
 
 
 def test_a_redirect_in_the_folder_is_reported(tree):
@@ -171,6 +188,11 @@ def two_executables(tree: Tree) -> None:
     tree.put("updater/Launcher.exe.publishing", b"half")
 
 
+def not_a_launcher(tree: Tree) -> None:
+    tree.put(UPDATER_EXECUTABLE, b"MZ")
+    tree.write_record()
+
+
 def staging(tree: Tree) -> None:
     tree.write_manifest(
         ["bin", "bin/data", "Intermediate", "Intermediate/Update"],
@@ -194,6 +216,11 @@ ADDRESS = (
 def listed(name: str):
     """One file more, listed as it lies there."""
     return lambda tree: tree.write_manifest(None, [*tree.lines(), tree.add(name)])
+
+
+def without_the_game(tree: Tree) -> None:
+    tree.remove(PLAYER)
+    tree.write_manifest(None, [line for line in tree.lines() if PLAYER not in line])
 
 
 def twice(tree: Tree) -> None:
@@ -240,8 +267,10 @@ def everything(tree: Tree) -> None:
 
 PLAYER = "bin/Velmorant Player.exe"
 LEVEL = "bin/data/level 1.dat"
+NO_EXECUTABLE = "Failed to download new updater-exe 'Launcher.exe'. 404 - no such file."
 MISSING = "is listed, but there is no such file"
-UNLISTED = "lies in the tree, but is not listed"
+OUTSIDE = "leads outside the game's folder"
+UNLISTED = "is not listed"
 DIGEST = "has the digest {} instead of the listed {}"
 HASH = formats.md5(FILES["read me.txt"])
 
@@ -268,89 +297,109 @@ HASH = formats.md5(FILES["read me.txt"])
         ),
         pytest.param(
             uppercase,
-            [(GAME_MANIFEST, f"'read me.txt' has the digest '{HASH.upper()}', "
+            [(GAME_MANIFEST, f"read me.txt: has the digest {HASH.upper()}, "
               "which is not in lowercase hexadecimal digits")],
             id="uppercase digest",
         ),
         pytest.param(
             listed_so(["bin/data", "bin"]),
-            [(GAME_MANIFEST, "the directory 'bin/data' is listed before its parent 'bin'")],
+            [(GAME_MANIFEST, "bin/data: its parent directory bin is not listed before it")],
             id="child first",
         ),
         pytest.param(
             listed_so(["bin/data"]),
             [
-                (GAME_MANIFEST, "the directory 'bin/data' is listed without its parent 'bin'"),
-                (GAME_MANIFEST, "the directory 'bin' is not listed, but 1 of the files are in it"),
+                (GAME_MANIFEST, "bin/data: its parent directory bin is not listed before it"),
+                (GAME_MANIFEST, "bin: is not listed, but 1 of the files are in it"),
             ],
             id="missing parent",
         ),
         pytest.param(
             listed_so(["bin"]),
-            [(GAME_MANIFEST, "the directory 'bin/data' is not listed, but 1 of the files are in it")],
+            [(GAME_MANIFEST, "bin/data: is not listed, but 1 of the files are in it")],
             id="file without its directory",
         ),
-        pytest.param(twice, [(GAME_MANIFEST, "'read me.txt' is listed twice")], id="twice"),
+        pytest.param(twice, [(GAME_MANIFEST, "read me.txt: is listed twice")], id="twice"),
         pytest.param(
             two_cases,
-            [(GAME_MANIFEST, "'read me.txt' and 'READ me.txt' differ only in case")],
+            [(GAME_MANIFEST, "READ me.txt: differs from read me.txt only in case")],
             id="two cases",
         ),
         pytest.param(
             directory_in_other_case,
             [
-                (GAME_MANIFEST, "'bin/Data/level 1.dat' spells the directory 'bin/data' differently"),
-                (LEVEL, "is listed as 'bin/Data/level 1.dat'"),
+                (GAME_MANIFEST, "bin/Data/level 1.dat: spells the directory bin/data differently"),
+                (LEVEL, "is listed as bin/Data/level 1.dat"),
             ],
             id="directory in another case",
         ),
         pytest.param(
             both_kinds,
-            [(GAME_MANIFEST, "'read me.txt' is listed as a directory and as a file")],
+            [(GAME_MANIFEST, "read me.txt: is listed as a directory and as a file")],
             id="directory and file",
         ),
         pytest.param(
             backslash,
-            [(GAME_MANIFEST, "'bin\\data\\level 1.dat' is written with a backslash")],
+            [(GAME_MANIFEST, "bin\\data\\level 1.dat: is written with a backslash")],
             id="backslash",
         ),
         pytest.param(
             staging,
             [
-                (GAME_MANIFEST, "'Intermediate/Update': the Launcher stages updates in Intermediate\\Update"),
-                (GAME_MANIFEST, "'Intermediate/Update/x' lies in the staging folder"),
+                (GAME_MANIFEST, f"Intermediate/Update{name}: the Launcher stages updates in Intermediate\\Update")
+                for name in ("", "/x")
             ],
             id="staging",
         ),
-        pytest.param(listed("bin/100%.dat"), [(GAME_MANIFEST, f"'bin/100%.dat': {ADDRESS}")], id="percent"),
-        pytest.param(listed("bin/a#b"), [(GAME_MANIFEST, f"'bin/a#b': {ADDRESS}")], id="number sign"),
+        *(
+            pytest.param(
+                listed_so(add=[formats.file_line(name, b"x")]),
+                [(GAME_MANIFEST, f"{name}: {rule}"), (name, MISSING)],
+                id=name,
+            )
+            for name, rule in [
+                ("/x", OUTSIDE), ("//host/x", OUTSIDE), ("bin/../../x", OUTSIDE), ("\\x", OUTSIDE),
+                ("bin//x", "has an empty part"),
+            ]
+        ),
+        pytest.param(
+            listed_so(["bin", "bin/data", "..", "C:/x"]),
+            [(GAME_MANIFEST, f"{name}: {OUTSIDE}") for name in ("..", "C:/x")],
+            id="directories outside",
+        ),
+        pytest.param(
+            without_the_game, [(GAME_MANIFEST, "bin/Velmorant Player.exe: is not listed")], id="no game"
+        ),
+        pytest.param(put(RECORD, b"{}"), [(RECORD, "is damaged")], id="damaged record"),
+        pytest.param(listed("bin/100%.dat"), [(GAME_MANIFEST, f"bin/100%.dat: {ADDRESS}")], id="percent"),
+        pytest.param(listed("bin/a#b"), [(GAME_MANIFEST, f"bin/a#b: {ADDRESS}")], id="number sign"),
         pytest.param(
             listed("launcher.exe"),
-            [(GAME_MANIFEST, "'launcher.exe': the Launcher cannot replace itself while it runs")],
+            [(GAME_MANIFEST, "launcher.exe: the Launcher cannot replace itself while it runs")],
             id="the Launcher",
         ),
         pytest.param(
             listed_so(["bin", "bin/data", "con"]),
-            [(GAME_MANIFEST, "'con': Windows takes 'con' for a device")],
+            [(GAME_MANIFEST, "con: Windows takes 'con' for a device")],
             id="device",
         ),
         pytest.param(
             long_name,
-            [(GAME_MANIFEST, f"'bin/{'x' * 232}': in the staging folder its path has 256 characters, "
+            [(GAME_MANIFEST, f"bin/{'x' * 232}: in the staging folder its path has 256 characters, "
               "and the Launcher opens none of more than 255")],
             id="long name",
         ),
         pytest.param(
             listed_so(add=["'huge' -5 0123456789abcdef0123456789abcdef"]),
             [
-                (GAME_MANIFEST, "'huge' has 18446744073709551611 bytes"),
+                (GAME_MANIFEST, "huge: has 18446744073709551611 bytes"),
                 ("huge", MISSING),
             ],
             id="a size below nought",
         ),
         pytest.param(
             other_case_on_disk,
-            [("bin/data/Level 1.dat", f"is listed as '{LEVEL}'")],
+            [("bin/data/Level 1.dat", f"is listed as {LEVEL}")],
             id="another case on disk",
         ),
         pytest.param(
@@ -400,18 +449,14 @@ HASH = formats.md5(FILES["read me.txt"])
               "'404 - no such file.'")],
             id="no settings",
         ),
-        pytest.param(remove(UPDATER_EXECUTABLE), [("updater", "holds no executable")], id="no executable"),
+        pytest.param(remove(UPDATER_EXECUTABLE), [(UPDATER_EXECUTABLE, NO_EXECUTABLE)], id="no executable"),
         pytest.param(
             two_executables,
-            [
-                (UPDATER_EXECUTABLE, "is one of 2 files where only the executable is expected"),
-                (UPDATER_EXECUTABLE + ".publishing",
-                 "is one of 2 files where only the executable is expected"),
-            ],
+            [(UPDATER_EXECUTABLE + ".publishing", UNLISTED)],
             id="two executables",
         ),
         pytest.param(
-            put(UPDATER_EXECUTABLE, b"MZ"), [(UPDATER_EXECUTABLE, "has no version resource")], id="no version resource"
+            not_a_launcher, [(UPDATER_EXECUTABLE, "has no version resource")], id="no version resource"
         ),
         pytest.param(
             put(UPDATER_MANIFEST, formats.updater_manifest(NEXT_VERSION)),
@@ -426,7 +471,7 @@ HASH = formats.md5(FILES["read me.txt"])
                 ("unlisted", UNLISTED),
                 (UPDATER_MANIFEST, "Failed to download updater-manifest file with error: "
                  "'404 - no such file.'"),
-                ("updater", "holds no executable"),
+                (UPDATER_EXECUTABLE, NO_EXECUTABLE),
             ],
             id="all at once",
         ),
@@ -442,10 +487,11 @@ def test_a_damaged_tree_is_refused(tree, damage, errors):
 
 def test_a_payload_in_the_launchers_folder_is_refused(tree):
     own_names(tree)
-    refusal = (GAME_MANIFEST, "'Updater/extra.txt' stands where the server has files of its own")
+    rule = "the folder is the Launcher's own, on the server and on a player's disk"
     run = tree.verify()
     assert run.code == 1
-    assert tree.findings(refusal)[0] in run.errors
+    for error in tree.findings(*((GAME_MANIFEST, f"Updater{name}: {rule}") for name in ("", "/extra.txt"))):
+        assert error in run.errors
 
 
 def test_characters_beyond_ascii_are_refused(tree):
@@ -462,12 +508,12 @@ def test_characters_beyond_ascii_are_refused(tree):
     [
         pytest.param(
             listed_so(["bin", "bin/data", "bin"]),
-            [(GAME_MANIFEST, "the directory 'bin' is listed twice")],
+            [(GAME_MANIFEST, "bin: is listed twice")],
             id="a directory twice",
         ),
         pytest.param(
             listed_so(["bin", "bin/data", "BIN"]),
-            [(GAME_MANIFEST, "the directories 'bin' and 'BIN' differ only in case")],
+            [(GAME_MANIFEST, "BIN: differs from bin only in case")],
             id="directories in two cases",
         ),
         pytest.param(
@@ -487,6 +533,118 @@ def test_odd_but_valid_trees_are_warned_of(tree, damage, warnings):
     run = tree.verify()
     assert (run.code, run.errors) == (0, [])
     assert sorted(run.warnings) == tree.findings(*warnings)
+
+
+# --- A channel between the two renames of a publish ---
+
+
+def test_a_channel_that_an_interrupted_publish_took_away_is_refused(tree, build):
+    Tree(build, tree.server, "demo")
+    previous = tree.channel.with_name(".release.previous")
+    tree.channel.rename(previous)
+    message = f"is missing: a publish was interrupted and left {windows_path(previous)}"
+    error = f"{windows_path(tree.channel)}: {message}"
+    for options, channels in (((), ["demo"]), (("--channel", "release"), [])):
+        run = tree.verify(*options)
+        assert (run.code, run.errors, run.warnings) == (1, [error], [])
+        assert "rename" in run.report["errors"][0]["hint"]
+        assert [channel["channel"] for channel in run.report["channels"]] == channels
+
+
+def test_what_an_interrupted_publish_left_beside_the_channel_is_no_error(tree):
+    for name in (".release.previous", ".release.next", ".release.discarded"):
+        tree.channel.with_name(name).mkdir()
+    run = tree.verify()
+    assert (run.code, run.errors, run.warnings) == (0, [], [])
+
+
+def test_a_channel_that_is_asked_for_and_absent_is_refused(tree):
+    run = tree.verify("--channel", "beta")
+    assert (run.code, run.report["channels"]) == (1, [])
+    assert run.errors == [f"{windows_path(tree.channel.with_name('beta'))}: there is no such folder"]
+
+
+# --- The Launcher's content ---
+
+
+def difference(tree: Tree, what: str, expected: bytes) -> str:
+    content = (tree.channel / UPDATER_EXECUTABLE).read_bytes()
+    return (
+        f"is not {what}: it has {len(content)} bytes with the digest {formats.md5(content)} "
+        f"instead of {len(expected)} with {formats.md5(expected)}"
+    )
+
+
+def damage_executable(tree: Tree) -> bytes:
+    """Changes a byte behind everything that Windows looks at; returns the sound content."""
+    sound = (tree.channel / UPDATER_EXECUTABLE).read_bytes()
+    tree.put(UPDATER_EXECUTABLE, sound[:-1] + bytes([sound[-1] ^ 1]))
+    return sound
+
+
+def test_an_executable_that_is_not_the_published_one_is_refused(tree):
+    sound = damage_executable(tree)
+    run = tree.verify()
+    message = difference(tree, "what was published", sound)
+    assert (run.code, run.errors) == (1, tree.findings((UPDATER_EXECUTABLE, message)))
+
+
+def test_an_executable_is_compared_with_the_one_at_hand(tree, build, temp_dir):
+    own = temp_dir / "own.exe"
+    own.write_bytes((tree.channel / UPDATER_EXECUTABLE).read_bytes())
+    tree.remove(RECORD)
+    run = tree.verify("--exe", windows_path(own))
+    assert (run.code, run.errors, run.warnings) == (0, [], [])
+    damage_executable(tree)
+    run = tree.verify("--exe", windows_path(own))
+    message = difference(tree, "the file of --exe", own.read_bytes())
+    assert (run.code, run.errors) == (1, tree.findings((UPDATER_EXECUTABLE, message)))
+
+
+def test_an_executable_at_hand_that_does_not_exist_is_refused(tree, temp_dir):
+    run = tree.verify("--exe", windows_path(temp_dir / "none.exe"))
+    assert run.code == 1
+    assert run.errors[0].startswith(f"{windows_path(temp_dir / 'none.exe')}: cannot be read")
+
+
+@pytest.mark.parametrize("name", ["Launcher.exe", "Start.exe"])
+def test_a_tree_without_a_record_is_warned_of(tree, name):
+    tree.remove(RECORD)
+    os.rename(tree.channel / UPDATER_EXECUTABLE, tree.channel / "updater" / name)
+    run = tree.verify()
+    message = "cannot be read (404 - no such file.), so the Launcher's content is not checked"
+    assert (run.code, run.errors, run.warnings) == (0, [], tree.findings((RECORD, message)))
+    assert run.report["channels"][0]["launcher"]["executable"] == name
+
+
+def test_the_executable_has_the_name_that_was_published(tree):
+    os.rename(tree.channel / UPDATER_EXECUTABLE, tree.channel / "updater/Start.exe")
+    tree.write_record("Start.exe")
+    tree.write_manifest(None, [*tree.lines(), tree.add("Start.exe")])
+    run = tree.verify()
+    rule = "Start.exe: the Launcher cannot replace itself while it runs"
+    assert (run.code, run.errors) == (1, tree.findings((GAME_MANIFEST, rule)))
+    assert run.report["channels"][0]["launcher"]["executable"] == "Start.exe"
+
+
+# --- Plain http ---
+
+
+PLAIN = "http://updates.example/"
+PLAIN_HTTP = PLAIN + " is plain http: anyone between server and player can replace files"
+
+
+def test_settings_with_plain_http_are_warned_of(tree):
+    tree.put(UPDATER_DATA, formats.updater_data(PLAIN))
+    run = tree.verify()
+    assert (run.code, run.errors) == (0, [])
+    assert run.warnings == tree.findings((UPDATER_DATA, PLAIN_HTTP))
+
+
+def test_a_redirect_to_plain_http_is_warned_of(tree):
+    (tree.server / REDIRECT).write_bytes(PLAIN.encode())
+    run = tree.verify()
+    assert f"{windows_path(tree.server / REDIRECT)}: {PLAIN_HTTP}" in run.warnings
 
 
 # --- Over HTTP ---
@@ -512,7 +670,7 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
     assert run.report["channels"] == [
         {
             "channel": "release",
-            "place": url + "updates/release/",
+            "location": url + "updates/release/",
             "version": "1.4.0.2",
             "directories": 2,
             "files": 3,
@@ -526,10 +684,10 @@ def test_a_sound_tree_passes_over_http(tree, nginx):
         }
     ]
     nginx.settle()
-    fetched = {request.path for request in nginx.new_requests() if request.status == 200}
+    fetched = [request.path for request in nginx.new_requests() if request.status == 200]
     below = "/updates/release/"
-    names = [GAME_VERSION, GAME_MANIFEST, UPDATER_MANIFEST, UPDATER_DATA, UPDATER_EXECUTABLE, *FILES]
-    assert fetched == {below + name.replace(" ", "%20") for name in names}
+    names = [GAME_VERSION, GAME_MANIFEST, UPDATER_MANIFEST, UPDATER_DATA, UPDATER_EXECUTABLE, RECORD, *FILES]
+    assert sorted(fetched) == sorted(below + name.replace(" ", "%20") for name in names)
 
 
 def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
@@ -549,6 +707,38 @@ def test_a_payload_that_nginx_sends_compressed_is_refused(tree, temp_dir):
     assert run.errors == [
         f"{url}updates/release/read me.txt: has {compressed} bytes instead of the 7 listed"
     ]
+
+
+def test_files_are_fetched_eight_at_a_time(tree, scripted):
+    """Each of eight answers waits until all eight requests are there."""
+    names = [f"bin/data/{number}.dat" for number in range(8)]
+    tree.write_manifest(None, [*tree.lines(), *(tree.add(name, name.encode()) for name in names)])
+    path = "updates/release/"
+    scripted.serve(path + GAME_MANIFEST, (tree.channel / GAME_MANIFEST).read_bytes())
+    together = threading.Barrier(8, timeout=TIMEOUT)
+    for name in names:
+        scripted.serve(path + name, name.encode())
+        scripted.hold(path + name).hold = together.wait
+    run = verify_url(tree, scripted.url, "--channel", "release")
+    assert (run.code, run.errors) == (0, [])
+
+
+@pytest.mark.parametrize("after", [None, 0, 100], ids=["no answer", "no body", "half a body"])
+def test_a_server_that_stops_sending_is_given_up(tree, scripted, after):
+    """Without a time-out the run would wait for the server, which waits for the run's end."""
+    scripted.hold(f"updates/release/{LEVEL.replace(' ', '%20')}", after)
+    run = verify_url(tree, scripted.url, "--channel", "release", "--timeout", "1")
+    location = f"{scripted.url}updates/release/{LEVEL}"
+    (error,) = run.errors
+    assert error.startswith(f"{location}: Failed to download game-file '{location}' with error: '")
+
+
+def test_a_damaged_executable_is_refused_over_http(tree, scripted):
+    sound = damage_executable(tree)
+    scripted.serve(f"updates/release/{UPDATER_EXECUTABLE}", (tree.channel / UPDATER_EXECUTABLE).read_bytes())
+    run = verify_url(tree, scripted.url, "--channel", "release")
+    message = difference(tree, "what was published", sound)
+    assert (run.code, run.errors) == (1, [f"{scripted.url}updates/release/{UPDATER_EXECUTABLE}: {message}"])
 
 
 @pytest.fixture
@@ -624,7 +814,7 @@ def test_a_truncated_manifest_is_refused(tree, scripted):
     location = f"{scripted.url}updates/release/{GAME_MANIFEST}"
     assert run.code == 1
     assert run.errors == [
-        f"{location}: came with {cut} bytes, but its Content-Length is {len(manifest)}",
+        f"{location}: the body has {cut} bytes, but its Content-Length is {len(manifest)}",
         f"{location}: Invalid file-name at line 2: ''",
     ]
 
@@ -636,7 +826,7 @@ def test_a_response_of_another_length_than_it_announces_is_refused(tree, scripte
     spoiled(scripted, name, length=str(len(body) + 1))
     run = verify_url(tree, scripted.url)
     location = f"{scripted.url}updates/release/{name}"
-    rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 1}"
+    rule = f"the body has {len(body)} bytes, but its Content-Length is {len(body) + 1}"
     assert (run.code, run.errors, run.warnings) == (1, [f"{location}: {rule}"], [])
 
 
@@ -644,7 +834,7 @@ def test_a_redirect_of_another_length_than_it_announces_is_refused(tree, scripte
     body = scripted.url.encode()
     scripted.serve(REDIRECT, Answer(body, length=str(len(body) + 2)))
     run = verify_url(tree, scripted.url, "--channel", "release")
-    rule = f"came with {len(body)} bytes, but its Content-Length is {len(body) + 2}"
+    rule = f"the body has {len(body)} bytes, but its Content-Length is {len(body) + 2}"
     assert (run.code, run.errors) == (1, [f"{scripted.url}redirect.txt: {rule}"])
 
 
@@ -694,7 +884,7 @@ def test_a_server_that_answers_for_no_channel_is_refused(tree, scripted):
     silence = ", ".join(f"{name}: 404 - no such file." for name in (GAME_VERSION, UPDATER_MANIFEST))
     assert (run.code, run.report["channels"]) == (1, [])
     assert run.errors == [
-        f"{scripted.url}: {channel} does not answer ({silence})"
+        f"{scripted.url}: {channel} cannot be fetched ({silence})"
         for channel in ("alpha", "beta", "demo", "release")
     ]
 
@@ -705,12 +895,11 @@ def test_a_redirect_is_followed_as_the_launcher_does(tree, scripted):
         first.serve(REDIRECT, scripted.url.encode())
         run = verify_url(tree, first.url, "--channel", "release")
         assert (run.code, run.errors) == (0, [])
-        assert run.report["channels"][0]["place"] == scripted.url + "updates/release/"
+        assert run.report["channels"][0]["location"] == scripted.url + "updates/release/"
         assert run.warnings == [
             f"{scripted.url}updates/release/{UPDATER_DATA}: names the URL {scripted.url}"
         ]
-        # To check that answer, and as the Launcher does.
-        assert set(first.requests) == {"/" + REDIRECT}
+        assert first.requests == ["/" + REDIRECT]
     finally:
         first.close()
 

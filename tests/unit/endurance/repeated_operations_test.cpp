@@ -25,6 +25,7 @@
 #include "archive/updater_settings.h"
 #include "core/directory_walk.h"
 #include "core/errors.h"
+#include "core/file_matches_entry.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/handle.h"

@@ -39,11 +39,28 @@ std::vector<std::string> Rules(const std::vector<Diagnostic>& diagnostics) {
   return rules;
 }
 
-std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
+/// What is found, except for the missing game, which these manifests do not list.
+Diagnostics Check(const sdk::GameUpdateManifest& manifest,
+                  std::wstring_view launcher = L"Launcher.exe") {
   Diagnostics diagnostics;
-  CheckManifest(manifest, "place", L"Launcher.exe", diagnostics);
+  CheckManifest(manifest, "place", launcher, diagnostics);
+  EXPECT_EQ(diagnostics.errors.back().message, "bin/Velmorant Player.exe: is not listed");
+  diagnostics.errors.pop_back();
+  return diagnostics;
+}
+
+std::vector<std::string> Refusals(const sdk::GameUpdateManifest& manifest) {
+  const Diagnostics diagnostics = Check(manifest);
   EXPECT_THAT(Rules(diagnostics.warnings), IsEmpty());
   return Rules(diagnostics.errors);
+}
+
+TEST(ManifestCheck, TheGameMustBeListedInAnyCase) {
+  for (const wchar_t* name : {L"bin/Velmorant Player.exe", L"bin/velmorant player.EXE"}) {
+    Diagnostics diagnostics;
+    CheckManifest(Manifest({"bin"}, {name}), "place", L"Launcher.exe", diagnostics);
+    EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
+  }
 }
 
 TEST(ManifestCheck, ASoundManifestPasses) {
@@ -54,9 +71,9 @@ TEST(ManifestCheck, ASoundManifestPasses) {
 
 TEST(ManifestCheck, EveryDirectoryWithoutItsParentIsTold) {
   EXPECT_THAT(Refusals(Manifest({"a/b/c", "a/b", "x/y"}, {L"f"})),
-              ElementsAre("the directory 'a/b/c' is listed before its parent 'a/b'",
-                          "the directory 'a/b' is listed without its parent 'a'",
-                          "the directory 'x/y' is listed without its parent 'x'"));
+              ElementsAre("a/b/c: its parent directory a/b is not listed before it",
+                          "a/b: its parent directory a is not listed before it",
+                          "x/y: its parent directory x is not listed before it"));
 }
 
 TEST(ManifestCheck, AParentInAnotherCaseIsTheSameDirectory) {
@@ -65,29 +82,27 @@ TEST(ManifestCheck, AParentInAnotherCaseIsTheSameDirectory) {
 
 TEST(ManifestCheck, AFileSpellsItsDirectoryAsTheFirstLineThatMakesIt) {
   EXPECT_THAT(Refusals(Manifest({"Bin", "bin/data"}, {L"bin/data/f", L"bin/g"})),
-              ElementsAre("'bin/data/f' spells the directory 'Bin/data' differently",
-                          "'bin/g' spells the directory 'Bin' differently"));
+              ElementsAre("bin/data/f: spells the directory Bin/data differently",
+                          "bin/g: spells the directory Bin differently"));
 }
 
 TEST(ManifestCheck, AnUnlistedDirectoryIsToldOnceWithTheNumberOfItsFiles) {
   EXPECT_THAT(Refusals(Manifest({"bin"}, {L"data/a", L"bin/x", L"data/b", L"bin/deep/c"})),
-              ElementsAre("the directory 'bin/deep' is not listed, but 1 of the files are in it",
-                          "the directory 'data' is not listed, but 2 of the files are in it"));
+              ElementsAre("bin/deep: is not listed, but 1 of the files are in it",
+                          "data: is not listed, but 2 of the files are in it"));
 }
 
 TEST(ManifestCheck, DuplicatesAreTold) {
   EXPECT_THAT(Refusals(Manifest({"bin"}, {L"bin/a", L"bin/A", L"bin/a", L"BIN"})),
-              ElementsAre("'bin/a' and 'bin/A' differ only in case", "'bin/a' is listed twice",
-                          "'BIN' is listed as a directory and as a file"));
+              ElementsAre("bin/A: differs from bin/a only in case", "bin/a: is listed twice",
+                          "BIN: is listed as a directory and as a file"));
 }
 
 TEST(ManifestCheck, ADirectoryListedTwiceIsNoHarm) {
-  Diagnostics diagnostics;
-  CheckManifest(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}), "place", L"Launcher.exe", diagnostics);
+  const Diagnostics diagnostics = Check(Manifest({"bin", "bin", "BIN"}, {L"bin/a"}));
   EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Rules(diagnostics.warnings),
-              ElementsAre("the directory 'bin' is listed twice",
-                          "the directories 'bin' and 'BIN' differ only in case"));
+              ElementsAre("bin: is listed twice", "BIN: differs from bin only in case"));
 }
 
 TEST(ManifestCheck, DigestsAreInLowercaseHexadecimal) {
@@ -95,9 +110,9 @@ TEST(ManifestCheck, DigestsAreInLowercaseHexadecimal) {
   manifest.files[0] = Entry(L"a", 1, "0123456789Abcdef0123456789abcdef");
   manifest.files[2] = Entry(L"c", 1, "0123456789abcdeg0123456789abcdef");
   EXPECT_THAT(Refusals(manifest),
-              ElementsAre("'a' has the digest '0123456789Abcdef0123456789abcdef', which is not in "
+              ElementsAre("a: has the digest 0123456789Abcdef0123456789abcdef, which is not in "
                           "lowercase hexadecimal digits",
-                          "'c' has the digest '0123456789abcdeg0123456789abcdef', which is not in "
+                          "c: has the digest 0123456789abcdeg0123456789abcdef, which is not in "
                           "lowercase hexadecimal digits"));
 }
 
@@ -105,7 +120,7 @@ TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
   sdk::GameUpdateManifest manifest = Manifest({"bin"}, {L"a", L"b"});
   manifest.files[0] = Entry(L"a", 0xFFFFFFFF);
   manifest.files[1] = Entry(L"b", 0x100000000);
-  EXPECT_THAT(Refusals(manifest), ElementsAre("'b' has 4294967296 bytes"));
+  EXPECT_THAT(Refusals(manifest), ElementsAre("b: has 4294967296 bytes"));
 }
 
 TEST(ManifestCheck, NamesFollowTheRulesOfABuild) {
@@ -118,54 +133,58 @@ TEST(ManifestCheck, NamesFollowTheRulesOfABuild) {
                         {longest, longest + L"x", L"bin/100%.txt", L"a#b", L"bin/nul.txt",
                          L"launcher.exe", L"_OLD.exe", L"bin/x.publishing", L"bin\\a:b"})),
       ElementsAre(
-          "'bin/50%'" + address, "'aux': Windows takes 'aux' for a device",
-          "'" + std::string(236, 'x') +
-              "': in the staging folder its path has 256 characters, and the Launcher opens none "
+          "bin/50%" + address, "aux: Windows takes 'aux' for a device",
+          std::string(236, 'x') +
+              ": in the staging folder its path has 256 characters, and the Launcher opens none "
               "of more than 255",
-          "'bin/100%.txt'" + address, "'a#b'" + address,
-          "'bin/nul.txt': Windows takes 'nul.txt' for a device",
-          "'launcher.exe': the Launcher cannot replace itself while it runs",
-          "'_OLD.exe': the Launcher deletes this file at every start",
-          "'bin/x.publishing': names ending in .publishing are this tool's own, for files that it "
+          "bin/100%.txt" + address, "a#b" + address,
+          "bin/nul.txt: Windows takes 'nul.txt' for a device",
+          "launcher.exe: the Launcher cannot replace itself while it runs",
+          "_OLD.exe: the Launcher deletes this file at every start",
+          "bin/x.publishing: names ending in .publishing are this tool's own, for files that it "
           "is writing",
-          "'bin/a:b': Windows allows none of \" * : < > | \\ in a name",
-          "'bin\\a:b' is written with a backslash"));
+          "bin\\a:b: is written with a backslash"));
 }
 
 TEST(ManifestCheck, TheLaunchersFileIsTheOneOfThatName) {
-  Diagnostics diagnostics;
-  CheckManifest(Manifest({"bin"}, {L"Launcher.exe", L"Start.exe"}), "place", L"start.exe",
-                diagnostics);
+  const Diagnostics diagnostics =
+      Check(Manifest({"bin"}, {L"Launcher.exe", L"Start.exe"}), L"start.exe");
   EXPECT_THAT(Rules(diagnostics.errors),
-              ElementsAre("'Start.exe': the Launcher cannot replace itself while it runs"));
+              ElementsAre("Start.exe: the Launcher cannot replace itself while it runs"));
 }
 
 TEST(ManifestCheck, NamesThatNotEveryServerTakesAreWarnedOf) {
-  Diagnostics diagnostics;
-  CheckManifest(Manifest({"bin"}, {L"bin/a+b"}), "place", L"Launcher.exe", diagnostics);
+  const Diagnostics diagnostics = Check(Manifest({"bin"}, {L"bin/a+b"}));
   EXPECT_THAT(Rules(diagnostics.errors), IsEmpty());
   EXPECT_THAT(Rules(diagnostics.warnings),
-              ElementsAre("'bin/a+b': the Launcher appends names to addresses as they stand, and "
+              ElementsAre("bin/a+b: the Launcher appends names to addresses as they stand, and "
                           "not every server takes + [ ] { } ^ ` there"));
 }
 
 TEST(ManifestCheck, NamesThatTheLauncherOrTheServerUsesAreTold) {
+  const std::string staging = ": the Launcher stages updates in Intermediate\\Update";
+  const std::string updater =
+      ": the folder is the Launcher's own, on the server and on a player's disk";
+  const std::string taken = ": the server has a file of its own by this name";
   EXPECT_THAT(Refusals(Manifest({"intermediate", "intermediate/update", "Updater"},
                                 {L"intermediate/update/a", L"gameversion.vpak",
                                  L"GAME_UPDATE.manifest", L"Updater/x", L"UpdaterX"})),
-              ElementsAre("'intermediate/update': the Launcher stages updates in "
-                          "Intermediate\\Update",
-                          "'Updater': the folder is the Launcher's own, on the server and on a "
-                          "player's disk",
-                          "'gameversion.vpak': the server has a file of its own by this name",
-                          "'GAME_UPDATE.manifest': the server has a file of its own by this name",
-                          "'intermediate/update/a' lies in the staging folder",
-                          "'Updater/x' stands where the server has files of its own"));
+              ElementsAre("intermediate/update" + staging, "Updater" + updater,
+                          "intermediate/update/a" + staging, "gameversion.vpak" + taken,
+                          "GAME_UPDATE.manifest" + taken, "Updater/x" + updater));
+}
+
+TEST(ManifestCheck, PathsThatLeadOutsideAreReportedAsThatAlone) {
+  EXPECT_THAT(
+      Refusals(Manifest({"bin", "../x", "/y"}, {L"bin/../a", L"//host/b", L"c//d"})),
+      ElementsAre("../x: leads outside the game's folder", "/y: leads outside the game's folder",
+                  "bin/../a: leads outside the game's folder",
+                  "//host/b: leads outside the game's folder", "c//d: has an empty part"));
 }
 
 TEST(ManifestCheck, NamesAreWrittenWithSlashesAndInAscii) {
   EXPECT_THAT(Refusals(Manifest({"bin"}, {L"bin\\a"})),
-              ElementsAre("'bin\\a' is written with a backslash"));
+              ElementsAre("bin\\a: is written with a backslash"));
   const std::vector<std::string> beyond = Refusals(Manifest({"bin"}, {L"bin/\xFFE9"}));
   ASSERT_EQ(beyond.size(), 1U);
   EXPECT_TRUE(beyond[0].ends_with("printable ASCII: the Launcher decodes no others"));
