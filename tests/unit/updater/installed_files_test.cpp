@@ -1,0 +1,176 @@
+#include "updater/installed_files.h"
+
+#include "core/windows.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/errors.h"
+#include "core/file_matches_entry.h"
+#include "core/files.h"
+#include "core/format.h"
+#include "core/handle.h"
+#include "core/md5.h"
+#include "support/temp_folder.h"
+
+namespace ve::sdk {
+namespace {
+
+class InstalledFilesTest : public test::TempFolder {
+ protected:
+  /// Lists a file of this content, by its name.
+  void List(std::wstring_view name, const std::string& content) {
+    digests_.push_back(std::make_unique<std::string>(Md5Hex(content)));
+    entries_.push_back({std::wstring(name), content.size(), *digests_.back()});
+  }
+  void ListAndWrite(std::wstring_view name, const std::string& content) {
+    List(name, content);
+    test::WriteWhole(std::wstring(name), content);
+  }
+
+  std::vector<FileEntry> entries_;
+
+ private:
+  std::vector<std::unique_ptr<std::string>> digests_;
+};
+
+/// What a check answers or throws.
+template <class Check>
+std::string Outcome(Check check) {
+  try {
+    return check() ? "current" : "not current";
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+UniqueFileHandle Lock(const wchar_t* path) {
+  return UniqueFileHandle(
+      CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+TEST_F(InstalledFilesTest, EveryAnswerIsThatOfTheFileItself) {
+  // Sixty files of all kinds in a random order, some listed twice.
+  std::mt19937 random(1);
+  std::vector<UniqueFileHandle> locks;
+  for (int number = 0; number < 60; ++number) {
+    const std::wstring name = Format(L"file{}", number);
+    const std::string content(1 + random() % 5000, static_cast<char>('a' + number % 26));
+    switch (random() % 8) {
+      case 0:
+        List(name, content);  // Missing.
+        break;
+      case 1:
+        List(name, content);
+        test::WriteWhole(name, content + "longer");
+        break;
+      case 2:
+        List(name, content);
+        test::WriteWhole(name, std::string(content.size(), '?'));
+        break;
+      case 3:
+        List(name, content);
+        file::MakeDirectory(name);
+        break;
+      case 4:
+        ListAndWrite(name, content);
+        locks.push_back(Lock(name.c_str()));
+        break;
+      case 5:
+        ListAndWrite(name, content);
+        List(name, content + "other");
+        break;
+      default:
+        ListAndWrite(name, content);
+    }
+  }
+  InstalledFiles installed(entries_);
+  for (const FileEntry& entry : entries_) {
+    const std::string expected =
+        Outcome([&] { return FileMatchesEntry(entry.name, entry.size, entry.digest); });
+    EXPECT_EQ(Outcome([&] { return installed.NextIsCurrent(); }), expected);
+  }
+}
+
+TEST_F(InstalledFilesTest, AnUppercaseDigestNeverMatches) {
+  test::WriteWhole(L"a", "hello");
+  entries_ = {{L"a", 5, "5D41402ABC4B2A76B9719D911017C592"},
+              {L"a", 5, "5d41402abc4b2a76b9719d911017c592"}};
+  InstalledFiles installed(entries_);
+  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, AnErrorIsThrownWhenItsEntryIsReached) {
+  ListAndWrite(L"a", "first");
+  List(L"b", "second");
+  ListAndWrite(L"c", "third");
+  List(L"d", "fourth");
+  ListAndWrite(L"e", "fifth");
+  file::MakeDirectory(L"d");
+  InstalledFiles installed(entries_);
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_THROW(static_cast<void>(installed.NextIsCurrent()), std::filesystem::filesystem_error);
+  EXPECT_TRUE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, AFileThatIsWrittenBeforeItsEntryIsReadAgainAfterForget) {
+  for (const wchar_t* name : {L"a", L"b", L"c", L"d"}) ListAndWrite(name, "hello");
+  InstalledFiles installed(entries_);
+  EXPECT_TRUE(installed.NextIsCurrent());
+  installed.Forget();
+  test::WriteWhole(L"b", "world");
+  file::Remove(L"c");
+  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, TheNextFourEntriesAreReadAhead) {
+  for (const wchar_t* name : {L"a", L"b", L"c", L"d", L"e"}) ListAndWrite(name, "hello");
+  InstalledFiles installed(entries_);
+  EXPECT_TRUE(installed.NextIsCurrent());
+  for (const wchar_t* name : {L"b", L"c", L"d", L"e"}) test::WriteWhole(name, "world");
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_FALSE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, AFileThatDoesNotFitIsReadAloneAndItsNeighboursWithoutIt) {
+  const std::string large((std::size_t{64} << 20) + 1, 'l');
+  const std::string half((std::size_t{32} << 20) + 1, 'h');
+  ListAndWrite(L"a", "small");
+  ListAndWrite(L"b", large);
+  ListAndWrite(L"c", half);
+  ListAndWrite(L"d", half);
+  ListAndWrite(L"e", "small");
+  List(L"f", large);
+  test::WriteWhole(L"f", half);
+  InstalledFiles installed(entries_);
+  for (int file = 0; file < 5; ++file) EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_FALSE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, APathThatTheLauncherDoesNotOpenIsAnError) {
+  // Windows would still open it, with up to 259 characters.
+  std::wstring name = L".\\";
+  while (name.size() < 252) name += L".\\";
+  name += L"file";
+  ASSERT_EQ(name.size(), 256U);
+  ListAndWrite(L"first", "hello");
+  List(name, "hello");
+  test::WriteWhole(L"file", "hello");
+  InstalledFiles installed(entries_);
+  EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_THROW(static_cast<void>(installed.NextIsCurrent()), file::FileException);
+}
+
+}  // namespace
+}  // namespace ve::sdk
