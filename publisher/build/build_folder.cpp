@@ -31,7 +31,7 @@ std::uint64_t Joined(DWORD high, DWORD low) { return std::uint64_t{high} << 32 |
 
 bool IsIgnored(const BuildRules& rules, const std::wstring& name) {
   const std::wstring part = name.substr(name.rfind(L'/') + 1);
-  return std::any_of(rules.ignore.begin(), rules.ignore.end(), [&](const std::wstring& pattern) {
+  return std::ranges::any_of(rules.ignore, [&](const std::wstring& pattern) {
     const bool isWhole = pattern.find(L'/') != std::wstring::npos;
     return PathMatchSpecW((isWhole ? name : part).c_str(), pattern.c_str()) != FALSE;
   });
@@ -70,16 +70,13 @@ BuildFile ReadFileEntry(const std::wstring& name, const std::wstring& path,
 }
 
 void WarnOfLongestPath(const BuildFolder& build, Diagnostics& diagnostics) {
-  const auto longest = std::max_element(
-      build.files.begin(), build.files.end(),
-      [](const BuildFile& a, const BuildFile& b) { return a.name.size() < b.name.size(); });
+  const auto longest =
+      std::ranges::max_element(build.files, {}, [](const BuildFile& f) { return f.name.size(); });
   if (longest == build.files.end()) return;
-  // Windows opens paths of 259 characters: the game folder's, a separator, the name in the staging
-  // folder. https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
-  const std::size_t room =
-      259 - std::min<std::size_t>(sdk::StagingPath(longest->name).size(), 258) - 1;
-  // That of "C:\\Program Files (x86)\\..." with some to spare.
-  constexpr std::size_t kTypicalGameFolderLength = 100;
+  // Windows opens paths of 259 characters: the game folder's, a separator, the name when staged.
+  // https://learn.microsoft.com/windows/win32/fileio/maximum-file-path-limitation
+  const std::size_t room = 258 - std::min<std::size_t>(sdk::StagingPath(longest->name).size(), 258);
+  constexpr std::size_t kTypicalGameFolderLength = 100;  // With some to spare.
   if (room >= kTypicalGameFolderLength) return;
   diagnostics.AddWarning(
       ToUtf8(longest->name),
@@ -104,12 +101,6 @@ void InsertFoldersAbove(const std::wstring& name, std::unordered_set<std::wstrin
 }
 
 }  // namespace
-
-std::uint64_t BuildFolder::Bytes() const {
-  std::uint64_t bytes = 0;
-  for (const BuildFile& file : files) bytes += file.size;
-  return bytes;
-}
 
 BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
                             Diagnostics& diagnostics) {
@@ -139,7 +130,7 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
     }
     CheckAttributes(ToUtf8(name), entry.attributes, diagnostics);
     const NameKind kind = entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile;
-    const bool isAllowed = CheckName(name, kind, rules.launcher, diagnostics);
+    const bool isAllowed = CheckName(name, kind, rules.launcher, ToUtf8(name), diagnostics);
     if (entry.IsDirectory()) {
       build.directories.push_back(name);
     } else {
@@ -147,9 +138,8 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
     }
     return isAllowed ? file::WalkAction::kRecurse : file::WalkAction::kSkip;
   });
-  std::sort(build.directories.begin(), build.directories.end());
-  std::sort(build.files.begin(), build.files.end(),
-            [](const BuildFile& a, const BuildFile& b) { return a.name < b.name; });
+  std::ranges::sort(build.directories);
+  std::ranges::sort(build.files, {}, &BuildFile::name);
   if (build.files.empty()) {
     diagnostics.AddError(DisplayPath(source),
                          "contains no file, and the Launcher rejects an update without files",
@@ -167,15 +157,14 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
 void CheckGameProgram(const std::wstring& source, const BuildFolder& build, bool force,
                       Diagnostics& diagnostics) {
   const std::wstring game = FoldCase(kGameProgram);
-  const bool isThere = std::any_of(build.files.begin(), build.files.end(),
-                                   [&](const BuildFile& f) { return FoldCase(f.name) == game; });
+  const bool isThere = std::ranges::any_of(
+      build.files, [&](const BuildFile& file) { return FoldCase(file.name) == game; });
   if (isThere || build.files.empty()) return;
-  diagnostics.Add(
-      force ? Severity::kWarning : Severity::kError,
-      {DisplayPath(source), Format("no {}", ToUtf8(kGameProgram)),
-       "The Launcher deletes every installed file that a build does not list, so this "
-       "would remove players' games. Pass the folder that contains bin\\, or --force to "
-       "publish anyway."});
+  (force ? diagnostics.warnings : diagnostics.errors)
+      .push_back({DisplayPath(source), Format("no {}", ToUtf8(kGameProgram)),
+                  "The Launcher deletes every installed file that a build does not list, so this "
+                  "would remove players' games. Pass the folder that contains bin\\, or --force to "
+                  "publish anyway."});
 }
 
 void CheckUnchanged(const std::wstring& source, const BuildRules& rules, const BuildFolder& build,

@@ -16,7 +16,7 @@ struct BuildFile {
   std::uint64_t size = 0;
   std::int64_t written = 0;  ///< The last write, in the file system's ticks.
   std::string digest{};      ///< As in manifests; empty until computed.
-  bool isPublished = false;  ///< Whether the channel has this content by this name.
+  bool isPublished = false;  ///< Whether the channel has this content by this name, to link to.
 };
 
 /// Sorted by name, so parents come before their children.
@@ -24,8 +24,6 @@ struct BuildFolder {
   std::vector<std::wstring> directories;
   std::vector<BuildFile> files;
   std::vector<std::wstring> ignored{};
-
-  [[nodiscard]] std::uint64_t Bytes() const;
 };
 
 /// Which entries a build may have.

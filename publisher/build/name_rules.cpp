@@ -5,12 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <initializer_list>
-#include <vector>
 
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/files/server_layout.h"
-#include "publisher/files/whole_file.h"
 #include "updater/game_download.h"
 #include "updater/self_update.h"
 
@@ -24,9 +22,6 @@ constexpr std::size_t kMaxPath = 255;
 // are decoded by the server.
 constexpr std::wstring_view kUrlCharacters = L"%#?";
 constexpr std::wstring_view kForbiddenOnWindows = L"\"*:<>|\\";
-// nginx accepts these, but not every server and CDN.
-constexpr std::wstring_view kUnsafeCharacters = L"+[]{}^`";
-
 constexpr const char* kRename = "Rename it.";
 
 bool IsPrintableAscii(wchar_t c) { return c >= L' ' && c <= L'~'; }
@@ -46,7 +41,7 @@ bool IsDevice(std::wstring_view part) {
       L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$", L"CLOCK$"};
   std::wstring stem = FoldCase(part.substr(0, part.find(L'.')));
   stem.erase(stem.find_last_not_of(L' ') + 1);
-  if (std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end()) return true;
+  if (std::ranges::find(kDevices, stem) != kDevices.end()) return true;
   return stem.size() == 4 && (stem.starts_with(L"COM") || stem.starts_with(L"LPT")) &&
          stem[3] >= L'0' && stem[3] <= L'9';
 }
@@ -83,9 +78,9 @@ struct Rule {
 };
 
 void AddBroken(std::initializer_list<Rule> rules, const std::string& subject,
-               std::vector<Diagnostic>& diagnostics) {
+               Diagnostics& diagnostics) {
   for (const Rule& rule : rules) {
-    if (rule.isBroken) diagnostics.push_back({subject, rule.message, rule.hint});
+    if (rule.isBroken) diagnostics.AddError(subject, rule.message, rule.hint);
   }
 }
 
@@ -101,17 +96,11 @@ void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnos
               kRename},
              {HasAnyOf(name, kForbiddenOnWindows),
               "Windows allows none of \" * : < > | \\ in a name", kRename}},
-            subject, diagnostics.errors);
-  AddBroken({{HasAnyOf(name, kUnsafeCharacters),
-              "the Launcher appends names to addresses as they stand, and not every server "
-              "takes + [ ] { } ^ ` there",
-              "Try it with your server, or rename it."}},
-            subject, diagnostics.warnings);
+            subject, diagnostics);
 }
 
 bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-               Diagnostics& diagnostics) {
-  const std::string subject = ToUtf8(name);
+               const std::string& subject, Diagnostics& diagnostics) {
   if (const char* error = PathError(name)) {
     diagnostics.AddError(subject, error,
                          "Write the path below the game's folder, with / between its parts, such "
@@ -133,9 +122,6 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
       "in the staging folder its path has {} characters, and the Launcher opens none of more "
       "than {}",
       length, kMaxPath);
-  const std::string beside =
-      Format("names ending in {} are this tool's own, for files that it is writing",
-             ToUtf8(kBesideSuffix));
   AddBroken(
       {{part.ends_with(L'.') || part.ends_with(L' '),
         "Windows drops dots and blanks at the end of a name", "Rename it without."},
@@ -150,9 +136,8 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
        {key == FoldCase(launcher), "the Launcher cannot replace itself while it runs",
         "Leave it out of the build; it is published by publish launcher."},
        {key == FoldCase(sdk::kParkedExecutable), "the Launcher deletes this file at every start",
-        "Leave it out of the build, or rename it."},
-       {key.ends_with(FoldCase(kBesideSuffix)), beside.c_str(), kRename}},
-      subject, diagnostics.errors);
+        "Leave it out of the build, or rename it."}},
+      subject, diagnostics);
   return !isStaging && !isUpdater;
 }
 

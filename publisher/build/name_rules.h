@@ -10,13 +10,12 @@ namespace ve::publish {
 
 enum class NameKind { kFile, kDirectory };
 
-/// Checks one name of a build or of a manifest, with "/" between its parts, which is the subject of
-/// the diagnostics. Of the parts only the last one is checked in detail: the others are directories
+/// Checks one name of a build or of a manifest, with "/" between its parts. Of the parts only the last one is checked in detail: the others are directories
 /// with names of their own. `launcher` is the name of the Launcher's file. Returns false if
 /// nothing below the name needs to be checked: it is not a path below the game's folder, or it is a
 /// folder of the Launcher.
 bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
-               Diagnostics& diagnostics);
+               const std::string& subject, Diagnostics& diagnostics);
 
 /// Checks for characters that a URL or a name on Windows cannot contain.
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics);

@@ -1,6 +1,5 @@
 #include "publisher/channel/changes.h"
 
-#include <cctype>
 #include <cstddef>
 #include <map>
 #include <set>
@@ -30,18 +29,11 @@ Json PrintNames(std::string_view kind, const std::vector<std::wstring>& names, C
   return list;
 }
 
-/// A line with a path, as the path of a URL (RFC 3986).
+/// A line with a path as the path of a URL, with %20 for a space.
 std::string UrlPath(std::string_view path) {
-  constexpr std::string_view kUnescaped = "-._~!$&'()*+,;=:@/\n";
-  constexpr std::string_view kHexDigits = "0123456789ABCDEF";
   std::string url = "/";
   for (const char character : path) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (std::isalnum(byte) != 0 || kUnescaped.find(character) != std::string_view::npos) {
-      url += character;
-    } else {
-      url += {'%', kHexDigits[byte / 16], kHexDigits[byte % 16]};
-    }
+    url += character == ' ' ? std::string_view("%20") : std::string_view(&character, 1);
   }
   return url;
 }

@@ -9,7 +9,6 @@
 #include "archive/updater_settings.h"
 #include "core/directory_walk.h"
 #include "core/errors.h"
-#include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
@@ -215,25 +214,24 @@ class ChannelCheck {
     if (record_) Compare(name, content, {record_->md5, record_->size, {}}, "what was published");
     if (options_.executable) Compare(name, content, *options_.executable, "the file of --exe");
     const TemporaryFile copy(content.body);
-    const std::optional<std::uint32_t> version = ExecutableVersion(copy.Path());
+    const std::optional<ProgramVersion> version = ReadProgramVersion(copy.Path());
     if (!version) {
       AddError(name, "has no version resource",
                "It is not a Launcher, or it is damaged. Publish the Launcher again.");
-    } else if (offered && *version != *offered) {
-      AddError(name, Format("is version {}, but updater.manifest offers {}", *version, *offered),
-               *version < *offered ? "Launchers would replace themselves on every start."
-                                   : "Launchers of the offered version never fetch it.");
+    } else if (offered && version->number != *offered) {
+      AddError(name,
+               Format("is version {}, but updater.manifest offers {}", version->number, *offered),
+               version->number < *offered ? "Launchers would replace themselves on every start."
+                                          : "Launchers of the offered version never fetch it.");
     }
   }
 
   void Compare(const std::wstring& name, const FileContent& content, const FileDigest& expected,
                std::string_view what) {
     if (content.size == expected.size && content.md5 == expected.md5) return;
-    AddError(
-        name,
-        Format("is not {}: it has {} bytes with the digest {}", what, content.size, content.md5) +
-            Format(" instead of {} with {}", expected.size, expected.md5),
-        "Launchers would replace themselves by it. Publish the Launcher again.");
+    AddError(name,
+             Format("is not {}: its digest is {} instead of {}", what, content.md5, expected.md5),
+             "Launchers would replace themselves by it. Publish the Launcher again.");
   }
 
   const ChannelOptions& options_;

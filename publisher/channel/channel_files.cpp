@@ -1,7 +1,6 @@
 #include "publisher/channel/channel_files.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <span>
 
 #include "archive/archive_reader.h"

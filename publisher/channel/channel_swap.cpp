@@ -8,7 +8,6 @@
 #include "core/directory_walk.h"
 #include "core/files.h"
 #include "core/format.h"
-#include "core/unicode.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"

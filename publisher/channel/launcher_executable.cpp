@@ -44,37 +44,26 @@ std::optional<VS_FIXEDFILEINFO> ReadFixedFileInfo(const std::wstring& path) {
   return fixed;
 }
 
-/// The content from the signature "PE" on; empty if it is not an executable.
-std::string_view PortableExecutable(std::string_view content) {
-  if (!content.starts_with("MZ") || content.size() < sizeof(IMAGE_DOS_HEADER)) return {};
-  IMAGE_DOS_HEADER header;
-  std::memcpy(&header, content.data(), sizeof(header));
-  if (header.e_lfanew < 0 || static_cast<std::size_t>(header.e_lfanew) >= content.size()) return {};
-  content.remove_prefix(static_cast<std::size_t>(header.e_lfanew));
-  return content.starts_with(std::string_view("PE\0\0", 4)) ? content : std::string_view();
-}
-
 }  // namespace
 
-bool IsExecutable(std::string_view content) { return !PortableExecutable(content).empty(); }
+std::optional<ProgramVersion> ReadProgramVersion(const std::wstring& path) {
+  const std::optional<VS_FIXEDFILEINFO> fixed = ReadFixedFileInfo(path);
+  if (!fixed) return {};
+  return ProgramVersion{HIWORD(fixed->dwFileVersionMS),
+                        (fixed->dwFileFlags & VS_FF_SPECIALBUILD) != 0};
+}
 
 bool IsSigned(std::string_view content) {
-  content = PortableExecutable(content);
+  IMAGE_DOS_HEADER start;
+  if (content.size() < sizeof(start)) return false;
+  std::memcpy(&start, content.data(), sizeof(start));
+  const auto offset = static_cast<std::uint32_t>(start.e_lfanew);
   IMAGE_NT_HEADERS64 headers;
-  if (content.size() < sizeof(headers)) return false;
-  std::memcpy(&headers, content.data(), sizeof(headers));
-  return headers.OptionalHeader.Magic == IMAGE_NT_OPTIONAL_HDR64_MAGIC &&
+  if (offset > content.size() || content.size() - offset < sizeof(headers)) return false;
+  std::memcpy(&headers, content.data() + offset, sizeof(headers));
+  return headers.Signature == IMAGE_NT_SIGNATURE &&
+         headers.OptionalHeader.Magic == IMAGE_NT_OPTIONAL_HDR64_MAGIC &&
          headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_SECURITY].Size != 0;
-}
-
-std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
-  const auto fixed = ReadFixedFileInfo(path);
-  return fixed ? std::optional<std::uint32_t>(HIWORD(fixed->dwFileVersionMS)) : std::nullopt;
-}
-
-bool KeepsNonEmptyDirectories(const std::wstring& path) {
-  const auto fixed = ReadFixedFileInfo(path);
-  return fixed && (fixed->dwFileFlags & VS_FF_SPECIALBUILD) != 0;
 }
 
 std::string LauncherRecordText(const LauncherRecord& record) {

@@ -10,18 +10,17 @@
 
 namespace ve::publish {
 
-/// Whether the content is that of a Windows executable.
-[[nodiscard]] bool IsExecutable(std::string_view content);
+/// What a program's version resource says.
+struct ProgramVersion {
+  std::uint32_t number;           ///< The first number of the fixed file version.
+  bool keepsNonEmptyDirectories;  ///< Whether it is the special build (cmake/Program.cmake).
+};
+
+/// None for a file without a version resource, also for one that is not a program.
+[[nodiscard]] std::optional<ProgramVersion> ReadProgramVersion(const std::wstring& path);
 
 /// Whether the content of a 64-bit executable has an Authenticode signature. Does not verify it.
 [[nodiscard]] bool IsSigned(std::string_view content);
-
-/// The first number of the fixed file version; none if there is no version resource.
-[[nodiscard]] std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path);
-
-/// Whether the version resource marks the program as the special build, whose clean-up keeps
-/// non-empty directories (cmake/Program.cmake).
-[[nodiscard]] bool KeepsNonEmptyDirectories(const std::wstring& path);
 
 struct LauncherRecord {
   std::string executable;  ///< The file's name, without a folder, in UTF-8.
@@ -29,8 +28,6 @@ struct LauncherRecord {
   std::string md5;  ///< 32 lowercase hexadecimal characters.
   std::uint32_t version = 0;
   bool isSigned = false;
-
-  [[nodiscard]] bool operator==(const LauncherRecord&) const = default;
 };
 
 /// The record as the content of its file.

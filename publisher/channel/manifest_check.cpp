@@ -1,7 +1,6 @@
 #include "publisher/channel/manifest_check.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <iterator>
 #include <limits>
@@ -13,8 +12,10 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "launcher/updater_driver.h"
+#include "publisher/build/digests.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/build/parallel.h"
+#include "publisher/files/paths.h"
 #include "updater/download_messages.h"
 
 namespace ve::publish {
@@ -25,27 +26,9 @@ std::wstring_view ParentOf(std::wstring_view name) {
   return end == std::wstring_view::npos ? std::wstring_view() : name.substr(0, end);
 }
 
-bool IsLowercaseHexadecimal(std::string_view digest) {
-  return digest.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
 std::string DuplicateMessage(const std::wstring& first, const std::wstring& second) {
   return first == second ? "is listed twice"
                          : Format("differs from {} only in case", ToUtf8(first));
-}
-
-/// `CheckName` with diagnostics about the manifest.
-bool CheckListedName(std::wstring_view name, NameKind kind, const std::string& location,
-                     std::wstring_view launcher, Diagnostics& diagnostics) {
-  Diagnostics found;
-  const bool isPath = CheckName(name, kind, launcher, found);
-  for (const auto& [subject, message, hint] : found.errors) {
-    diagnostics.AddError(location, Format("{}: {}", subject, message), hint);
-  }
-  for (const auto& [subject, message, hint] : found.warnings) {
-    diagnostics.AddWarning(location, Format("{}: {}", subject, message), hint);
-  }
-  return isPath;
 }
 
 /// One pass over a manifest.
@@ -70,11 +53,19 @@ class ManifestCheck {
 
  private:
   void AddError(std::wstring_view name, std::string_view message, std::string hint) {
-    diagnostics_.AddError(location_, Format("{}: {}", ToUtf8(name), message), std::move(hint));
+    diagnostics_.AddError(Subject(name), std::string(message), std::move(hint));
+  }
+
+  [[nodiscard]] std::string Subject(std::wstring_view name) const {
+    return Format("{}: {}", location_, ToUtf8(name));
+  }
+
+  bool CheckListedName(std::wstring_view name, NameKind kind) {
+    return CheckName(name, kind, launcher_, Subject(name), diagnostics_);
   }
 
   void CheckDirectory(const std::wstring& name) {
-    if (!CheckListedName(name, NameKind::kDirectory, location_, launcher_, diagnostics_)) return;
+    if (!CheckListedName(name, NameKind::kDirectory)) return;
     // Each directory is created in the spelling of its line, below its parent as that is on disk.
     const std::wstring_view parent = ParentOf(name);
     const auto parentOnDisk = onDisk_.find(FoldCase(parent));
@@ -87,13 +78,12 @@ class ManifestCheck {
     }
     const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), spelling);
     if (isNew) return;
-    diagnostics_.AddWarning(
-        location_, Format("{}: {}", ToUtf8(name), DuplicateMessage(known->second, spelling)),
-        "On Windows both are one directory. List it once.");
+    diagnostics_.AddWarning(Subject(name), DuplicateMessage(known->second, spelling),
+                            "On Windows both are one directory. List it once.");
   }
 
   void CheckFile(const sdk::FileEntry& entry) {
-    if (!CheckListedName(entry.name, NameKind::kFile, location_, launcher_, diagnostics_)) return;
+    if (!CheckListedName(entry.name, NameKind::kFile)) return;
     const std::wstring key = FoldCase(entry.name);
     const auto [known, isNew] = files_.try_emplace(key, entry.name);
     if (!isNew) {
@@ -105,7 +95,7 @@ class ManifestCheck {
                "Every update ends abnormally there. Rename one of them.");
     }
     CheckParent(entry.name);
-    if (!IsLowercaseHexadecimal(entry.digest)) {
+    if (entry.digest.find_first_not_of("0123456789abcdef") != std::string_view::npos) {
       AddError(
           entry.name,
           Format("has the digest {}, which is not in lowercase hexadecimal digits", entry.digest),
@@ -139,14 +129,16 @@ class ManifestCheck {
   std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlisted_;
 };
 
-void CheckFile(const PublishedTree& tree, const sdk::FileEntry& entry, Diagnostics& diagnostics) {
+/// Compares what was read of a listed file.
+void CheckContent(const PublishedTree& tree, const sdk::FileEntry& entry,
+                  const FileContent& content, Diagnostics& diagnostics) {
   const std::string location = tree.LocationOf(entry.name);
-  const FileContent content = tree.Read(entry.name, Keep::kDigest);
   if (!content.error.empty()) {
+    const std::string error = ToUtf8(content.error);
     return diagnostics.AddError(
         location,
-        tree.IsServed() ? Format(sdk::kFileDownloadFailed, location, ToUtf8(content.error))
-                        : "is listed, but there is no such file",
+        tree.IsServed() ? Format(sdk::kFileDownloadFailed, location, error)
+                        : Format("is listed, but {}", error),
         "Every update that needs the file ends abnormally, without a log entry. Publish again.");
   }
   std::string message;
@@ -163,16 +155,6 @@ void CheckFile(const PublishedTree& tree, const sdk::FileEntry& entry, Diagnosti
 
 }  // namespace
 
-void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& location,
-                      std::wstring_view launcher, Diagnostics& diagnostics) {
-  for (const std::string_view name : manifest.directories) {
-    CheckListedName(sdk::WidenName(name), NameKind::kDirectory, location, launcher, diagnostics);
-  }
-  for (const sdk::FileEntry& entry : manifest.files) {
-    CheckListedName(entry.name, NameKind::kFile, location, launcher, diagnostics);
-  }
-}
-
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& location,
                    std::wstring_view launcher, Diagnostics& diagnostics) {
   ManifestCheck(location, launcher, diagnostics).Run(manifest);
@@ -180,24 +162,36 @@ void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& l
 
 void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
                   Console& console, Diagnostics& diagnostics) {
+  std::vector<std::wstring> paths;
   std::uint64_t bytes = 0;
-  for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
-  std::atomic<std::uint64_t> filesDone = 0;
-  std::atomic<std::uint64_t> bytesDone = 0;
-  std::vector<Diagnostics> found(manifest.files.size());
-  const auto check = [&](std::size_t index) {
-    const sdk::FileEntry& entry = manifest.files[index];
-    try {
-      CheckFile(tree, entry, found[index]);
-    } catch (const PublishError& error) {
-      found[index].errors.push_back(error.GetDiagnostic());
-    }
+  for (const sdk::FileEntry& entry : manifest.files) {
+    paths.push_back(JoinPath(tree.Folder(), entry.name));
+    bytes += entry.size;
+  }
+  Counter filesDone = 0;
+  Counter bytesDone = 0;
+  std::vector<Diagnostics> found(paths.size());
+  const auto check = [&](std::size_t index, const FileContent& content) {
+    CheckContent(tree, manifest.files[index], content, found[index]);
     ++filesDone;
-    bytesDone += entry.size;
   };
-  ForEachInParallel(found.size(), tree.IsServed() ? kParallelRequests : 0, check, [&] {
-    console.ShowProgress({"Checking", filesDone, found.size(), bytesDone, bytes});
-  });
+  const auto watch = [&] {
+    console.ShowProgress({"Checking", filesDone, paths.size(), bytesDone, bytes});
+  };
+  if (tree.IsServed()) {
+    const auto fetch = [&](std::size_t index) {
+      const sdk::FileEntry& entry = manifest.files[index];
+      check(index, tree.Read(entry.name, Keep::kDigest));
+      bytesDone += entry.size;
+    };
+    ForEachInParallel(paths.size(), kParallelRequests, fetch, watch);
+  } else {
+    const auto take = [&](std::size_t index, const FileDigest& digest) {
+      const std::wstring error = digest.error ? ToWide(digest.error->message) : std::wstring();
+      check(index, {error, {}, digest.md5, digest.size, digest.size});
+    };
+    DigestFiles(paths, bytesDone, take, watch);
+  }
   console.EndProgress();
   for (Diagnostics& ofFile : found) {
     std::ranges::move(ofFile.errors, std::back_inserter(diagnostics.errors));

@@ -11,14 +11,10 @@
 
 namespace ve::publish {
 
-/// Checks every listed name as `CheckName` does: a manifest need not have been written by this
-/// tool. The diagnostics are about `location`, the manifest's. `launcher` is the name of the
-/// Launcher's file.
-void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& location,
-                      std::wstring_view launcher, Diagnostics& diagnostics);
-
-/// The same, and checks for a missing game and for every entry that fails the update, that is
-/// installed and deleted again, or that never counts as current.
+/// Checks every listed name as `CheckName` does, because a manifest need not have been written by
+/// this tool, and checks for a missing game and for every entry that fails the update, that is
+/// installed and deleted again, or that never counts as current. `location` is the manifest's, for
+/// the subjects. `launcher` is the name of the Launcher's file.
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& location,
                    std::wstring_view launcher, Diagnostics& diagnostics);
 

@@ -2,9 +2,8 @@
 
 #include "core/windows.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <unordered_map>
 #include <vector>
 
@@ -22,40 +21,13 @@
 namespace ve::publish {
 namespace {
 
-using Counter = std::atomic<std::uint64_t>;
-
 bool Link(const std::wstring& existing, const std::wstring& path) {
   return CreateHardLinkW(path.c_str(), existing.c_str(), nullptr) != FALSE;
 }
 
-using Condition = std::function<bool(const BuildFile& file)>;
-
-/// Calls `work` for each file of the build with this condition on all processors, and shows the
-/// progress. `work` adds the bytes that it has read.
-void ForEachFile(BuildFolder& build, const Condition& condition, std::string_view name,
-                 Console& console,
-                 const std::function<void(BuildFile& file, Counter& bytesDone)>& work) {
-  std::vector<BuildFile*> files;
-  std::uint64_t bytes = 0;
-  for (BuildFile& file : build.files) {
-    if (!condition(file)) continue;
-    files.push_back(&file);
-    bytes += file.size;
-  }
-  Counter filesDone = 0;
-  Counter bytesDone = 0;
-  const auto next = [&](std::size_t index) {
-    work(*files[index], bytesDone);
-    ++filesDone;
-  };
-  ForEachInParallel(files.size(), 0, next, [&] {
-    console.ShowProgress({name, filesDone, files.size(), bytesDone, bytes});
-  });
-}
-
-/// Sets the file's digest to what was read. `root` is the final path of the
-/// build.
+/// Sets the file's digest to what was read. `root` is the final path of the build.
 void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& root) {
+  if (read.error) throw PublishError(*read.error);
   const std::string name = ToUtf8(file.name);
   if (!read.finalPath.empty() && FoldCase(read.finalPath) != FoldCase(JoinPath(root, file.name))) {
     throw PublishError({name, Format("is a link to {}", DisplayPath(read.finalPath)),
@@ -68,11 +40,23 @@ void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& roo
   file.digest = read.md5;
 }
 
-void DigestFiles(const std::wstring& source, BuildFolder& build, const Condition& condition,
+void TakeDigests(const std::wstring& source, const std::vector<BuildFile*>& files,
                  Console& console) {
   const std::wstring root = FinalPath(source);
-  ForEachFile(build, condition, "Reading", console, [&](BuildFile& file, Counter& bytesDone) {
-    TakeDigest(file, DigestOf(JoinPath(source, file.name), bytesDone), root);
+  std::vector<std::wstring> paths;
+  std::uint64_t bytes = 0;
+  for (const BuildFile* const file : files) {
+    paths.push_back(JoinPath(source, file->name));
+    bytes += file->size;
+  }
+  Counter filesDone = 0;
+  Counter bytesDone = 0;
+  const auto take = [&](std::size_t index, const FileDigest& digest) {
+    TakeDigest(*files[index], digest, root);
+    ++filesDone;
+  };
+  DigestFiles(paths, bytesDone, take, [&] {
+    console.ShowProgress({"Reading", filesDone, files.size(), bytesDone, bytes});
   });
 }
 
@@ -88,28 +72,35 @@ void RequireRoom(const std::wstring& folder, std::uint64_t bytes) {
 
 }  // namespace
 
-void FindPublished(const std::wstring& source, const std::wstring& published,
+bool FindPublished(const std::wstring& source, const std::wstring& published,
                    const sdk::GameUpdateManifest& live, BuildFolder& build, Console& console) {
   std::unordered_map<std::wstring_view, const sdk::FileEntry*> listed;
   for (const sdk::FileEntry& entry : live.files) listed.emplace(entry.name, &entry);
-  const auto mayBePublished = [&](const BuildFile& file) {
-    const auto entry = listed.find(file.name);
-    return entry != listed.end() && entry->second->size == file.size &&
-           IsFileOfSize(JoinPath(published, file.name), file.size);
-  };
-  DigestFiles(source, build, mayBePublished, console);
+  std::vector<BuildFile*> files;
   for (BuildFile& file : build.files) {
-    file.isPublished = !file.digest.empty() && file.digest == listed.at(file.name)->digest;
+    const auto entry = listed.find(file.name);
+    if (entry != listed.end() && entry->second->size == file.size &&
+        IsFileOfSize(JoinPath(published, file.name), file.size)) {
+      files.push_back(&file);
+    }
   }
+  TakeDigests(source, files, console);
+  for (BuildFile* const file : files) {
+    file->isPublished = file->digest == listed.at(file->name)->digest;
+  }
+  return std::ranges::all_of(build.files, &BuildFile::isPublished);
 }
 
 void DigestOthers(const std::wstring& source, BuildFolder& build, Console& console) {
-  const auto isWithoutDigest = [](const BuildFile& file) { return file.digest.empty(); };
-  DigestFiles(source, build, isWithoutDigest, console);
+  std::vector<BuildFile*> files;
+  for (BuildFile& file : build.files) {
+    if (file.digest.empty()) files.push_back(&file);
+  }
+  TakeDigests(source, files, console);
 }
 
-CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
-                       BuildFolder& build, const std::wstring& next, Console& console) {
+void PlacePayload(const std::wstring& source, const std::wstring& published, BuildFolder& build,
+                  const std::wstring& next, Console& console) {
   std::uint64_t bytesToCopy = 0;
   for (const BuildFile& file : build.files) bytesToCopy += file.isPublished ? 0 : file.size;
   file::MakeDirectory(next);
@@ -117,21 +108,21 @@ CopyStats PlacePayload(const std::wstring& source, const std::wstring& published
   for (const std::wstring& directory : build.directories) {
     file::MakeDirectories(JoinPath(next, directory));
   }
-  std::atomic<std::uint64_t> copiedFiles = 0;
-  std::atomic<std::uint64_t> copiedBytes = 0;
+  Counter filesDone = 0;
+  Counter bytesDone = 0;
   const std::wstring root = FinalPath(source);
-  const auto isAny = [](const BuildFile&) { return true; };
-  ForEachFile(build, isAny, "Copying", console, [&](BuildFile& file, Counter& bytesDone) {
+  const auto place = [&](std::size_t index) {
+    BuildFile& file = build.files[index];
     const std::wstring path = JoinPath(next, file.name);
-    if (file.isPublished && Link(JoinPath(published, file.name), path)) {
-      bytesDone += file.size;
-      return;
+    file.isPublished = file.isPublished && Link(JoinPath(published, file.name), path);
+    if (!file.isPublished) {
+      TakeDigest(file, CopyWithDigest(JoinPath(source, file.name), path, bytesDone), root);
     }
-    TakeDigest(file, CopyWithDigest(JoinPath(source, file.name), path, bytesDone), root);
-    ++copiedFiles;
-    copiedBytes += file.size;
+    ++filesDone;
+  };
+  ForEachInParallel(build.files.size(), 0, place, [&] {
+    console.ShowProgress({"Copying", filesDone, build.files.size(), bytesDone, bytesToCopy});
   });
-  return {build.files.size() - copiedFiles, copiedFiles, copiedBytes};
 }
 
 bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
@@ -139,13 +130,6 @@ bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
   if (attributes == INVALID_FILE_ATTRIBUTES) return false;
   return (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0 &&
          file::FileSize(path) == size;
-}
-
-bool LinkOrCopy(const std::wstring& existing, const std::wstring& path) {
-  if (Link(existing, path)) return true;
-  Counter bytesDone = 0;
-  CopyWithDigest(existing, path, bytesDone);
-  return false;
 }
 
 void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
@@ -157,8 +141,9 @@ void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
     const std::wstring target = Format(L"{}{}", to, entry.path.substr(from.size()));
     if (entry.IsDirectory()) {
       file::MakeDirectory(target);
-    } else {
-      LinkOrCopy(std::wstring(entry.path), target);
+    } else if (const std::wstring file(entry.path); !Link(file, target)) {
+      Counter bytesDone = 0;
+      CopyWithDigest(file, target, bytesDone);
     }
     return file::WalkAction::kRecurse;
   });

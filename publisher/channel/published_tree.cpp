@@ -2,7 +2,6 @@
 
 #include "core/windows.h"
 
-#include <atomic>
 #include <cstddef>
 #include <span>
 #include <utility>
@@ -133,7 +132,7 @@ FileContent PublishedTree::Read(std::wstring_view name, Keep keep) const {
     content.md5 = Md5Hex(content.body);
     content.size = content.body.size();
   } else {
-    std::atomic<std::uint64_t> bytesDone = 0;
+    Counter bytesDone = 0;
     const FileDigest digest = DigestOf(path, bytesDone);
     content.md5 = digest.md5;
     content.size = digest.size;

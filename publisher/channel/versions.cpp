@@ -55,7 +55,7 @@ std::optional<sdk::VersionNumber> CheckNewVersion(const std::string& text,
   }
   const std::wstring path = JoinPath(PublishedFolder(folders), kVersionName);
   if (!file::Exists(path)) return version;
-  const Severity severity = force ? Severity::kWarning : Severity::kError;
+  std::vector<Diagnostic>& found = force ? diagnostics.warnings : diagnostics.errors;
   try {
     const sdk::VersionNumber present = sdk::ReadOfferedVersion(ReadWholeFile(path));
     console.Report()["previousVersion"] = VersionText(present);
@@ -65,16 +65,15 @@ std::optional<sdk::VersionNumber> CheckNewVersion(const std::string& text,
           kNoWayBack);
     }
     if (*version <= present) {
-      diagnostics.Add(
-          severity,
+      found.push_back(
           {text, Format("not above {}, the version on the server", VersionText(present)),
            "Players who have that version are not offered this one. Publish a higher version; "
            "--force publishes anyway."});
     }
   } catch (const VERuntimeError& error) {
-    diagnostics.Add(severity, {DisplayPath(path),
-                               Format("the version on the server cannot be read: {}", error.what()),
-                               "Use --force to replace it."});
+    found.push_back({DisplayPath(path),
+                     Format("the version on the server cannot be read: {}", error.what()),
+                     "Use --force to replace it."});
   }
   return version;
 }

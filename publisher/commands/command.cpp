@@ -14,6 +14,13 @@ CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* nam
   return command.add_option(name, channel, purpose)->check(CLI::IsMember(names));
 }
 
+void AddTree(CLI::App& command, TreeOptions& tree) {
+  CLI::Option_group* group = command.add_option_group("Tree", "One of");
+  AddServer(*group, tree.server);
+  group->add_option("--url", tree.url, "The server's base URL, with its last slash.");
+  group->require_option(1);
+}
+
 CLI::Option* AddServer(CLI::App& command, std::string& server) {
   const auto isFolder = [](const std::string& text) {
     return text.find("://") == std::string::npos

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "publisher/channel/published_tree.h"
 #include "publisher/report/console.h"
 #include <CLI/CLI.hpp>
 
@@ -52,6 +53,9 @@ std::pair<CLI::App*, std::shared_ptr<Options>> AddCommand(
 /// Adds an option that takes a release channel's name.
 CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* name = "--channel",
                         const char* purpose = "The release channel.");
+
+/// Adds the options --server and --url, of which exactly one must be given.
+void AddTree(CLI::App& command, TreeOptions& tree);
 
 /// Adds the option --server, a folder; an address is wrong usage.
 CLI::Option* AddServer(CLI::App& command, std::string& server);

@@ -1,9 +1,7 @@
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "core/errors.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -17,8 +15,6 @@
 #include "publisher/commands/command.h"
 #include "publisher/commands/publication.h"
 #include "publisher/files/paths.h"
-#include "publisher/files/server_layout.h"
-#include "publisher/files/whole_file.h"
 
 namespace ve::publish {
 namespace {
@@ -38,25 +34,14 @@ void CheckPlaces(const std::wstring& source, const std::wstring& server, Diagnos
                        "Publish from a folder outside the server's.");
 }
 
-/// Without copying.
-CopyStats CountCopies(const BuildFolder& build) {
-  CopyStats stats;
-  for (const BuildFile& file : build.files) {
-    ++(file.isPublished ? stats.linkedFiles : stats.copiedFiles);
-    stats.copiedBytes += file.isPublished ? 0 : file.size;
-  }
-  return stats;
-}
-
 /// With the build checked, and the lock held unless this is a dry run.
 void PublishBuild(const Options& options, const std::wstring& source, const BuildRules& rules,
                   BuildFolder& build, Console& console, Diagnostics& diagnostics) {
   const ChannelFolders folders = TargetOf(options);
   std::string liveText;
-  FindPublished(source, folders.live, ReadLiveManifest(folders, liveText), build, console);
-  const bool hasNewFiles = std::any_of(build.files.begin(), build.files.end(),
-                                       [](const BuildFile& file) { return !file.isPublished; });
-  if (!hasNewFiles && GameManifest(build) == liveText) {
+  const bool hasAll =
+      FindPublished(source, folders.live, ReadLiveManifest(folders, liveText), build, console);
+  if (hasAll && GameManifest(build) == liveText) {
     if (options.ifChanged) {
       return console.Print("Not published: the server has exactly this build already.");
     }
@@ -68,17 +53,16 @@ void PublishBuild(const Options& options, const std::wstring& source, const Buil
       CheckNewVersion(options.version, folders, options.force, console, diagnostics);
   if (diagnostics.HasErrors()) return;
   std::optional<NextState> next;
-  CopyStats placed = CountCopies(build);
   if (options.dryRun) {
     DigestOthers(source, build, console);
   } else {
     next.emplace(folders);
-    placed = PlacePayload(source, folders.live, build, folders.next, console);
+    PlacePayload(source, folders.live, build, folders.next, console);
   }
   console.EndProgress();
   CheckUnchanged(source, rules, build, diagnostics);
   if (diagnostics.HasErrors()) return;
-  PublishNextState(options, *version, build, GameManifest(build), placed, console, diagnostics);
+  PublishNextState(options, *version, build, GameManifest(build), console, diagnostics);
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {

@@ -7,7 +7,6 @@
 #include "core/errors.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/channel/channel_files.h"
 #include "publisher/channel/versions.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
@@ -23,48 +22,39 @@ struct Options {
   std::string file;
 };
 
-// The Launcher's readers: each adds what is shown of a file. Returns the record that an archive
-// begins with; empty for a manifest. Throws `VERuntimeError`.
+// The Launcher's readers: each adds what is shown of a file. Throws `VERuntimeError`.
 
-std::string ReadSettings(const std::string& content, Json& fields) {
+void ReadSettings(const std::string& content, Json& fields) {
   const sdk::UpdaterSettings settings = sdk::ReadUpdaterSettings(content);
   fields.update({{"url", ToUtf8(settings.url)}, {"channel", ToUtf8(settings.channel)}});
-  return SettingsArchive(settings.url, settings.channel, ModeOf(content));
 }
 
-std::string ReadVersion(const std::string& content, Json& fields) {
-  const sdk::VersionNumber version = sdk::ReadOfferedVersion(content);
-  fields["version"] = VersionText(version);
-  return VersionArchive(version, ModeOf(content));
+void ReadVersion(const std::string& content, Json& fields) {
+  fields["version"] = VersionText(sdk::ReadOfferedVersion(content));
 }
 
-std::string ReadUpdaterManifest(const std::string& content, Json& fields) {
+void ReadUpdaterManifest(const std::string& content, Json& fields) {
   std::string text = content;
   fields["version"] = sdk::ReadUpdaterManifest(text, 0);
-  return {};
 }
 
-std::string ReadGameManifest(const std::string& content, Json& fields) {
+void ReadGameManifest(const std::string& content, Json& fields) {
   std::string text = content;
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   std::uint64_t bytes = 0;
-  const sdk::FileEntry* largest = &manifest.files.front();
   for (const sdk::FileEntry& entry : manifest.files) {
     bytes += std::min(entry.size, std::numeric_limits<std::uint64_t>::max() - bytes);
-    if (entry.size > largest->size) largest = &entry;
   }
   fields.update({{"directories", manifest.directories.size()},
                  {"files", manifest.files.size()},
-                 {"bytes", bytes},
-                 {"largest", ToUtf8(largest->name)}});
-  return {};
+                 {"bytes", bytes}});
 }
 
 /// By the word that an archive or the first line of a manifest begins with.
 struct Kind {
   std::string_view header;
   std::string_view name;
-  std::string (*read)(const std::string& content, Json& fields);
+  void (*read)(const std::string& content, Json& fields);
 };
 constexpr std::array<Kind, 4> kKinds{{
     {sdk::UpdaterSettings::kHeader, "settings archive", ReadSettings},
@@ -89,17 +79,13 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const std::string location = DisplayPath(path);
   const std::string content = ReadWholeFile(path);
   const std::string header = HeaderOf(content);
-  const bool isKnown = std::any_of(kKinds.begin(), kKinds.end(),
-                                   [&](const Kind& kind) { return kind.header == header; });
+  const bool isKnown = std::ranges::find(kKinds, header, &Kind::header) != kKinds.end();
   Json fields{{"file", location}, {"size", content.size()}, {"kind", "unknown"}};
   for (const Kind& kind : kKinds) {
     if (isKnown && kind.header != header) continue;
     if (isKnown) fields["kind"] = kind.name;
     try {
-      const std::string record = kind.read(content, fields);
-      if (record.empty()) continue;
-      fields["mode"] = ModeOf(content) == file::ArchiveMode::kPlain ? "plain" : "checked";
-      CheckRecordSize(content, record, location, diagnostics);
+      kind.read(content, fields);
     } catch (const VERuntimeError& error) {
       diagnostics.AddError(location, error.what(),
                            Format("The Launcher's reader of {}s reports this.", kind.name));

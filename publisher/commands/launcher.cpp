@@ -38,30 +38,28 @@ struct Parts {
 void CheckExecutable(const std::wstring& path, Parts& parts, Diagnostics& diagnostics) {
   parts.executable = ReadWholeFile(path);
   const std::string subject = DisplayPath(path);
-  if (!IsExecutable(parts.executable)) {
-    return diagnostics.AddError(subject, "not a Windows executable", "Pass the Launcher's file.");
-  }
   const char* const hint = "Publish with the tool that was built together with this Launcher.";
   const sdk::BuildConfig& own = sdk::kBuildConfig;
-  const std::optional<std::uint32_t> version = ExecutableVersion(path);
-  if (!version) return diagnostics.AddError(subject, "has no version resource", hint);
-  if (*version != own.version) {
+  const std::optional<ProgramVersion> version = ReadProgramVersion(path);
+  if (!version) {
+    return diagnostics.AddError(subject, "not a Windows executable with a version resource",
+                                "Pass the Launcher's file.");
+  }
+  const auto [number, keeps] = *version;
+  if (number != own.version) {
     diagnostics.AddError(
         subject,
-        Format("its version is {}, and this tool publishes version {}", *version, own.version),
-        hint);
+        Format("its version is {}, and this tool publishes version {}", number, own.version), hint);
   }
-  if (const bool keeps = KeepsNonEmptyDirectories(path); keeps != own.keepsNonEmptyDirectories) {
+  if (keeps != own.keepsNonEmptyDirectories) {
     diagnostics.AddWarning(
         subject,
         Format("its clean-up {} non-empty directories, and that of this tool's build {} them",
                keeps ? "keeps" : "stops at", keeps ? "stops at" : "keeps"),
         hint);
   }
-  parts.record.size = parts.executable.size();
-  parts.record.md5 = Md5Hex(parts.executable);
-  parts.record.version = *version;
-  parts.record.isSigned = IsSigned(parts.executable);
+  parts.record = {parts.record.executable, parts.executable.size(), Md5Hex(parts.executable),
+                  number, IsSigned(parts.executable)};
 }
 
 void CheckSettings(const Options& options, Parts& parts, Diagnostics& diagnostics) {

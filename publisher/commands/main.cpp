@@ -11,17 +11,9 @@
 #include "publisher/commands/command.h"
 #include "publisher/files/windows_errors.h"
 #include "updater/build_config.h"
-#include <CLI/CLI.hpp>
 
 namespace ve::publish {
 namespace {
-
-/// The command line's arguments in UTF-8, without the program, last first as CLI11 takes them.
-std::vector<std::string> Arguments(int count, wchar_t** arguments) {
-  std::vector<std::string> texts;
-  for (int index = count - 1; index > 0; --index) texts.push_back(ToUtf8(arguments[index]));
-  return texts;
-}
 
 /// Reports a wrong command line, also to a script that asked for JSON. `arguments` are last first.
 int ReportUsage(const CLI::App& program, const CLI::ParseError& error,
@@ -51,7 +43,8 @@ int Run(int count, wchar_t** arguments) {
   AddVerifyCommand(program, chosen);
   AddPreviewCommand(program, chosen);
   AddInspectCommand(program, chosen);
-  const std::vector<std::string> texts = Arguments(count, arguments);
+  std::vector<std::string> texts;  // Last first, as CLI11 takes them.
+  for (int index = count - 1; index > 0; --index) texts.push_back(ToUtf8(arguments[index]));
   try {
     program.parse(std::vector<std::string>(texts));
   } catch (const CLI::ParseError& error) {

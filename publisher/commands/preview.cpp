@@ -9,10 +9,7 @@ void AddPreviewCommand(CLI::App& program, Command& chosen) {
       program, chosen, "preview", "Show what one run of the Launcher does to an installation.",
       "--installed C:\\Games\\Velmorant --server D:\\server", PreviewRun);
   command->add_option("--installed", options->installed, "The game's root, read only.")->required();
-  CLI::Option_group* tree = command->add_option_group("server", "Where the update is");
-  AddServer(*tree, options->tree.server);
-  tree->add_option("--url", options->tree.url, "The server's base URL, with its last slash.");
-  tree->require_option(1);
+  AddTree(*command, options->tree);
   command->add_option("--launcher", options->launcher, "As it is started.")->capture_default_str();
 }
 

@@ -55,9 +55,9 @@ void Promote(const Options& options, const ChannelFolders& from, const ChannelFo
   }
   if (diagnostics.HasErrors()) return;
   const NextState next(to);
-  const CopyStats placed = PlacePayload(from.live, from.live, build, to.next, console);
+  PlacePayload(from.live, from.live, build, to.next, console);
   console.EndProgress();
-  PublishNextState(options, *version, build, content, placed, console, diagnostics);
+  PublishNextState(options, *version, build, content, console, diagnostics);
 }
 
 void Run(const Options& options, Console& console, Diagnostics& diagnostics) {

@@ -1,9 +1,12 @@
 #include "publisher/commands/publication.h"
 
+#include <cstdint>
+
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/channel/changes.h"
 #include "publisher/channel/channel_files.h"
+#include "publisher/channel/payload.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
@@ -25,8 +28,8 @@ ChannelFolders TargetOf(const PublicationOptions& options) {
 }
 
 void PublishNextState(const PublicationOptions& options, const sdk::VersionNumber& version,
-                      const BuildFolder& build, const std::string& manifest,
-                      const CopyStats& placed, Console& console, Diagnostics& diagnostics) {
+                      const BuildFolder& build, const std::string& manifest, Console& console,
+                      Diagnostics& diagnostics) {
   const ChannelFolders folders = TargetOf(options);
   std::string liveText;
   std::string text = manifest;
@@ -45,16 +48,25 @@ void PublishNextState(const PublicationOptions& options, const sdk::VersionNumbe
   }
   console.Print(Format("{} {} to {} in {}", options.dryRun ? "Would publish" : "Published",
                        options.version, options.channel, report["server"].get<std::string>()));
-  console.Print(Format("  {} files, {}, in {} folders", build.files.size(),
-                       FormatByteSize(build.Bytes()), build.directories.size()));
-  console.Print(Format("  {} copied ({}), {} already on the server", placed.copiedFiles,
-                       FormatByteSize(placed.copiedBytes), placed.linkedFiles));
+  std::size_t copied = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t copiedBytes = 0;
+  for (const BuildFile& file : build.files) {
+    copied += file.isPublished ? 0 : 1;
+    bytes += file.size;
+    copiedBytes += file.isPublished ? 0 : file.size;
+  }
+  const std::size_t linked = build.files.size() - copied;
+  console.Print(Format("  {} files, {}, in {} folders", build.files.size(), FormatByteSize(bytes),
+                       build.directories.size()));
+  console.Print(Format("  {} copied ({}), {} already on the server", copied,
+                       FormatByteSize(copiedBytes), linked));
   report.update({{"files", build.files.size()},
-                 {"bytes", build.Bytes()},
+                 {"bytes", bytes},
                  {"directories", build.directories.size()},
-                 {"copiedFiles", placed.copiedFiles},
-                 {"copiedBytes", placed.copiedBytes},
-                 {"linkedFiles", placed.linkedFiles}});
+                 {"copiedFiles", copied},
+                 {"copiedBytes", copiedBytes},
+                 {"linkedFiles", linked}});
   ReportChanges(changes, console);
 }
 

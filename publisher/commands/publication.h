@@ -5,7 +5,6 @@
 
 #include "publisher/build/build_folder.h"
 #include "publisher/channel/channel_swap.h"
-#include "publisher/channel/payload.h"
 #include "publisher/commands/command.h"
 #include "updater/game_version.h"
 
@@ -30,7 +29,7 @@ void AddPublicationOptions(CLI::App& command, PublicationOptions& options);
 /// changes. A dry run only reports. Throws `PublishError` or a filesystem error; the live state is
 /// the old one then.
 void PublishNextState(const PublicationOptions& options, const sdk::VersionNumber& version,
-                      const BuildFolder& build, const std::string& manifest,
-                      const CopyStats& placed, Console& console, Diagnostics& diagnostics);
+                      const BuildFolder& build, const std::string& manifest, Console& console,
+                      Diagnostics& diagnostics);
 
 }  // namespace ve::publish

@@ -1,21 +1,17 @@
 #include <algorithm>
-#include <atomic>
-#include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "archive/updater_settings.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
+#include "publisher/build/digests.h"
 #include "publisher/channel/channel_check.h"
 #include "publisher/channel/channel_swap.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
-#include "publisher/files/server_layout.h"
-#include "publisher/files/whole_file.h"
 
 namespace ve::publish {
 namespace {
@@ -52,7 +48,7 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const bool isAskedFor = !options.channel.empty();
   const std::wstring server = ExtendedLengthPath(check.tree.server);
   if (!options.executable.empty()) {
-    std::atomic<std::uint64_t> bytesDone = 0;
+    Counter bytesDone = 0;
     check.executable = DigestOf(ExtendedLengthPath(options.executable), bytesDone);
   }
   check.configuredUrl = check.tree.url;
@@ -69,8 +65,7 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
                         "Check the URL, and name the channel to see all errors in it."});
     }
   }
-  if (report.empty())
-    std::move(absent.begin(), absent.end(), std::back_inserter(diagnostics.errors));
+  if (report.empty()) std::ranges::move(absent, std::back_inserter(diagnostics.errors));
   if (report.empty() && !diagnostics.HasErrors()) {
     diagnostics.AddError(DisplayPath(server), "contains no channel",
                          "Channels are its folders updates\\alpha, beta, demo and release.");
@@ -84,18 +79,14 @@ void AddVerifyCommand(CLI::App& program, Command& chosen) {
   const auto [command, options] =
       AddCommand(program, chosen, "verify", "Check a published tree as players' Launchers read it.",
                  "--url https://updates.example.com/ --channel release", Run);
-  TreeOptions& tree = options->check.tree;
-  CLI::Option_group* group = command->add_option_group("Tree", "One of");
-  AddServer(*group, tree.server);
-  group->add_option("--url", tree.url, "The server's base URL, with its last slash.");
-  group->require_option(1);
+  AddTree(*command, options->check.tree);
   AddChannel(*command, options->channel)->description("The release channel; without it, all.");
   command->add_option("--launcher", options->check.launcher,
                       "The executable's name, if it is not the one last published.");
   command->add_option("--exe", options->executable,
                       "A Launcher: check that the published one is the same.");
   command
-      ->add_option("--timeout", tree.timeout,
+      ->add_option("--timeout", options->check.tree.timeout,
                    "With --url: seconds to wait for a connection, and for each answer.")
       ->check(CLI::Range(1U, 86'400U))
       ->capture_default_str();

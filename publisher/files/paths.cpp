@@ -41,13 +41,11 @@ std::string DisplayPath(std::wstring_view path) {
 }
 
 std::wstring FinalPath(HANDLE file) {
-  std::wstring path(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD length =
-        GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
-    if (length < path.size()) return path.substr(0, length);
-    path.resize(length);
-  }
+  std::wstring path(std::size_t{1} << 15, L'\0');  // No path is longer.
+  const DWORD length =
+      GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), 0);
+  path.resize(length < path.size() ? length : 0);
+  return path;
 }
 
 std::wstring FinalPath(const std::wstring& path) {

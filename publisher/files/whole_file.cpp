@@ -3,28 +3,45 @@
 #include "core/windows.h"
 
 #include <array>
+#include <limits>
 
 #include "core/files.h"
 #include "core/format.h"
-#include "core/handle.h"
 #include "publisher/files/windows_errors.h"
 
 namespace ve::publish {
-std::string ReadWholeFile(const std::wstring& path) {
-  const UniqueFileHandle file(CreateFileW(
-      path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+
+InputFile::InputFile(const std::wstring& path)
+    : path_(path),
+      file_(CreateFileW(path.c_str(), GENERIC_READ,
+                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                        OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr)) {
+  if (!file_) ThrowWindowsError("read", path, GetLastError());
+}
+
+std::uint64_t InputFile::Size() const {
   LARGE_INTEGER size;
-  if (!file || GetFileSizeEx(file.Get(), &size) == FALSE) {
-    ThrowWindowsError("read", path, GetLastError());
-  }
-  if (size.HighPart != 0) ThrowWindowsError("read", path, ERROR_FILE_TOO_LARGE);
-  std::string content(size.LowPart, '\0');
+  if (GetFileSizeEx(file_.Get(), &size) == FALSE) ThrowWindowsError("read", path_, GetLastError());
+  return static_cast<std::uint64_t>(size.QuadPart);
+}
+
+std::span<const std::byte> InputFile::Read(std::span<std::byte> buffer) {
   DWORD read = 0;
-  if (ReadFile(file.Get(), content.data(), size.LowPart, &read, nullptr) == FALSE) {
-    ThrowWindowsError("read", path, GetLastError());
+  if (ReadFile(file_.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr) ==
+      FALSE) {
+    ThrowWindowsError("read", path_, GetLastError());
   }
-  content.resize(read);
+  return buffer.first(read);
+}
+
+std::string ReadWholeFile(const std::wstring& path) {
+  InputFile file(path);
+  const std::uint64_t size = file.Size();
+  if (size > std::numeric_limits<DWORD>::max()) {
+    ThrowWindowsError("read", path, ERROR_FILE_TOO_LARGE);
+  }
+  std::string content(static_cast<std::size_t>(size), '\0');
+  content.resize(file.Read(std::as_writable_bytes(std::span(content))).size());
   return content;
 }
 

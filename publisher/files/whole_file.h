@@ -1,13 +1,36 @@
 // Whole files of the studio, with paths of any length. Errors are thrown as `PublishError`.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+
+#include "core/handle.h"
+#include "publisher/files/paths.h"
 
 namespace ve::publish {
 
 /// What the name of a file ends with while it is written beside its place.
 inline constexpr std::wstring_view kBesideSuffix = L".publishing";
+
+/// A file that is read once, from its beginning to its end.
+class InputFile {
+ public:
+  /// `path` must outlive this.
+  explicit InputFile(const std::wstring& path);
+
+  [[nodiscard]] std::uint64_t Size() const;
+  /// At the end of all links; empty if the file system cannot tell.
+  [[nodiscard]] std::wstring FinalPath() const { return publish::FinalPath(file_.Get()); }
+  /// Reads the next bytes. Returns what was read: less than the buffer only at the file's end.
+  std::span<const std::byte> Read(std::span<std::byte> buffer);
+
+ private:
+  const std::wstring& path_;
+  UniqueFileHandle file_;
+};
 
 /// The content of a file below 4 GiB.
 [[nodiscard]] std::string ReadWholeFile(const std::wstring& path);

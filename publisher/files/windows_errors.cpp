@@ -32,8 +32,6 @@ const char* HintFor(std::uint32_t code) {
       return "Check the spelling of the path, and that nothing removes it meanwhile.";
     case ERROR_BAD_NETPATH:
     case ERROR_BAD_NET_NAME:
-    case ERROR_NETNAME_DELETED:
-    case ERROR_UNEXP_NET_ERR:
       return "Check the connection to the file server.";
     default:
       return "";

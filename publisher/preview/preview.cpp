@@ -17,7 +17,6 @@
 #include "launcher/updater_driver.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/channel/launcher_executable.h"
-#include "publisher/channel/manifest_check.h"
 #include "publisher/channel/published_tree.h"
 #include "publisher/channel/versions.h"
 #include "publisher/files/paths.h"
@@ -161,7 +160,6 @@ class Preview {
     game_["outcome"] = "refused";
     std::string text = Fetch(kManifestName).body;
     const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-    CheckListedNames(manifest, subject_, executable_, diagnostics_);
     folder_.MakeDirectory(sdk::kStagingFolder.substr(0, sdk::kStagingFolder.find(L'\\')));
     folder_.MakeDirectory(sdk::kStagingFolder);
     for (const std::string_view directory : manifest.directories) {
@@ -190,6 +188,7 @@ class Preview {
     for (const sdk::FileEntry& entry : manifest.files) {
       console_.ShowProgress({"Reading", staged.names.size(), manifest.files.size(), 0, 0});
       subject_ = ToUtf8(entry.name);
+      static_cast<void>(folder_.Find(entry.name));  // Throws if it leads out of the folder.
       const std::wstring stagingPath = sdk::StagingPath(entry.name);
       sdk::FileSource source = sdk::FindSource(entry, stagingPath);
       const auto known = downloaded_.find(FoldCase(entry.name));  // For an earlier entry.
@@ -258,13 +257,13 @@ void PreviewRun(const PreviewOptions& options, Console& console, Diagnostics& di
   tree = FollowRedirect(tree, diagnostics);
   const std::wstring root = ToWide(DisplayPath(ExtendedLengthPath(options.installed)));
   const std::wstring launcher = JoinPath(root, ToWide(options.launcher));
-  const std::optional<std::uint32_t> version = ExecutableVersion(launcher);
+  const std::optional<ProgramVersion> version = ReadProgramVersion(launcher);
   if (!version) {
     throw PublishError({DisplayPath(launcher), "missing, or without a version resource",
                         "Check --installed, the game's root, and --launcher, the Launcher in it."});
   }
   if (SetCurrentDirectoryW(root.c_str()) == FALSE) ThrowWindowsError("read", root, GetLastError());
-  Preview(options, tree, *version, console, diagnostics).Run();
+  Preview(options, tree, version->number, console, diagnostics).Run();
 }
 
 }  // namespace ve::publish

@@ -32,8 +32,6 @@ class Console {
 
   Console(Style style, std::string_view command);
 
-  [[nodiscard]] bool IsJson() const noexcept { return style_ == Style::kJson; }
-
   /// Prints a line of the report for people. A script reads the same from `Report`.
   void Print(std::string_view line);
 

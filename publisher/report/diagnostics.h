@@ -15,8 +15,6 @@ struct Diagnostic {
   std::string hint;  ///< May be empty.
 };
 
-enum class Severity { kWarning, kError };
-
 struct Diagnostics {
   std::vector<Diagnostic> errors;  ///< With one of these, nothing is published.
   std::vector<Diagnostic> warnings;
@@ -26,9 +24,6 @@ struct Diagnostics {
   }
   void AddWarning(std::string subject, std::string message, std::string hint) {
     warnings.push_back({std::move(subject), std::move(message), std::move(hint)});
-  }
-  void Add(Severity severity, Diagnostic diagnostic) {
-    (severity == Severity::kError ? errors : warnings).push_back(std::move(diagnostic));
   }
   [[nodiscard]] bool HasErrors() const noexcept { return !errors.empty(); }
 };

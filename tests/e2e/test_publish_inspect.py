@@ -39,7 +39,6 @@ def test_settings_are_shown(inspect, checked):
     assert (run.code, run.refused, run.warned) == (0, [], [])
     assert run.report == {
         "kind": "settings archive",
-        "mode": "checked" if checked else "plain",
         "url": URL,
         "channel": "beta",
     }
@@ -51,22 +50,8 @@ def test_a_game_version_is_shown_with_its_most_significant_number_first(inspect,
     assert (run.code, run.refused, run.warned) == (0, [], [])
     assert run.report == {
         "kind": "game version",
-        "mode": "checked" if checked else "plain",
         "version": "1.4.0.2",
     }
-
-
-def test_bytes_behind_a_record_are_reported(inspect):
-    run = inspect(formats.game_version(1, 2, 3, 4) + b"more")
-    assert (run.code, run.report["version"]) == (0, "4.3.2.1")
-    assert run.warned == ["4 bytes follow the record"]
-
-
-@pytest.mark.parametrize("missing", [1, 15, 16])
-def test_a_version_that_breaks_off_is_reported(inspect, missing):
-    run = inspect(formats.game_version(1, 2, 3, 4)[:-missing])
-    assert (run.code, run.report["version"]) == (1, "0.0.0.0")
-    assert run.refused == ["the file ends before its version does"]
 
 
 def test_an_updater_manifest_is_shown(inspect):
@@ -83,7 +68,6 @@ SUMMARY = {
     "directories": 2,
     "files": 2,
     "bytes": 2005,
-    "largest": "bin/data/b b",
 }
 
 
@@ -97,19 +81,7 @@ def test_a_game_manifest_is_summed_up(inspect, content):
 def test_a_sum_beyond_what_can_be_counted_is_the_largest_number(inspect):
     lines = [f"'huge' -5 {DIGEST}", f"'small' 7 {DIGEST}", f"'more' 7 {DIGEST}"]
     run = inspect(formats.game_manifest(["bin"], lines))
-    assert (run.code, run.report["bytes"], run.report["largest"]) == (0, 2**64 - 1, "huge")
-
-
-def test_a_game_manifest_is_listed_when_asked_for(inspect):
-    run = inspect(MANIFEST, "--files")
-    assert (run.code, run.refused, run.warned) == (0, [], [])
-    assert run.report == SUMMARY | {
-        "directoryNames": ["bin", "bin/data"],
-        "entries": [
-            {"name": "a.txt", "size": 5, "digest": DIGEST},
-            {"name": "bin/data/b b", "size": 2000, "digest": DIGEST.upper()},
-        ],
-    }
+    assert (run.code, run.report["bytes"]) == (0, 2**64 - 1)
 
 
 def damaged(content: bytes, at: int, replacement: bytes) -> bytes:
@@ -264,4 +236,3 @@ def test_a_manifest_of_a_million_lines_is_summed_up(inspect):
     assert run.code == 0
     assert run.report["files"] == 1_000_000
     assert run.report["bytes"] == 500_000_500_000
-    assert run.report["largest"] == "data/0999999.bin"

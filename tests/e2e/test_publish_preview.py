@@ -124,7 +124,7 @@ class Oracle:
 
     def report(self, launcher: str = "Launcher.exe") -> dict:
         """The preview of a run, which is the same from the folder and over HTTP."""
-        served = self.preview("--url", self.url, "--fetch", launcher=launcher).report
+        served = self.preview("--url", self.url, launcher=launcher).report
         folder = self.served_folder()
         if folder:
             from_folder = self.preview("--server", folder, launcher=launcher).report
@@ -737,21 +737,12 @@ def test_a_missing_game_is_not_started(scene):
 # --- The command --------------------------------------------------------------------------------
 
 
-def test_without_fetch_payloads_are_assumed_to_be_as_listed_and_a_warning_says_so(keep_dirs):
+def test_a_listed_file_that_the_server_lacks_ends_the_run(keep_dirs):
     offer(keep_dirs, {"bin/x": b"x"}, ["bin"])
     keep_dirs.scene.serve("bin/x", Answer(b"", status=404))
-    first = len(keep_dirs.scene.server.requests)
     done = keep_dirs.preview("--url", keep_dirs.scene.server.url)
-    assert "/updates/release/bin/x" not in keep_dirs.scene.server.requests[first:]
-    assert done.report["game"]["outcome"] == "done"
-    assert any("not checked" in warning for warning in done.warnings)
-
-
-def test_names_that_no_build_may_have_are_errors(keep_dirs):
-    offer(keep_dirs, {"bin/100%.dat": b"x", "bin/a+b": b"x"}, ["bin"])
-    done = keep_dirs.preview("--url", keep_dirs.scene.server.url)
-    assert ["bin/100%.dat" in error for error in done.errors] == [True]
-    assert any("bin/a+b" in warning for warning in done.warnings)
+    assert done.report["game"]["outcome"] == "abnormal end"
+    assert "404 - no such file." in done.report["game"]["stop"]
 
 
 @pytest.mark.parametrize("name", ["../outside.txt", "bin/../../outside.txt"])

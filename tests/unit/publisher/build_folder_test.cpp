@@ -48,7 +48,6 @@ TEST_F(BuildFolderTest, ABuildWithTheGameIsReadWithoutARemark) {
   EXPECT_EQ(build_.files[0].name, L"a.txt");
   EXPECT_EQ(build_.files[1].name, L"bin/Velmorant Player.exe");
   EXPECT_EQ(build_.files[1].size, 4U);
-  EXPECT_EQ(build_.Bytes(), 5U);
 }
 
 TEST_F(BuildFolderTest, ABuildWithoutTheGameIsAnErrorUnlessForced) {

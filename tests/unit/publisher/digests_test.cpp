@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "core/files.h"
 #include "core/format.h"
@@ -19,7 +20,7 @@ class Digests : public test::TempFolder {
   [[nodiscard]] std::wstring Path(std::wstring_view name) const {
     return Format(L"{}\\{}", Folder(), name);
   }
-  std::atomic<std::uint64_t> bytesDone_ = 0;
+  Counter bytesDone_ = 0;
 };
 
 /// A content that differs at every place where a piece might be mixed up.
@@ -51,6 +52,41 @@ TEST_F(Digests, AroundTheSizeOfAPiece) {
     bytes += 2 * size;
     EXPECT_EQ(bytesDone_, bytes);
   }
+}
+
+TEST_F(Digests, OfManyFilesAreThoseOfEach) {
+  constexpr std::size_t kSideBySide = std::size_t{16} << 20;
+  const std::vector<std::size_t> sizes{0, 1, 63, 200, 3000, kSideBySide, 64, kSideBySide + 1, 70};
+  std::vector<std::wstring> paths;
+  std::uint64_t bytes = 0;
+  for (const std::size_t size : sizes) {
+    paths.push_back(Path(Format(L"{}", size)));
+    test::WriteWhole(paths.back(), Content(size));
+    bytes += size;
+  }
+  std::vector<FileDigest> digests(sizes.size());
+  DigestFiles(
+      paths, bytesDone_,
+      [&](std::size_t index, const FileDigest& digest) { digests[index] = digest; }, [] {});
+  for (std::size_t index = 0; index < sizes.size(); ++index) {
+    EXPECT_EQ(digests[index].md5, Md5Hex(Content(sizes[index]))) << sizes[index];
+    EXPECT_EQ(digests[index].size, sizes[index]);
+    EXPECT_FALSE(digests[index].error);
+  }
+  EXPECT_EQ(bytesDone_, bytes);
+}
+
+TEST_F(Digests, OneOfManyThatCannotBeReadHasTheErrorAlone) {
+  test::WriteWhole(Path(L"first"), "1");
+  test::WriteWhole(Path(L"last"), "3");
+  std::vector<FileDigest> digests(3);
+  DigestFiles(
+      {Path(L"first"), Path(L"missing"), Path(L"last")}, bytesDone_,
+      [&](std::size_t index, const FileDigest& digest) { digests[index] = digest; }, [] {});
+  EXPECT_EQ(digests[0].md5, Md5Hex(std::string("1")));
+  ASSERT_TRUE(digests[1].error);
+  EXPECT_TRUE(digests[1].error->subject.ends_with("\\missing"));
+  EXPECT_EQ(digests[2].md5, Md5Hex(std::string("3")));
 }
 
 TEST_F(Digests, AFileThatCannotBeReadIsNamed) {
