@@ -117,7 +117,7 @@ class Studio:
     def publish(self, *arguments: str | pathlib.Path, program: pathlib.Path | None = None, fails: bool = False) -> str:
         """Runs the publishing tool and prints its output, which it returns. It has to fail, or not to."""
         shown = [short(a) if isinstance(a, pathlib.Path) else a for a in arguments]
-        self.demo.tell("published", "publish " + " ".join(shown))
+        self.demo.tell("tool", "publish " + " ".join(shown))
         done = subprocess.run(
             command_line(program or self.publish_program, *arguments),
             stdin=subprocess.DEVNULL,
