@@ -2,12 +2,10 @@
 
 #include "core/windows.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <system_error>
 
 #include "core/errors.h"
