@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/files.h"
+#include "core/handle.h"
 #include "core/md5.h"
 #include "support/replaced_call.h"
 #include "support/temp_folder.h"
@@ -37,13 +38,18 @@ class Payload : public test::TempFolder {
   }
 
   /// Published is what the manifest lists and the folder has.
-  void Place() {
+  bool Find() {
     const std::string same = Md5Hex(std::string("same"));
     const std::string changed = Md5Hex(std::string("old one"));
     const sdk::GameUpdateManifest live{
         {"bin"},
         {{L"bin/changed.dat", 7, changed}, {L"bin/new.dat", 3, same}, {L"bin/same.dat", 4, same}}};
-    EXPECT_FALSE(FindPublished(source_, published_, live, build_, console_));
+    return FindPublished(source_, published_, live, build_, console_);
+  }
+
+  void Place() {
+    const std::string same = Md5Hex(std::string("same"));
+    EXPECT_FALSE(Find());
     EXPECT_TRUE(build_.files[0].digest == Md5Hex(std::string("new one")) &&
                 !build_.files[0].isPublished);
     EXPECT_TRUE(build_.files[1].digest.empty() && !build_.files[1].isPublished);
@@ -86,6 +92,15 @@ TEST_F(Payload, WhereThereAreNoLinksItIsCopied) {
   ExpectTheBuildInNext();
   EXPECT_FALSE(file::Exists(next_ + L"\\bin\\same.dat.publishing"));
   EXPECT_FALSE(IsShared(L"\\bin\\same.dat"));
+}
+
+TEST_F(Payload, AFileThatCannotBeReadIsAnError) {
+  const std::wstring path = source_ + L"\\bin\\same.dat";
+  const UniqueFileHandle inUse(
+      CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  EXPECT_THROW(Find(), PublishError);
+  EXPECT_THROW(DigestOthers(source_, build_, console_), PublishError);
+  EXPECT_THROW(PlacePayload(source_, published_, build_, next_, console_), PublishError);
 }
 
 TEST_F(Payload, AFileThatChangesBeforeItsCopyIsAnError) {
