@@ -3,7 +3,6 @@
 #include <array>
 #include <optional>
 
-#include "core/format.h"
 #include "net/com_scope.h"
 #include "net/internet_request.h"
 #include "net/wininet_error.h"
@@ -12,19 +11,6 @@ namespace ve {
 namespace {
 
 DownloadResult LastErrorFailure() { return DownloadResult::Failure(WinINetErrorText().text); }
-
-DownloadResult StatusFailure(DWORD status) {
-  switch (status) {
-    case HTTP_STATUS_DENIED:
-      return DownloadResult::Failure(L"401 - unauthorized.");
-    case HTTP_STATUS_NOT_FOUND:
-      return DownloadResult::Failure(L"404 - no such file.");
-    case HTTP_STATUS_SERVER_ERROR:
-      return DownloadResult::Failure(L"500 - internal server error.");
-    default:
-      return DownloadResult::Failure(Format(L"{} - unknown error code.", status));
-  }
-}
 
 }  // namespace
 
@@ -41,7 +27,7 @@ DownloadResult Download(std::wstring_view url) {
 
   const std::optional<DWORD> status = QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE);
   if (!status) return LastErrorFailure();
-  if (*status != HTTP_STATUS_OK) return StatusFailure(*status);
+  if (*status != HTTP_STATUS_OK) return DownloadResult::Failure(HttpStatusText(*status));
 
   const std::optional<DWORD> contentLength = QueryNumber(request.Get(), HTTP_QUERY_CONTENT_LENGTH);
   if (!contentLength) return LastErrorFailure();

@@ -1,5 +1,5 @@
-// Building blocks of a request, also used by publish verify: the flags, the owner of the handles,
-// and the numbers in a response's header.
+// Building blocks of a request, also used by publish.exe: the flags, the owner of the handles, the
+// numbers in a response's header, and the error texts of its status.
 #pragma once
 
 #include "core/windows.h"
@@ -7,7 +7,10 @@
 #include <wininet.h>
 
 #include <optional>
+#include <string>
+#include <string_view>
 
+#include "core/format.h"
 #include "core/handle.h"
 
 namespace ve {
@@ -37,6 +40,22 @@ inline constexpr DWORD kRequestFlags =
     return {};
   }
   return number;
+}
+
+inline constexpr std::wstring_view kNoSuchFile = L"404 - no such file.";
+
+/// The error text of a status other than 200.
+[[nodiscard]] inline std::wstring HttpStatusText(DWORD status) {
+  switch (status) {
+    case HTTP_STATUS_DENIED:
+      return L"401 - unauthorized.";
+    case HTTP_STATUS_NOT_FOUND:
+      return std::wstring(kNoSuchFile);
+    case HTTP_STATUS_SERVER_ERROR:
+      return L"500 - internal server error.";
+    default:
+      return Format(L"{} - unknown error code.", status);
+  }
 }
 
 }  // namespace ve

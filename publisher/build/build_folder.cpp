@@ -26,12 +26,6 @@ namespace {
 // The Launcher's digest and a response's length count in 32 bits.
 constexpr std::uint64_t kMaxFileSize = std::numeric_limits<std::uint32_t>::max();
 
-std::wstring WithSlashes(std::wstring_view path) {
-  std::wstring name(path);
-  std::replace(name.begin(), name.end(), L'\\', L'/');
-  return name;
-}
-
 std::uint64_t Joined(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
 bool IsIgnored(const BuildRules& rules, const std::wstring& name) {

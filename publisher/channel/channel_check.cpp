@@ -1,6 +1,5 @@
 #include "publisher/channel/channel_check.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
@@ -14,15 +13,13 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/build/name_rules.h"
-#include "publisher/channel/archive_records.h"
-#include "publisher/channel/executable.h"
-#include "publisher/channel/launcher_record.h"
+#include "publisher/channel/channel_files.h"
+#include "publisher/channel/launcher_executable.h"
 #include "publisher/channel/manifest_check.h"
-#include "publisher/channel/payload_check.h"
+#include "publisher/channel/versions.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/files/whole_file.h"
-#include "publisher/report/version_text.h"
 #include "updater/download_messages.h"
 #include "updater/updater_manifest.h"
 
@@ -32,12 +29,6 @@ namespace {
 constexpr const char* kNoGameUpdate = "Players get no game update, and keep what they have.";
 constexpr const char* kUpdateFails = "Players who accept the update see \"Update failed.\".";
 constexpr const char* kNoSelfUpdate = "Players' Launchers do not update themselves.";
-
-std::wstring WithSlashes(std::wstring_view path) {
-  std::wstring name(path);
-  std::replace(name.begin(), name.end(), L'\\', L'/');
-  return name;
-}
 
 std::wstring InUpdaterFolder(std::wstring_view file) {
   return Format(L"{}/{}", kUpdaterFolder, file);
@@ -157,22 +148,22 @@ class ChannelCheck {
 
   /// Checks that the folder contains nothing else, and everything in the listed spelling.
   void CheckUnlisted(const sdk::GameUpdateManifest& manifest) {
-    std::unordered_map<std::wstring, std::wstring> files;
+    std::unordered_map<std::wstring, std::wstring> files;  // The spelling, by the folded name.
     std::unordered_set<std::wstring> directories{FoldCase(kUpdaterFolder)};
-    for (const std::wstring_view name : {kVersionName, kManifestName, kUpdaterManifestName,
-                                         kUpdaterSettingsName, kLauncherRecordName}) {
+    const std::wstring executable = InUpdaterFolder(launcher_);
+    for (const std::wstring_view name :
+         {kVersionName, kManifestName, kUpdaterManifestName, kUpdaterSettingsName,
+          kLauncherRecordName, std::wstring_view(executable)}) {
       files.emplace(FoldCase(name), name);
     }
-    files.emplace(FoldCase(InUpdaterFolder(launcher_)), InUpdaterFolder(launcher_));
     for (const std::string_view directory : manifest.directories) {
       directories.insert(FoldCase(sdk::WidenName(directory)));
     }
     for (const sdk::FileEntry& entry : manifest.files) {
-      const std::wstring name = WithSlashes(entry.name);
-      files.emplace(FoldCase(name), name);
-      for (std::size_t end = name.find(L'/'); end != std::wstring::npos;
-           end = name.find(L'/', end + 1)) {
-        directories.insert(FoldCase(std::wstring_view(name).substr(0, end)));
+      const std::wstring key = FoldCase(entry.name);
+      files.emplace(key, WithSlashes(entry.name));
+      for (auto end = key.find(L'/'); end != std::wstring::npos; end = key.find(L'/', end + 1)) {
+        directories.insert(key.substr(0, end));
       }
     }
     file::WalkDirectory(tree_.Folder(), [&](const file::DirectoryEntry& entry) {
@@ -194,9 +185,10 @@ class ChannelCheck {
     const auto offered =
         Accept(kUpdaterManifestName, content, sdk::kUpdaterManifestDownloadFailed, kNoSelfUpdate,
                [&] { return sdk::ReadUpdaterManifest(content.body, 0); });
-    if (!offered) return {};
-    report_["launcher"]["version"] = *offered;
-    console_.Print(Format("  Launcher {}", *offered));
+    if (offered) {
+      report_["launcher"]["version"] = *offered;
+      console_.Print(Format("  Launcher {}", *offered));
+    }
     return offered;
   }
 

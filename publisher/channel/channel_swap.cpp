@@ -4,7 +4,6 @@
 
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "core/directory_walk.h"
 #include "core/files.h"
@@ -44,9 +43,8 @@ DWORD Retry(Attempt attempt) {
 /// process ends before the first of them or after the second.
 std::mutex renames;
 
-/// Windows calls this on a thread of its own. The next handler is the default one, which ends the
-/// process. After the closing of the window Windows itself ends it when this returns, or after a
-/// time-out of some seconds.
+/// Windows calls this on its own thread and ends the process when it returns; after the closing of
+/// the window also when a time-out of some seconds is over.
 BOOL WINAPI WaitForRenames(DWORD /*event*/) {
   renames.lock();
   return FALSE;
@@ -70,35 +68,25 @@ void RenameFolder(const std::wstring& from, const std::wstring& to) {
   if (code != ERROR_SUCCESS) ThrowRenameError(from, code);
 }
 
-bool IsLink(const std::wstring& path) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-}
-
-UniqueFileHandle TakeLock(const std::wstring& path) {
-  UniqueFileHandle lock;
-  const DWORD code = Retry([&] {
-    lock.Reset(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
-                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-    return lock ? DWORD{ERROR_SUCCESS} : GetLastError();
-  });
-  if (code == ERROR_SHARING_VIOLATION) {
-    throw PublishError({DisplayPath(path), "another run is writing to this channel",
-                        "Wait until it has ended, then publish again."});
-  }
-  if (code != ERROR_SUCCESS) ThrowWindowsError("written", path, code);
-  return lock;
-}
-
-/// What a single file's interrupted write has left in a folder.
-void RemoveHalfWrittenFiles(const std::wstring& folder) {
+/// Removes a folder with everything in it, read-only files too. Nothing at the path is no error.
+void RemoveFolder(const std::wstring& folder) {
   if (!file::Exists(folder)) return;
-  std::vector<std::wstring> left;
-  file::WalkDirectory(folder, [&left](const file::DirectoryEntry& entry) {
-    if (!entry.IsDirectory() && entry.path.ends_with(kBesideSuffix)) left.emplace_back(entry.path);
+  file::WalkDirectory(folder, [](const file::DirectoryEntry& entry) {
+    if ((entry.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+      SetFileAttributesW(std::wstring(entry.path).c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
     return file::WalkAction::kRecurse;
   });
-  for (const std::wstring& path : left) file::Remove(path);
+  file::RemoveTree(folder);
+}
+
+/// Removes what a single file's interrupted write has left in a folder.
+void RemoveHalfWrittenFiles(const std::wstring& folder) {
+  if (!file::Exists(folder)) return;
+  file::WalkDirectory(folder, [](const file::DirectoryEntry& entry) {
+    if (!entry.IsDirectory() && entry.path.ends_with(kBesideSuffix)) file::Remove(entry.path);
+    return file::WalkAction::kRecurse;
+  });
 }
 
 /// The previous folder gets another name first: one that is called previous is always complete.
@@ -106,6 +94,16 @@ void Discard(const ChannelFolders& folders) {
   if (!file::Exists(folders.previous)) return;
   RenameFolder(folders.previous, folders.discarded);
   RemoveFolder(folders.discarded);
+}
+
+/// Makes one whole state of any combination of folders: each step of a swap may have been a run's
+/// last.
+void Repair(const ChannelFolders& folders) {
+  RemoveFolder(folders.discarded);
+  if (PublishedFolder(folders) == folders.previous) RenameFolder(folders.previous, folders.live);
+  Discard(folders);
+  RemoveFolder(folders.next);
+  RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
 }
 
 /// One attempt, which leaves the live folder in its place if it fails.
@@ -138,26 +136,25 @@ const std::wstring& PublishedFolder(const ChannelFolders& folders) {
 }
 
 ChannelLock::ChannelLock(const ChannelFolders& folders) {
-  if (IsLink(folders.live)) {
+  const DWORD attributes = GetFileAttributesW(folders.live.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     throw PublishError({DisplayPath(folders.live),
                         "the channel's folder is a link to another place",
                         "Publish to that place, or make it a folder."});
   }
   file::MakeDirectories(folders.updates);
-  lock_ = TakeLock(folders.lock);
+  const DWORD code = Retry([&] {
+    lock_.Reset(CreateFileW(folders.lock.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    return lock_ ? DWORD{ERROR_SUCCESS} : GetLastError();
+  });
+  if (code == ERROR_SHARING_VIOLATION) {
+    throw PublishError({DisplayPath(folders.lock), "another run is writing to this channel",
+                        "Wait until it has ended, then publish again."});
+  }
+  if (code != ERROR_SUCCESS) ThrowWindowsError("written", folders.lock, code);
   SetConsoleCtrlHandler(&WaitForRenames, TRUE);
   Repair(folders);
-}
-
-/// Any combination of folders may be there, since every step of a swap can be a run's last.
-void Repair(const ChannelFolders& folders) {
-  RemoveFolder(folders.discarded);
-  if (!file::Exists(folders.live) && file::Exists(folders.previous)) {
-    RenameFolder(folders.previous, folders.live);
-  }
-  Discard(folders);
-  RemoveFolder(folders.next);
-  RemoveHalfWrittenFiles(JoinPath(folders.live, kUpdaterFolder));
 }
 
 void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
@@ -179,17 +176,6 @@ NextState::~NextState() {
   } catch (const std::exception&) {
     // The next run removes it.
   }
-}
-
-void RemoveFolder(const std::wstring& folder) {
-  if (!file::Exists(folder)) return;
-  file::WalkDirectory(folder, [](const file::DirectoryEntry& entry) {
-    if ((entry.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-      SetFileAttributesW(std::wstring(entry.path).c_str(), FILE_ATTRIBUTE_NORMAL);
-    }
-    return file::WalkAction::kRecurse;
-  });
-  file::RemoveTree(folder);
 }
 
 }  // namespace ve::publish

@@ -1,9 +1,6 @@
-// Replacing what a channel offers, all of it at once.
-//
-// Players' Launchers fetch files at fixed addresses, so files replaced one by one under a live
-// channel would be served as a mixture of two versions, and an interruption would leave one. A new
-// state of a channel is therefore made complete beside the live folder, and the two are swapped by
-// renaming:
+// Replacing what a channel offers, all of it at once: Launchers fetch files at fixed addresses, so
+// files replaced one by one would be served as a mixture of two versions. A new state is made
+// complete beside the live folder, and the two are swapped by renaming:
 //
 //   updates/CHANNEL            what is served
 //   updates/.CHANNEL.next      under construction, or complete and about to be swapped in
@@ -11,16 +8,12 @@
 //   updates/.CHANNEL.discarded what was served before, being removed
 //   updates/.CHANNEL.lock      held by the run that writes; gone when that run ends in any way
 //
-// No channel's name begins with a dot, so none of them can be mistaken for a channel, and whether
-// the web server hands out names with a dot does not matter: no manifest lists them.
-//
 // Between the two renames, for the time of one system call, the channel is absent. A Launcher that
-// asks just then gets no answer to its first questions, writes a log entry and starts the game as
-// it is; one in the middle of an update ends like after any other failed download. Ctrl-C,
-// Ctrl-Break and the closing of the console's window wait until both renames are made. A logoff or
-// a shutdown does not wait (Windows asks only the windows of a program that has loaded user32.dll),
-// nor does a kill or a power failure: after one of these between the renames the channel is absent
-// until the next run that writes to it, which puts the previous state back first.
+// asks just then logs an error and starts the installed game; one in the middle of an update ends
+// like after any other failed download. Ctrl-C, Ctrl-Break and the closing of the console's window
+// wait until both renames are made. A logoff, a shutdown, a kill or a power failure does not wait:
+// after one of these between the renames the channel is absent until the next run that writes to
+// it, which puts the previous state back first.
 #pragma once
 
 #include <string>
@@ -31,37 +24,30 @@
 
 namespace ve::publish {
 
+/// The paths of these folders, of the lock, and of the folder with all channels.
 struct ChannelFolders {
-  std::wstring updates;
-  std::wstring live;
-  std::wstring next;
-  std::wstring previous;
-  std::wstring discarded;
-  std::wstring lock;
+  std::wstring updates, live, next, previous, discarded, lock;
 };
 
-/// The paths, below the folder that is served (absolute).
+/// The paths below the folder that is served (absolute).
 [[nodiscard]] ChannelFolders FoldersOf(const std::wstring& server, std::wstring_view channel);
 
 /// Where the channel's state is: the live folder, or the previous one after an interruption between
 /// the two renames. There need not be anything at that path.
 [[nodiscard]] const std::wstring& PublishedFolder(const ChannelFolders& folders);
 
-/// The right to write to a channel, held by one run at a time. Taking it repairs what an
-/// interrupted run left behind, and from then on Ctrl-C and the like wait for a swap to complete.
+/// The right to write to a channel, held by one run at a time. Taking it makes one whole state of
+/// whatever an interrupted run left and removes the rest. From then on Ctrl-C and the like wait for a
+/// swap to complete.
 class ChannelLock {
  public:
-  /// Makes the updates folder if there is none. Waits some seconds for another run, then throws
-  /// `PublishError`. If the repair fails, throws what `Repair` does.
+  /// Makes the updates folder if there is none. Waits some seconds for another run. Throws
+  /// `PublishError` or a filesystem error, also if the repair fails.
   explicit ChannelLock(const ChannelFolders& folders);
 
  private:
   UniqueFileHandle lock_;
 };
-
-/// Makes one whole state of whatever an interrupted swap left, and removes the rest. Only under the
-/// lock. Throws `PublishError` or a filesystem error.
-void Repair(const ChannelFolders& folders);
 
 /// Puts the complete next folder in the place of the live one and removes that. Only under the
 /// lock. If a folder cannot be renamed, retries for some seconds; then throws `PublishError`, and the
@@ -80,8 +66,5 @@ class NextState {
  private:
   const std::wstring& folder_;
 };
-
-/// Removes a folder with everything in it, read-only files too. Nothing at the path is no error.
-void RemoveFolder(const std::wstring& folder);
 
 }  // namespace ve::publish

@@ -1,17 +1,21 @@
 #include "publisher/channel/manifest_check.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <map>
-#include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "core/format.h"
 #include "core/unicode.h"
 #include "launcher/updater_driver.h"
 #include "publisher/build/name_rules.h"
+#include "publisher/build/parallel.h"
+#include "updater/download_messages.h"
 
 namespace ve::publish {
 namespace {
@@ -22,8 +26,7 @@ std::wstring_view ParentOf(std::wstring_view name) {
 }
 
 bool IsLowercaseHexadecimal(std::string_view digest) {
-  return std::all_of(digest.begin(), digest.end(),
-                     [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+  return digest.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 std::string DuplicateMessage(const std::wstring& first, const std::wstring& second) {
@@ -31,16 +34,29 @@ std::string DuplicateMessage(const std::wstring& first, const std::wstring& seco
                          : Format("differs from {} only in case", ToUtf8(first));
 }
 
+/// `CheckName` with diagnostics about the manifest.
+bool CheckListedName(std::wstring_view name, NameKind kind, const std::string& location,
+                     std::wstring_view launcher, Diagnostics& diagnostics) {
+  Diagnostics found;
+  const bool isPath = CheckName(name, kind, launcher, found);
+  for (const auto& [subject, message, hint] : found.errors) {
+    diagnostics.AddError(location, Format("{}: {}", subject, message), hint);
+  }
+  for (const auto& [subject, message, hint] : found.warnings) {
+    diagnostics.AddWarning(location, Format("{}: {}", subject, message), hint);
+  }
+  return isPath;
+}
+
 /// One pass over a manifest.
 class ManifestCheck {
  public:
-  ManifestCheck(const sdk::GameUpdateManifest& manifest, std::wstring_view launcher,
-                Diagnostics& diagnostics)
-      : manifest_(manifest), launcher_(launcher), diagnostics_(diagnostics) {}
+  ManifestCheck(const std::string& location, std::wstring_view launcher, Diagnostics& diagnostics)
+      : location_(location), launcher_(launcher), diagnostics_(diagnostics) {}
 
-  void Run() {
-    for (const std::string_view name : manifest_.directories) CheckDirectory(sdk::WidenName(name));
-    for (const sdk::FileEntry& entry : manifest_.files) CheckFile(entry);
+  void Run(const sdk::GameUpdateManifest& manifest) {
+    for (const std::string_view name : manifest.directories) CheckDirectory(sdk::WidenName(name));
+    for (const sdk::FileEntry& entry : manifest.files) CheckFile(entry);
     for (const auto& [key, use] : unlisted_) {
       AddError(use.first, Format("is not listed, but {} of the files are in it", use.second),
                "Every update that fetches one of them ends abnormally. List the directory.");
@@ -53,12 +69,12 @@ class ManifestCheck {
   }
 
  private:
-  void AddError(std::wstring_view name, std::string message, std::string hint) {
-    diagnostics_.AddError(ToUtf8(name), std::move(message), std::move(hint));
+  void AddError(std::wstring_view name, std::string_view message, std::string hint) {
+    diagnostics_.AddError(location_, Format("{}: {}", ToUtf8(name), message), std::move(hint));
   }
 
   void CheckDirectory(const std::wstring& name) {
-    if (!CheckName(name, NameKind::kDirectory, launcher_, diagnostics_)) return;
+    if (!CheckListedName(name, NameKind::kDirectory, location_, launcher_, diagnostics_)) return;
     // Each directory is created in the spelling of its line, below its parent as that is on disk.
     const std::wstring_view parent = ParentOf(name);
     const auto parentOnDisk = onDisk_.find(FoldCase(parent));
@@ -71,12 +87,13 @@ class ManifestCheck {
     }
     const auto [known, isNew] = onDisk_.try_emplace(FoldCase(name), spelling);
     if (isNew) return;
-    diagnostics_.AddWarning(ToUtf8(name), DuplicateMessage(known->second, spelling),
-                            "On Windows both are one directory. List it once.");
+    diagnostics_.AddWarning(
+        location_, Format("{}: {}", ToUtf8(name), DuplicateMessage(known->second, spelling)),
+        "On Windows both are one directory. List it once.");
   }
 
   void CheckFile(const sdk::FileEntry& entry) {
-    if (!CheckName(entry.name, NameKind::kFile, launcher_, diagnostics_)) return;
+    if (!CheckListedName(entry.name, NameKind::kFile, location_, launcher_, diagnostics_)) return;
     const std::wstring key = FoldCase(entry.name);
     const auto [known, isNew] = files_.try_emplace(key, entry.name);
     if (!isNew) {
@@ -112,46 +129,79 @@ class ManifestCheck {
     }
   }
 
-  const sdk::GameUpdateManifest& manifest_;
+  const std::string& location_;
   std::wstring_view launcher_;
   Diagnostics& diagnostics_;
-  // By the folded name:
-  std::unordered_map<std::wstring, std::wstring>
-      onDisk_;                                            // Directories, as players' disks have it.
-  std::unordered_map<std::wstring, std::wstring> files_;  // Files, as first listed.
+  // By the folded name: directories as players' disks have them, and files as first listed.
+  std::unordered_map<std::wstring, std::wstring> onDisk_;
+  std::unordered_map<std::wstring, std::wstring> files_;
   // Directories without a line: one spelling, and the number of files directly in them.
   std::map<std::wstring, std::pair<std::wstring, std::size_t>> unlisted_;
 };
 
-/// Adds findings about names to those about the manifest.
-void AddAll(const Diagnostics& found, const std::string& location, Diagnostics& diagnostics) {
-  for (const auto& [name, message, hint] : found.errors) {
-    diagnostics.AddError(location, Format("{}: {}", name, message), hint);
+void CheckFile(const PublishedTree& tree, const sdk::FileEntry& entry, Diagnostics& diagnostics) {
+  const std::string location = tree.LocationOf(entry.name);
+  const FileContent content = tree.Read(entry.name, Keep::kDigest);
+  if (!content.error.empty()) {
+    return diagnostics.AddError(
+        location,
+        tree.IsServed() ? Format(sdk::kFileDownloadFailed, location, ToUtf8(content.error))
+                        : "is listed, but there is no such file",
+        "Every update that needs the file ends abnormally, without a log entry. Publish again.");
   }
-  for (const auto& [name, message, hint] : found.warnings) {
-    diagnostics.AddWarning(location, Format("{}: {}", name, message), hint);
+  std::string message;
+  if (content.size != entry.size) {
+    message = Format("has {} bytes instead of the {} listed", content.size, entry.size);
+  } else if (FoldCase(ToWide(content.md5)) != FoldCase(sdk::WidenName(entry.digest))) {
+    message = Format("has the digest {} instead of the listed {}", content.md5, entry.digest);
   }
+  if (message.empty()) return CheckContentLength(content, location, diagnostics);
+  diagnostics.AddError(
+      location, std::move(message),
+      "Players would install it as it is, and fetch it again with every update. Publish again.");
 }
 
 }  // namespace
 
 void CheckListedNames(const sdk::GameUpdateManifest& manifest, const std::string& location,
                       std::wstring_view launcher, Diagnostics& diagnostics) {
-  Diagnostics found;
   for (const std::string_view name : manifest.directories) {
-    CheckName(sdk::WidenName(name), NameKind::kDirectory, launcher, found);
+    CheckListedName(sdk::WidenName(name), NameKind::kDirectory, location, launcher, diagnostics);
   }
   for (const sdk::FileEntry& entry : manifest.files) {
-    CheckName(entry.name, NameKind::kFile, launcher, found);
+    CheckListedName(entry.name, NameKind::kFile, location, launcher, diagnostics);
   }
-  AddAll(found, location, diagnostics);
 }
 
 void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& location,
                    std::wstring_view launcher, Diagnostics& diagnostics) {
-  Diagnostics found;
-  ManifestCheck(manifest, launcher, found).Run();
-  AddAll(found, location, diagnostics);
+  ManifestCheck(location, launcher, diagnostics).Run(manifest);
+}
+
+void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
+                  Console& console, Diagnostics& diagnostics) {
+  std::uint64_t bytes = 0;
+  for (const sdk::FileEntry& entry : manifest.files) bytes += entry.size;
+  std::atomic<std::uint64_t> filesDone = 0;
+  std::atomic<std::uint64_t> bytesDone = 0;
+  std::vector<Diagnostics> found(manifest.files.size());
+  const auto check = [&](std::size_t index) {
+    const sdk::FileEntry& entry = manifest.files[index];
+    try {
+      CheckFile(tree, entry, found[index]);
+    } catch (const PublishError& error) {
+      found[index].errors.push_back(error.GetDiagnostic());
+    }
+    ++filesDone;
+    bytesDone += entry.size;
+  };
+  ForEachInParallel(found.size(), tree.IsServed() ? kParallelRequests : 0, check, [&] {
+    console.ShowProgress({"Checking", filesDone, found.size(), bytesDone, bytes});
+  });
+  console.EndProgress();
+  for (Diagnostics& ofFile : found) {
+    std::ranges::move(ofFile.errors, std::back_inserter(diagnostics.errors));
+  }
 }
 
 }  // namespace ve::publish

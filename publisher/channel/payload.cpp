@@ -28,27 +28,33 @@ bool Link(const std::wstring& existing, const std::wstring& path) {
   return CreateHardLinkW(path.c_str(), existing.c_str(), nullptr) != FALSE;
 }
 
-/// Calls `work` for each of these files of the build on all processors, and shows the progress.
-/// `work` adds the bytes that it has read.
-void ForEachFile(BuildFolder& build, const std::vector<std::size_t>& files, std::string_view name,
+using Condition = std::function<bool(const BuildFile& file)>;
+
+/// Calls `work` for each file of the build with this condition on all processors, and shows the
+/// progress. `work` adds the bytes that it has read.
+void ForEachFile(BuildFolder& build, const Condition& condition, std::string_view name,
                  const ProgressCallback& progress,
                  const std::function<void(BuildFile& file, Counter& bytesDone)>& work) {
+  std::vector<BuildFile*> files;
+  std::uint64_t bytes = 0;
+  for (BuildFile& file : build.files) {
+    if (!condition(file)) continue;
+    files.push_back(&file);
+    bytes += file.size;
+  }
   Counter filesDone = 0;
   Counter bytesDone = 0;
-  std::uint64_t bytes = 0;
-  for (const std::size_t index : files) bytes += build.files[index].size;
-  ForEachInParallel(
-      files.size(), 0,
-      [&](std::size_t index) {
-        work(build.files[files[index]], bytesDone);
-        ++filesDone;
-      },
-      [&] {
-        progress({name, filesDone, files.size(), bytesDone, bytes});
-      });
+  const auto next = [&](std::size_t index) {
+    work(*files[index], bytesDone);
+    ++filesDone;
+  };
+  ForEachInParallel(files.size(), 0, next, [&] {
+    progress({name, filesDone, files.size(), bytesDone, bytes});
+  });
 }
 
-/// Sets the file's digest to what was read. `root` is the final path of the build.
+/// Sets the file's digest to what was read. `root` is the final path of the
+/// build.
 void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& root) {
   const std::string name = ToUtf8(file.name);
   if (!read.finalPath.empty() && FoldCase(read.finalPath) != FoldCase(JoinPath(root, file.name))) {
@@ -62,27 +68,18 @@ void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& roo
   file.digest = read.md5;
 }
 
-void DigestFiles(const std::wstring& source, BuildFolder& build,
-                 const std::vector<std::size_t>& files, const ProgressCallback& progress) {
+void DigestFiles(const std::wstring& source, BuildFolder& build, const Condition& condition,
+                 const ProgressCallback& progress) {
   const std::wstring root = FinalPath(source);
-  ForEachFile(build, files, "Reading", progress, [&](BuildFile& file, Counter& bytesDone) {
+  ForEachFile(build, condition, "Reading", progress, [&](BuildFile& file, Counter& bytesDone) {
     TakeDigest(file, DigestOf(JoinPath(source, file.name), bytesDone), root);
   });
 }
 
-std::vector<std::size_t> FilesWhere(const BuildFolder& build,
-                                    const std::function<bool(const BuildFile&)>& condition) {
-  std::vector<std::size_t> files;
-  for (std::size_t index = 0; index < build.files.size(); ++index) {
-    if (condition(build.files[index])) files.push_back(index);
-  }
-  return files;
-}
-
 void RequireRoom(const std::wstring& folder, std::uint64_t bytes) {
   ULARGE_INTEGER free{};
-  if (GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) == FALSE) return;
-  if (free.QuadPart >= bytes) return;
+  const bool isKnown = GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) != FALSE;
+  if (!isKnown || free.QuadPart >= bytes) return;
   throw PublishError({DisplayPath(folder),
                       Format("too little free space: {} are needed, {} are free",
                              FormatByteSize(bytes), FormatByteSize(free.QuadPart)),
@@ -96,22 +93,21 @@ void FindPublished(const std::wstring& source, const std::wstring& published,
                    const ProgressCallback& progress) {
   std::unordered_map<std::wstring_view, const sdk::FileEntry*> listed;
   for (const sdk::FileEntry& entry : live.files) listed.emplace(entry.name, &entry);
-  const auto candidates = FilesWhere(build, [&](const BuildFile& file) {
+  const auto mayBePublished = [&](const BuildFile& file) {
     const auto entry = listed.find(file.name);
     return entry != listed.end() && entry->second->size == file.size &&
            IsFileOfSize(JoinPath(published, file.name), file.size);
-  });
-  DigestFiles(source, build, candidates, progress);
-  for (const std::size_t index : candidates) {
-    BuildFile& file = build.files[index];
-    file.isPublished = file.digest == listed.find(file.name)->second->digest;
+  };
+  DigestFiles(source, build, mayBePublished, progress);
+  for (BuildFile& file : build.files) {
+    file.isPublished = !file.digest.empty() && file.digest == listed.at(file.name)->digest;
   }
 }
 
 void DigestOthers(const std::wstring& source, BuildFolder& build,
                   const ProgressCallback& progress) {
-  const auto others = FilesWhere(build, [](const BuildFile& file) { return file.digest.empty(); });
-  DigestFiles(source, build, others, progress);
+  const auto isWithoutDigest = [](const BuildFile& file) { return file.digest.empty(); };
+  DigestFiles(source, build, isWithoutDigest, progress);
 }
 
 CopyStats PlacePayload(const std::wstring& source, const std::wstring& published,
@@ -126,8 +122,8 @@ CopyStats PlacePayload(const std::wstring& source, const std::wstring& published
   std::atomic<std::uint64_t> copiedFiles = 0;
   std::atomic<std::uint64_t> copiedBytes = 0;
   const std::wstring root = FinalPath(source);
-  const auto all = FilesWhere(build, [](const BuildFile&) { return true; });
-  ForEachFile(build, all, "Copying", progress, [&](BuildFile& file, Counter& bytesDone) {
+  const auto isAny = [](const BuildFile&) { return true; };
+  ForEachFile(build, isAny, "Copying", progress, [&](BuildFile& file, Counter& bytesDone) {
     const std::wstring path = JoinPath(next, file.name);
     if (file.isPublished && Link(JoinPath(published, file.name), path)) {
       bytesDone += file.size;
@@ -160,7 +156,7 @@ void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
   const std::wstring to = JoinPath(next, kUpdaterFolder);
   file::MakeDirectory(to);
   file::WalkDirectory(from, [&](const file::DirectoryEntry& entry) {
-    const std::wstring target = JoinPath(to, entry.path.substr(from.size() + 1));
+    const std::wstring target = Format(L"{}{}", to, entry.path.substr(from.size()));
     if (entry.IsDirectory()) {
       file::MakeDirectory(target);
     } else {

@@ -3,13 +3,16 @@
 #include "core/windows.h"
 
 #include <atomic>
-#include <cstdint>
+#include <cstddef>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "core/files.h"
 #include "core/format.h"
 #include "core/md5.h"
 #include "core/unicode.h"
+#include "net/wininet_error.h"
 #include "publisher/build/digests.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/files/paths.h"
@@ -17,16 +20,81 @@
 #include "publisher/files/whole_file.h"
 
 namespace ve::publish {
+namespace {
+
+constexpr std::size_t kBuffer = std::size_t{64} << 10;
+
+FileContent LastErrorFailure() {
+  std::wstring error = WinINetErrorText().text;
+  while (error.ends_with(L'\n') || error.ends_with(L'\r')) error.pop_back();
+  return {std::move(error)};
+}
+
+void SetNumber(HINTERNET handle, int option, DWORD value) {
+  InternetSetOptionW(handle, static_cast<DWORD>(option), &value, sizeof(value));
+}
+
+/// Sets the time-outs of each new handle. `context` is the time in milliseconds.
+void CALLBACK OnStatus(HINTERNET /*parent*/, DWORD_PTR context, DWORD status, void* information,
+                       DWORD /*length*/) {
+  if (status != INTERNET_STATUS_HANDLE_CREATED) return;
+  for (const int option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
+                           INTERNET_OPTION_RECEIVE_TIMEOUT}) {
+    SetNumber(*static_cast<HINTERNET*>(information), option, static_cast<DWORD>(context));
+  }
+}
+
+}  // namespace
+
+Fetcher::Fetcher(unsigned timeout)
+    : root_(InternetOpenW(nullptr, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)),
+      timeout_(timeout * 1000) {
+  // The limits of connections are the process's.
+  SetNumber(nullptr, INTERNET_OPTION_MAX_CONNS_PER_SERVER, kParallelRequests);
+  SetNumber(nullptr, INTERNET_OPTION_MAX_CONNS_PER_1_0_SERVER, kParallelRequests);
+  SetNumber(root_.Get(), INTERNET_OPTION_CONNECT_RETRIES, 1);
+  InternetSetStatusCallbackW(root_.Get(), OnStatus);
+}
+
+FileContent Fetcher::Get(const std::wstring& url, Keep keep) const {
+  // Without cookies: their one store slows parallel requests down several times.
+  const UniqueInternetHandle request(InternetOpenUrlW(
+      root_.Get(), url.c_str(), nullptr, 0,
+      kRequestFlags | INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_KEEP_CONNECTION, timeout_));
+  if (!request) return LastErrorFailure();
+  const std::optional<DWORD> status = QueryNumber(request.Get(), HTTP_QUERY_STATUS_CODE);
+  if (!status) return LastErrorFailure();
+  if (*status != HTTP_STATUS_OK) return {HttpStatusText(*status)};
+  const std::optional<DWORD> length = QueryNumber(request.Get(), HTTP_QUERY_CONTENT_LENGTH);
+  if (!length) return LastErrorFailure();
+
+  FileContent content;
+  content.contentLength = *length;
+  Md5 md5;
+  std::vector<std::byte> buffer(kBuffer);
+  for (DWORD read = 1; read != 0;) {
+    if (InternetReadFile(request.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read) ==
+        FALSE) {
+      return LastErrorFailure();
+    }
+    md5.Update(std::span(buffer).first(read));
+    if (keep == Keep::kBody) content.body.append(reinterpret_cast<char*>(buffer.data()), read);
+    content.size += read;
+  }
+  md5.Finalize();
+  content.md5 = md5.Hex();
+  return content;
+}
 
 TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics) {
   TreeOptions followed = options;
   if (options.url.empty()) {
-    const std::wstring redirect = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
-    if (!file::Exists(redirect)) return followed;
-    const std::string url = ReadWholeFile(redirect);
-    diagnostics.AddWarning(DisplayPath(redirect), Format("sends all players to '{}'", url),
+    const std::wstring path = JoinPath(ExtendedLengthPath(options.server), kRedirectName);
+    if (!file::Exists(path)) return followed;
+    const std::string url = ReadWholeFile(path);
+    diagnostics.AddWarning(DisplayPath(path), Format("sends all players to '{}'", url),
                            "Players do not get what is in this folder. Verify that URL too.");
-    WarnOfBaseUrl(url, DisplayPath(redirect), diagnostics);
+    WarnOfBaseUrl(url, DisplayPath(path), diagnostics);
     return followed;
   }
   WarnOfBaseUrl(options.url, "--url", diagnostics);
@@ -36,7 +104,7 @@ TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics)
     CheckContentLength(redirect, location, diagnostics);
     WarnOfBaseUrl(redirect.body, location, diagnostics);
     followed.url = redirect.body;
-  } else if (redirect.error != kNotFound) {
+  } else if (redirect.error != kNoSuchFile) {
     diagnostics.AddWarning(location, Format("cannot be fetched: {}", ToUtf8(redirect.error)),
                            "Launchers go on as if there were no redirection.");
   }
@@ -54,21 +122,20 @@ PublishedTree::PublishedTree(const TreeOptions& options, std::wstring_view chann
 
 FileContent PublishedTree::Read(std::wstring_view name, Keep keep) const {
   if (fetcher_) return fetcher_->Get(Format(L"{}{}", updatesUrl_, name), keep);
-  FileContent content;
   const std::wstring path = JoinPath(folder_, name);
   // No attributes means that there is no such file.
   if ((GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    content.error = kNotFound;
-    return content;
+    return {std::wstring(kNoSuchFile)};
   }
+  FileContent content;
   if (keep == Keep::kBody) {
     content.body = ReadWholeFile(path);
     content.md5 = Md5Hex(content.body);
     content.size = content.body.size();
   } else {
     std::atomic<std::uint64_t> bytesDone = 0;
-    FileDigest digest = DigestOf(path, bytesDone);
-    content.md5 = std::move(digest.md5);
+    const FileDigest digest = DigestOf(path, bytesDone);
+    content.md5 = digest.md5;
     content.size = digest.size;
   }
   content.contentLength = content.size;
@@ -91,20 +158,17 @@ void CheckContentLength(const FileContent& content, const std::string& location,
       "proxies or CDN in front of it.");
 }
 
-void WarnOfPlainHttp(std::string_view url, const std::string& where, Diagnostics& diagnostics) {
-  if (!FoldCase(ToWide(url)).starts_with(L"HTTP://")) return;
-  diagnostics.AddWarning(
-      where, Format("{} is plain http: anyone between server and player can replace files", url),
-      "Use https.");
-}
-
 void WarnOfBaseUrl(std::string_view url, const std::string& where, Diagnostics& diagnostics) {
   if (!url.ends_with('/')) {
     diagnostics.AddWarning(where, Format("{} does not end with a slash", url),
                            "Launchers append \"updates\" to it directly. Add the slash, unless "
                            "that is meant.");
   }
-  WarnOfPlainHttp(url, where, diagnostics);
+  if (FoldCase(ToWide(url)).starts_with(L"HTTP://")) {
+    diagnostics.AddWarning(
+        where, Format("{} is plain http: anyone between server and player can replace files", url),
+        "Use https.");
+  }
 }
 
 }  // namespace ve::publish

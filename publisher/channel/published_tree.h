@@ -1,14 +1,44 @@
-// A channel of a published tree, in the served folder or at its URL.
+// Reading a published tree, in the served folder or at its URL.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "publisher/channel/fetch.h"
+#include "net/internet_request.h"
 #include "publisher/report/diagnostics.h"
 
 namespace ve::publish {
+
+/// A file as it was read, or why it was not.
+struct FileContent {
+  std::wstring error{};             ///< As the Launcher reports it; empty if the file was read.
+  std::string body{};               ///< Empty if only the digest is kept.
+  std::string md5{};                ///< As manifests have it.
+  std::uint64_t size = 0;           ///< In bytes, of what was read.
+  std::uint64_t contentLength = 0;  ///< What the response announced.
+};
+
+enum class Keep { kBody, kDigest };
+
+/// How many requests to make at a time.
+inline constexpr unsigned kParallelRequests = 8;
+
+/// HTTP requests, several at a time.
+class Fetcher {
+ public:
+  /// `timeout`, in seconds, is for connecting and for each read.
+  explicit Fetcher(unsigned timeout);
+
+  /// One GET with the answer and the error texts that `Download` has, without line breaks at their
+  /// ends. Does not compare the body's size with the announced one. Any thread may call it.
+  [[nodiscard]] FileContent Get(const std::wstring& url, Keep keep) const;
+
+ private:
+  UniqueInternetHandle root_;
+  DWORD_PTR timeout_;
+};
 
 /// Where a tree is: exactly one of `server` and `url` is given.
 struct TreeOptions {
@@ -21,16 +51,13 @@ struct TreeOptions {
 /// URL. Warns of what is odd about either URL. A folder remains the same, with a warning.
 [[nodiscard]] TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics);
 
-/// What the Launcher reports for a file that the server does not have.
-inline constexpr std::wstring_view kNotFound = L"404 - no such file.";
-
 /// Reads the files of one channel by their names.
 class PublishedTree {
  public:
   /// See also `FollowRedirect`.
   PublishedTree(const TreeOptions& options, std::wstring_view channel);
 
-  /// Any thread may call it. A file missing in the folder has the error `kNotFound`. Throws
+  /// Any thread may call it. A file missing in the folder has the error `kNoSuchFile`. Throws
   /// `PublishError` for one in the folder that cannot be read.
   [[nodiscard]] FileContent Read(std::wstring_view name, Keep keep) const;
 
@@ -53,10 +80,8 @@ class PublishedTree {
 void CheckContentLength(const FileContent& content, const std::string& location,
                         Diagnostics& diagnostics);
 
-/// Warns if the URL is one of http rather than https. `where` is what contains it.
-void WarnOfPlainHttp(std::string_view url, const std::string& where, Diagnostics& diagnostics);
-
-/// The same, and warns if the URL lacks its last slash.
+/// Warns if the URL is one of http rather than https, or lacks its last slash. `where` is what
+/// contains it.
 void WarnOfBaseUrl(std::string_view url, const std::string& where, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

@@ -8,11 +8,10 @@
 #include "publisher/build/build_folder.h"
 #include "publisher/build/name_rules.h"
 #include "publisher/channel/changes.h"
+#include "publisher/channel/channel_files.h"
 #include "publisher/channel/channel_swap.h"
-#include "publisher/channel/manifest_writer.h"
-#include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
-#include "publisher/channel/upload_lists.h"
+#include "publisher/channel/versions.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -73,7 +72,7 @@ std::string MakeNextState(const Plan& plan, const sdk::VersionNumber& version, B
   placed = PlacePayload(plan.source, folders.live, build, folders.next, progress);
   std::string manifest = GameManifest(build);
   WriteFileAtomically(JoinPath(folders.next, kManifestName), manifest);
-  WriteFileAtomically(JoinPath(folders.next, kVersionName), GameVersionFile(version));
+  WriteFileAtomically(JoinPath(folders.next, kVersionName), VersionArchive(version));
   PlaceLauncher(folders.live, folders.next);
   return manifest;
 }

@@ -5,11 +5,10 @@
 #include "core/format.h"
 #include "core/unicode.h"
 #include "publisher/channel/changes.h"
+#include "publisher/channel/channel_files.h"
 #include "publisher/channel/channel_swap.h"
-#include "publisher/channel/manifest_writer.h"
-#include "publisher/channel/new_version.h"
 #include "publisher/channel/payload.h"
-#include "publisher/channel/upload_lists.h"
+#include "publisher/channel/versions.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
@@ -83,7 +82,7 @@ void Promote(const Options& options, const ChannelFolders& from, const ChannelFo
   file::MakeDirectory(to.next);
   const CopyStats placed = PlaceFiles(from.live, manifest, to.next, console);
   WriteFileAtomically(JoinPath(to.next, kManifestName), content);
-  WriteFileAtomically(JoinPath(to.next, kVersionName), GameVersionFile(*version));
+  WriteFileAtomically(JoinPath(to.next, kVersionName), VersionArchive(*version));
   PlaceLauncher(to.live, to.next);
   if (!options.uploadLists.empty()) {
     WriteUploadLists(ExtendedLengthPath(options.uploadLists), ToWide(options.to), changes);

@@ -6,7 +6,7 @@
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
-#include "publisher/channel/archive_records.h"
+#include "publisher/channel/channel_files.h"
 #include "publisher/channel/published_tree.h"
 #include "publisher/commands/command.h"
 #include "publisher/files/paths.h"

@@ -26,6 +26,12 @@ std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
   return path;
 }
 
+std::wstring WithSlashes(std::wstring_view path) {
+  std::wstring name(path);
+  std::replace(name.begin(), name.end(), L'\\', L'/');
+  return name;
+}
+
 std::string DisplayPath(std::wstring_view path) {
   if (path.starts_with(kLongSharePrefix)) {
     return Format("\\\\{}", ToUtf8(path.substr(kLongSharePrefix.size())));

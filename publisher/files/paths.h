@@ -14,6 +14,9 @@ namespace ve::publish {
 /// `folder`, a separator, `name`; the slashes of the name become backslashes.
 [[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
 
+/// The path with slashes instead of backslashes, as manifests and URLs have it.
+[[nodiscard]] std::wstring WithSlashes(std::wstring_view path);
+
 /// A path in words: without the \\?\ in front, in UTF-8.
 [[nodiscard]] std::string DisplayPath(std::wstring_view path);
 

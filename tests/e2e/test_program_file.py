@@ -20,6 +20,7 @@ WINDOWS_DLLS = {
     "msvcrt.dll",
     "ole32.dll",
     "shell32.dll",
+    "shlwapi.dll",
     "user32.dll",
     "wininet.dll",
 }

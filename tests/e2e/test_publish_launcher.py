@@ -54,6 +54,10 @@ def record(launcher: pathlib.Path, version: int = OWN_VERSION, **changes) -> dic
     }
 
 
+def record_text(launcher: pathlib.Path, version: int) -> bytes:
+    return (json.dumps(record(launcher, version), indent=2, sort_keys=True) + "\n").encode()
+
+
 def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str, bytes | None]:
     return {
         "updates": None,
@@ -61,7 +65,7 @@ def expected(launcher, settings: bytes, version: int = OWN_VERSION) -> dict[str,
         "updates/release/updater": None,
         "updates/release/updater/Launcher.exe": launcher.read_bytes(),
         "updates/release/updater/UpdaterData.vpak": settings,
-        "updates/release/updater/published.json": (json.dumps(record(launcher, version), indent=2) + "\n").encode(),
+        "updates/release/updater/published.json": record_text(launcher, version),
         "updates/release/updater/updater.manifest": MANIFEST % version,
     }
 

@@ -325,7 +325,7 @@ TEST_F(ChannelSwap, InterruptedAtAnyOfItsRenamesItIsOldOrNewAfterTheRepair) {
     }
     Repair();
     EXPECT_EQ(Found(), Complete(expected[allowed])) << allowed;
-    RemoveFolder(folders_.live);
+    file::RemoveTree(folders_.live);
   }
 }
 
@@ -347,7 +347,7 @@ class ConsoleEvents : public ChannelSwap {
     Sleep(300);  // While Windows ends the process, its other threads go on.
     const bool isExpected = test_->Found()["release\\GameVersion.vpak"] == version;
     SetCurrentDirectoryW(L"..");
-    RemoveFolder(ExtendedLengthPath(ToUtf8(test_->Folder())));
+    file::RemoveTree(ExtendedLengthPath(ToUtf8(test_->Folder())));
     std::_Exit(isExpected ? 0 : 1);
   }
 

@@ -1,4 +1,4 @@
-#include "publisher/channel/fetch.h"
+#include "publisher/channel/published_tree.h"
 
 #include <future>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "publisher/channel/upload_lists.h"
+#include "publisher/channel/changes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "publisher/channel/launcher_record.h"
+#include "publisher/channel/launcher_executable.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,4 +1,4 @@
-#include "publisher/channel/executable.h"
+#include "publisher/channel/launcher_executable.h"
 
 #include "core/windows.h"
 
@@ -6,8 +6,13 @@
 #include <cstring>
 
 #include "core/handle.h"
+#include <nlohmann/json.hpp>
 
 namespace ve::publish {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LauncherRecord, executable, size, md5, version,
+                                   keepsNonEmptyDirectories, isSigned)
+
 namespace {
 
 struct ModulePolicy {
@@ -28,15 +33,14 @@ std::optional<VS_FIXEDFILEINFO> ReadFixedFileInfo(const std::wstring& path) {
       path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
   if (!module) return {};
   const HRSRC resource = FindResourceW(module.Get(), MAKEINTRESOURCEW(VS_VERSION_INFO), RT_VERSION);
+  VS_FIXEDFILEINFO fixed;
   if (resource == nullptr ||
-      SizeofResource(module.Get(), resource) < kFixedFileInfoOffset + sizeof(VS_FIXEDFILEINFO)) {
+      SizeofResource(module.Get(), resource) < kFixedFileInfoOffset + sizeof(fixed)) {
     return {};
   }
-  const HGLOBAL data = LoadResource(module.Get(), resource);
+  const void* const data = LockResource(LoadResource(module.Get(), resource));
   if (data == nullptr) return {};
-  VS_FIXEDFILEINFO fixed;
-  std::memcpy(&fixed, static_cast<const std::byte*>(LockResource(data)) + kFixedFileInfoOffset,
-              sizeof(fixed));
+  std::memcpy(&fixed, static_cast<const std::byte*>(data) + kFixedFileInfoOffset, sizeof(fixed));
   if (fixed.dwSignature != VS_FFI_SIGNATURE) return {};
   return fixed;
 }
@@ -66,13 +70,24 @@ bool IsSigned(std::string_view content) {
 
 std::optional<std::uint32_t> ExecutableVersion(const std::wstring& path) {
   const auto fixed = ReadFixedFileInfo(path);
-  if (!fixed) return {};
-  return HIWORD(fixed->dwFileVersionMS);
+  return fixed ? std::optional<std::uint32_t>(HIWORD(fixed->dwFileVersionMS)) : std::nullopt;
 }
 
 bool KeepsNonEmptyDirectories(const std::wstring& path) {
   const auto fixed = ReadFixedFileInfo(path);
   return fixed && (fixed->dwFileFlags & VS_FF_SPECIALBUILD) != 0;
+}
+
+std::string LauncherRecordText(const LauncherRecord& record) {
+  return nlohmann::json(record).dump(2) + "\n";
+}
+
+std::optional<LauncherRecord> ParseLauncherRecord(std::string_view text) {
+  try {
+    return nlohmann::json::parse(text).get<LauncherRecord>();
+  } catch (const nlohmann::json::exception&) {
+    return {};
+  }
 }
 
 }  // namespace ve::publish

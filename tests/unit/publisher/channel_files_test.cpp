@@ -1,4 +1,4 @@
-#include "publisher/channel/manifest_writer.h"
+#include "publisher/channel/channel_files.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kDigest = "0123456789abcdef0123456789abcdef";
 
-TEST(ManifestWriter, WritesDirectoriesAndFilesAsTheLauncherReadsThem) {
+TEST(ChannelFiles, WritesDirectoriesAndFilesAsTheLauncherReadsThem) {
   const BuildFolder build{
       {L"bin", L"bin/data"},
       {{L"bin/Velmorant Player.exe", 1048576, 0, kDigest},
@@ -27,7 +27,7 @@ TEST(ManifestWriter, WritesDirectoriesAndFilesAsTheLauncherReadsThem) {
             "'bin/data/level 1.dat' 4294967295 fedcba9876543210fedcba9876543210\n");
 }
 
-TEST(ManifestWriter, WhatTheLauncherWouldRefuseIsNotWritten) {
+TEST(ChannelFiles, WhatTheLauncherWouldRefuseIsNotWritten) {
   EXPECT_THROW(static_cast<void>(GameManifest({{}, {{L"a", 1, 0, kDigest}}})), VERuntimeError);
   EXPECT_THROW(static_cast<void>(GameManifest({{L"bin"}, {}})), VERuntimeError);
   EXPECT_THROW(static_cast<void>(GameManifest({{L"bin"}, {{L"a", 0, 0, kDigest}}})),
@@ -36,7 +36,7 @@ TEST(ManifestWriter, WhatTheLauncherWouldRefuseIsNotWritten) {
                VERuntimeError);
 }
 
-TEST(ManifestWriter, WhatTheLauncherWouldReadAsAnotherBuildIsNotWritten) {
+TEST(ChannelFiles, WhatTheLauncherWouldReadAsAnotherBuildIsNotWritten) {
   // Each of these is accepted by the reader, as something else.
   EXPECT_THROW(static_cast<void>(GameManifest({{L"bin"}, {{L"it's", 1, 0, kDigest}}})),
                VERuntimeError);
@@ -46,8 +46,8 @@ TEST(ManifestWriter, WhatTheLauncherWouldReadAsAnotherBuildIsNotWritten) {
                VERuntimeError);
 }
 
-TEST(ManifestWriter, TheVersionFileHoldsTheLeastSignificantWordFirst) {
-  EXPECT_EQ(GameVersionFile({{2, 0, 4, 1}}), test::VersionBytes({2, 0, 4, 1}));
+TEST(ChannelFiles, TheVersionFileHoldsTheLeastSignificantWordFirst) {
+  EXPECT_EQ(VersionArchive({{2, 0, 4, 1}}), test::VersionBytes({2, 0, 4, 1}));
 }
 
 }  // namespace

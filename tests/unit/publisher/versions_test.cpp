@@ -1,4 +1,4 @@
-#include "publisher/report/version_text.h"
+#include "publisher/channel/versions.h"
 
 #include <gtest/gtest.h>
 

@@ -1,22 +1,26 @@
-// The two archives that the publishing tool writes and checks, as bytes.
+// The content of the files that describe a channel's game and settings.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "archive/archive_format.h"
-#include "publisher/report/diagnostics.h"
+#include "publisher/build/build_folder.h"
 #include "updater/game_version.h"
 
 namespace ve::publish {
 
-/// The content of "UpdaterData.vpak".
-[[nodiscard]] std::string SettingsArchive(std::wstring_view url, std::wstring_view channel,
-                                          file::ArchiveMode mode = file::ArchiveMode::kPlain);
+/// The text of "game_update.manifest". All digests must have been computed. Throws unless the
+/// Launcher's own reader accepts it and reads exactly the build.
+[[nodiscard]] std::string GameManifest(const BuildFolder& build);
 
 /// The content of "GameVersion.vpak".
 [[nodiscard]] std::string VersionArchive(const sdk::VersionNumber& version,
                                          file::ArchiveMode mode = file::ArchiveMode::kPlain);
+
+/// The content of "UpdaterData.vpak".
+[[nodiscard]] std::string SettingsArchive(std::wstring_view url, std::wstring_view channel,
+                                          file::ArchiveMode mode = file::ArchiveMode::kPlain);
 
 /// The mode in the header of an archive that was read.
 [[nodiscard]] file::ArchiveMode ModeOf(std::string_view bytes);
