@@ -57,8 +57,8 @@ enum class FileSource {
 /// The path of a listed directory in the staging folder.
 [[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
 
-/// Where to take a listed file from. `installed` is at this entry. Reads every candidate of the right
-/// size whole.
+/// Where to take a listed file from. The next entry of `installed` must be this one. Reads every
+/// candidate of the right size whole. Throws what `FileMatchesEntry` throws.
 [[nodiscard]] FileSource FindSource(InstalledFiles& installed, const FileEntry& entry,
                                     std::wstring_view stagingPath);
 
