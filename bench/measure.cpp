@@ -219,8 +219,10 @@ int Check() {
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
   bool current = true;
   const double nanoseconds = Measure([&] {
+    sdk::InstalledFiles installed(manifest.files);
     for (const sdk::FileEntry& entry : manifest.files) {
-      const sdk::FileSource source = sdk::FindSource(entry, sdk::StagingPath(entry.name));
+      const sdk::FileSource source =
+          sdk::FindSource(installed, entry, sdk::StagingPath(entry.name));
       current = current && source == sdk::FileSource::kInstalled;
     }
   });

@@ -87,7 +87,7 @@ Md5State StateOf(const States& states, std::size_t lane) {
   return state;
 }
 
-/// How many bytes of whole blocks a digest is computed of: the length counts modulo 2^32.
+/// The length of the buffer's whole blocks, of a length that counts modulo 2^32.
 std::size_t BlockBytes(std::span<const std::byte> buffer) {
   return static_cast<std::uint32_t>(buffer.size()) / kMd5BlockSize * kMd5BlockSize;
 }
@@ -95,33 +95,28 @@ std::size_t BlockBytes(std::span<const std::byte> buffer) {
 }  // namespace
 
 std::array<std::string, kMd5Lanes> Md5HexOfFour(const Buffers& buffers) {
-  Buffers running = buffers;  // A lane whose buffer has ended repeats another one's.
+  Buffers running = buffers;  // A lane whose buffer has ended goes on with the longest one.
   States states{Lanes(kMd5Start[0]), Lanes(kMd5Start[1]), Lanes(kMd5Start[2]), Lanes(kMd5Start[3])};
-  std::array<Md5, kMd5Lanes> ends;
 
-  // From the shortest buffer to the longest but one.
+  // All lanes run up to the end of each buffer, from the shortest to the longest but one.
   std::array<std::size_t, kMd5Lanes> order{0, 1, 2, 3};
   std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
     return BlockBytes(buffers[left]) < BlockBytes(buffers[right]);
   });
   const std::size_t longest = order.back();
+  std::array<std::string, kMd5Lanes> digests;
   std::size_t done = 0;
   for (const std::size_t lane : order) {
     if (lane != longest) {
       AddBlocks(states, running, done, BlockBytes(buffers[lane]));
       done = BlockBytes(buffers[lane]);
     }
-    ends[lane] = Md5(StateOf(states, lane), static_cast<std::uint32_t>(done));
+    Md5 md5(StateOf(states, lane), static_cast<std::uint32_t>(done));
+    md5.Update(
+        buffers[lane].subspan(done, static_cast<std::uint32_t>(buffers[lane].size()) - done));
+    md5.Finalize();
+    digests[lane] = md5.Hex();
     running[lane] = buffers[longest];
-  }
-
-  std::array<std::string, kMd5Lanes> digests;
-  for (std::size_t lane = 0; lane < kMd5Lanes; ++lane) {
-    const auto length = static_cast<std::uint32_t>(buffers[lane].size());
-    const std::size_t begin = lane == longest ? done : BlockBytes(buffers[lane]);
-    ends[lane].Update(buffers[lane].subspan(begin, length - begin));
-    ends[lane].Finalize();
-    digests[lane] = ends[lane].Hex();
   }
   return digests;
 }

@@ -16,8 +16,9 @@ std::wstring StagingDirectory(std::string_view directory) {
   return Format(L"{}\\{}", kStagingFolder, WidenName(directory));
 }
 
-FileSource FindSource(const FileEntry& entry, std::wstring_view stagingPath) {
-  if (FileMatchesEntry(entry.name, entry.size, entry.digest)) return FileSource::kInstalled;
+FileSource FindSource(InstalledFiles& installed, const FileEntry& entry,
+                      std::wstring_view stagingPath) {
+  if (installed.NextIsCurrent()) return FileSource::kInstalled;
   if (FileMatchesEntry(stagingPath, entry.size, entry.digest)) return FileSource::kStaged;
   return FileSource::kServer;
 }
@@ -31,10 +32,12 @@ void MakeStagingFolders(const GameUpdateManifest& manifest) {
 
 void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest,
                 StagedUpdate& staged, std::atomic<std::uint32_t>& processed) {
+  InstalledFiles installed(manifest.files);
   for (const FileEntry& entry : manifest.files) {
     std::wstring stagingPath = StagingPath(entry.name);
-    const FileSource source = FindSource(entry, stagingPath);
+    const FileSource source = FindSource(installed, entry, stagingPath);
     if (source == FileSource::kServer) {
+      installed.Forget();
       const std::wstring url = Format(L"{}{}", updatesUrl, entry.name);
       file::SaveFile(stagingPath, DownloadOrThrow(url, kFileDownloadFailed, url));
     }

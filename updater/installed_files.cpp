@@ -3,23 +3,26 @@
 #include "core/windows.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <new>
 #include <string>
 
 #include "core/file_matches_entry.h"
 #include "core/handle.h"
+#include "core/md5_lanes.h"
 #include "core/truncated_string.h"
 
 namespace ve::sdk {
 namespace {
 
-// What is read ahead in all. A larger file is read alone, by `FileMatchesEntry`.
-constexpr std::size_t kMaxMemory = std::size_t{64} << 20;
+// For the contents of all files that are read ahead together.
+constexpr std::size_t kMemorySize = std::size_t{64} << 20;
 
-/// Whether the file was read whole and fills the buffer exactly. Where it does not,
-/// `FileMatchesEntry` finds out why.
+/// Reads a file of exactly the buffer's size. Returns false on any failure.
 bool ReadExactly(const std::wstring& path, std::span<std::byte> buffer) {
-  if (path.size() > WidePath::kMaxCharacters)
-    return false;  // `file::LoadFile` opens none of these.
+  // `file::LoadFile` refuses such a path.
+  if (path.size() > WidePath::kMaxCharacters) return false;
   const UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                           OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
@@ -35,49 +38,40 @@ bool ReadExactly(const std::wstring& path, std::span<std::byte> buffer) {
 }  // namespace
 
 bool InstalledFiles::NextIsCurrent() {
-  if (next_ == answered_) ReadAhead();
-  const FileEntry& entry = entries_[next_];
-  const std::optional<bool> answer = answers_[next_ - begin_];
-  ++next_;
-  if (answer == true) return true;
-  // What follows needs the memory itself: for this file alone, for its staged one or its download.
-  memory_.reset();
-  memorySize_ = 0;
-  return answer ? *answer : FileMatchesEntry(entry.name, entry.size, entry.digest);
+  // After a file that is not current, the next one often is not either, and reading ahead would be
+  // in vain: its download drops the answers.
+  if (answers_.empty() && current_) ReadAhead();
+  const FileEntry& entry = entries_.front();
+  entries_ = entries_.subspan(1);
+  if (answers_.empty()) {
+    memory_.reset();  // The file may be large.
+    current_ = FileMatchesEntry(entry.name, entry.size, entry.digest);
+  } else {
+    current_ = answers_.front();
+    answers_.pop_front();
+  }
+  if (!current_) memory_.reset();  // So may its staged file or its download.
+  return current_;
 }
 
-/// Ends before the first file that does not fit or cannot be read as listed, but for the first
-/// entry, which then has no answer.
+/// Adds answers up to the first file that does not fit or has no answer yet: it is missing, has
+/// another size or cannot be read, which `FileMatchesEntry` finds out at its entry.
 void InstalledFiles::ReadAhead() {
-  begin_ = next_;
-  answers_.fill(std::nullopt);
-  std::size_t fitting = 0;
-  std::size_t size = 0;
-  for (const FileEntry& entry : entries_.subspan(begin_)) {
-    if (fitting == kMd5Lanes || entry.size > kMaxMemory - size) break;
-    size += static_cast<std::size_t>(entry.size);
-    ++fitting;
-  }
-  if (size > memorySize_) {
-    memory_ = std::make_unique_for_overwrite<std::byte[]>(size);
-    memorySize_ = size;
-  }
-
+  if (!memory_) memory_.reset(new (std::nothrow) std::byte[kMemorySize]);
+  std::span<std::byte> room(memory_.get(), memory_ ? kMemorySize : 0);
   std::array<std::span<const std::byte>, kMd5Lanes> contents;
-  std::byte* at = memory_.get();
-  std::size_t read = 0;
-  for (; read < fitting; ++read) {
-    const FileEntry& entry = entries_[begin_ + read];
-    const std::span buffer(at, static_cast<std::size_t>(entry.size));
-    if (!ReadExactly(entry.name, buffer)) break;
-    contents[read] = buffer;
-    at += buffer.size();
+  std::size_t count = 0;
+  for (const FileEntry& entry : entries_.first(std::min(kMd5Lanes, entries_.size()))) {
+    if (entry.size > room.size()) break;
+    const auto content = room.first(static_cast<std::size_t>(entry.size));
+    if (!ReadExactly(entry.name, content)) break;
+    contents[count++] = content;
+    room = room.subspan(content.size());
   }
-  answered_ = begin_ + std::max<std::size_t>(read, 1);
-  if (read == 0) return;
+  if (count == 0) return;
   const std::array<std::string, kMd5Lanes> digests = Md5HexOfFour(contents);
-  for (std::size_t index = 0; index < read; ++index) {
-    answers_[index] = digests[index] == entries_[begin_ + index].digest;
+  for (std::size_t index = 0; index < count; ++index) {
+    answers_.push_back(digests[index] == entries_[index].digest);
   }
 }
 

@@ -1,45 +1,40 @@
-// The check of what is installed. A player waits for it in every update, so it reads ahead: the
-// files of the next four entries are digested side by side.
+// The check of what is installed. Players wait for it in every update, so it reads ahead and
+// computes the digests of the next four files side by side.
 #pragma once
 
-#include <array>
 #include <cstddef>
+#include <deque>
 #include <memory>
-#include <optional>
 #include <span>
 
-#include "core/md5_lanes.h"
 #include "updater/game_manifest.h"
 
 namespace ve::sdk {
 
-/// Answers for the entries of a manifest, one after the other, whether the installed file is
-/// current: the same answers at the same time as `FileMatchesEntry` for each.
+/// Goes through the entries of a manifest and answers for each whether the installed file is
+/// current: the answers and exceptions of `FileMatchesEntry`, at the same entries.
 class InstalledFiles {
  public:
   /// `entries` must outlive this.
   explicit InstalledFiles(std::span<const FileEntry> entries) : entries_(entries) {}
 
-  /// `FileMatchesEntry` of the next entry's file, with its exceptions. Call it once for each entry.
+  /// Whether the next entry's file is current. Throws what `FileMatchesEntry` throws for it. Call
+  /// it at most once for each entry.
   [[nodiscard]] bool NextIsCurrent();
 
-  /// Forgets what was read ahead. Call it before anything is written: a listed name may lead to any
-  /// file, also to one in the staging folder.
-  void Forget() noexcept { answered_ = next_; }
+  /// Drops what was read ahead. Call it before every write: a listed name may lead to any file,
+  /// also to one in the staging folder.
+  void Forget() noexcept { answers_.clear(); }
 
  private:
   void ReadAhead();
 
-  std::span<const FileEntry> entries_;
-  std::size_t next_ = 0;      // The entry that is asked for next.
-  std::size_t begin_ = 0;     // The entries from here ...
-  std::size_t answered_ = 0;  // ... to before this one were read ahead.
-  // Their answers. None where `FileMatchesEntry` has to answer.
-  std::array<std::optional<bool>, kMd5Lanes> answers_;
-  // Their contents while they are digested, one behind the other. Kept for the next entries,
-  // because new memory costs time.
+  std::span<const FileEntry> entries_;  // From the next one on.
+  std::deque<bool> answers_;            // For the first of them, as many as were read ahead.
+  bool current_ = true;                 // The last answer.
+  // For the contents, while their digests are computed. Kept while files are current, because new
+  // memory costs time.
   std::unique_ptr<std::byte[]> memory_;
-  std::size_t memorySize_ = 0;
 };
 
 }  // namespace ve::sdk

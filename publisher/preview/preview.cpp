@@ -185,12 +185,13 @@ class Preview {
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
     using enum sdk::FileSource;
     sdk::StagedUpdate staged;
+    sdk::InstalledFiles installed(manifest.files);
     for (const sdk::FileEntry& entry : manifest.files) {
       console_.ShowProgress({"Reading", staged.names.size(), manifest.files.size(), 0, 0});
       subject_ = ToUtf8(entry.name);
       static_cast<void>(folder_.Find(entry.name));  // Throws if it leads out of the folder.
       const std::wstring stagingPath = sdk::StagingPath(entry.name);
-      sdk::FileSource source = sdk::FindSource(entry, stagingPath);
+      sdk::FileSource source = sdk::FindSource(installed, entry, stagingPath);
       const auto known = downloaded_.find(FoldCase(entry.name));  // For an earlier entry.
       if (source != kInstalled && known != downloaded_.end()) {
         source = known->second == entry.digest ? kStaged : kServer;

@@ -140,3 +140,48 @@ def test_a_file_of_a_gibibyte_takes_little_more_memory_than_its_size(studio, rec
     )
     assert fetched - small <= size + 16 * MEBIBYTE
     assert checked - small <= size + 16 * MEBIBYTE
+
+
+@pytest.mark.parametrize(
+    "sizes",
+    [
+        pytest.param([16] * 12, id="four at a time"),
+        pytest.param([40, 50, 60, 63], id="ever larger"),
+        pytest.param([60, 100, 60, 100], id="every second one read alone"),
+    ],
+)
+def test_reading_ahead_takes_little_more_memory_than_64_mebibytes_or_the_largest_file(
+    studio, sizes, record_property
+):
+    peaks = []
+    program = studio.folder.path("Launcher.exe")
+
+    def update(files: dict[str, bytes], fetched: list[str], version: int) -> None:
+        offer(studio, files, ["data"], (0, 0, 0, version))
+        run = studio.start(
+            [
+                ok(UPDATE_AVAILABLE),
+                ok(UPDATE_SUCCESSFUL, meanwhile=lambda: peaks.append(peak_memory(program))),
+            ],
+            deadline=TIMEOUT,
+        )
+        run.finish()
+        assert run.requests[5:] == [f"/{studio.updates}{name}" for name in fetched]
+
+    update({"data/small.dat": b"small"}, ["data/small.dat"], 2)
+    files = {f"data/{n:02}.dat": bytes([n]) * (size * MEBIBYTE) for n, size in enumerate(sizes)}
+    for name, content in files.items():
+        studio.folder.put(name, content)
+    # All current; then the second of four that are read together is changed.
+    update(files, [], 3)
+    changed = "data/01.dat"
+    studio.folder.put(changed, bytes(len(files[changed])))
+    update(files, [changed], 4)
+    small, current, fetched = peaks
+    told = f"{(current - small) >> 20} MiB with all current, {(fetched - small) >> 20} MiB with one changed"
+    record_property(
+        "cell", ("Large updates", f"of {sizes} MiB", "checked", f"peak above a small update: {told}")
+    )
+    largest = max(64, *sizes) * MEBIBYTE
+    assert current - small <= largest + 16 * MEBIBYTE
+    assert fetched - small <= largest + 16 * MEBIBYTE

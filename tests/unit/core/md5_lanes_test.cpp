@@ -1,8 +1,10 @@
 #include "core/md5_lanes.h"
 
-#include <algorithm>
+#include "core/windows.h"
+
 #include <cstdint>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -10,6 +12,11 @@
 
 namespace ve {
 namespace {
+
+struct FreeVirtual {
+  void operator()(void* memory) const { VirtualFree(memory, 0, MEM_RELEASE); }
+};
+using VirtualMemory = std::unique_ptr<void, FreeVirtual>;
 
 using Buffers = std::array<std::span<const std::byte>, kMd5Lanes>;
 
@@ -80,6 +87,23 @@ TEST(Md5Lanes, OneLongBufferBesideShortOnes) {
     Buffers buffers{all.first(64), all.first(5000), all.subspan(9, 64 * 100), all.first(1)};
     buffers[lane] = all;
     ExpectSingleDigests(buffers);
+  }
+}
+
+TEST(Md5Lanes, ReadsNothingBehindAShorterBuffer) {
+  constexpr std::size_t kPage = 4096;
+  const VirtualMemory memory(VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE, PAGE_NOACCESS));
+  ASSERT_TRUE(memory);
+  ASSERT_TRUE(VirtualAlloc(memory.get(), kPage, MEM_COMMIT, PAGE_READWRITE));
+  const std::span page(static_cast<const std::byte*>(memory.get()), kPage);
+  const std::vector<std::byte> bytes = Bytes(3 * kPage);
+  for (const std::size_t length : {0U, 1U, 63U, 64U, 65U, 1000U}) {
+    for (std::size_t lane = 0; lane < kMd5Lanes; ++lane) {
+      Buffers buffers;
+      buffers.fill(bytes);
+      buffers[lane] = page.last(length);
+      ExpectSingleDigests(buffers);
+    }
   }
 }
 

@@ -40,29 +40,35 @@ FileEntry Entry(std::string_view name, std::string_view digest = kHelloDigest) {
 
 using FindSourceTest = test::TempFolder;
 
+/// Where an entry's file is, staged as "staged".
+FileSource SourceOf(const FileEntry& entry) {
+  InstalledFiles installed(std::span(&entry, 1));
+  return FindSource(installed, entry, L"staged");
+}
+
 TEST_F(FindSourceTest, ACurrentFileIsInstalled) {
   WriteWhole(L"a", "hello");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kInstalled);
+  EXPECT_EQ(SourceOf(Entry("a")), FileSource::kInstalled);
 }
 
 TEST_F(FindSourceTest, ACompleteStagedFileIsStaged) {
-  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(SourceOf(Entry("a")), FileSource::kServer);
   WriteWhole(L"a", "world");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kStaged);
+  EXPECT_EQ(SourceOf(Entry("a")), FileSource::kStaged);
 }
 
 TEST_F(FindSourceTest, AnotherSizeOrDigestIsNoSource) {
   WriteWhole(L"a", "hell");
   WriteWhole(L"staged", "world");
-  EXPECT_EQ(FindSource(Entry("a"), L"staged"), FileSource::kServer);
+  EXPECT_EQ(SourceOf(Entry("a")), FileSource::kServer);
 }
 
 TEST_F(FindSourceTest, AnUppercaseDigestNeverMatches) {
   WriteWhole(L"a", "hello");
   WriteWhole(L"staged", "hello");
-  EXPECT_EQ(FindSource({L"a", 5, kUppercaseHelloDigest}, L"staged"), FileSource::kServer);
+  EXPECT_EQ(SourceOf({L"a", 5, kUppercaseHelloDigest}), FileSource::kServer);
 }
 
 TEST(StagingPath, IsTheFolderDirectlyFollowedByTheName) {

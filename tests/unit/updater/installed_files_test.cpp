@@ -2,9 +2,10 @@
 
 #include "core/windows.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <optional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,7 +16,10 @@
 #include "core/format.h"
 #include "core/handle.h"
 #include "core/md5.h"
+#include "support/replaced_call.h"
 #include "support/temp_folder.h"
+
+extern "C" void* VE_IMPORTED(malloc);
 
 namespace ve::sdk {
 namespace {
@@ -155,6 +159,71 @@ TEST_F(InstalledFilesTest, AFileThatDoesNotFitIsReadAloneAndItsNeighboursWithout
   test::WriteWhole(L"f", half);
   InstalledFiles installed(entries_);
   for (int file = 0; file < 5; ++file) EXPECT_TRUE(installed.NextIsCurrent());
+  EXPECT_FALSE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, UnusualNamesHaveTheAnswerOfTheFileItself) {
+  test::WriteWhole(L"file", "hello");
+  file::MakeDirectory(L"folder");
+  const std::vector<std::wstring> names{L"FILE",
+                                        L"./file",
+                                        L".\\file",
+                                        L"folder/../file",
+                                        L"missing/../file",
+                                        L"file/",
+                                        L"file\\",
+                                        L"file/.",
+                                        L"file.",
+                                        L"file ",
+                                        L"file:text",
+                                        L"file::$DATA",
+                                        L"fil*",
+                                        L"fil?",
+                                        L"",
+                                        L"nul",
+                                        L"con",
+                                        L"folder",
+                                        L"folder/",
+                                        Folder() + L"\\file",
+                                        L"\\\\?\\" + Folder() + L"\\file",
+                                        L"a|b",
+                                        std::wstring(L"file\0more", 9)};
+  for (const std::wstring& name : names) {
+    // Behind a current file, so that it is read ahead.
+    entries_.clear();
+    List(L"file", "hello");
+    List(name, "hello");
+    InstalledFiles installed(entries_);
+    EXPECT_TRUE(installed.NextIsCurrent());
+    EXPECT_EQ(Outcome([&] { return installed.NextIsCurrent(); }),
+              Outcome([&] { return FileMatchesEntry(name, 5, entries_[1].digest); }))
+        << testing::PrintToString(name);
+  }
+}
+
+TEST_F(InstalledFilesTest, WithoutMemoryForReadingAheadEachFileIsReadAlone) {
+  constexpr std::size_t kMuch = std::size_t{16} << 20;
+  static void* const realMalloc = VE_IMPORTED(malloc);
+  for (const wchar_t* name : {L"a", L"b", L"c"}) ListAndWrite(name, "hello");
+  InstalledFiles installed(entries_);
+  const test::ReplacedCall little(
+      VE_IMPORTED(malloc), +[](std::size_t size) -> void* {
+        return size < kMuch ? reinterpret_cast<decltype(&std::malloc)>(realMalloc)(size) : nullptr;
+      });
+  EXPECT_TRUE(installed.NextIsCurrent());
+  test::WriteWhole(L"b", "world");
+  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+}
+
+TEST_F(InstalledFilesTest, AfterAFileThatIsNotCurrentTheNextOneIsReadAlone) {
+  for (const wchar_t* name : {L"a", L"b", L"c"}) ListAndWrite(name, "hello");
+  test::WriteWhole(L"a", "world");
+  InstalledFiles installed(entries_);
+  EXPECT_FALSE(installed.NextIsCurrent());
+  installed.Forget();
+  EXPECT_TRUE(installed.NextIsCurrent());
+  test::WriteWhole(L"c", "world");
   EXPECT_FALSE(installed.NextIsCurrent());
 }
 
