@@ -1,0 +1,191 @@
+"""The rows of scripts/bench, and the page that they are written to."""
+
+import dataclasses
+import os
+import pathlib
+import platform
+import re
+import statistics
+import subprocess
+
+from harness.constants import PROJECT
+
+PAGE = PROJECT / "docs/performance.md"
+PICTURE = PROJECT / "docs/images/performance.png"
+PACKAGES = ("g++-mingw-w64-x86-64-posix", "libwine", "libssl-dev", "coreutils", "curl", "nginx-light")
+
+# Up to here the time for a unit counts as constant. A sorting algorithm would be at 1.67 or more.
+LINEAR = 1.25
+
+Pairs = list[tuple[float, float]]
+
+# What stands in the way where a row misses its target.
+OBSTACLES = {
+    "MD5, one buffer": "MD5 is one chain of dependent additions and rotations. The steps of its four rounds take at"
+    " least 5, 4, 4 and 5 cycles: 288 for a block of 64 bytes. OpenSSL's assembler is near this limit, too.",
+    "MD5, four buffers": "SSE2 has no rotation: each takes two shifts and one more operation. The table of the"
+    " constants and the four lanes need more registers than there are.",
+    "manifest": "The reader removes the carriage returns and splits the text into lines before it parses one, because"
+    " the number of lines is checked first. The loop with `std::getline` goes over the text once.",
+    "check, large files": "Each file is copied once from the page cache into memory, at a tenth of the time. `md5sum`"
+    " copies into a small buffer that stays in the processor's nearest cache.",
+    "check, mixed files": "Side by side run only as many bytes as the shortest of four files has; the rest of each"
+    " runs alone. Opening, asking for the size and closing a file each take a request to Wine's server, which shares"
+    " the processor here; `md5sum` calls the system directly.",
+    "start": "The Launcher also opens its log, its settings and its window class, and under Wine each file and window"
+    " is a request to Wine's server.",
+    "update": "The Launcher shows a window meanwhile, looks for each file before it downloads it and cleans up.",
+    "clean-up": "Each entry's path is compared with the rules of the clean-up before it is looked up.",
+    "publish, first": "Each copy is flushed to the disk before the new state goes live; `cp` leaves its copies in"
+    " memory. Under Wine opening a file costs several requests to Wine's server.",
+    "publish, first, flushed": "Under Wine opening and closing a file costs several requests to Wine's server, and"
+    " each file is opened twice.",
+    "publish, unchanged": "Each file is opened and read once, and linked into the new state. Under Wine each of these"
+    " calls takes requests to Wine's server, where `md5sum` calls the system directly.",
+    "verify, folder": "Under Wine opening, asking for the size and closing a file each take a request to Wine's server,"
+    " where `md5sum` calls the system directly.",
+    "verify, server": "The requests are made by WinINet, which under Wine hands each piece of an answer from thread to"
+    " thread.",
+    "growth: manifest": "From 10,000 lines on the record and the text exceed the processor's caches.",
+}
+
+
+@dataclasses.dataclass(frozen=True)
+class Target:
+    """How many times as fast as the other side at least, or how many times its time at most."""
+
+    ratio: float
+    of_time: bool = False
+
+    def quartiles(self, pairs: Pairs) -> list[float]:
+        ratios = [ours / theirs if self.of_time else theirs / ours for ours, theirs in pairs]
+        return statistics.quantiles(ratios, n=4, method="inclusive")
+
+    def words(self) -> str:
+        if not self.of_time:
+            return f"at least {self.ratio} times as fast"
+        return "not slower" if self.ratio == 1 else f"at most {self.ratio} times its time"
+
+    def spread(self, pairs: Pairs) -> str:
+        low, middle, high = self.quartiles(pairs)
+        return f"**{middle:.2f}** ({low:.2f} to {high:.2f}) times {'its time' if self.of_time else 'as fast'}"
+
+    def met_by(self, pairs: Pairs) -> bool:
+        middle = self.quartiles(pairs)[1]
+        return middle <= self.ratio if self.of_time else middle >= self.ratio
+
+    def crossed_by(self, pairs: Pairs) -> bool:
+        low, _, high = self.quartiles(pairs)
+        return low < self.ratio < high
+
+    def speeds(self, pairs: Pairs) -> list[float]:
+        """How many times as fast: the quartiles, and the target."""
+        speeds = [*self.quartiles(pairs), self.ratio]
+        return [1 / time for time in speeds] if self.of_time else speeds
+
+
+@dataclasses.dataclass
+class Row:
+    name: str  # in the picture
+    what: str
+    against: str
+    target: str
+    measured: str
+    met: bool
+    limit: str = ""  # what can be reached where the target is missed
+    speeds: list[float] = dataclasses.field(default_factory=list)  # as `Target.speeds`
+    growth: list[float] = dataclasses.field(default_factory=list)  # at 1, 10 and 100 times the work
+
+    def verdict(self) -> str:
+        return "yes" if self.met else "**no**" + (f"; {self.limit}" if self.limit else "")
+
+
+def growth_row(name: str, unit: str, sizes: list[int], ours: list[float], theirs: list[float]) -> Row:
+    """Of the times for a unit of work at these sizes."""
+    ours, theirs = [time / ours[0] for time in ours], [time / theirs[0] for time in theirs]
+    return Row(
+        f"growth: {name}",
+        f"{name}: the time for each of {sizes[1]:,} and {sizes[2]:,} {unit}",
+        f"for each of {sizes[0]:,}",
+        f"linear: at most {LINEAR} times",
+        f"{ours[1]:.2f} and **{ours[2]:.2f}** times (the other side: {theirs[1]:.2f} and {theirs[2]:.2f})",
+        ours[2] <= LINEAR * max(1, theirs[2]),
+        growth=ours,
+    )
+
+
+def table(rows: list[Row]) -> str:
+    lines = ["| what | against | measured | target | met |", "|---|---|---|---|---|"]
+    for row in rows:
+        lines.append(f"| {row.what} | {row.against} | {row.measured} | {row.target} | {row.verdict()} |")
+    return "\n".join(lines) + "\n"
+
+
+def draw(rows: list[Row]) -> None:
+    import matplotlib
+
+    matplotlib.use("Agg")
+    from matplotlib import pyplot
+
+    figure, (ratios, growth) = pyplot.subplots(
+        1, 2, figsize=(12, 4.8), width_ratios=(3, 2), layout="constrained"
+    )
+    compared = [row for row in rows if row.speeds]
+    for place, row in enumerate(compared):
+        low, middle, high, target = row.speeds
+        color = "tab:green" if row.met else "tab:red"
+        ratios.barh(place, middle - 1, left=1, height=0.5, color=color, alpha=0.5)
+        ratios.plot((low, high), (place, place), color=color)
+        ratios.plot((target, target), (place - 0.4, place + 0.4), color="black")
+    ratios.axvline(1, color="gray", linewidth=0.8)
+    ratios.set_xscale("log", base=2)
+    ratios.xaxis.set_major_formatter("{x:g}")
+    ratios.set_yticks(range(len(compared)), [row.name for row in compared])
+    ratios.invert_yaxis()
+    ratios.set_title("Times as fast as the comparison (bar) and target (black)")
+
+    for row in rows:
+        if row.growth:
+            growth.plot((1, 10, 100), row.growth, marker="o", label=row.name.removeprefix("growth: "))
+    growth.set_xscale("log")
+    growth.set_xticks((1, 10, 100), ("1×", "10×", "100×"))
+    growth.set_ylim(0, 2)
+    growth.legend(ncols=2, loc="lower left")
+    growth.set_title("Time for a unit of work as the work grows")
+    figure.savefig(PICTURE, dpi=100)
+
+
+def machine() -> str:
+    cpu = re.search(r"model name\s*:\s*(.*)", pathlib.Path("/proc/cpuinfo").read_text())
+    return f"{cpu[1] if cpu else platform.machine()}, {os.cpu_count()} processors, Linux {platform.release()}"
+
+
+def version_of(package: str) -> str:
+    return subprocess.check_output(["dpkg-query", "-W", "-f", "${Version}", package], text=True)
+
+
+def write(rows: list[Row], rounds: int) -> None:
+    draw(rows)
+    obstacles = [f"- **{row.name}.** {OBSTACLES[row.name]}" for row in rows if not row.met and row.name in OBSTACLES]
+    PAGE.write_text(
+        f"""\
+# Performance
+
+![How fast the Launcher and the publishing tool are, and how their time grows](images/{PICTURE.name})
+
+{table(rows)}
+{"## What stands in the way?" if obstacles else ""}
+
+{chr(10).join(obstacles)}
+
+## How is this measured?
+
+`scripts/bench` writes this page and the picture; do not edit them. Both sides of a row run in turns, {rounds} times or
+more, the publishing tool 5 times. The table has the median of their ratios and in brackets the middle half. A row whose
+middle half crosses its target was measured again, with twice as many rounds. All times are the time that passes, with
+the files in the page cache. The check and `md5sum` share one processor with Wine's server.
+
+- Machine: {machine()}; load when finished: {os.getloadavg()[1]:.1f}
+- Versions: {", ".join(f"{package} {version_of(package)}" for package in PACKAGES)}
+"""
+    )
