@@ -8,6 +8,8 @@ import re
 import statistics
 import subprocess
 
+from matplotlib.figure import Figure
+
 from harness.constants import PROJECT
 
 PAGE = PROJECT / "docs/performance.md"
@@ -52,19 +54,19 @@ OBSTACLES = {
 
 @dataclasses.dataclass(frozen=True)
 class Target:
-    """How many times as fast as the other side at least, or how many times its time at most."""
+    """At least so many times as fast as the other side, or at most so many times its time."""
 
     ratio: float
     of_time: bool = False
 
-    def quartiles(self, pairs: Pairs) -> list[float]:
-        ratios = [ours / theirs if self.of_time else theirs / ours for ours, theirs in pairs]
-        return statistics.quantiles(ratios, n=4, method="inclusive")
-
-    def words(self) -> str:
+    def __str__(self) -> str:
         if not self.of_time:
             return f"at least {self.ratio} times as fast"
         return "not slower" if self.ratio == 1 else f"at most {self.ratio} times its time"
+
+    def quartiles(self, pairs: Pairs) -> list[float]:
+        ratios = [ours / theirs if self.of_time else theirs / ours for ours, theirs in pairs]
+        return statistics.quantiles(ratios, n=4, method="inclusive")
 
     def spread(self, pairs: Pairs) -> str:
         low, middle, high = self.quartiles(pairs)
@@ -78,36 +80,37 @@ class Target:
         low, _, high = self.quartiles(pairs)
         return low < self.ratio < high
 
-    def speeds(self, pairs: Pairs) -> list[float]:
-        """How many times as fast: the quartiles, and the target."""
-        speeds = [*self.quartiles(pairs), self.ratio]
-        return [1 / time for time in speeds] if self.of_time else speeds
-
 
 @dataclasses.dataclass
 class Row:
     name: str  # in the picture
     what: str
     against: str
-    target: str
-    measured: str
-    met: bool
+    target: Target | str
+    measured: str = ""
+    met: bool = False
     limit: str = ""  # what can be reached where the target is missed
-    speeds: list[float] = dataclasses.field(default_factory=list)  # as `Target.speeds`
+    speeds: list[float] = dataclasses.field(default_factory=list)  # quartiles and target, times as fast
     growth: list[float] = dataclasses.field(default_factory=list)  # at 1, 10 and 100 times the work
+
+    def take(self, pairs: Pairs) -> None:
+        self.measured, self.met = self.target.spread(pairs), self.target.met_by(pairs)
+        ratios = [*self.target.quartiles(pairs), self.target.ratio]
+        self.speeds = [1 / ratio for ratio in ratios] if self.target.of_time else ratios
 
     def verdict(self) -> str:
         return "yes" if self.met else "**no**" + (f"; {self.limit}" if self.limit else "")
 
 
 def growth_row(name: str, unit: str, sizes: list[int], ours: list[float], theirs: list[float]) -> Row:
-    """Of the times for a unit of work at these sizes."""
+    """Of the seconds for a unit of work at three sizes."""
+    microseconds = ours[0] * 1e6
     ours, theirs = [time / ours[0] for time in ours], [time / theirs[0] for time in theirs]
     return Row(
         f"growth: {name}",
-        f"{name}: the time for each of {sizes[1]:,} and {sizes[2]:,} {unit}",
-        f"for each of {sizes[0]:,}",
-        f"linear: at most {LINEAR} times",
+        f"{name}: time for each of {sizes[1]:,} and of {sizes[2]:,} {unit}",
+        f"time for each of {sizes[0]:,}, {microseconds:,.2f} µs",
+        f"linear: at most {LINEAR} times, or {LINEAR} times the other side's",
         f"{ours[1]:.2f} and **{ours[2]:.2f}** times (the other side: {theirs[1]:.2f} and {theirs[2]:.2f})",
         ours[2] <= LINEAR * max(1, theirs[2]),
         growth=ours,
@@ -122,14 +125,8 @@ def table(rows: list[Row]) -> str:
 
 
 def draw(rows: list[Row]) -> None:
-    import matplotlib
-
-    matplotlib.use("Agg")
-    from matplotlib import pyplot
-
-    figure, (ratios, growth) = pyplot.subplots(
-        1, 2, figsize=(12, 4.8), width_ratios=(3, 2), layout="constrained"
-    )
+    figure = Figure(figsize=(12, 4.8), layout="constrained")
+    ratios, growth = figure.subplots(1, 2, width_ratios=(3, 2))
     compared = [row for row in rows if row.speeds]
     for place, row in enumerate(compared):
         low, middle, high, target = row.speeds
@@ -164,28 +161,26 @@ def version_of(package: str) -> str:
     return subprocess.check_output(["dpkg-query", "-W", "-f", "${Version}", package], text=True)
 
 
-def write(rows: list[Row], rounds: int) -> None:
+def write(rows: list[Row]) -> None:
     draw(rows)
     obstacles = [f"- **{row.name}.** {OBSTACLES[row.name]}" for row in rows if not row.met and row.name in OBSTACLES]
-    PAGE.write_text(
-        f"""\
-# Performance
-
-![How fast the Launcher and the publishing tool are, and how their time grows](images/{PICTURE.name})
-
-{table(rows)}
-{"## What stands in the way?" if obstacles else ""}
-
-{chr(10).join(obstacles)}
-
-## How is this measured?
-
-`scripts/bench` writes this page and the picture; do not edit them. Both sides of a row run in turns, {rounds} times or
-more, the publishing tool 5 times. The table has the median of their ratios and in brackets the middle half. A row whose
-middle half crosses its target was measured again, with twice as many rounds. All times are the time that passes, with
-the files in the page cache. The check and `md5sum` share one processor with Wine's server.
-
-- Machine: {machine()}; load when finished: {os.getloadavg()[1]:.1f}
-- Versions: {", ".join(f"{package} {version_of(package)}" for package in PACKAGES)}
-"""
-    )
+    if obstacles:
+        obstacles = ["## What stands in the way?", "", *obstacles, ""]
+    lines = [
+        "# Performance",
+        "",
+        f"![How fast the Launcher and the publishing tool are, and how their time grows](images/{PICTURE.name})",
+        "",
+        table(rows),
+        *obstacles,
+        "## How is this measured?",
+        "",
+        "`scripts/bench` writes this page and the picture; do not edit them. Both sides of a row run in turns. The table",
+        "has the median of the ratios, and in brackets the middle half. A row whose middle half crosses its target was",
+        "measured again with twice as many rounds. Time is the time that passes, with all files in the page cache. The",
+        "check and `md5sum -c` share one processor with Wine's server.",
+        "",
+        f"- Machine: {machine()}; load when finished: {os.getloadavg()[1]:.1f}",
+        f"- Versions: {', '.join(f'{package} {version_of(package)}' for package in PACKAGES)}",
+    ]
+    PAGE.write_text("\n".join(lines) + "\n")

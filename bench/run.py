@@ -11,6 +11,7 @@ import functools
 import os
 import pathlib
 import random
+import re
 import shutil
 import statistics
 import subprocess
@@ -34,7 +35,7 @@ from harness.constants import (
 )
 from harness.game_folder import windows_path
 from harness.nginx_server import NginxServer
-from page import Row, Target, growth_row
+from page import Pairs, Row, Target, growth_row
 
 WINE = PROJECT / "scripts/wine"
 MEASURE = BUILD_DIR / "bench/measure.exe"
@@ -42,9 +43,10 @@ BARE_START = BUILD_DIR / "bench/bare_start.exe"
 KIBIBYTE = 1 << 10
 MEBIBYTE = 1 << 20
 
-# The seconds of ours and of theirs in each of a number of rounds.
-Measurement = Callable[[int], list[tuple[float, float]]]
+# For a number of rounds, the seconds of ours and of theirs in each.
+Measurement = Callable[[int], Pairs]
 
+ROUNDS = 7
 # How many times as many rounds a row gets whose spread crosses its target.
 LONGER = 2
 
@@ -80,7 +82,7 @@ def alternate(ours: Callable[[], float], theirs: Callable[[], float]) -> Measure
 def in_program(command: str, *arguments: str | int, cwd: pathlib.Path | None = None) -> Measurement:
     """What measure.exe measures on both sides."""
 
-    def measure(rounds: int) -> list[tuple[float, float]]:
+    def measure(rounds: int) -> Pairs:
         output = run(WINE, MEASURE, command, str(rounds), *map(str, arguments), cwd=cwd)
         return [(float(ours), float(theirs)) for ours, theirs in map(str.split, output.splitlines())]
 
@@ -99,6 +101,11 @@ def write_files(folder: pathlib.Path, sizes: list[int]) -> list[str]:
     return names
 
 
+def mixed_sizes(count: int, largest: int) -> list[int]:
+    generator = random.Random(1)
+    return [generator.randint(1, largest) for _ in range(count)]
+
+
 def directories(names: list[str]) -> list[str]:
     """All directories of the files, parents first."""
     return sorted({str(parent) for name in names for parent in pathlib.PurePosixPath(name).parents} - {"."})
@@ -108,7 +115,7 @@ class Bench:
     def __init__(self, work: pathlib.Path, quick: bool, wineserver: int) -> None:
         self.work = work
         self.wineserver = wineserver
-        self.rounds = 2 if quick else 9
+        self.most_rounds = 2 if quick else 1000
         self.scale = 10 if quick else 1  # how much smaller the trees are
         self.rows: list[Row] = []
         work.mkdir(parents=True)
@@ -118,48 +125,37 @@ class Bench:
         tell(f"{row.name}: {row.measured}; {row.target}: {row.verdict()}")
 
     def compare(
-        self,
-        name: str,
-        what: str,
-        against: str,
-        target: Target,
-        measure: Measurement,
-        bare: Measurement | None = None,
-        rounds: int | None = None,
-    ) -> list[tuple[float, float]]:
+        self, row: Row, measure: Measurement, bare: Measurement | None = None, rounds: int = ROUNDS
+    ) -> Pairs:
         """Measures a row, and again if its spread crosses the target. `bare` has a bare loop of our calls
         in the place of our program: it shows what can be reached where the target is missed."""
-        rounds = rounds or self.rounds
+        rounds = min(rounds, self.most_rounds)
         pairs = measure(rounds)
-        if target.crossed_by(pairs):
-            tell(f"{name}: {target.spread(pairs)}; measuring longer")
+        if row.target.crossed_by(pairs):
+            tell(f"{row.name}: {row.target.spread(pairs)}; measuring longer")
             pairs = measure(rounds * LONGER)
-        limit = ""
-        if bare and not target.met_by(pairs):
-            limit = f"a bare loop of the same calls: {target.spread(bare(rounds))}"
-        self.add(Row(name, what, against, target.words(), target.spread(pairs), target.met_by(pairs), limit,
-                     target.speeds(pairs)))
+        row.take(pairs)
+        if bare and not row.met:
+            row.limit = f"a bare loop of the same calls: {row.target.spread(bare(min(rounds, 3)))}"
+        self.add(row)
         return pairs
 
     def compare_sizes(
         self,
-        name: str,
-        what: str,
-        against: str,
-        target: Target,
+        row: Row,
         sizes: list[int],
         unit: str,
         measure: Callable[[int], Measurement],
         bare: Measurement | None = None,
     ) -> None:
-        """Two rows: the comparison at the largest size, and how the time for a unit grows with the size."""
-        largest = self.compare(name, what, against, target, measure(sizes[-1]), bare)
-        pairs = [measure(size)(self.rounds) for size in sizes[:-1]] + [largest]
+        """Adds two rows: the comparison at the largest size, and how the time for a unit grows."""
+        largest = self.compare(row, measure(sizes[-1]), bare)
+        pairs = [measure(size)(len(largest)) for size in sizes[:-1]] + [largest]
         ours, theirs = (
             [statistics.median(pair[side] for pair in found) / size for found, size in zip(pairs, sizes)]
             for side in (0, 1)
         )
-        self.add(growth_row(name, unit, sizes, ours, theirs))
+        self.add(growth_row(row.name, unit, sizes, ours, theirs))
 
     @contextlib.contextmanager
     def on_one_processor(self) -> Iterator[None]:
@@ -180,27 +176,25 @@ class Bench:
             (1, "MD5, one buffer", "of", Target(1.03)),
             (4, "MD5, four buffers", "side by side of four buffers of", Target(2.5)),
         ):
-            self.compare_sizes(name, f"MD5 {how} {sizes[-1]:,} KiB", "OpenSSL's assembler", target, sizes, "KiB",
-                               lambda size: in_program("md5", buffers, size))
+            row = Row(name, f"MD5 {how} {sizes[-1]:,} KiB", "OpenSSL's assembler", target)
+            self.compare_sizes(row, sizes, "KiB", lambda size: in_program("md5", buffers, size))
 
     def manifest(self) -> None:
         sizes = [1000, 10_000, 100_000]
-        self.compare_sizes(
+        row = Row(
             "manifest",
             f"reading a game update manifest of {sizes[-1]:,} lines",
             "reading them into the same record with `std::getline`",
             Target(1.15, of_time=True),
-            sizes,
-            "lines",
-            lambda lines: in_program("manifest", lines),
         )
+        self.compare_sizes(row, sizes, "lines", lambda lines: in_program("manifest", lines))
 
     def check(self) -> None:
         """The check of files that are all current and in the page cache."""
-        mixed = [1 + number * 7919 % (400 * KIBIBYTE) for number in range(10_000 // self.scale)]
+        large, mixed = 500 // self.scale, 10_000 // self.scale
         with self.on_one_processor():
-            self.check_files("check, large files", "4 MiB", [4 * MEBIBYTE] * (500 // self.scale), Target(2.0))
-            self.check_files("check, mixed files", "1 byte to 400 KiB", mixed, Target(1.7))
+            self.check_files("check, large files", "4 MiB", [4 * MEBIBYTE] * large, Target(2.0))
+            self.check_files("check, mixed files", "up to 400 KiB", mixed_sizes(mixed, 400 * KIBIBYTE), Target(1.7))
 
     def check_files(self, name: str, sizes_in_words: str, sizes: list[int], target: Target) -> None:
         tree = self.work / "check/game"
@@ -223,16 +217,9 @@ class Bench:
             return alternate(lambda: ours("check"), theirs)
 
         count = len(files)
-        self.compare_sizes(
-            name,
-            f"the check of an installed game, {count:,} files of {sizes_in_words}",
-            "`md5sum -c`",
-            target,
-            [max(count // 100, 1), count // 10, count],
-            "files",
-            measure,
-            bare=alternate(lambda: ours("files", "1", "read"), theirs),
-        )
+        row = Row(name, f"the check of an installed game, {count:,} files of {sizes_in_words}", "`md5sum -c`", target)
+        sizes_checked = [max(count // 100, 1), count // 10, count]
+        self.compare_sizes(row, sizes_checked, "files", measure, alternate(lambda: ours("files", "1", "read"), theirs))
         shutil.rmtree(tree.parent)
 
     def publish(self, base: str, files: dict[str, bytes], version: tuple[int, ...] = (0, 0, 0, 1)) -> str:
@@ -289,14 +276,14 @@ class Bench:
             return taken
 
         start(BARE_START)
-        self.compare(
+        row = Row(
             "start",
             "a run with everything current, process start to game start",
             "a bare program with the same calls of COM and WinINet",
             Target(1.15, of_time=True),
-            alternate(lambda: start(BUILD_DIR / "Launcher.exe"), lambda: start(BARE_START)),
-            rounds=3 * self.rounds,
         )
+        launcher = BUILD_DIR / "Launcher.exe"
+        self.compare(row, alternate(lambda: start(launcher), lambda: start(BARE_START)), rounds=3 * ROUNDS)
 
     def update(self) -> None:
         def measure(count: int) -> Measurement:
@@ -305,7 +292,7 @@ class Bench:
             folder.mkdir()
             url = self.publish(f"update{count}", files) + "updates/release/"
 
-            def checked(rounds: int) -> list[tuple[float, float]]:
+            def checked(rounds: int) -> Pairs:
                 pairs = in_program("update", url, cwd=folder)(rounds)
                 for name, content in files.items():
                     for side in ("ours", "theirs"):
@@ -316,15 +303,13 @@ class Bench:
             return checked
 
         count = 2000 // self.scale
-        self.compare_sizes(
+        row = Row(
             "update",
             f"an update of {count:,} files of 4 KiB: staging, installing, clean-up, progress window",
             "a bare loop of the same WinINet calls and file writes",
             Target(1.15, of_time=True),
-            [count // 100, count // 10, count],
-            "files",
-            measure,
         )
+        self.compare_sizes(row, [count // 100, count // 10, count], "files", measure)
 
     def cleanup(self) -> None:
         def measure(count: int) -> Measurement:
@@ -332,7 +317,7 @@ class Bench:
             names = write_files(tree, [1] * count)
             (tree.parent / "listed.txt").write_text("".join(f"{name}\n" for name in names + directories(names)))
 
-            def checked(rounds: int) -> list[tuple[float, float]]:
+            def checked(rounds: int) -> Pairs:
                 pairs = in_program("cleanup", cwd=tree)(rounds)
                 if sum(1 for _ in tree.rglob("*.pak")) != count:
                     raise RuntimeError("the clean-up removed a listed file")
@@ -341,15 +326,13 @@ class Bench:
             return checked
 
         count = 50_000 // self.scale
-        self.compare_sizes(
+        row = Row(
             "clean-up",
             f"the clean-up of {count:,} files, all listed",
             "a bare `recursive_directory_iterator` that looks each path up",
             Target(1.0, of_time=True),
-            [count // 100, count // 10, count],
-            "files",
-            measure,
         )
+        self.compare_sizes(row, [count // 100, count // 10, count], "files", measure)
 
     def publisher(self) -> None:
         """A build of 2 GB in 5,000 files, in the page cache; both processors may be used."""
@@ -359,7 +342,7 @@ class Bench:
         server = self.work / "served/publisher"
         live = server / "updates/release"
         url = self.server.url("publisher")
-        names = write_files(build, [1 + number * 7919 % (800 * KIBIBYTE) for number in range(count)])
+        names = write_files(build, mixed_sizes(count, 800 * KIBIBYTE))
         (build / "bin").mkdir()
         (build / "bin/Velmorant Player.exe").write_bytes(b"game")
         (folder / "names").write_text("".join(f"{name}\0" for name in names))
@@ -395,11 +378,14 @@ class Bench:
 
         def copied() -> float:
             renew(copy)
-            return seconds("cp", "-r", build / "data", copy, cwd=folder) + on_files(build, "md5sum")
+            return seconds("cp", "-r", build / "data", copy, cwd=folder) + digest(build)()
+
+        def flushed() -> float:
+            return copied() + on_files(copy, "sync")
 
         def downloaded() -> float:
             renew(copy)
-            return seconds("curl", "-s", "--create-dirs", "-K", folder / "addresses", cwd=copy) + on_files(copy, "md5sum")
+            return seconds("curl", "-s", "--create-dirs", "-K", folder / "addresses", cwd=copy) + digest(copy)()
 
         def bare(how: str) -> Callable[[], float]:
             def measure() -> float:
@@ -410,23 +396,37 @@ class Bench:
 
         publish_first()
         (folder / GAME_MANIFEST).write_bytes((live / GAME_MANIFEST).read_bytes())  # For the bare loops.
-        compare = functools.partial(self.compare, rounds=min(self.rounds, 5))
         what = f"of {count:,} files and {2 / self.scale:.1f} GB"
         md5sum = "`md5sum` on two processes"
         not_slower = Target(1.0, of_time=True)
-        compare("publish, first", f"`publish game` {what}, the first", f"`cp -r`, then {md5sum}", not_slower,
-                alternate(publish_first, copied), alternate(bare("copy"), copied))
-        compare("publish, first, flushed", "the same", f"`cp -r`, `sync` of the copies, then {md5sum}", not_slower,
-                alternate(publish_first, lambda: copied() + on_files(copy, "sync")))
-        compare("publish, unchanged", f"`publish game` {what}, nothing changed", md5sum, not_slower,
-                alternate(publish_game, digest(build)), alternate(bare("link"), digest(build)))
+        compare = functools.partial(self.compare, rounds=3)
+        compare(
+            Row("publish, first", f"`publish game` {what}, the first", f"`cp -r`, then {md5sum}", not_slower),
+            alternate(publish_first, copied),
+            alternate(bare("copy"), copied),
+        )
+        compare(
+            Row("publish, first, flushed", "the same", f"`cp -r`, `sync` of the copies, then {md5sum}", not_slower),
+            alternate(publish_first, flushed),
+            alternate(bare("copy"), flushed),
+        )
+        compare(
+            Row("publish, unchanged", f"`publish game` {what}, nothing changed", md5sum, not_slower),
+            alternate(publish_game, digest(build)),
+            alternate(bare("link"), digest(build)),
+        )
         publish("launcher", "--exe", BUILD_DIR / "walk-on/Launcher.exe", "--settings", folder / "UpdaterData.vpak",
                 "--server", server, "--channel", "release")
-        compare("verify, folder", f"`publish verify` {what}, in a folder", md5sum, not_slower,
-                alternate(lambda: publish("verify", "--server", server), digest(live)),
-                alternate(bare("read"), digest(live)))
-        compare("verify, server", f"`publish verify` {what}, through nginx", f"`curl` with a list, then {md5sum}",
-                Target(2.0, of_time=True), alternate(lambda: publish("verify", "--url", url), downloaded))
+        compare(
+            Row("verify, folder", f"`publish verify` {what}, in a folder", md5sum, not_slower),
+            alternate(lambda: publish("verify", "--server", server), digest(live)),
+            alternate(bare("read"), digest(live)),
+        )
+        compare(
+            Row("verify, server", f"`publish verify` {what}, through nginx", f"`curl` with a list, then {md5sum}",
+                Target(2.0, of_time=True)),
+            alternate(lambda: publish("verify", "--url", url), downloaded),
+        )
         shutil.rmtree(folder)
 
     def peak(self, name: str, files: dict[str, bytes], installed: bool = False) -> float:
@@ -443,28 +443,31 @@ class Bench:
             stdin=subprocess.DEVNULL,
             env={**os.environ, "VELMORANT_PLAYER_SECONDS": "0"},
         )
-        _, status, usage = os.wait4(launcher.pid, 0)
-        launcher.returncode = os.waitstatus_to_exitcode(status)
+        peak = 0
+        while launcher.poll() is None:
+            found = re.search(r"VmHWM:\s*(\d+) kB", pathlib.Path(f"/proc/{launcher.pid}/status").read_text())
+            peak = int(found[1]) if found else peak  # None for a process that has just ended
+            time.sleep(0.01)
         confirm.wait(TIMEOUT)
         if launcher.returncode != 0 or any((folder / file).read_bytes() != files[file] for file in files):
             raise RuntimeError("the update did not end well")
         shutil.rmtree(folder)
-        return usage.ru_maxrss / KIBIBYTE
+        return peak / KIBIBYTE
 
     def memory(self) -> None:
-        """The largest file or the 64 MiB that the check reads ahead, and 16 MiB."""
-        least = self.peak("memory", {"data/small.dat": bytes(KIBIBYTE)})
+        """The larger of the largest file and the 64 MiB that the check reads ahead, and 16 MiB."""
+        least = self.peak("least", {"data/small.dat": bytes(KIBIBYTE)})
+
+        def add(name: str, what: str, limit: int, peaks: list[float]) -> None:
+            measured = ", ".join(f"{peak - least:.0f}" for peak in peaks) + " MiB"
+            self.add(Row(f"memory, {name}", f"peak memory of an update {what}", "an update with one file of 1 KiB",
+                         f"at most {limit} MiB more", f"**{measured}** more", max(peaks) - least <= limit))
+
         sizes = (2, 20) if self.scale > 1 else (2, 20, 200)
-        peaks = [self.peak(f"memory{n}", {"data/large.dat": os.urandom(n * MEBIBYTE)}) - least for n in sizes]
-        checked = {f"data/{number}.dat": os.urandom(15 * MEBIBYTE) for number in range(8)}
-        for name, what, found, limit in (
-            ("memory, download", f"an update with a file of {', '.join(map(str, sizes))} MiB", peaks, max(64, sizes[-1])),
-            ("memory, check", "an update with eight current files of 15 MiB",
-             [self.peak("memory-check", checked, installed=True) - least], 64),
-        ):
-            self.add(Row(name, f"peak memory of {what}, above that of an update with one of 1 KiB", "",
-                         f"at most {limit + 16} MiB", ", ".join(f"{peak:.0f}" for peak in found) + " MiB",
-                         max(found) <= limit + 16))
+        add("download", f"with a new file of {', '.join(map(str, sizes))} MiB", max(64, sizes[-1]) + 16,
+            [self.peak(f"file{size}", {"data/large.dat": os.urandom(size * MEBIBYTE)}) for size in sizes])
+        files = {f"data/{number}.dat": os.urandom(15 * MEBIBYTE) for number in range(8)}
+        add("check", "with eight current files of 15 MiB", 64 + 16, [self.peak("check", files, installed=True)])
 
     def size(self) -> None:
         size = (BUILD_DIR / "Launcher.exe").stat().st_size / MEBIBYTE
@@ -501,7 +504,7 @@ def main() -> int:
     if options.quick or options.groups:
         tell("\n" + page.table(bench.rows))
     else:
-        page.write(bench.rows, bench.rounds)
+        page.write(bench.rows)
     missed = sum(not row.met for row in bench.rows)
     tell(f"{len(bench.rows) - missed} targets met, {missed} missed")
     return 0
