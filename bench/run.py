@@ -217,9 +217,10 @@ class Bench:
             return alternate(lambda: ours("check"), theirs)
 
         count = len(files)
-        row = Row(name, f"the check of an installed game, {count:,} files of {sizes_in_words}", "`md5sum -c`", target)
-        sizes_checked = [max(count // 100, 1), count // 10, count]
-        self.compare_sizes(row, sizes_checked, "files", measure, alternate(lambda: ours("files", "1", "read"), theirs))
+        what = f"the check of an installed game, {count:,} files of {sizes_in_words}"
+        bare = alternate(lambda: ours("files", "1", "read"), theirs)
+        counts = [max(count // 100, 1), count // 10, count]
+        self.compare_sizes(Row(name, what, "`md5sum -c`", target), counts, "files", measure, bare)
         shutil.rmtree(tree.parent)
 
     def publish(self, base: str, files: dict[str, bytes], version: tuple[int, ...] = (0, 0, 0, 1)) -> str:
