@@ -16,7 +16,7 @@ PAGE = PROJECT / "docs/performance.md"
 PICTURE = PROJECT / "docs/images/performance.png"
 PACKAGES = ("g++-mingw-w64-x86-64-posix", "libwine", "libssl-dev", "coreutils", "curl", "nginx-light")
 
-# Up to here the time for a unit counts as constant; at n log n it would reach 1.67 from 1,000 units on.
+# Up to here the time for a unit counts as constant. With n log n it would reach 1.67 from 1,000 units on.
 LINEAR = 1.25
 
 Pairs = list[tuple[float, float]]
@@ -32,8 +32,8 @@ OBSTACLES = {
     "MD5, four buffers": "SSE2 has no rotation: two shifts and an \"or\" take its place.",
     "manifest": "The reader removes the carriage returns, splits the text into lines and then parses them: three"
     " passes. The loop with `std::getline` does all of it line by line.",
-    "check, large files": "Each file is copied from the page cache into memory as a whole. `md5sum` copies pieces into"
-    " a small buffer that stays in the processor's cache.",
+    "check, large files": "Each file is copied from the page cache into memory as a whole. `md5sum` copies"
+    " pieces into a small buffer that stays in the processor's cache.",
     "check, mixed files": "Four files run side by side only as far as the shortest of them; the rest of each runs"
     " alone. " + WINE_REQUESTS,
     "update": "The Launcher also looks for each file before it downloads it, shows a window and cleans up.",
