@@ -1,18 +1,16 @@
 // The least that a program can do that makes the requests of a run in which everything is current,
-// and starts the game. The server's address is in the environment: LAUNCHER_BENCH_URL. With the
-// argument "com" it holds COM initialised while it makes the requests, as the Launcher does.
+// with COM initialised as in the Launcher, and starts the game. The server's address is in the
+// environment: LAUNCHER_BENCH_URL.
 #include <windows.h>
 
 #include <objbase.h>
 
-#include <cstring>
 #include <string>
 
 #include "bare_requests.h"
 
-int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR arguments, int) {
-  const bool withCom = std::strcmp(arguments, "com") == 0;
-  if (withCom) static_cast<void>(CoInitialize(nullptr));
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  static_cast<void>(CoInitialize(nullptr));
   std::wstring url(1024, L'\0');
   url.resize(GetEnvironmentVariableW(L"LAUNCHER_BENCH_URL", url.data(), 1024));
   BareRequest((url + L"redirect.txt").c_str());
@@ -20,7 +18,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR arguments, int) {
   BareRequest((updates + L"updater/updater.manifest").c_str());
   BareRequest((updates + L"updater/UpdaterData.vpak").c_str());
   BareRequest((updates + L"GameVersion.vpak").c_str());
-  if (withCom) CoUninitialize();
+  CoUninitialize();
 
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);

@@ -1,29 +1,39 @@
-// What ships, as it ships: the comparisons that run inside one Windows program. Pairs are printed
-// one a line: the case, its units, our nanoseconds and theirs.
+// Measures the code that ships beside what it is compared with, in turns, in one Windows program.
+// Prints a line for each round: our seconds and theirs.
 //
-// usage: measure pairs PAIRS           digests, manifests, messages
-//        measure cleanup PAIRS         the clean-up of the current directory, whose every file is
-//                                      listed in "listed.txt" above it
-//        measure update PAIRS URL N    an update of N files from the server at URL, in "ours" and
-//                                      "theirs" below the current directory
-//        measure check                 every file of "game_update.manifest" above the current
-//                                      directory: prints the nanoseconds, fails if one is not
-//                                      current
-//        measure allocations           how many allocations the same things make, one a line
+// usage: measure md5 ROUNDS BUFFERS KIBIBYTES   one or four buffers; OpenSSL's assembler
+//        measure manifest ROUNDS LINES          a game update manifest; std::getline
+//        measure cleanup ROUNDS                 the clean-up of the current directory, whose files
+//                                               are listed in "..\listed.txt"; a bare iteration
+//        measure update ROUNDS URL              an update from the server at URL, in "ours" and
+//                                               "theirs" below the current directory; a bare loop
+//
+// These print what one run takes. The files are those of "..\game_update.manifest", below the
+// current directory:
+//        measure check                 the Launcher's check; fails if a file is not current
+//        measure files THREADS read    a bare loop that reads and digests each file
+//        measure files THREADS copy    that also writes flushed copies below "..\bare"
+//        measure files THREADS link    that also links the files there
+//
 //        measure confirm               presses OK in the update's two dialogs
 #include "core/windows.h"
 
 #include <wininet.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <iostream>
-#include <new>
+#include <span>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -31,32 +41,19 @@
 #include <vector>
 
 #include "bare_requests.h"
-#include "cases.h"
 #include "core/directory_walk.h"
 #include "core/files.h"
 #include "core/format.h"
+#include "core/handle.h"
 #include "core/md5.h"
-#include "core/unicode.h"
+#include "core/md5_lanes.h"
 #include "net/com_scope.h"
 #include "net/download.h"
 #include "ui/progress_window.h"
 #include "updater/game_apply.h"
 #include "updater/game_download.h"
 #include "updater/game_manifest.h"
-
-namespace {
-
-std::atomic<std::size_t> allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include "updater/installed_files.h"
 
 // OpenSSL's assembler, taken as it is from Debian's library.
 extern "C" __attribute__((sysv_abi)) void ossl_md5_block_asm_data_order(std::uint32_t* state,
@@ -66,88 +63,143 @@ extern "C" __attribute__((sysv_abi)) void ossl_md5_block_asm_data_order(std::uin
 namespace ve::bench {
 namespace {
 
-void Print(const Case& one, double ours, double theirs) {
-  std::cout << one.name << '\t' << one.units << '\t' << ours << '\t' << theirs << std::endl;
-}
+const std::wstring kCopies = L"..\\bare\\";
 
-/// The nanoseconds that pass while `work` is done: what Wine's other processes do for it counts.
-double MeasurePassing(const std::function<void()>& work) {
+/// Does some work and returns the seconds that it took, without its preparation.
+using Work = std::function<double()>;
+
+double Seconds(const std::function<void()>& work) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   work();
-  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// All that OpenSSL would do for a buffer of whole blocks but for the padding, one block of many.
-void AssemblerMd5(const void* bytes, std::size_t size) {
+/// Keeps the optimiser from removing work whose result is not used.
+void Keep(std::size_t value) {
+  static std::atomic<std::size_t> kept;
+  kept.store(value, std::memory_order_relaxed);
+}
+
+void PrintRounds(unsigned long rounds, const Work& ours, const Work& theirs) {
+  ours();  // Fills the caches.
+  for (unsigned long round = 0; round < rounds; ++round) {
+    const double seconds = ours();
+    std::cout << seconds << ' ' << theirs() << std::endl;
+  }
+}
+
+/// The shortest of several runs that together take long enough: whatever else the machine does can
+/// only make a run longer.
+Work Shortest(const Work& work) {
+  return [=] {
+    constexpr double kLongEnough = 0.2;
+    double shortest = work();
+    for (double total = shortest; total < kLongEnough;) {
+      const double seconds = work();
+      shortest = std::min(shortest, seconds);
+      total += seconds;
+    }
+    return shortest;
+  };
+}
+
+/// All that OpenSSL does for a buffer of whole blocks, but for the padding.
+void AssemblerMd5(std::span<const std::byte> buffer) {
   std::uint32_t state[4] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
-  ossl_md5_block_asm_data_order(state, bytes, size / 64);
+  ossl_md5_block_asm_data_order(state, buffer.data(), buffer.size() / 64);
   Keep(state[0]);
 }
 
-/// The best of several runs that together take long enough: what else the machine does can only
-/// make a run longer.
-double Best(const Work& work) {
-  constexpr double kLongEnough = 5e7;
-  constexpr int kFewest = 5;
-  double best = work();
-  double total = best;
-  for (int runs = 1; runs < kFewest || total < kLongEnough; ++runs) {
-    const double once = work();
-    best = std::min(best, once);
-    total += once;
+void MeasureMd5(unsigned long rounds, std::size_t buffers, std::size_t size) {
+  std::vector<std::byte> bytes(kMd5Lanes * size, std::byte{'x'});
+  std::array<std::span<const std::byte>, kMd5Lanes> lanes;
+  for (std::size_t lane = 0; lane < kMd5Lanes; ++lane) {
+    lanes[lane] = std::span(bytes).subspan(lane * size, size);
   }
-  return best;
+  const auto ours = [&] {
+    Keep(buffers == 1 ? Md5Hex(lanes[0]).size() : Md5HexOfFour(lanes).size());
+  };
+  const auto theirs = [&] {
+    for (std::size_t lane = 0; lane < buffers; ++lane) AssemblerMd5(lanes[lane]);
+  };
+  PrintRounds(rounds, Shortest([&] { return Seconds(ours); }),
+              Shortest([&] { return Seconds(theirs); }));
 }
 
-void RunPairs(const std::vector<Case>& cases, int pairs) {
-  for (const Case& one : cases) {
-    for (int pair = 0; pair < pairs; ++pair) {
-      const double ours = Best(one.ours);
-      Print(one, ours, Best(one.theirs));
-    }
+/// The same record, line by line; its views lead into `text`, which `stream` reads. Checks the file
+/// lines as `ReadGameUpdateManifest` does.
+sdk::GameUpdateManifest ReadByGetline(std::string_view text, std::istream& stream) {
+  sdk::GameUpdateManifest manifest;
+  std::size_t begin = 0;  // Of the line, in the text.
+  std::size_t end = 0;
+  std::string buffer;
+  std::string_view line;
+  const auto next = [&] {
+    if (!std::getline(stream, buffer)) return false;
+    begin = end;
+    end += buffer.size() + 1;
+    line = buffer;
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return true;
+  };
+  for (int header = 0; header < 3; ++header) next();
+  while (next() && line != "Files:") {
+    manifest.directories.push_back(text.substr(begin, line.size()));
   }
-}
-
-std::size_t AllocationsOf(const std::function<void()>& work) {
-  const std::size_t before = allocations;
-  work();
-  return allocations - before;
-}
-
-std::vector<std::wstring> ListedNames() {
-  std::vector<std::wstring> names;
-  const std::string text = file::LoadFile(L"..\\listed.txt");
-  std::size_t at = 0;
-  for (std::size_t end = 0; (end = text.find('\n', at)) != text.npos; at = end + 1) {
-    names.push_back(ToWide(std::string_view(text).substr(at, end - at)));
+  while (next()) {
+    const std::size_t close = line.find('\'', 1);
+    if (!line.starts_with('\'') || close == line.npos) throw std::runtime_error("name");
+    std::uint64_t size = 0;
+    const char* const sizeEnd =
+        std::from_chars(line.data() + close + 2, line.data() + line.size(), size).ptr;
+    const std::size_t digest = static_cast<std::size_t>(sizeEnd - line.data()) + 1;
+    if (size == 0 || line.size() != digest + 32) throw std::runtime_error("size or digest");
+    manifest.files.push_back(
+        {sdk::WidenName(line.substr(1, close - 1)), size, text.substr(begin + digest, 32)});
   }
-  return names;
+  return manifest;
 }
 
-std::size_t IterateBare() {
-  std::size_t entries = 0;
+void MeasureManifest(unsigned long rounds, std::size_t lines) {
+  std::string text = "GameUpdate\r\nFileVersion: 1\r\nDirectories: 1\r\ndata\r\nFiles:\r\n";
+  for (std::size_t line = 0; line < lines; ++line) {
+    text += Format("'data/level{}/asset_{}.pak' {} 0123456789abcdef0123456789abcdef\r\n",
+                   line % 500, line, line * 7 + 1);
+  }
+  const auto ours = [&] {
+    std::string copy = text;  // The reader changes its text.
+    return Seconds([&] { Keep(sdk::ReadGameUpdateManifest(copy).files.size()); });
+  };
+  const auto theirs = [&] {
+    std::istringstream stream(text);
+    return Seconds([&] { Keep(ReadByGetline(text, stream).files.size()); });
+  };
+  PrintRounds(rounds, Shortest(ours), Shortest(theirs));
+}
+
+/// Looks every entry up and removes the others, as the clean-up does.
+void IterateBare(const std::unordered_set<std::wstring_view>& listed) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(L".")) {
-    entries += entry.path().empty() ? 0U : 1U;
-  }
-  return entries;
-}
-
-void CleanUpPairs(int pairs) {
-  const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
-  const Case one{"cleanup/" + std::to_string(names.size()), static_cast<double>(names.size()),
-                 [&] { return MeasurePassing([&] { sdk::CleanUp(listed); }); },
-                 [] { return MeasurePassing([] { Keep(IterateBare()); }); }};
-  one.ours();
-  one.theirs();
-  for (int pair = 0; pair < pairs; ++pair) {
-    const double ours = one.ours();
-    Print(one, ours, one.theirs());
+    const std::wstring name = entry.path().generic_wstring().substr(2);
+    std::error_code notEmpty;
+    if (!listed.contains(name)) std::filesystem::remove(entry.path(), notEmpty);
   }
 }
 
-/// Starts in a fresh, empty folder that is the current one.
+void MeasureCleanUp(unsigned long rounds) {
+  std::wstring text;
+  for (const char character : file::LoadFile(L"..\\listed.txt")) text += WidenByte(character);
+  std::unordered_set<std::wstring_view> listed;
+  for (std::size_t at = 0, end = 0; (end = text.find(L'\n', at)) != text.npos; at = end + 1) {
+    listed.insert(std::wstring_view(text).substr(at, end - at));
+  }
+  PrintRounds(
+      rounds, [&] { return Seconds([&] { sdk::CleanUp(listed); }); },
+      [&] { return Seconds([&] { IterateBare(listed); }); });
+}
+
+/// Makes a fresh folder the current one.
 class Folder {
  public:
   explicit Folder(const wchar_t* name) {
@@ -162,7 +214,7 @@ class Folder {
 /// The whole update but for its questions: window, staging, installing, clean-up.
 double Update(const std::wstring& url) {
   const Folder folder(L"ours");
-  return MeasurePassing([&] {
+  return Seconds([&] {
     const ComScope com;  // As in the Launcher's run.
     std::string text = std::move(Download(url + L"game_update.manifest").Body());
     const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
@@ -181,72 +233,82 @@ double Update(const std::wstring& url) {
 }
 
 /// The same requests and the same files written, and nothing else.
-double UpdateBare(const std::wstring& url, const std::vector<std::wstring>& names) {
+double UpdateBare(const std::wstring& url, const sdk::GameUpdateManifest& manifest) {
   const Folder folder(L"theirs");
-  CreateDirectoryW(L"staging", nullptr);
-  CreateDirectoryW(L"staging\\data", nullptr);
-  CreateDirectoryW(L"data", nullptr);
-  return MeasurePassing([&] {
+  return Seconds([&] {
+    const ComScope com;
     Keep(BareRequest((url + L"game_update.manifest").c_str()).size());
-    for (const std::wstring& name : names) {
-      const std::string body = BareRequest((url + name).c_str());
-      const std::wstring staged = L"staging\\" + name;
+    CreateDirectoryW(L"staging", nullptr);
+    for (const std::string_view directory : manifest.directories) {
+      const std::wstring name = sdk::WidenName(directory);
+      CreateDirectoryW((L"staging\\" + name).c_str(), nullptr);
+      CreateDirectoryW(name.c_str(), nullptr);
+    }
+    for (const sdk::FileEntry& entry : manifest.files) {
+      const std::string body = BareRequest((url + entry.name).c_str());
+      const std::wstring staged = L"staging\\" + entry.name;
       std::FILE* const stream = _wfopen(staged.c_str(), L"wb");
       std::fwrite(body.data(), 1, body.size(), stream);
       std::fclose(stream);
-      CopyFileW(staged.c_str(), name.c_str(), FALSE);
+      CopyFileW(staged.c_str(), entry.name.c_str(), FALSE);
     }
   });
 }
 
-void UpdatePairs(int pairs, const std::wstring& url, int files) {
-  std::vector<std::wstring> names;
+void MeasureUpdate(unsigned long rounds, const std::wstring& url) {
   std::string text = std::move(Download(url + L"game_update.manifest").Body());
   const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-  for (const sdk::FileEntry& entry : manifest.files) names.push_back(entry.name);
-  const Case one{"update/" + std::to_string(files), static_cast<double>(names.size()),
-                 [&] { return Update(url); }, [&] { return UpdateBare(url, names); }};
-  one.ours();
-  for (int pair = 0; pair < pairs; ++pair) {
-    const double ours = one.ours();
-    Print(one, ours, one.theirs());
+  PrintRounds(
+      rounds, [&] { return Update(url); }, [&] { return UpdateBare(url, manifest); });
+}
+
+bool Check(const std::vector<sdk::FileEntry>& files) {
+  sdk::InstalledFiles installed(files);
+  return std::all_of(files.begin(), files.end(),
+                     [&](const sdk::FileEntry&) { return installed.NextIsCurrent(); });
+}
+
+/// Reads and digests four files at a time, from group `first` on each `step`th group. Then writes a
+/// flushed copy of each into kCopies, or links it there.
+void DigestBare(std::span<const sdk::FileEntry> files, std::size_t first, std::size_t step,
+                const std::wstring& how) {
+  std::array<std::vector<std::byte>, kMd5Lanes> buffers;
+  for (std::size_t group = first * kMd5Lanes; group < files.size(); group += step * kMd5Lanes) {
+    std::array<std::span<const std::byte>, kMd5Lanes> contents;
+    const std::size_t count = std::min(kMd5Lanes, files.size() - group);
+    for (std::size_t lane = 0; lane < count; ++lane) {
+      const std::wstring& name = files[group + lane].name;
+      const UniqueFileHandle file(CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                              OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+      LARGE_INTEGER size{};
+      GetFileSizeEx(file.Get(), &size);
+      const auto length = static_cast<DWORD>(size.QuadPart);
+      if (buffers[lane].size() < length) buffers[lane].resize(length);
+      DWORD done = 0;
+      ReadFile(file.Get(), buffers[lane].data(), length, &done, nullptr);
+      contents[lane] = std::span(buffers[lane]).first(done);
+      const std::wstring target = kCopies + name;
+      if (how == L"link") CreateHardLinkW(target.c_str(), name.c_str(), nullptr);
+      if (how != L"copy") continue;
+      const UniqueFileHandle copy(CreateFileW(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                              FILE_ATTRIBUTE_NORMAL, nullptr));
+      WriteFile(copy.Get(), buffers[lane].data(), length, &done, nullptr);
+      FlushFileBuffers(copy.Get());
+    }
+    Keep(Md5HexOfFour(contents).size());
   }
 }
 
-/// Prints the nanoseconds that the check took.
-int Check() {
-  std::string text = file::LoadFile(L"..\\game_update.manifest");
-  const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
-  bool current = true;
-  const double nanoseconds = Measure([&] {
-    sdk::InstalledFiles installed(manifest.files);
-    for (const sdk::FileEntry& entry : manifest.files) {
-      const sdk::FileSource source =
-          sdk::FindSource(installed, entry, sdk::StagingPath(entry.name));
-      current = current && source == sdk::FileSource::kInstalled;
-    }
-  });
-  std::cout << nanoseconds << std::endl;
-  return current ? EXIT_SUCCESS : EXIT_FAILURE;
-}
-
-void CountAllocations() {
-  const std::string source(100, 's');
-  const std::wstring wideSource(100, L's');
-  std::cout << "a narrow message of three arguments\t"
-            << AllocationsOf([&] { Keep(Format("'{}' to '{}': {}", source, source, 5).size()); })
-            << "\na wide message of three arguments\t" << AllocationsOf([&] {
-                 Keep(Format(L"'{}' to '{}': {}", wideSource, wideSource, 5).size());
-               });
-  std::string manifest = ManifestText(100'000);
-  std::cout << "\na manifest of 100,000 lines\t"
-            << AllocationsOf([&] { Keep(sdk::ReadGameUpdateManifest(manifest).files.size()); });
-
-  const std::vector<std::wstring> names = ListedNames();
-  const std::unordered_set<std::wstring_view> listed(names.begin(), names.end());
-  std::cout << "\nthe clean-up of " << names.size() << " files\t"
-            << AllocationsOf([&] { sdk::CleanUp(listed); }) << "\nthe bare iteration over them\t"
-            << AllocationsOf([] { Keep(IterateBare()); }) << std::endl;
+void FilesBare(const sdk::GameUpdateManifest& manifest, std::size_t threads,
+               const std::wstring& how) {
+  for (const std::string_view directory : manifest.directories) {
+    if (how != L"read") CreateDirectoryW((kCopies + sdk::WidenName(directory)).c_str(), nullptr);
+  }
+  std::vector<std::future<void>> running;
+  for (std::size_t thread = 0; thread < threads; ++thread) {
+    running.push_back(std::async(std::launch::async, &DigestBare, std::span(manifest.files), thread,
+                                 threads, std::cref(how)));
+  }
 }
 
 /// Waits for a dialog and presses its OK.
@@ -261,27 +323,31 @@ void PressOk(const wchar_t* caption) {
 }
 
 int Main(const std::vector<std::wstring>& arguments) {
-  const auto is = [&](const wchar_t* command, std::size_t count) {
-    return arguments.size() == count && arguments[1] == command;
-  };
-  if (is(L"pairs", 3)) {
-    const int pairs = std::stoi(arguments[2]);
-    RunPairs(Md5Cases(AssemblerMd5), pairs);
-    RunPairs(ManifestCases(), pairs);
-    RunPairs(FormatCases(), pairs);
-  } else if (is(L"cleanup", 3)) {
-    CleanUpPairs(std::stoi(arguments[2]));
-  } else if (is(L"update", 5)) {
-    UpdatePairs(std::stoi(arguments[2]), arguments[3], std::stoi(arguments[4]));
-  } else if (is(L"check", 2)) {
-    return Check();
-  } else if (is(L"allocations", 2)) {
-    CountAllocations();
-  } else if (is(L"confirm", 2)) {
+  const std::wstring& what = arguments.at(1);
+  const auto number = [&](std::size_t index) { return std::stoul(arguments.at(index)); };
+  if (what == L"md5") {
+    MeasureMd5(number(2), number(3), std::size_t{1024} * number(4));
+  } else if (what == L"manifest") {
+    MeasureManifest(number(2), number(3));
+  } else if (what == L"cleanup") {
+    MeasureCleanUp(number(2));
+  } else if (what == L"update") {
+    MeasureUpdate(number(2), arguments.at(3));
+  } else if (what == L"check" || what == L"files") {
+    std::string text = file::LoadFile(L"..\\game_update.manifest");
+    const sdk::GameUpdateManifest manifest = sdk::ReadGameUpdateManifest(text);
+    bool current = true;
+    std::cout << Seconds([&] {
+      if (what == L"check") {
+        current = Check(manifest.files);
+      } else {
+        FilesBare(manifest, number(2), arguments.at(3));
+      }
+    }) << std::endl;
+    return current ? EXIT_SUCCESS : EXIT_FAILURE;
+  } else if (what == L"confirm") {
     PressOk(L"Update available");
     PressOk(L"Update successfull.");
-  } else {
-    return EXIT_FAILURE;
   }
   return EXIT_SUCCESS;
 }

@@ -30,7 +30,7 @@ wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 l
 test_packages=(python3 python3-pytest python3-pytest-xdist python3-jsonschema nginx-light rclone x11-utils
   xdotool)
 style_packages=(clang-format clang-tidy)
-bench_packages=(curl g++ libbenchmark-dev libfmt-dev libssl-dev python3 nginx-light)
+bench_packages=(curl libssl-dev nginx-light python3 python3-matplotlib)
 demo_packages=(python3 nginx-light x11-utils xdotool imagemagick)
 
 # The button texts of the system's dialogs and the C runtime's code page follow the locale, and the
