@@ -1,5 +1,3 @@
-#include "publisher/channel/published_tree.h"
-
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +7,7 @@
 #include "core/format.h"
 #include "core/md5.h"
 #include "net/download.h"
+#include "publisher/channel/published_tree.h"
 #include "support/loopback_server.h"
 
 namespace ve::publish {
