@@ -118,7 +118,7 @@ void MeasureMd5(unsigned long rounds, std::size_t buffers, std::size_t size) {
     lanes[lane] = std::span(bytes).subspan(lane * size, size);
   }
   const auto ours = [&] {
-    Keep(buffers == 1 ? Md5Hex(lanes[0]).size() : Md5HexOfFour(lanes).size());
+    Keep(buffers == 1 ? Md5Hex(lanes[0]).size() : Md5HexOfEach(lanes).size());
   };
   const auto theirs = [&] {
     for (std::size_t lane = 0; lane < buffers; ++lane) AssemblerMd5(lanes[lane]);
@@ -268,34 +268,35 @@ bool Check(const std::vector<sdk::FileEntry>& files) {
                      [&](const sdk::FileEntry&) { return installed.NextIsCurrent(); });
 }
 
-/// Reads and digests four files at a time, from group `first` on each `step`th group. Then writes a
+/// Reads and digests eight files at a time, from group `first` on each `step`th group. Then writes a
 /// flushed copy of each into kCopies, or links it there.
 void DigestBare(std::span<const sdk::FileEntry> files, std::size_t first, std::size_t step,
                 const std::wstring& how) {
-  std::array<std::vector<std::byte>, kMd5Lanes> buffers;
-  for (std::size_t group = first * kMd5Lanes; group < files.size(); group += step * kMd5Lanes) {
-    std::array<std::span<const std::byte>, kMd5Lanes> contents;
-    const std::size_t count = std::min(kMd5Lanes, files.size() - group);
-    for (std::size_t lane = 0; lane < count; ++lane) {
-      const std::wstring& name = files[group + lane].name;
+  constexpr std::size_t kGroup = 8;
+  std::array<std::vector<std::byte>, kGroup> buffers;
+  for (std::size_t group = first * kGroup; group < files.size(); group += step * kGroup) {
+    std::array<std::span<const std::byte>, kGroup> contents;
+    const std::size_t count = std::min(kGroup, files.size() - group);
+    for (std::size_t place = 0; place < count; ++place) {
+      const std::wstring& name = files[group + place].name;
       const UniqueFileHandle file(CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                               OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
       LARGE_INTEGER size{};
       GetFileSizeEx(file.Get(), &size);
       const auto length = static_cast<DWORD>(size.QuadPart);
-      if (buffers[lane].size() < length) buffers[lane].resize(length);
+      if (buffers[place].size() < length) buffers[place].resize(length);
       DWORD done = 0;
-      ReadFile(file.Get(), buffers[lane].data(), length, &done, nullptr);
-      contents[lane] = std::span(buffers[lane]).first(done);
+      ReadFile(file.Get(), buffers[place].data(), length, &done, nullptr);
+      contents[place] = std::span(buffers[place]).first(done);
       const std::wstring target = kCopies + name;
       if (how == L"link") CreateHardLinkW(target.c_str(), name.c_str(), nullptr);
       if (how != L"copy") continue;
       const UniqueFileHandle copy(CreateFileW(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                               FILE_ATTRIBUTE_NORMAL, nullptr));
-      WriteFile(copy.Get(), buffers[lane].data(), length, &done, nullptr);
+      WriteFile(copy.Get(), buffers[place].data(), length, &done, nullptr);
       FlushFileBuffers(copy.Get());
     }
-    Keep(Md5HexOfFour(contents).size());
+    Keep(Md5HexOfEach(contents).size());
   }
 }
 

@@ -37,15 +37,18 @@ Lanes Fixed(Lanes sum) {
   return sum;
 }
 
-using Buffers = std::array<std::span<const std::byte>, kMd5Lanes>;
+using Bytes = std::span<const std::byte>;
 
-/// The sixteen words of one block of each buffer.
+/// The present block of each lane.
+using Blocks = std::array<const std::byte*, kMd5Lanes>;
+
+/// The sixteen words of these blocks.
 class LaneWords {
  public:
-  LaneWords(const Buffers& buffers, std::size_t offset) {
+  explicit LaneWords(const Blocks& blocks) {
     for (std::size_t group = 0; group < words_.size(); group += 4) {
       const auto load = [&](std::size_t lane) {
-        const std::byte* at = buffers[lane].data() + offset + group * sizeof(std::uint32_t);
+        const std::byte* at = blocks[lane] + group * sizeof(std::uint32_t);
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
       };
       // Four words of each lane become four registers with one word of every lane.
@@ -66,58 +69,75 @@ class LaneWords {
   std::array<Lanes, 16> words_;
 };
 
-/// The state of each lane, word by word.
-using States = std::array<Lanes, 4>;
+/// One buffer on its way through a lane.
+struct Run {
+  Bytes buffer;
+  std::string* digest;
+  std::size_t done = 0;  ///< In bytes, of whole blocks.
+  Md5State state = kMd5Start;
 
-void AddBlocks(States& states, const Buffers& buffers, std::size_t begin, std::size_t end) {
-  auto [a, b, c, d] = states;
-  for (std::size_t offset = begin; offset < end; offset += kMd5BlockSize) {
-    detail::AddBlock(a, b, c, d, LaneWords(buffers, offset));
+  /// The length counts modulo 2^32.
+  [[nodiscard]] std::size_t Length() const { return static_cast<std::uint32_t>(buffer.size()); }
+  [[nodiscard]] std::size_t BlocksLeft() const { return (Length() - done) / kMd5BlockSize; }
+
+  /// Computes what is left of the digest alone.
+  void Finish() const {
+    Md5 md5(state, static_cast<std::uint32_t>(done));
+    md5.Update(buffer.subspan(done, Length() - done));
+    md5.Finalize();
+    *digest = md5.Hex();
   }
-  states = {a, b, c, d};
-}
+};
 
-Md5State StateOf(const States& states, std::size_t lane) {
-  Md5State state;
-  for (std::size_t word = 0; word < state.size(); ++word) {
-    alignas(16) std::array<std::uint32_t, kMd5Lanes> words;
-    _mm_store_si128(reinterpret_cast<__m128i*>(words.data()), states[word].words);
-    state[word] = words[lane];
+/// Adds the next blocks of each run, of which there are one to four.
+void AddBlocks(std::span<Run> runs, std::size_t count) {
+  Blocks blocks;
+  alignas(16) std::array<std::array<std::uint32_t, kMd5Lanes>, 4> words;  // Of the states.
+  for (std::size_t lane = 0; lane < kMd5Lanes; ++lane) {
+    const Run& run = runs[std::min(lane, runs.size() - 1)];  // An unused lane repeats the last one.
+    blocks[lane] = run.buffer.data() + run.done;
+    for (std::size_t word = 0; word < words.size(); ++word) words[word][lane] = run.state[word];
   }
-  return state;
-}
-
-/// The length of the buffer's whole blocks, of a length that counts modulo 2^32.
-std::size_t BlockBytes(std::span<const std::byte> buffer) {
-  return static_cast<std::uint32_t>(buffer.size()) / kMd5BlockSize * kMd5BlockSize;
+  std::array<Lanes, 4> state;
+  for (std::size_t word = 0; word < words.size(); ++word) {
+    state[word] = Lanes(_mm_load_si128(reinterpret_cast<const __m128i*>(words[word].data())));
+  }
+  auto [a, b, c, d] = state;
+  for (std::size_t block = 0; block < count; ++block) {
+    detail::AddBlock(a, b, c, d, LaneWords(blocks));
+    for (const std::byte*& at : blocks) at += kMd5BlockSize;
+  }
+  state = {a, b, c, d};
+  for (std::size_t word = 0; word < words.size(); ++word) {
+    _mm_store_si128(reinterpret_cast<__m128i*>(words[word].data()), state[word].words);
+  }
+  for (std::size_t lane = 0; lane < runs.size(); ++lane) {
+    runs[lane].done += count * kMd5BlockSize;
+    for (std::size_t word = 0; word < words.size(); ++word)
+      runs[lane].state[word] = words[word][lane];
+  }
 }
 
 }  // namespace
 
-std::array<std::string, kMd5Lanes> Md5HexOfFour(const Buffers& buffers) {
-  Buffers running = buffers;  // A lane whose buffer has ended goes on with the longest one.
-  States states{Lanes(kMd5Start[0]), Lanes(kMd5Start[1]), Lanes(kMd5Start[2]), Lanes(kMd5Start[3])};
-
-  // All lanes run up to the end of each buffer, from the shortest to the longest but one.
-  std::array<std::size_t, kMd5Lanes> order{0, 1, 2, 3};
-  std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
-    return BlockBytes(buffers[left]) < BlockBytes(buffers[right]);
-  });
-  const std::size_t longest = order.back();
-  std::array<std::string, kMd5Lanes> digests;
-  std::size_t done = 0;
-  for (const std::size_t lane : order) {
-    if (lane != longest) {
-      AddBlocks(states, running, done, BlockBytes(buffers[lane]));
-      done = BlockBytes(buffers[lane]);
+std::vector<std::string> Md5HexOfEach(std::span<const Bytes> buffers) {
+  std::vector<std::string> digests(buffers.size());
+  std::vector<Run> runs;
+  std::size_t next = 0;
+  const auto fillLanes = [&] {
+    for (; runs.size() < kMd5Lanes && next < buffers.size(); ++next) {
+      runs.push_back({buffers[next], &digests[next]});
     }
-    Md5 md5(StateOf(states, lane), static_cast<std::uint32_t>(done));
-    md5.Update(
-        buffers[lane].subspan(done, static_cast<std::uint32_t>(buffers[lane].size()) - done));
-    md5.Finalize();
-    digests[lane] = md5.Hex();
-    running[lane] = buffers[longest];
+  };
+  for (fillLanes(); runs.size() > 1; fillLanes()) {
+    AddBlocks(runs, std::ranges::min(runs, {}, &Run::BlocksLeft).BlocksLeft());
+    std::erase_if(runs, [](const Run& run) {
+      if (run.BlocksLeft() > 0) return false;
+      run.Finish();
+      return true;
+    });
   }
+  if (!runs.empty()) runs.front().Finish();
   return digests;
 }
 

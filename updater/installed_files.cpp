@@ -3,10 +3,10 @@
 #include "core/windows.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "core/file_matches_entry.h"
 #include "core/handle.h"
@@ -16,6 +16,8 @@
 namespace ve::sdk {
 namespace {
 
+// More keep the lanes of a digest filled for longer; fewer are read in vain before a download.
+constexpr std::size_t kFilesAhead = 8;
 // For the contents of all files that are read ahead together.
 constexpr std::size_t kMemorySize = std::size_t{64} << 20;
 
@@ -59,19 +61,16 @@ bool InstalledFiles::NextIsCurrent() {
 void InstalledFiles::ReadAhead() {
   if (!memory_) memory_.reset(new (std::nothrow) std::byte[kMemorySize]);
   std::span<std::byte> room(memory_.get(), memory_ ? kMemorySize : 0);
-  std::array<std::span<const std::byte>, kMd5Lanes> contents;
-  std::size_t count = 0;
-  for (const FileEntry& entry : entries_.first(std::min(kMd5Lanes, entries_.size()))) {
+  std::vector<std::span<const std::byte>> contents;
+  for (const FileEntry& entry : entries_.first(std::min(kFilesAhead, entries_.size()))) {
     if (entry.size > room.size()) break;
     const auto content = room.first(static_cast<std::size_t>(entry.size));
     if (!ReadExactly(entry.name, content)) break;
-    contents[count++] = content;
+    contents.push_back(content);
     room = room.subspan(content.size());
   }
-  if (count == 0) return;
-  const std::array<std::string, kMd5Lanes> digests = Md5HexOfFour(contents);
-  for (std::size_t index = 0; index < count; ++index) {
-    answers_.push_back(digests[index] == entries_[index].digest);
+  for (const std::string& digest : Md5HexOfEach(contents)) {
+    answers_.push_back(digest == entries_[answers_.size()].digest);
   }
 }
 

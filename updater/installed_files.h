@@ -1,5 +1,5 @@
 // The check of what is installed. Players wait for it in every update, so it reads ahead and
-// computes the digests of the next four files side by side.
+// computes the digests of several files side by side.
 #pragma once
 
 #include <cstddef>

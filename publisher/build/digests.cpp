@@ -18,7 +18,9 @@ namespace ve::publish {
 namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 20;
-// Larger files are digested alone: four of these for each processor have to fit into memory.
+// Files that one thread reads before it digests them side by side.
+constexpr std::size_t kGroup = 8;
+// Larger files are digested alone: a group of these for each processor has to fit into memory.
 constexpr std::size_t kMaxSideBySide = std::size_t{16} << 20;
 
 using Bytes = std::span<const std::byte>;
@@ -43,23 +45,23 @@ FileDigest DigestPieces(InputFile& file, Counter& bytesDone,
 
 /// Some files that one thread reads, one after the other, and then digests side by side.
 struct SideBySide {
-  std::array<FileDigest, kMd5Lanes> digests;
-  std::array<std::unique_ptr<std::byte[]>, kMd5Lanes> memory;
-  std::array<Bytes, kMd5Lanes> contents;
+  std::array<FileDigest, kGroup> digests;
+  std::array<std::unique_ptr<std::byte[]>, kGroup> memory;
+  std::array<Bytes, kGroup> contents;
 
-  void Read(std::size_t lane, const std::wstring& path, Counter& bytesDone) try {
+  void Read(std::size_t place, const std::wstring& path, Counter& bytesDone) try {
     InputFile file(path);
     const std::uint64_t size = file.Size();
     if (size > kMaxSideBySide) {
-      digests[lane] = DigestPieces(file, bytesDone);
+      digests[place] = DigestPieces(file, bytesDone);
       return;
     }
-    memory[lane] = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size));
-    contents[lane] = file.Read({memory[lane].get(), static_cast<std::size_t>(size)});
-    digests[lane] = {{}, contents[lane].size(), file.FinalPath()};
-    bytesDone += contents[lane].size();
+    memory[place] = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size));
+    contents[place] = file.Read({memory[place].get(), static_cast<std::size_t>(size)});
+    digests[place] = {{}, contents[place].size(), file.FinalPath()};
+    bytesDone += contents[place].size();
   } catch (const PublishError& error) {
-    digests[lane].error = error.GetDiagnostic();
+    digests[place].error = error.GetDiagnostic();
   }
 };
 
@@ -73,21 +75,21 @@ FileDigest DigestOf(const std::wstring& path, Counter& bytesDone) {
 void DigestFiles(const std::vector<std::wstring>& paths, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,
                  const std::function<void()>& watch) {
-  const auto digestFour = [&](std::size_t group) {
-    const std::size_t begin = group * kMd5Lanes;
-    const std::size_t count = std::min(kMd5Lanes, paths.size() - begin);
+  const auto digestGroup = [&](std::size_t group) {
+    const std::size_t begin = group * kGroup;
+    const std::size_t count = std::min(kGroup, paths.size() - begin);
     SideBySide files;
-    for (std::size_t lane = 0; lane < count; ++lane) {
-      files.Read(lane, paths[begin + lane], bytesDone);
+    for (std::size_t place = 0; place < count; ++place) {
+      files.Read(place, paths[begin + place], bytesDone);
     }
-    const std::array<std::string, kMd5Lanes> digests = Md5HexOfFour(files.contents);
-    for (std::size_t lane = 0; lane < count; ++lane) {
-      FileDigest& digest = files.digests[lane];
-      if (digest.md5.empty()) digest.md5 = digests[lane];
-      take(begin + lane, digest);
+    const std::vector<std::string> digests = Md5HexOfEach(files.contents);
+    for (std::size_t place = 0; place < count; ++place) {
+      FileDigest& digest = files.digests[place];
+      if (digest.md5.empty()) digest.md5 = digests[place];
+      take(begin + place, digest);
     }
   };
-  ForEachInParallel((paths.size() + kMd5Lanes - 1) / kMd5Lanes, 0, digestFour, watch);
+  ForEachInParallel((paths.size() + kGroup - 1) / kGroup, 0, digestGroup, watch);
 }
 
 FileDigest CopyWithDigest(const std::wstring& source, const std::wstring& path,

@@ -27,7 +27,7 @@ struct FileDigest {
 /// The digest of one file; adds to `bytesDone` while it reads. Throws `PublishError`.
 [[nodiscard]] FileDigest DigestOf(const std::wstring& path, Counter& bytesDone);
 
-/// The digests of many files, on all processors and on each of them four files side by side. Calls
+/// The digests of many files, on all processors and on each of them several files side by side. Calls
 /// `take` for each on any thread, and `watch` as `ForEachInParallel` does. Throws what `take` throws.
 void DigestFiles(const std::vector<std::wstring>& paths, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,

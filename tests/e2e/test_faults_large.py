@@ -145,7 +145,7 @@ def test_a_file_of_a_gibibyte_takes_little_more_memory_than_its_size(studio, rec
 @pytest.mark.parametrize(
     "sizes",
     [
-        pytest.param([16] * 12, id="four at a time"),
+        pytest.param([16] * 12, id="several at a time"),
         pytest.param([40, 50, 60, 63], id="ever larger"),
         pytest.param([60, 100, 60, 100], id="every second one read alone"),
     ],

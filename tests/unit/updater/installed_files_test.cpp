@@ -136,14 +136,13 @@ TEST_F(InstalledFilesTest, AFileThatIsWrittenBeforeItsEntryIsReadAgainAfterForge
   EXPECT_TRUE(installed.NextIsCurrent());
 }
 
-TEST_F(InstalledFilesTest, TheNextFourEntriesAreReadAhead) {
-  for (const wchar_t* name : {L"a", L"b", L"c", L"d", L"e"}) ListAndWrite(name, "hello");
+TEST_F(InstalledFilesTest, TheNextEightEntriesAreReadAhead) {
+  const std::vector<std::wstring> names{L"a", L"b", L"c", L"d", L"e", L"f", L"g", L"h", L"i"};
+  for (const std::wstring& name : names) ListAndWrite(name, "hello");
   InstalledFiles installed(entries_);
   EXPECT_TRUE(installed.NextIsCurrent());
-  for (const wchar_t* name : {L"b", L"c", L"d", L"e"}) test::WriteWhole(name, "world");
-  EXPECT_TRUE(installed.NextIsCurrent());
-  EXPECT_TRUE(installed.NextIsCurrent());
-  EXPECT_TRUE(installed.NextIsCurrent());
+  for (const std::wstring& name : names) test::WriteWhole(name, "world");
+  for (int entry = 2; entry <= 8; ++entry) EXPECT_TRUE(installed.NextIsCurrent()) << entry;
   EXPECT_FALSE(installed.NextIsCurrent());
 }
 
