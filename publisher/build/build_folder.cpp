@@ -39,7 +39,7 @@ bool IsIgnored(const BuildRules& rules, const std::wstring& name) {
 
 void CheckAttributes(const std::string& name, DWORD attributes, Diagnostics& diagnostics) {
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-    diagnostics.AddError(name, "is a link", "Replace it by what it leads to.");
+    diagnostics.AddError(name, "is a link", "Replace it with its target.");
   }
   if ((attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
     diagnostics.AddWarning(name, "is a hidden or system file, and is published like any other",
@@ -57,12 +57,12 @@ BuildFile ReadFileEntry(const std::wstring& name, const std::wstring& path,
   }
   const std::uint64_t size = Joined(data.nFileSizeHigh, data.nFileSizeLow);
   if (size == 0) {
-    diagnostics.AddError(ToUtf8(name), "is empty, and the Launcher takes no empty files",
+    diagnostics.AddError(ToUtf8(name), "is empty, and the Launcher rejects empty files",
                          "Write something into it, or leave it out with --ignore.");
   }
   if (size > kMaxFileSize) {
     diagnostics.AddError(
-        ToUtf8(name), "has 4 GiB or more, and the Launcher takes smaller files only", "Split it.");
+        ToUtf8(name), "is 4 GiB or larger; the Launcher accepts smaller files only", "Split it.");
   }
   const std::uint64_t written =
       Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
@@ -110,8 +110,7 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
     return {};
   }
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-    diagnostics.AddWarning(DisplayPath(source), "is a link",
-                           "The folder that it leads to is the build.");
+    diagnostics.AddWarning(DisplayPath(source), "is a link", "Its target is published.");
   }
   BuildFolder build;
   std::map<std::wstring, std::wstring> namesByKey;
@@ -131,10 +130,10 @@ BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
     CheckAttributes(ToUtf8(name), entry.attributes, diagnostics);
     const NameKind kind = entry.IsDirectory() ? NameKind::kDirectory : NameKind::kFile;
     const bool isAllowed = CheckName(name, kind, rules.launcher, ToUtf8(name), diagnostics);
-    if (entry.IsDirectory()) {
-      build.directories.push_back(name);
-    } else {
+    if (!entry.IsDirectory()) {
       build.files.push_back(ReadFileEntry(name, std::wstring(entry.path), diagnostics));
+    } else if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+      build.directories.push_back(name);
     }
     return isAllowed ? file::WalkAction::kRecurse : file::WalkAction::kSkip;
   });
@@ -204,15 +203,14 @@ void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnos
     const std::string subject = ToUtf8(directory);
     if (!withEntries.contains(directory)) {
       if (isKept) continue;
-      diagnostics.AddWarning(subject,
-                             "is empty: every update makes the folder and removes it again",
+      diagnostics.AddWarning(subject, "is empty: every update creates the folder, then removes it",
                              "Put a file into it if the game needs it.");
     } else if (inRoot && isKept && withFiles.contains(directory)) {
       diagnostics.AddWarning(
           subject,
           "is a folder that the clean-up keeps: files that a later version no longer has stay on "
           "players' disks, and each update replaces what players changed in listed files",
-          "Publish there only what may behave so.");
+          "Publish only files there for which this is acceptable.");
     } else if (inRoot && !isKept && !sdk::kBuildConfig.keepsNonEmptyDirectories) {
       diagnostics.AddWarning(
           subject,

@@ -34,12 +34,11 @@ struct BuildRules {
   std::vector<std::wstring> ignore{L".DS_Store", L"Thumbs.db", L"desktop.ini"};
 };
 
-/// Reads the folder. Adds an error for everything that the Launcher could not take, and warnings.
+/// Reads the folder. Adds an error for everything that the Launcher rejects, and warnings.
 [[nodiscard]] BuildFolder ReadBuildFolder(const std::wstring& source, const BuildRules& rules,
                                           Diagnostics& diagnostics);
 
-/// Adds an error unless the build contains the game that the Launcher starts. With `force` a
-/// warning: somebody publishes a part of a game, or to another folder.
+/// Adds an error, with `force` a warning, unless the build contains the game that is started.
 void CheckGameProgram(const std::wstring& source, const BuildFolder& build, bool force,
                       Diagnostics& diagnostics);
 
@@ -48,7 +47,7 @@ void CheckGameProgram(const std::wstring& source, const BuildFolder& build, bool
 void CheckUnchanged(const std::wstring& source, const BuildRules& rules, const BuildFolder& build,
                     Diagnostics& diagnostics);
 
-/// Warns of what the Launcher's clean-up will do to this build on players' disks.
+/// Warns of what the Launcher's clean-up does to this build on players' disks.
 void WarnOfCleanUp(const BuildFolder& build, std::wstring_view launcher, Diagnostics& diagnostics);
 
 }  // namespace ve::publish

@@ -87,16 +87,14 @@ void AddBroken(std::initializer_list<Rule> rules, const std::string& subject,
 }  // namespace
 
 void CheckCharacters(std::wstring_view name, const std::string& subject, Diagnostics& diagnostics) {
-  AddBroken({{!std::all_of(name.begin(), name.end(), IsPrintableAscii),
-              "names are printable ASCII: the Launcher decodes no others", kRename},
-             {Contains(name, L"'"), "a single quote ends the name in the manifest", kRename},
-             {HasAnyOf(name, kUrlCharacters),
-              "the Launcher appends names to addresses as they stand, where %, # and ? have "
-              "meanings of their own",
-              kRename},
-             {HasAnyOf(name, kForbiddenOnWindows),
-              "Windows allows none of \" * : < > | \\ in a name", kRename}},
-            subject, diagnostics);
+  AddBroken(
+      {{!std::all_of(name.begin(), name.end(), IsPrintableAscii),
+        "contains non-ASCII or control characters, which the Launcher cannot decode", kRename},
+       {Contains(name, L"'"), "a single quote ends the name in the manifest", kRename},
+       {HasAnyOf(name, kUrlCharacters), "the Launcher does not encode %, # and ? in URLs", kRename},
+       {HasAnyOf(name, kForbiddenOnWindows), "Windows does not allow \" * : < > | \\ in a name",
+        kRename}},
+      subject, diagnostics);
 }
 
 bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
@@ -117,21 +115,20 @@ bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher
   const bool isStaging =
       IsAtOrBelow(key, staging) || (kind == NameKind::kFile && IsAtOrBelow(staging, key));
   const bool isUpdater = IsAtOrBelow(key, FoldCase(kUpdaterFolder));
-  const std::string device = Format("Windows takes '{}' for a device", ToUtf8(part));
-  const std::string tooLong = Format(
-      "in the staging folder its path has {} characters, and the Launcher opens none of more "
-      "than {}",
-      length, kMaxPath);
+  const std::string device = Format("'{}' is a reserved device name on Windows", ToUtf8(part));
+  const std::string tooLong =
+      Format("its path in the staging folder has {} characters; the Launcher opens at most {}",
+             length, kMaxPath);
   AddBroken(
       {{part.ends_with(L'.') || part.ends_with(L' '),
-        "Windows drops dots and blanks at the end of a name", "Rename it without."},
+        "Windows removes dots and spaces from the end of a name", kRename},
        {IsDevice(part), device.c_str(), kRename},
        {length > kMaxPath, tooLong.c_str(), "Shorten it."},
        {isStaging, "the Launcher stages updates in Intermediate\\Update",
         "Leave it out of the build."},
        {key == FoldCase(kVersionName) || key == FoldCase(kManifestName),
-        "the server has a file of its own by this name", kRename},
-       {isUpdater, "the folder is the Launcher's own, on the server and on a player's disk",
+        "publish writes a file of this name to the server", kRename},
+       {isUpdater, "this folder belongs to the Launcher",
         "Leave it out of the build; publish launcher fills it."},
        {key == FoldCase(launcher), "the Launcher cannot replace itself while it runs",
         "Leave it out of the build; it is published by publish launcher."},

@@ -10,10 +10,10 @@ namespace ve::publish {
 
 enum class NameKind { kFile, kDirectory };
 
-/// Checks one name of a build or of a manifest, with "/" between its parts. Of the parts only the last one is checked in detail: the others are directories
-/// with names of their own. `launcher` is the name of the Launcher's file. Returns false if
-/// nothing below the name needs to be checked: it is not a path below the game's folder, or it is a
-/// folder of the Launcher.
+/// Checks one name of a build or of a manifest, with "/" between its parts; the part after the last
+/// "/" in detail, because those before it are directories with their own check. `launcher` is the
+/// name of the Launcher's file. Returns false if nothing below the name needs to be checked: it is
+/// not a path below the game's folder, or it is a folder of the Launcher.
 bool CheckName(std::wstring_view name, NameKind kind, std::wstring_view launcher,
                const std::string& subject, Diagnostics& diagnostics);
 

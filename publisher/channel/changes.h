@@ -31,10 +31,9 @@ struct Changes {
 void ReportChanges(const Changes& changes, Console& console);
 
 /// Writes lists of files for a tool that copies a published tree to where it is served, such as
-/// rclone with --files-from, into a folder (absolute); makes that if there is none. Each has one
-/// path per line, relative to the folder that is served, with "/"; a list may be empty. Call it
-/// before the swap: afterwards nothing can compute the changes again. Throws `PublishError` or a
-/// filesystem error.
+/// rclone with --files-from. Creates the folder (absolute) if it is missing. Each list has one path
+/// per line, relative to the served folder, with "/", and may be empty. Call it before the swap, which
+/// removes what the changes are computed from. Throws `PublishError` or a filesystem error.
 ///
 ///   1-payload.txt   the game files to upload: added and changed ones
 ///   2-manifest.txt  the game's manifest
@@ -44,9 +43,8 @@ void ReportChanges(const Changes& changes, Console& console);
 ///                   ("/updates/..." with %20 for a space)
 ///
 /// The order matters: a Launcher fetches the version file, then the manifest, then the files, and
-/// does not check what it downloads. With the manifest before the payload it misses files or installs
-/// old ones. With the version file before the manifest it records the new version without the new
-/// files, and is never offered them. Deletions come last for the updates that are under way.
+/// does not check what it downloads. With the version file before the manifest it records the new
+/// version without the new files. Deletions come last for the updates that are under way.
 void WriteUploadLists(const std::wstring& folder, std::wstring_view channel,
                       const Changes& changes);
 

@@ -126,7 +126,7 @@ class ChannelCheck {
     report_["directories"] = manifest->directories.size();
     report_["files"] = manifest->files.size();
     report_["bytes"] = bytes;
-    console_.Print(Format("  {} files in {} directories, {}", manifest->files.size(),
+    console_.Print(Format("  {} files in {} folders, {}", manifest->files.size(),
                           manifest->directories.size(), FormatByteSize(bytes)));
     CheckManifest(*manifest, tree_.LocationOf(kManifestName), launcher_, diagnostics_);
     CheckPayload(tree_, *manifest, console_, diagnostics_);
@@ -231,7 +231,7 @@ class ChannelCheck {
     if (content.size == expected.size && content.md5 == expected.md5) return;
     AddError(name,
              Format("is not {}: its digest is {} instead of {}", what, content.md5, expected.md5),
-             "Launchers would replace themselves by it. Publish the Launcher again.");
+             "Launchers would replace themselves with it. Publish the Launcher again.");
   }
 
   const ChannelOptions& options_;

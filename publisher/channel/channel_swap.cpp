@@ -53,7 +53,7 @@ BOOL WINAPI WaitForRenames(DWORD /*event*/) {
   Diagnostic diagnostic = DescribeWindowsError("renamed", folder, code);
   // An open file below the folder makes this "Access is denied.", too.
   diagnostic.hint =
-      "Close the program that has something in the folder open, then run the command again. It "
+      "Close the program that has a file in the folder open, then run the command again. It "
       "repairs the channel first.";
   throw PublishError(std::move(diagnostic));
 }
@@ -137,9 +137,8 @@ const std::wstring& PublishedFolder(const ChannelFolders& folders) {
 ChannelLock::ChannelLock(const ChannelFolders& folders) {
   const DWORD attributes = GetFileAttributesW(folders.live.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-    throw PublishError({DisplayPath(folders.live),
-                        "the channel's folder is a link to another place",
-                        "Publish to that place, or make it a folder."});
+    throw PublishError(
+        {DisplayPath(folders.live), "the channel's folder is a link", "Replace it with a folder."});
   }
   file::MakeDirectories(folders.updates);
   const DWORD code = Retry([&] {
@@ -163,9 +162,9 @@ void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics) {
   try {
     Discard(folders);
   } catch (const std::exception&) {
-    diagnostics.AddWarning(DisplayPath(folders.updates),
-                           "the folder of the previous version could not be removed",
-                           "The next run that publishes to this channel removes it.");
+    diagnostics.AddWarning(
+        DisplayPath(folders.updates), "the folder of the previous version could not be removed",
+        "The next publish to this channel deletes it first, and fails if it cannot.");
   }
 }
 

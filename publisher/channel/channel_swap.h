@@ -10,10 +10,9 @@
 //
 // Between the two renames, for the time of one system call, the channel is absent. A Launcher that
 // asks just then logs an error and starts the installed game; one in the middle of an update ends
-// like after any other failed download. Ctrl-C, Ctrl-Break and the closing of the console's window
-// wait until both renames are made. A logoff, a shutdown, a kill or a power failure does not wait:
-// after one of these between the renames the channel is absent until the next run that writes to
-// it, which puts the previous state back first.
+// like after any other failed download. Ctrl-C, Ctrl-Break and closing the console's window wait for
+// both renames. A logoff, a shutdown, a kill or a power failure does not wait: the channel then stays
+// absent until the next run that writes to it, which restores the previous state first.
 #pragma once
 
 #include <string>
@@ -49,10 +48,9 @@ class ChannelLock {
   UniqueFileHandle lock_;
 };
 
-/// Puts the complete next folder in the place of the live one and removes that. Only under the
-/// lock. If a folder cannot be renamed, retries for some seconds; then throws `PublishError`, and the
-/// live folder is what it was. Warns if the swap was made but remains of the previous state could
-/// not be removed; the next run removes them.
+/// Replaces the live folder by the complete next one. Only under the lock. Retries a failed rename
+/// for some seconds; then throws `PublishError`, and the live folder is unchanged. Warns if the old
+/// state cannot be removed; the next run removes it, or fails.
 void SwapIn(const ChannelFolders& folders, Diagnostics& diagnostics);
 
 /// The next folder while it is made: removed with its owner unless it was swapped in.

@@ -31,7 +31,7 @@ void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& roo
   const std::string name = ToUtf8(file.name);
   if (!read.finalPath.empty() && FoldCase(read.finalPath) != FoldCase(JoinPath(root, file.name))) {
     throw PublishError({name, Format("is a link to {}", DisplayPath(read.finalPath)),
-                        "Replace it by what it leads to."});
+                        "Replace it with its target."});
   }
   if (read.size != file.size || (!file.digest.empty() && read.md5 != file.digest)) {
     throw PublishError({name, "was changed while the build was published",

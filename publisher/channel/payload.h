@@ -21,11 +21,10 @@ namespace ve::publish {
 /// Computes the digests that are missing, without copying.
 void DigestOthers(const std::wstring& source, BuildFolder& build, Console& console);
 
-/// Makes `next` with the build's directories and files: a published file by a link to it, which takes
-/// no room and keeps its time, the others by a copy, which gets the present time. A file that the
-/// file system cannot link to is copied, and no longer marked as published. Sets the digest of each
-/// copy to that of the bytes copied. Finds out before the first copy whether the disk has room.
-/// Throws `PublishError`.
+/// Makes `next` with the build's directories and files. Links published files, which take no space
+/// and keep their time; copies the others, which get the present time. A file that the file system
+/// cannot link to is copied, and no longer marked as published. Sets the digest of each copy to that
+/// of the bytes copied. Checks the free space first. Throws `PublishError`.
 void PlacePayload(const std::wstring& source, const std::wstring& published, BuildFolder& build,
                   const std::wstring& next, Console& console);
 

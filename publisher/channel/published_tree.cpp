@@ -24,6 +24,7 @@ namespace {
 constexpr std::size_t kBuffer = std::size_t{64} << 10;
 
 FileContent LastErrorFailure() {
+  if (GetLastError() == WSAETIMEDOUT) SetLastError(ERROR_INTERNET_TIMEOUT);  // From Wine.
   std::wstring error = WinINetErrorText().text;
   while (error.ends_with(L'\n') || error.ends_with(L'\r')) error.pop_back();
   return {std::move(error)};
@@ -105,7 +106,7 @@ TreeOptions FollowRedirect(const TreeOptions& options, Diagnostics& diagnostics)
     followed.url = redirect.body;
   } else if (redirect.error != kNoSuchFile) {
     diagnostics.AddWarning(location, Format("cannot be fetched: {}", ToUtf8(redirect.error)),
-                           "Launchers go on as if there were no redirection.");
+                           "Launchers continue without the redirection.");
   }
   return followed;
 }
@@ -160,8 +161,8 @@ void CheckContentLength(const FileContent& content, const std::string& location,
 void WarnOfBaseUrl(std::string_view url, const std::string& where, Diagnostics& diagnostics) {
   if (!url.ends_with('/')) {
     diagnostics.AddWarning(where, Format("{} does not end with a slash", url),
-                           "Launchers append \"updates\" to it directly. Add the slash, unless "
-                           "that is meant.");
+                           "Launchers append \"updates\" to it directly. End it with a slash, "
+                           "without a line break.");
   }
   if (FoldCase(ToWide(url)).starts_with(L"HTTP://")) {
     diagnostics.AddWarning(

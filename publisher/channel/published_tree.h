@@ -43,7 +43,7 @@ class Fetcher {
 /// Where a tree is: exactly one of `server` and `url` is given.
 struct TreeOptions {
   std::string server;     ///< The served folder.
-  std::string url;        ///< The base URL, with its last slash.
+  std::string url;        ///< The base URL, ending with a slash.
   unsigned timeout = 60;  ///< In seconds, for connecting and for each read.
 };
 
@@ -80,7 +80,7 @@ class PublishedTree {
 void CheckContentLength(const FileContent& content, const std::string& location,
                         Diagnostics& diagnostics);
 
-/// Warns if the URL is one of http rather than https, or lacks its last slash. `where` is what
+/// Warns if the URL is one of http rather than https, or does not end with a slash. `where` is what
 /// contains it.
 void WarnOfBaseUrl(std::string_view url, const std::string& where, Diagnostics& diagnostics);
 

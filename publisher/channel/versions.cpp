@@ -66,7 +66,7 @@ std::optional<sdk::VersionNumber> CheckNewVersion(const std::string& text,
     }
     if (*version <= present) {
       found.push_back(
-          {text, Format("not above {}, the version on the server", VersionText(present)),
+          {text, Format("not higher than {}, the version on the server", VersionText(present)),
            "Players who have that version are not offered this one. Publish a higher version; "
            "--force publishes anyway."});
     }

@@ -19,7 +19,7 @@ namespace ve::publish {
 [[nodiscard]] std::string VersionText(const sdk::VersionNumber& version);
 
 /// Reads the version from the command line. Adds an error if the text is not a valid version, or if
-/// the version is not above the one on the server (a warning with `force`). Warns of versions that
+/// the version is not higher than the one on the server (a warning with `force`). Warns of versions that
 /// leave little room above them: the Launcher never installs a lower one. Adds "previousVersion" to
 /// the report. None if the text is not a valid version.
 [[nodiscard]] std::optional<sdk::VersionNumber> CheckNewVersion(const std::string& text,

@@ -30,7 +30,7 @@ void CheckPlaces(const std::wstring& source, const std::wstring& server, Diagnos
   const std::wstring first = FoldCase(source) + L'/';
   const std::wstring second = FoldCase(server) + L'/';
   if (!first.starts_with(second) && !second.starts_with(first)) return;
-  diagnostics.AddError(DisplayPath(source), "the build and the server's folder contain each other",
+  diagnostics.AddError(DisplayPath(source), "the build and the server's folder overlap",
                        "Publish from a folder outside the server's.");
 }
 
@@ -119,8 +119,8 @@ void AddGameCommand(CLI::App& program, Command& chosen) {
   command->add_flag("--if-changed", options->ifChanged,
                     "Do nothing if the server has exactly this build already.");
   command->add_flag("--force", options->force,
-                    "Publish a version that is not above the one on the server, or a build without "
-                    "the game's program.");
+                    "Publish a version that is not higher than the one on the server, or a build "
+                    "without the game's program.");
 }
 
 }  // namespace ve::publish

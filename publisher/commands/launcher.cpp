@@ -103,7 +103,7 @@ void WarnOfExecutable(const std::wstring& folder, const LauncherRecord& record,
     warn(Format("the server had another file with the same version {}: players who have "
                 "that version do not get this one",
                 record.version),
-         "Build it with a higher version unless that is meant.");
+         "Build it with a higher version, unless this is intended.");
   }
   if (before->isSigned && !record.isSigned) {
     warn("has no Authenticode signature, but the one on the server had",
@@ -137,7 +137,7 @@ void Publish(const Options& options, const Parts& parts, Diagnostics& diagnostic
         Format("the server had other settings: every player's Launcher takes these over, restarts "
                "once, and from then on asks {}",
                parts.url),
-        "Publish the settings of before if that is not meant.");
+        "If this is not intended, publish the previous settings again.");
   }
 
   const std::string manifest = UpdaterManifest();

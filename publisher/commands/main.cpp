@@ -30,7 +30,7 @@ int ReportUsage(const CLI::App& program, const CLI::ParseError& error,
 
 int Run(int count, wchar_t** arguments) {
   CLI::App program("Makes, checks and previews the updates that the Launcher reads.", "publish");
-  program.require_subcommand(1);
+  program.require_subcommand(0, 1);  // None is reported below, after an unknown one.
   program.set_version_flag(
       "--version", Format("publish {}, for the Launcher whose clean-up {} non-empty directories",
                           sdk::kBuildConfig.version,
@@ -47,6 +47,7 @@ int Run(int count, wchar_t** arguments) {
   for (int index = count - 1; index > 0; --index) texts.push_back(ToUtf8(arguments[index]));
   try {
     program.parse(std::vector<std::string>(texts));
+    if (!chosen.run) throw CLI::RequiredError("A command");
   } catch (const CLI::ParseError& error) {
     return ReportUsage(program, error, texts);
   }

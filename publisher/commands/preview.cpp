@@ -10,7 +10,7 @@ void AddPreviewCommand(CLI::App& program, Command& chosen) {
       "--installed C:\\Games\\Velmorant --server D:\\server", PreviewRun);
   command->add_option("--installed", options->installed, "The game's root, read only.")->required();
   AddTree(*command, options->tree);
-  command->add_option("--launcher", options->launcher, "As it is started.")->capture_default_str();
+  command->add_option("--launcher", options->launcher, "Its Launcher.")->capture_default_str();
 }
 
 }  // namespace ve::publish

@@ -87,14 +87,14 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 }  // namespace
 
 void AddPromoteCommand(CLI::App& program, Command& chosen) {
-  const auto [command, options] = AddCommand(
-      program, chosen, "promote", "Publish what one channel has to another, without copying it.",
-      "--from beta --to release --version 1.4.0.2 --server D:\\Server", Run);
+  const auto [command, options] =
+      AddCommand(program, chosen, "promote", "Publish the game of one channel to another channel.",
+                 "--from beta --to release --version 1.4.0.2 --server D:\\Server", Run);
   AddChannel(*command, options->from, "--from", "The channel that has the game.")->required();
   AddChannel(*command, options->channel, "--to", "The channel that gets it.")->required();
   AddPublicationOptions(*command, *options);
   command->add_flag("--force", options->force,
-                    "Publish a version that is not above the one that --to has.");
+                    "Publish a version that is not higher than the one that --to has.");
 }
 
 }  // namespace ve::publish

@@ -16,11 +16,11 @@ namespace ve::publish {
 void AddPublicationOptions(CLI::App& command, PublicationOptions& options) {
   command
       .add_option("--version", options.version,
-                  "Four numbers, the most significant first; above the one on the server.")
+                  "Four numbers, the most significant first; higher than the one on the server.")
       ->required();
   AddServer(command, options.server)->required();
   command.add_option("--upload-lists", options.uploadLists,
-                     "A folder for the lists of what to upload, delete and purge elsewhere.");
+                     "A folder for lists of what to upload, delete and purge on a host.");
 }
 
 ChannelFolders TargetOf(const PublicationOptions& options) {

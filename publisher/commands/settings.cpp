@@ -53,11 +53,11 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 
 void AddSettingsCommand(CLI::App& program, Command& chosen) {
   const auto [command, options] =
-      AddCommand(program, chosen, "settings", "Write the settings archive of a distribution.",
+      AddCommand(program, chosen, "settings", "Write an installation's settings: URL and channel.",
                  "--url https://updates.example.com/ --channel release "
                  "--output Updater\\UpdaterData.vpak",
                  Run);
-  command->add_option("--url", options->url, "The server's base URL, with its last slash.")
+  command->add_option("--url", options->url, "The server's base URL, ending with a slash.")
       ->required();
   AddChannel(*command, options->channel)->required();
   command

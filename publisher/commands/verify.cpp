@@ -62,13 +62,13 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
     if (const auto reasons = CheckChannel(check, channel, console, diagnostics)) {
       absent.push_back({check.tree.url,
                         Format("{} cannot be fetched ({})", ToUtf8(channel), *reasons),
-                        "Check the URL, and name the channel to see all errors in it."});
+                        "Check the URL: it ends before updates/. --channel shows all errors."});
     }
   }
   if (report.empty()) std::ranges::move(absent, std::back_inserter(diagnostics.errors));
   if (report.empty() && !diagnostics.HasErrors()) {
     diagnostics.AddError(DisplayPath(server), "contains no channel",
-                         "Channels are its folders updates\\alpha, beta, demo and release.");
+                         "Pass the folder that contains updates\\alpha, beta, demo or release.");
   }
   if (!diagnostics.HasErrors()) console.Print("No errors: Launchers can update from here.");
 }
@@ -76,11 +76,11 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
 }  // namespace
 
 void AddVerifyCommand(CLI::App& program, Command& chosen) {
-  const auto [command, options] =
-      AddCommand(program, chosen, "verify", "Check a published tree as players' Launchers read it.",
-                 "--url https://updates.example.com/ --channel release", Run);
+  const auto [command, options] = AddCommand(
+      program, chosen, "verify", "Check published channels as players' Launchers read them.",
+      "--url https://updates.example.com/ --channel release", Run);
   AddTree(*command, options->check.tree);
-  AddChannel(*command, options->channel)->description("The release channel; without it, all.");
+  AddChannel(*command, options->channel)->description("The channel; without it, all that exist.");
   command->add_option("--launcher", options->check.launcher,
                       "The executable's name, if it is not the one last published.");
   command->add_option("--exe", options->executable,

@@ -16,8 +16,8 @@ const char* HintFor(std::uint32_t code) {
   switch (code) {
     case ERROR_ACCESS_DENIED:
     case ERROR_WRITE_PROTECT:
-      return "This account lacks the right to do that, or the file is read-only or hidden. Use an "
-             "account that has it, or change the rights of the folder.";
+      return "This account lacks the permission, or the path is a folder, or the file is read-only "
+             "or hidden. Use another account, or change the permissions.";
     case ERROR_SHARING_VIOLATION:
     case ERROR_LOCK_VIOLATION:
     case ERROR_DELETE_PENDING:
@@ -25,6 +25,11 @@ const char* HintFor(std::uint32_t code) {
     case ERROR_DISK_FULL:
     case ERROR_HANDLE_DISK_FULL:
       return "Free space on that disk, then run the command again.";
+    case ERROR_DIR_NOT_EMPTY:
+      return "Close the program that has a file in it open, or delete the folder by hand.";
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS:
+      return "Something else has this name. Remove it, or pass another path.";
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
     case ERROR_INVALID_NAME:

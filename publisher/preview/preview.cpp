@@ -119,8 +119,8 @@ class Preview {
     const std::wstring channelUrl = Format(L"{}{}/", settings.url, ChannelName(settings.channel));
     report_["updatesUrl"] = ToUtf8(tree_->IsServed() ? tree_->UpdatesUrl() : channelUrl);
     if (tree_->IsServed() && ToWide(options_.tree.url) != settings.url) {
-      diagnostics_.AddWarning(subject_, "has another address than --url: " + ToUtf8(settings.url),
-                              "Players update from that address.");
+      diagnostics_.AddWarning(subject_, "names another URL than --url: " + ToUtf8(settings.url),
+                              "Players update from that URL.");
     }
   }
 

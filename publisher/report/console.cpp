@@ -15,7 +15,7 @@ namespace {
 constexpr std::uint64_t kTerminalPause = 200;
 constexpr std::uint64_t kLogPause = 10'000;
 
-// The shape of the JSON object; raised when a script that reads the present one would break.
+// The shape of the JSON object; raised when a change would break existing scripts.
 constexpr int kSchema = 1;
 
 constexpr std::size_t kMaxAlike = 10;

@@ -176,13 +176,13 @@ def test_a_version_not_above_the_servers_is_refused_unless_forced(publish_game, 
         done = publish_game({**FILES, "readme.txt": b"other"}, version)
         assert done.code == 1
         assert done.errors == [
-            f"{version}: not above 1.4.0.2, the version on the server"
+            f"{version}: not higher than 1.4.0.2, the version on the server"
         ]
         assert tree_of(server) == before
     files = {**FILES, "readme.txt": b"other"}
     done = publish_game(files, "0.9.9.9", "--force")
     assert (done.code, done.errors) == (0, [])
-    assert any(warning == "0.9.9.9: not above 1.4.0.2, the version on the server" for warning in done.warnings)
+    assert any(warning == "0.9.9.9: not higher than 1.4.0.2, the version on the server" for warning in done.warnings)
     assert_published(server, files, "0.9.9.9")
 
 
@@ -233,29 +233,27 @@ def test_all_errors_of_a_build_are_reported_in_one_run(build, temp_dir, server):
     (source / "bin/link").symlink_to(source / "Updater")
     done = publish_build(build, source, server, "1.0")
     quote = "a single quote ends the name in the manifest"
-    ascii_only = "names are printable ASCII: the Launcher decodes no others"
-    taken = "the server has a file of its own by this name"
-    address = (
-        "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own"
-    )
+    ascii_only = "contains non-ASCII or control characters, which the Launcher cannot decode"
+    taken = "publish writes a file of this name to the server"
+    address = "the Launcher does not encode %, # and ? in URLs"
     expected = [
         NOT_A_VERSION.format("1.0"),
-        "bin/empty.txt: is empty, and the Launcher takes no empty files",
+        "bin/empty.txt: is empty, and the Launcher rejects empty files",
         f"bin/it's.txt: {quote}",
         f"bin/100%.txt: {address}",
         f"bin/\u00fcber.txt: {ascii_only}",
         f"bin/line\nfeed: {ascii_only}",
         "bin/line\nfeed: cannot be read",  # Such a name can be listed, but nothing opens it.
-        "bin/nul.txt: Windows takes 'nul.txt' for a device",
-        "bin/" + "n" * 200 + "/" + "m" * 31 + ": in the staging folder its path has 256 characters, "
-        "and the Launcher opens none of more than 255",
+        "bin/nul.txt: 'nul.txt' is a reserved device name on Windows",
+        "bin/" + "n" * 200 + "/" + "m" * 31 + ": its path in the staging folder has "
+        "256 characters; the Launcher opens at most 255",
         f"game_update.manifest: {taken}",
         f"GAMEVERSION.vpak: {taken}",
-        "Updater: the folder is the Launcher's own, on the server and on a player's disk",
+        "Updater: this folder belongs to the Launcher",
         "intermediate/update: the Launcher stages updates in Intermediate\\Update",
         "launcher.exe: the Launcher cannot replace itself while it runs",
         "_old.exe: the Launcher deletes this file at every start",
-        "bin/large.dat: has 4 GiB or more, and the Launcher takes smaller files only",
+        "bin/large.dat: is 4 GiB or larger; the Launcher accepts smaller files only",
         "bin/link: is a link",
         f"{windows_path(source)}: no bin\\Velmorant Player.exe",
     ]
@@ -267,6 +265,7 @@ def test_all_errors_of_a_build_are_reported_in_one_run(build, temp_dir, server):
     assert sorted(r for r in done.errors if r not in twice) == sorted(expected)
     assert done.code == 1
     assert all(refusal["hint"] for refusal in done.report["errors"])
+    assert not any(warning.startswith("bin/link: ") for warning in done.warnings)
     assert os.listdir(server) == []
 
 
@@ -294,7 +293,7 @@ def test_a_build_in_the_servers_folder_and_the_reverse_are_refused(build, temp_d
     for source, server in ((outer / "inner", outer), (outer, outer / "inner"), (outer, outer)):
         done = publish_build(build, source, server, "1.0.0.0")
         assert done.code == 1
-        assert any("contain each other" in refusal for refusal in done.errors)
+        assert any("overlap" in refusal for refusal in done.errors)
         assert not (server / "updates").exists()
 
 
@@ -388,7 +387,7 @@ def test_a_publish_that_changes_nothing_is_warned_of_or_left_out(publish_game, s
     assert_published(server, FILES, "1.0.0.1")
     files = {**FILES, "readme.txt": b"changed"}
     assert publish_game(files, "1.0.0.1", "--if-changed").errors == [
-        "1.0.0.1: not above 1.0.0.1, the version on the server"
+        "1.0.0.1: not higher than 1.0.0.1, the version on the server"
     ]
     assert publish_game(files, "1.0.0.2", "--if-changed").code == 0
     assert_published(server, files, "1.0.0.2")
@@ -445,7 +444,7 @@ def test_many_alike_errors_are_grouped_and_what_was_not_published_is_said(build,
     )
     lines = done.stderr.decode().replace("\r", "").splitlines()
     assert (done.returncode, done.stdout) == (1, b"")
-    assert len([line for line in lines if line.endswith("takes no empty files")]) == 10
+    assert len([line for line in lines if line.endswith("rejects empty files")]) == 10
     assert lines[-3:] == [
         "error: and 4 more like these",
         "  Write something into it, or leave it out with --ignore.",
@@ -465,7 +464,7 @@ STRICT = (
     "cannot be removed by the clean-up of this build of the Launcher, which ends every update "
     "abnormally before its version is recorded"
 )
-EMPTY = "is empty: every update makes the folder and removes it again"
+EMPTY = "is empty: every update creates the folder, then removes it"
 PLAYERS = (
     "is a folder that the clean-up keeps: files that a later version no longer has stay on players' "
     "disks, and each update replaces what players changed in listed files"
@@ -677,7 +676,7 @@ def test_a_live_folder_that_stays_in_use_is_an_error(interrupted):
     assert (done.code, len(done.errors)) == (1, 1)
     begin = f"{live}: cannot be renamed: "
     assert done.errors[0].startswith(begin) and done.errors[0] != begin
-    assert done.report["errors"][0]["hint"].startswith("Close the program that has something in the folder open")
+    assert done.report["errors"][0]["hint"].startswith("Close the program that has a file in the folder open")
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 
@@ -749,7 +748,7 @@ def test_each_of_several_competing_runs_publishes_completely_or_is_refused(build
         (refusal,) = done.errors
         assert (
             refusal.endswith("another run is writing to this channel")
-            or refusal.startswith(f"{version}: not above 1.0.0.")
+            or refusal.startswith(f"{version}: not higher than 1.0.0.")
         ), refusal
     assert published
     last = max(published)
@@ -777,7 +776,7 @@ def test_a_run_that_is_refused_leaves_the_channel_alone_but_cleans_up(interrupte
     make_build(interrupted.updates / ".release.next", {"half": b"ha"})
     (interrupted.new / "empty").write_bytes(b"")
     done = publish_build(interrupted.build, interrupted.new, interrupted.server, "1.0.0.1")
-    assert done.errors == ["empty: is empty, and the Launcher takes no empty files"]
+    assert done.errors == ["empty: is empty, and the Launcher rejects empty files"]
     assert os.listdir(interrupted.updates) == ["release"]
     assert tree_of(interrupted.updates / "release") == OLD_CHANNEL
 

@@ -217,7 +217,7 @@ def test_all_errors_are_reported_in_one_run(build, temp_dir, server):
     assert done.code == 1
     assert rules == [
         "a single quote ends the name in the manifest",
-        "the Launcher appends names to addresses as they stand, where %, # and ? have meanings of their own",
+        "the Launcher does not encode %, # and ? in URLs",
         "not a Windows executable with a version resource",
         "cannot be read",
     ]

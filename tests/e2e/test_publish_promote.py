@@ -208,7 +208,7 @@ def test_the_same_channel_twice_is_an_error(promote, server):
 def test_a_version_not_above_the_other_channels_is_an_error_unless_forced(promote, server, version):
     before = tree_of(server)
     done = promote(version)
-    assert done.errors == [f"{version}: not above 1.0.0.0, the version on the server"]
+    assert done.errors == [f"{version}: not higher than 1.0.0.0, the version on the server"]
     assert_nothing_published(done, server, before)
     assert promote(version, "--force").code == 0
     assert tree_of(server / "updates/release") == channel_of(NEW, version, "release")

@@ -81,21 +81,25 @@ def test_a_folder_as_output_is_refused_and_nothing_left_behind(build, temp_dir, 
 
 
 @pytest.mark.parametrize(
-    "arguments",
+    ("arguments", "message"),
     [
-        [],
-        ["settings"],
-        ["settings", "--url", URL, "--channel", "gamma", "--output", "x"],
-        ["settings", "--url", URL, "--channel", "release"],
-        ["unknown"],
+        ([], "A command is required"),
+        (["settings"], "--url is required"),
+        (["settings", "--url", URL, "--channel", "gamma", "--output", "x"], "--channel: gamma not in "),
+        (["settings", "--url", URL, "--channel", "release"], "--output is required"),
+        (["unknown"], "The following argument was not expected: unknown"),
     ],
 )
-def test_wrong_usage(build, arguments):
-    done = subprocess.run(command_line(build.publish, *arguments), stdin=subprocess.DEVNULL, check=False)
+def test_wrong_usage(build, arguments, message):
+    done = subprocess.run(
+        command_line(build.publish, *arguments),
+        stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False,
+    )
     assert done.returncode == 2
+    assert done.stderr.decode().startswith(message)
 
 
-@pytest.mark.parametrize("command", ["settings", "game", "launcher", "verify", "preview", "inspect"])
+@pytest.mark.parametrize("command", ["settings", "game", "launcher", "promote", "verify", "preview", "inspect"])
 def test_every_command_has_help_with_an_example(build, command):
     done = subprocess.run(
         command_line(build.publish, command, "--help"),

@@ -13,8 +13,10 @@
 #include "core/directory_walk.h"
 #include "core/files.h"
 #include "core/format.h"
+#include "core/handle.h"
 #include "core/unicode.h"
 #include "publisher/files/paths.h"
+#include "publisher/files/windows_errors.h"
 #include "support/replaced_call.h"
 #include "support/temp_folder.h"
 
@@ -140,6 +142,23 @@ TEST_F(ChannelSwap, ARemovalThatNeverSucceededAndAnInterruptionLater) {
   EXPECT_FALSE(file::Exists(folders_.discarded));
 }
 
+TEST_F(ChannelSwap, AnOldStateInUseIsReportedWithWhatToDo) {
+  file::MakeDirectories(folders_.discarded);
+  const std::wstring path = folders_.discarded + L"\\GameVersion.vpak";
+  test::WriteWhole(path, "1");
+  const UniqueFileHandle reader(CreateFileW(path.c_str(), GENERIC_READ,
+                                            FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                            OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(reader);
+  try {
+    Repair();
+    FAIL();
+  } catch (const std::exception& error) {
+    EXPECT_EQ(DescribeException(error).hint,
+              "Close the program that has a file in it open, or delete the folder by hand.");
+  }
+}
+
 TEST_F(ChannelSwap, HalfWrittenFilesOfTheLaunchersUpdateAreRemoved) {
   Write(folders_.live, "1");
   file::MakeDirectory(folders_.live + L"\\updater");
@@ -224,7 +243,7 @@ TEST_F(ChannelSwap, ALockThatCannotBeWrittenIsReportedWithTheReason) {
   for (const Case& expected :
        {Case{ERROR_DISK_FULL, false, "cannot be written: ", "Free space"},
         // What a lock file that is just being deleted gives as well, but only for a moment.
-        Case{ERROR_ACCESS_DENIED, true, "cannot be written: ", "This account lacks the right"},
+        Case{ERROR_ACCESS_DENIED, true, "cannot be written: ", "This account lacks the permission"},
         Case{ERROR_SHARING_VIOLATION, true, "another run is writing to this channel", "Wait"}}) {
     lockError = expected.code;
     lockAttempts = 0;

@@ -125,20 +125,17 @@ TEST(ManifestCheck, FilesStayBelowFourGibibytes) {
 
 TEST(ManifestCheck, NamesFollowTheRulesOfABuild) {
   const std::wstring longest(235, L'x');
-  const std::string address =
-      ": the Launcher appends names to addresses as they stand, where %, # and ? have meanings of "
-      "their own";
+  const std::string address = ": the Launcher does not encode %, # and ? in URLs";
   EXPECT_THAT(
       Refusals(Manifest({"bin", "bin/50%", "aux"},
                         {longest, longest + L"x", L"bin/100%.txt", L"a#b", L"bin/nul.txt",
                          L"launcher.exe", L"_OLD.exe", L"bin\\a:b"})),
       ElementsAre(
-          "bin/50%" + address, "aux: Windows takes 'aux' for a device",
+          "bin/50%" + address, "aux: 'aux' is a reserved device name on Windows",
           std::string(236, 'x') +
-              ": in the staging folder its path has 256 characters, and the Launcher opens none "
-              "of more than 255",
+              ": its path in the staging folder has 256 characters; the Launcher opens at most 255",
           "bin/100%.txt" + address, "a#b" + address,
-          "bin/nul.txt: Windows takes 'nul.txt' for a device",
+          "bin/nul.txt: 'nul.txt' is a reserved device name on Windows",
           "launcher.exe: the Launcher cannot replace itself while it runs",
           "_OLD.exe: the Launcher deletes this file at every start",
           "bin\\a:b: is written with a backslash"));
@@ -153,9 +150,8 @@ TEST(ManifestCheck, TheLaunchersFileIsTheOneOfThatName) {
 
 TEST(ManifestCheck, NamesThatTheLauncherOrTheServerUsesAreTold) {
   const std::string staging = ": the Launcher stages updates in Intermediate\\Update";
-  const std::string updater =
-      ": the folder is the Launcher's own, on the server and on a player's disk";
-  const std::string taken = ": the server has a file of its own by this name";
+  const std::string updater = ": this folder belongs to the Launcher";
+  const std::string taken = ": publish writes a file of this name to the server";
   EXPECT_THAT(Refusals(Manifest({"intermediate", "intermediate/update", "Updater"},
                                 {L"intermediate/update/a", L"gameversion.vpak",
                                  L"GAME_UPDATE.manifest", L"Updater/x", L"UpdaterX"})),
@@ -177,7 +173,7 @@ TEST(ManifestCheck, NamesAreWrittenWithSlashesAndInAscii) {
               ElementsAre("bin\\a: is written with a backslash"));
   const std::vector<std::string> beyond = Refusals(Manifest({"bin"}, {L"bin/\xFFE9"}));
   ASSERT_EQ(beyond.size(), 1U);
-  EXPECT_TRUE(beyond[0].ends_with("printable ASCII: the Launcher decodes no others"));
+  EXPECT_TRUE(beyond[0].ends_with("control characters, which the Launcher cannot decode"));
 }
 
 }  // namespace

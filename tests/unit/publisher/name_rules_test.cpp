@@ -51,34 +51,36 @@ TEST(NameRules, ARemarkNamesTheEntryTheRuleAndTheWayOut) {
 TEST(NameRules, OnlyPrintableAsciiPasses) {
   for (const wchar_t* name : {L"\u00fcber.txt", L"a\rb", L"a\nb", L"a\tb", L"a\x7f", L"\u65e5",
                               L"a\xdc00", L"com\u00b9"}) {
-    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("printable ASCII")));
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("non-ASCII or control characters")));
   }
 }
 
 TEST(NameRules, WhatAnAddressCannotCarryIsRefused) {
   for (const wchar_t* name : {L"100%.txt", L"%41", L"a#b"}) {
-    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("addresses as they stand"))) << name;
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("does not encode %, # and ? in URLs")))
+        << name;
   }
-  EXPECT_THAT(Refusals(L"a?b"), ElementsAre(HasSubstr("addresses as they stand")));
+  EXPECT_THAT(Refusals(L"a?b"), ElementsAre(HasSubstr("does not encode %, # and ? in URLs")));
 }
 
 TEST(NameRules, WhatWindowsForbidsIsRefused) {
   for (const wchar_t* name : {L"a\"b", L"a*b", L"ab:c", L"a<b", L"a>b", L"a|b"}) {
-    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("Windows allows none"))) << name;
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("Windows does not allow"))) << name;
   }
 }
 
 TEST(NameRules, DevicesAreRefusedWhateverTheirExtensionAndCase) {
   for (const wchar_t* name : {L"CON", L"nul.txt", L"bin/Aux", L"prn.a.b", L"COM1", L"com0.dat",
                               L"LPT9.x", L"NUL .txt", L"conin$", L"CONOUT$.x"}) {
-    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("for a device"))) << name;
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("is a reserved device name"))) << name;
   }
-  EXPECT_THAT(Refusals(L"aux", NameKind::kDirectory), ElementsAre(HasSubstr("for a device")));
+  EXPECT_THAT(Refusals(L"aux", NameKind::kDirectory),
+              ElementsAre(HasSubstr("is a reserved device name")));
 }
 
 TEST(NameRules, DotsAndBlanksAtTheEndAreRefused) {
   for (const wchar_t* name : {L"a.", L"a ", L"bin/a.txt ", L"..."}) {
-    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("dots and blanks at the end"))) << name;
+    EXPECT_THAT(Refusals(name), ElementsAre(HasSubstr("dots and spaces from the end"))) << name;
   }
 }
 
@@ -113,8 +115,8 @@ TEST(NameRules, AFilesStagedPathHasAtMost255Characters) {
   constexpr std::size_t kStaging = 20;  // Intermediate\Update with its last separator.
   EXPECT_THAT(Refusals(std::wstring(255 - kStaging, L'a')), IsEmpty());
   EXPECT_THAT(Refusals(std::wstring(256 - kStaging, L'a')),
-              ElementsAre("in the staging folder its path has 256 characters, and the Launcher "
-                          "opens none of more than 255"));
+              ElementsAre("its path in the staging folder has 256 characters; the Launcher opens "
+                          "at most 255"));
 }
 
 TEST(NameRules, AFolderIsStagedWithOneSeparatorMore) {
@@ -141,11 +143,14 @@ TEST(NameRules, TheStagingFolderIsTheLaunchers) {
 }
 
 TEST(NameRules, TheServersOwnNamesAreTaken) {
-  EXPECT_THAT(Refusals(L"game_update.manifest"), ElementsAre(HasSubstr("the server has a file")));
-  EXPECT_THAT(Refusals(L"gameversion.VPAK"), ElementsAre(HasSubstr("the server has a file")));
-  EXPECT_THAT(Refusals(L"Updater", NameKind::kDirectory), ElementsAre(HasSubstr("Launcher's own")));
-  EXPECT_THAT(Refusals(L"updater"), ElementsAre(HasSubstr("Launcher's own")));
-  EXPECT_THAT(Refusals(L"updater/x"), ElementsAre(HasSubstr("Launcher's own")));
+  EXPECT_THAT(Refusals(L"game_update.manifest"),
+              ElementsAre(HasSubstr("publish writes a file of this name")));
+  EXPECT_THAT(Refusals(L"gameversion.VPAK"),
+              ElementsAre(HasSubstr("publish writes a file of this name")));
+  EXPECT_THAT(Refusals(L"Updater", NameKind::kDirectory),
+              ElementsAre(HasSubstr("belongs to the Launcher")));
+  EXPECT_THAT(Refusals(L"updater"), ElementsAre(HasSubstr("belongs to the Launcher")));
+  EXPECT_THAT(Refusals(L"updater/x"), ElementsAre(HasSubstr("belongs to the Launcher")));
   EXPECT_THAT(Refusals(L"updaters/x"), IsEmpty());
   EXPECT_FALSE(ChecksBelow(L"UPDATER"));
   EXPECT_TRUE(ChecksBelow(L"bin/updater"));
