@@ -39,16 +39,16 @@ Lanes Fixed(Lanes sum) {
 
 using Bytes = std::span<const std::byte>;
 
-/// The present block of each lane.
+/// Where the blocks of each lane begin.
 using Blocks = std::array<const std::byte*, kMd5Lanes>;
 
-/// The sixteen words of these blocks.
+/// The sixteen words of one block of each lane.
 class LaneWords {
  public:
-  explicit LaneWords(const Blocks& blocks) {
+  LaneWords(const Blocks& blocks, std::size_t offset) {
     for (std::size_t group = 0; group < words_.size(); group += 4) {
       const auto load = [&](std::size_t lane) {
-        const std::byte* at = blocks[lane] + group * sizeof(std::uint32_t);
+        const std::byte* at = blocks[lane] + offset + group * sizeof(std::uint32_t);
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
       };
       // Four words of each lane become four registers with one word of every lane.
@@ -78,7 +78,10 @@ struct Run {
 
   /// The length counts modulo 2^32.
   [[nodiscard]] std::size_t Length() const { return static_cast<std::uint32_t>(buffer.size()); }
-  [[nodiscard]] std::size_t BlocksLeft() const { return (Length() - done) / kMd5BlockSize; }
+  /// In bytes, of whole blocks.
+  [[nodiscard]] std::size_t BlocksLeft() const {
+    return (Length() - done) / kMd5BlockSize * kMd5BlockSize;
+  }
 
   /// Computes what is left of the digest alone.
   void Finish() const {
@@ -89,8 +92,8 @@ struct Run {
   }
 };
 
-/// Adds the next blocks of each run, of which there are one to four.
-void AddBlocks(std::span<Run> runs, std::size_t count) {
+/// Adds the next `size` bytes, whole blocks, of each run. There are one to four runs.
+void AddBlocks(std::span<Run> runs, std::size_t size) {
   Blocks blocks;
   alignas(16) std::array<std::array<std::uint32_t, kMd5Lanes>, 4> words;  // Of the states.
   for (std::size_t lane = 0; lane < kMd5Lanes; ++lane) {
@@ -103,16 +106,15 @@ void AddBlocks(std::span<Run> runs, std::size_t count) {
     state[word] = Lanes(_mm_load_si128(reinterpret_cast<const __m128i*>(words[word].data())));
   }
   auto [a, b, c, d] = state;
-  for (std::size_t block = 0; block < count; ++block) {
-    detail::AddBlock(a, b, c, d, LaneWords(blocks));
-    for (const std::byte*& at : blocks) at += kMd5BlockSize;
+  for (std::size_t offset = 0; offset < size; offset += kMd5BlockSize) {
+    detail::AddBlock(a, b, c, d, LaneWords(blocks, offset));
   }
   state = {a, b, c, d};
   for (std::size_t word = 0; word < words.size(); ++word) {
     _mm_store_si128(reinterpret_cast<__m128i*>(words[word].data()), state[word].words);
   }
   for (std::size_t lane = 0; lane < runs.size(); ++lane) {
-    runs[lane].done += count * kMd5BlockSize;
+    runs[lane].done += size;
     for (std::size_t word = 0; word < words.size(); ++word)
       runs[lane].state[word] = words[word][lane];
   }

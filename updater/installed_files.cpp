@@ -16,10 +16,12 @@
 namespace ve::sdk {
 namespace {
 
-// More keep the lanes of a digest filled for longer; fewer are read in vain before a download.
-constexpr std::size_t kFilesAhead = 8;
 // For the contents of all files that are read ahead together.
 constexpr std::size_t kMemorySize = std::size_t{64} << 20;
+// Four files fill the lanes of a digest. Of small ones more are read, to take the lanes of those that
+// end first; large ones would leave the processor's cache before they are digested.
+constexpr std::size_t kMaxFiles = 16;
+constexpr std::size_t kSmallTogether = std::size_t{4} << 20;
 
 /// Reads a file of exactly the buffer's size. Returns false on any failure.
 bool ReadExactly(const std::wstring& path, std::span<std::byte> buffer) {
@@ -60,14 +62,16 @@ bool InstalledFiles::NextIsCurrent() {
 /// another size or cannot be read, which `FileMatchesEntry` finds out at its entry.
 void InstalledFiles::ReadAhead() {
   if (!memory_) memory_.reset(new (std::nothrow) std::byte[kMemorySize]);
-  std::span<std::byte> room(memory_.get(), memory_ ? kMemorySize : 0);
+  const std::span memory(memory_.get(), memory_ ? kMemorySize : 0);
   std::vector<std::span<const std::byte>> contents;
-  for (const FileEntry& entry : entries_.first(std::min(kFilesAhead, entries_.size()))) {
-    if (entry.size > room.size()) break;
-    const auto content = room.first(static_cast<std::size_t>(entry.size));
+  std::size_t together = 0;
+  for (const FileEntry& entry : entries_.first(std::min(kMaxFiles, entries_.size()))) {
+    if (entry.size > memory.size() - together) break;
+    const auto content = memory.subspan(together, static_cast<std::size_t>(entry.size));
+    together += content.size();
+    if (contents.size() >= kMd5Lanes && together > kSmallTogether) break;
     if (!ReadExactly(entry.name, content)) break;
     contents.push_back(content);
-    room = room.subspan(content.size());
   }
   for (const std::string& digest : Md5HexOfEach(contents)) {
     answers_.push_back(digest == entries_[answers_.size()].digest);

@@ -136,14 +136,19 @@ TEST_F(InstalledFilesTest, AFileThatIsWrittenBeforeItsEntryIsReadAgainAfterForge
   EXPECT_TRUE(installed.NextIsCurrent());
 }
 
-TEST_F(InstalledFilesTest, TheNextEightEntriesAreReadAhead) {
-  const std::vector<std::wstring> names{L"a", L"b", L"c", L"d", L"e", L"f", L"g", L"h", L"i"};
-  for (const std::wstring& name : names) ListAndWrite(name, "hello");
-  InstalledFiles installed(entries_);
-  EXPECT_TRUE(installed.NextIsCurrent());
-  for (const std::wstring& name : names) test::WriteWhole(name, "world");
-  for (int entry = 2; entry <= 8; ++entry) EXPECT_TRUE(installed.NextIsCurrent()) << entry;
-  EXPECT_FALSE(installed.NextIsCurrent());
+TEST_F(InstalledFilesTest, SixteenSmallFilesAndFourLargeOnesAreReadAhead) {
+  for (const std::size_t size : {std::size_t{1} << 10, std::size_t{2} << 20}) {
+    const std::string before(size, 'b');
+    const std::string after(size, 'a');
+    entries_.clear();
+    for (wchar_t name = L'a'; name < L'a' + 17; ++name) ListAndWrite(std::wstring(1, name), before);
+    InstalledFiles installed(entries_);
+    EXPECT_TRUE(installed.NextIsCurrent());
+    for (const FileEntry& entry : entries_) test::WriteWhole(entry.name, after);
+    const int ahead = size == 1024 ? 16 : 4;
+    for (int entry = 2; entry <= ahead; ++entry) EXPECT_TRUE(installed.NextIsCurrent()) << entry;
+    EXPECT_FALSE(installed.NextIsCurrent()) << size;
+  }
 }
 
 TEST_F(InstalledFilesTest, AFileThatDoesNotFitIsReadAloneAndItsNeighboursWithoutIt) {
