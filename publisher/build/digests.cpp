@@ -20,19 +20,25 @@ namespace {
 constexpr std::size_t kPiece = std::size_t{1} << 20;
 // Files that one thread reads before it digests them side by side.
 constexpr std::size_t kGroup = 8;
-// Larger files are digested alone: a group of these for each processor has to fit into memory.
-constexpr std::size_t kMaxSideBySide = std::size_t{16} << 20;
 
 using Bytes = std::span<const std::byte>;
+
+/// Each thread's memory, for a piece and the contents of a group. It is kept for the next files: new
+/// memory costs as much time as reading into it.
+std::span<std::byte> Memory() {
+  constexpr std::size_t kSize = kPiece + (std::size_t{16} << 20);
+  thread_local const auto memory = std::make_unique_for_overwrite<std::byte[]>(kSize);
+  return {memory.get(), kSize};
+}
 
 /// Digests what is left of the file, in pieces.
 FileDigest DigestPieces(InputFile& file, Counter& bytesDone,
                         const std::function<void(Bytes)>& take = {}) {
-  const auto buffer = std::make_unique_for_overwrite<std::byte[]>(kPiece);
   FileDigest digest{{}, 0, file.FinalPath()};
   Md5 md5;
-  for (Bytes piece = file.Read({buffer.get(), kPiece}); !piece.empty();
-       piece = file.Read({buffer.get(), kPiece})) {
+  while (true) {
+    const Bytes piece = file.Read(Memory().first(kPiece));
+    if (piece.empty()) break;
     md5.Update(piece);
     if (take) take(piece);
     digest.size += piece.size();
@@ -46,18 +52,18 @@ FileDigest DigestPieces(InputFile& file, Counter& bytesDone,
 /// Some files that one thread reads, one after the other, and then digests side by side.
 struct SideBySide {
   std::array<FileDigest, kGroup> digests;
-  std::array<std::unique_ptr<std::byte[]>, kGroup> memory;
   std::array<Bytes, kGroup> contents;
+  std::span<std::byte> room = Memory().subspan(kPiece);
 
   void Read(std::size_t place, const std::wstring& path, Counter& bytesDone) try {
     InputFile file(path);
     const std::uint64_t size = file.Size();
-    if (size > kMaxSideBySide) {
+    if (size > room.size()) {
       digests[place] = DigestPieces(file, bytesDone);
       return;
     }
-    memory[place] = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(size));
-    contents[place] = file.Read({memory[place].get(), static_cast<std::size_t>(size)});
+    contents[place] = file.Read(room.first(static_cast<std::size_t>(size)));
+    room = room.subspan(contents[place].size());
     digests[place] = {{}, contents[place].size(), file.FinalPath()};
     bytesDone += contents[place].size();
   } catch (const PublishError& error) {

@@ -26,7 +26,9 @@ using UniqueModule = Unique<ModulePolicy>;
 // https://learn.microsoft.com/windows/win32/menurc/vs-versioninfo
 constexpr std::size_t kFixedFileInfoOffset = 40;
 
-std::optional<VS_FIXEDFILEINFO> ReadFixedFileInfo(const std::wstring& path) {
+}  // namespace
+
+std::optional<ProgramVersion> ReadProgramVersion(const std::wstring& path) {
   // As a data file: nothing of it runs, and no DLL that it imports is loaded.
   const UniqueModule module(LoadLibraryExW(
       path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
@@ -41,16 +43,8 @@ std::optional<VS_FIXEDFILEINFO> ReadFixedFileInfo(const std::wstring& path) {
   if (data == nullptr) return {};
   std::memcpy(&fixed, static_cast<const std::byte*>(data) + kFixedFileInfoOffset, sizeof(fixed));
   if (fixed.dwSignature != VS_FFI_SIGNATURE) return {};
-  return fixed;
-}
-
-}  // namespace
-
-std::optional<ProgramVersion> ReadProgramVersion(const std::wstring& path) {
-  const std::optional<VS_FIXEDFILEINFO> fixed = ReadFixedFileInfo(path);
-  if (!fixed) return {};
-  return ProgramVersion{HIWORD(fixed->dwFileVersionMS),
-                        (fixed->dwFileFlags & VS_FF_SPECIALBUILD) != 0};
+  return ProgramVersion{HIWORD(fixed.dwFileVersionMS),
+                        (fixed.dwFileFlags & VS_FF_SPECIALBUILD) != 0};
 }
 
 bool IsSigned(std::string_view content) {
