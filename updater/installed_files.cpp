@@ -71,10 +71,10 @@ void InstalledFiles::ReadAhead() {
     together += content.size();
     if (contents.size() >= kMd5Lanes && together > kSmallTogether) break;
     if (!ReadExactly(entry.name, content)) break;
-    contents.push_back(content);
+    contents.emplace_back(content);
   }
   for (const std::string& digest : Md5HexOfEach(contents)) {
-    answers_.push_back(digest == entries_[answers_.size()].digest);
+    answers_.emplace_back(digest == entries_[answers_.size()].digest);
   }
 }
 

@@ -104,7 +104,7 @@ FileDigest CopyWithDigest(const std::wstring& source, const std::wstring& path,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!copy) ThrowWindowsError("written", path, GetLastError());
   InputFile file(source);
-  const FileDigest digest = DigestPieces(file, bytesDone, [&](Bytes piece) {
+  FileDigest digest = DigestPieces(file, bytesDone, [&](Bytes piece) {
     DWORD written = 0;
     if (WriteFile(copy.Get(), piece.data(), static_cast<DWORD>(piece.size()), &written, nullptr) ==
             FALSE ||

@@ -48,7 +48,7 @@ void CALLBACK OnStatus(HINTERNET /*parent*/, DWORD_PTR context, DWORD status, vo
 
 Fetcher::Fetcher(unsigned timeout)
     : root_(InternetOpenW(nullptr, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)),
-      timeout_(timeout * 1000) {
+      timeout_(DWORD_PTR{timeout} * 1000) {
   // The limits of connections are the process's.
   SetNumber(nullptr, INTERNET_OPTION_MAX_CONNS_PER_SERVER, kParallelRequests);
   SetNumber(nullptr, INTERNET_OPTION_MAX_CONNS_PER_1_0_SERVER, kParallelRequests);

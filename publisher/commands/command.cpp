@@ -1,6 +1,6 @@
 #include "publisher/commands/command.h"
 
-#include <vector>
+#include <set>
 
 #include "archive/updater_settings.h"
 #include "core/unicode.h"
@@ -9,8 +9,8 @@ namespace ve::publish {
 
 CLI::Option* AddChannel(CLI::App& command, std::string& channel, const char* name,
                         const char* purpose) {
-  std::vector<std::string> names;
-  for (const std::wstring_view known : sdk::kReleaseChannels) names.push_back(ToUtf8(known));
+  std::set<std::string> names;
+  for (const std::wstring_view known : sdk::kReleaseChannels) names.insert(ToUtf8(known));
   return command.add_option(name, channel, purpose)->check(CLI::IsMember(names));
 }
 

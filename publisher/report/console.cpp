@@ -61,9 +61,9 @@ std::string FormatProgress(const Progress& progress, std::uint64_t elapsed) {
   text += Format("{} of {}", FormatByteSize(progress.bytesDone), FormatByteSize(progress.bytes));
   if (progress.bytesDone == 0 || progress.bytesDone > progress.bytes) return text;
   const double done = static_cast<double>(progress.bytesDone) / static_cast<double>(progress.bytes);
-  const double left = static_cast<double>(elapsed) * (1 - done) / done / 1000;
+  const double left = static_cast<double>(elapsed) * (1 - done) / done / 1000 + 0.5;
   text += Format(", {}%", static_cast<int>(done * 100));
-  return text + Format(", {} s left", static_cast<std::uint64_t>(left + 0.5));
+  return text + Format(", {} s left", static_cast<std::uint64_t>(left));
 }
 
 }  // namespace
