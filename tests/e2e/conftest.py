@@ -16,6 +16,7 @@ import pytest
 
 from harness.constants import BUILD_DIR, TIMEOUT
 from harness.driver import WINE, Build, Watcher
+from harness.game_folder import windows_path
 from harness.scene import Scene
 from harness.scripted_server import ScriptedServer
 
@@ -153,3 +154,17 @@ def scene(build: Build, temp_dir: pathlib.Path):
     made = Scene(build, temp_dir, ScriptedServer())
     yield made
     made.close()
+
+
+@pytest.fixture
+def keep_open(build):
+    """Makes another process keep a file open, which others may only read then."""
+    holders = []
+
+    def keep(path) -> None:
+        holders.append(Watcher(build, ["hold", windows_path(path), "read"], {}))
+        assert holders[-1].events.get(timeout=TIMEOUT) == {"event": "held"}
+
+    yield keep
+    for holder in holders:
+        holder.close()

@@ -99,6 +99,14 @@ def test_twenty_thousand_small_files_are_installed_and_counted(studio, record_pr
     record_property("cell", ("Large updates", "many", told, f"peak {peaks[0] >> 20} MiB"))
 
 
+def accepted(peaks: list[int], program: pathlib.Path) -> list:
+    """The answers of a player who accepts an update; the program's peak memory is added at its end."""
+    return [
+        ok(UPDATE_AVAILABLE),
+        ok(UPDATE_SUCCESSFUL, meanwhile=lambda: peaks.append(peak_memory(program))),
+    ]
+
+
 def test_a_file_of_a_gibibyte_takes_little_more_memory_than_its_size(studio, record_property):
     size = 1 << 30
     peaks = []
@@ -107,10 +115,7 @@ def test_a_file_of_a_gibibyte_takes_little_more_memory_than_its_size(studio, rec
     def update(files: dict[str, bytes], version: int) -> list[str]:
         offer(studio, files, ["data"], (0, 0, 0, version))
         run = studio.start(
-            [
-                ok(UPDATE_AVAILABLE),
-                ok(UPDATE_SUCCESSFUL, meanwhile=lambda: peaks.append(peak_memory(program))),
-            ],
+            accepted(peaks, program),
             deadline=TIMEOUT,
         )
         run.finish()
@@ -159,10 +164,7 @@ def test_reading_ahead_takes_little_more_memory_than_64_mebibytes_or_the_largest
     def update(files: dict[str, bytes], fetched: list[str], version: int) -> None:
         offer(studio, files, ["data"], (0, 0, 0, version))
         run = studio.start(
-            [
-                ok(UPDATE_AVAILABLE),
-                ok(UPDATE_SUCCESSFUL, meanwhile=lambda: peaks.append(peak_memory(program))),
-            ],
+            accepted(peaks, program),
             deadline=TIMEOUT,
         )
         run.finish()

@@ -10,9 +10,9 @@ import struct
 import pytest
 
 from harness import formats
-from harness.constants import GAME, NEXT_VERSION, OWN_VERSION, SETTINGS_FILE, TIMEOUT, VERSION_FILE
+from harness.constants import GAME, NEXT_VERSION, OWN_VERSION, SETTINGS_FILE, VERSION_FILE
 from harness.dialogs import RESTART_REQUIRED
-from harness.driver import Watcher, ok, run_launcher
+from harness.driver import ok, run_launcher
 from harness.game_folder import GameFolder, windows_path
 from harness.nginx_server import NginxServer
 from harness.published import make_build, tree_of
@@ -123,20 +123,6 @@ def test_a_long_server_path_is_published_to(build, temp_dir):
 
 
 # --- Other processes -------------------------------------------------------------------------
-
-
-@pytest.fixture
-def keep_open(build):
-    """Makes another process keep a file open, which others may only read then."""
-    holders = []
-
-    def keep(path) -> None:
-        holders.append(Watcher(build, ["hold", windows_path(path), "read"], {}))
-        assert holders[-1].events.get(timeout=TIMEOUT) == {"event": "held"}
-
-    yield keep
-    for holder in holders:
-        holder.close()
 
 
 def test_while_another_run_writes_to_the_channel_it_is_refused(publish_launcher, server, keep_open):

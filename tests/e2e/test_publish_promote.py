@@ -12,13 +12,12 @@ from harness.constants import (
     GAME_VERSION,
     OWN_VERSION,
     SETTINGS_FILE,
-    TIMEOUT,
     UPDATER_EXECUTABLE,
     UPDATER_MANIFEST,
     VERSION_FILE,
 )
 from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
-from harness.driver import Watcher, ok, run_launcher
+from harness.driver import ok, run_launcher
 from harness.game_folder import GameFolder, windows_path
 from harness.nginx_server import NginxServer
 from harness.published import expected_channel, make_build, tree_of
@@ -55,20 +54,6 @@ def promote(build, server):
         return publish(build, "promote", *arguments, *options)
 
     return run
-
-
-@pytest.fixture
-def keep_open(build):
-    """Makes another process keep a file open, which others may only read then."""
-    holders = []
-
-    def keep(path) -> None:
-        holders.append(Watcher(build, ["hold", windows_path(path), "read"], {}))
-        assert holders[-1].events.get(timeout=TIMEOUT) == {"event": "held"}
-
-    yield keep
-    for holder in holders:
-        holder.close()
 
 
 def channel_of(files: dict[str, bytes], version: str, launcher: str) -> dict[str, bytes | None]:
