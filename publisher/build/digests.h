@@ -21,21 +21,24 @@ struct FileDigest {
   std::string md5;  ///< As manifests have it: 32 lowercase hexadecimal characters.
   std::uint64_t size = 0;
   std::wstring finalPath{};           ///< At the end of all links; empty if it is not known.
-  std::optional<Diagnostic> error{};  ///< From `DigestFiles`, instead of all this.
+  std::optional<Diagnostic> error{};  ///< Instead of all this; never from `DigestFile`.
 };
 
-/// The digest of one file; adds to `bytesDone` while it reads. Throws `PublishError`.
-[[nodiscard]] FileDigest DigestOf(const std::wstring& path, Counter& bytesDone);
+/// A file to read, and where to copy it to: empty for no copy.
+struct FileToDigest {
+  std::wstring path;
+  std::wstring copy{};
+};
 
 /// The digests of many files, on all processors and on each of them several files side by side. Calls
 /// `take` for each on any thread, and `watch` as `ForEachInParallel` does. Throws what `take` throws.
-void DigestFiles(const std::vector<std::wstring>& paths, Counter& bytesDone,
+/// A copy has the bytes that were digested, is flushed, and replaces no file. Of the source only the
+/// content is copied: with its old time a web server would call the copy unchanged.
+void DigestFiles(const std::vector<FileToDigest>& files, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,
                  const std::function<void()>& watch);
 
-/// Copies a file to a path where there is none, and flushes the copy. Of the source only the
-/// content is copied: with its old time a web server would call the copy unchanged. Returns the
-/// digest of exactly the bytes that were written. Throws `PublishError`.
-FileDigest CopyWithDigest(const std::wstring& source, const std::wstring& path, Counter& bytesDone);
+/// The same for one file. Throws `PublishError`.
+FileDigest DigestFile(const FileToDigest& file);
 
 }  // namespace ve::publish

@@ -14,22 +14,23 @@ constexpr std::chrono::milliseconds kWatchPause{100};
 
 }  // namespace
 
+std::size_t ProcessorCount() { return std::max(1U, std::thread::hardware_concurrency()); }
+
 void ForEachInParallel(std::size_t count, std::size_t threads,
-                       const std::function<void(std::size_t index)>& work,
+                       const std::function<void(std::size_t index, std::size_t thread)>& work,
                        const std::function<void()>& watch) {
   std::atomic<std::size_t> next = 0;
-  const auto takeItems = [&] {
+  const auto takeItems = [&](std::size_t thread) {
     try {
-      for (std::size_t index = next++; index < count; index = next++) work(index);
+      for (std::size_t index = next++; index < count; index = next++) work(index, thread);
     } catch (...) {
       next = count;
       throw;
     }
   };
-  if (threads == 0) threads = std::max(1U, std::thread::hardware_concurrency());
   std::vector<std::future<void>> running;
   for (std::size_t thread = 0; thread < std::min(threads, count); ++thread) {
-    running.push_back(std::async(std::launch::async, takeItems));
+    running.push_back(std::async(std::launch::async, takeItems, thread));
   }
   for (const std::future<void>& thread : running) {
     while (thread.wait_for(kWatchPause) != std::future_status::ready) watch();

@@ -162,35 +162,35 @@ void CheckManifest(const sdk::GameUpdateManifest& manifest, const std::string& l
 
 void CheckPayload(const PublishedTree& tree, const sdk::GameUpdateManifest& manifest,
                   Console& console, Diagnostics& diagnostics) {
-  std::vector<std::wstring> paths;
+  std::vector<FileToDigest> files;
   std::uint64_t bytes = 0;
   for (const sdk::FileEntry& entry : manifest.files) {
-    paths.push_back(JoinPath(tree.Folder(), entry.name));
+    files.push_back({JoinPath(tree.Folder(), entry.name)});
     bytes += entry.size;
   }
   Counter filesDone = 0;
   Counter bytesDone = 0;
-  std::vector<Diagnostics> found(paths.size());
+  std::vector<Diagnostics> found(files.size());
   const auto check = [&](std::size_t index, const FileContent& content) {
     CheckContent(tree, manifest.files[index], content, found[index]);
     ++filesDone;
   };
   const auto watch = [&] {
-    console.ShowProgress({"Checking", filesDone, paths.size(), bytesDone, bytes});
+    console.ShowProgress({"Checking", filesDone, files.size(), bytesDone, bytes});
   };
   if (tree.IsServed()) {
-    const auto fetch = [&](std::size_t index) {
+    const auto fetch = [&](std::size_t index, std::size_t) {
       const sdk::FileEntry& entry = manifest.files[index];
       check(index, tree.Read(entry.name, Keep::kDigest));
       bytesDone += entry.size;
     };
-    ForEachInParallel(paths.size(), kParallelRequests, fetch, watch);
+    ForEachInParallel(files.size(), kParallelRequests, fetch, watch);
   } else {
     const auto take = [&](std::size_t index, const FileDigest& digest) {
       const std::wstring error = digest.error ? ToWide(digest.error->message) : std::wstring();
       check(index, {error, {}, digest.md5, digest.size, digest.size});
     };
-    DigestFiles(paths, bytesDone, take, watch);
+    DigestFiles(files, bytesDone, take, watch);
   }
   console.EndProgress();
   for (Diagnostics& ofFile : found) {

@@ -13,7 +13,6 @@
 #include "core/unicode.h"
 #include "publisher/build/digests.h"
 #include "publisher/build/name_rules.h"
-#include "publisher/build/parallel.h"
 #include "publisher/files/paths.h"
 #include "publisher/files/server_layout.h"
 #include "publisher/report/console.h"
@@ -40,13 +39,15 @@ void TakeDigest(BuildFile& file, const FileDigest& read, const std::wstring& roo
   file.digest = read.md5;
 }
 
-void TakeDigests(const std::wstring& source, const std::vector<BuildFile*>& files,
-                 Console& console) {
+/// Reads the files to take their digests. Copies each into `next`, if that is not empty.
+void ReadFiles(const std::wstring& source, const std::vector<BuildFile*>& files,
+               const std::wstring& next, Console& console) {
   const std::wstring root = FinalPath(source);
-  std::vector<std::wstring> paths;
+  std::vector<FileToDigest> toRead;
   std::uint64_t bytes = 0;
   for (const BuildFile* const file : files) {
-    paths.push_back(JoinPath(source, file->name));
+    toRead.push_back({JoinPath(source, file->name)});
+    if (!next.empty()) toRead.back().copy = JoinPath(next, file->name);
     bytes += file->size;
   }
   Counter filesDone = 0;
@@ -55,8 +56,9 @@ void TakeDigests(const std::wstring& source, const std::vector<BuildFile*>& file
     TakeDigest(*files[index], digest, root);
     ++filesDone;
   };
-  DigestFiles(paths, bytesDone, take, [&] {
-    console.ShowProgress({"Reading", filesDone, files.size(), bytesDone, bytes});
+  DigestFiles(toRead, bytesDone, take, [&] {
+    console.ShowProgress(
+        {next.empty() ? "Reading" : "Copying", filesDone, files.size(), bytesDone, bytes});
   });
 }
 
@@ -84,7 +86,7 @@ bool FindPublished(const std::wstring& source, const std::wstring& published,
       files.push_back(&file);
     }
   }
-  TakeDigests(source, files, console);
+  ReadFiles(source, files, {}, console);
   for (BuildFile* const file : files) {
     file->isPublished = file->digest == listed.at(file->name)->digest;
   }
@@ -96,7 +98,7 @@ void DigestOthers(const std::wstring& source, BuildFolder& build, Console& conso
   for (BuildFile& file : build.files) {
     if (file.digest.empty()) files.push_back(&file);
   }
-  TakeDigests(source, files, console);
+  ReadFiles(source, files, {}, console);
 }
 
 void PlacePayload(const std::wstring& source, const std::wstring& published, BuildFolder& build,
@@ -108,28 +110,22 @@ void PlacePayload(const std::wstring& source, const std::wstring& published, Bui
   for (const std::wstring& directory : build.directories) {
     file::MakeDirectories(JoinPath(next, directory));
   }
-  Counter filesDone = 0;
-  Counter bytesDone = 0;
-  const std::wstring root = FinalPath(source);
-  const auto place = [&](std::size_t index) {
-    BuildFile& file = build.files[index];
-    const std::wstring path = JoinPath(next, file.name);
-    file.isPublished = file.isPublished && Link(JoinPath(published, file.name), path);
-    if (!file.isPublished) {
-      TakeDigest(file, CopyWithDigest(JoinPath(source, file.name), path, bytesDone), root);
-    }
-    ++filesDone;
-  };
-  ForEachInParallel(build.files.size(), 0, place, [&] {
-    console.ShowProgress({"Copying", filesDone, build.files.size(), bytesDone, bytesToCopy});
-  });
+  std::vector<BuildFile*> others;
+  std::uint64_t linked = 0;
+  for (BuildFile& file : build.files) {
+    file.isPublished =
+        file.isPublished && Link(JoinPath(published, file.name), JoinPath(next, file.name));
+    if (!file.isPublished) others.push_back(&file);
+    console.ShowProgress({"Linking", ++linked, build.files.size(), 0, 0});
+  }
+  ReadFiles(source, others, next, console);
 }
 
 bool IsFileOfSize(const std::wstring& path, std::uint64_t size) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return false;
-  return (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0 &&
-         file::FileSize(path) == size;
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) != FALSE &&
+         (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0 &&
+         (std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow) == size;
 }
 
 void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
@@ -141,9 +137,8 @@ void PlaceLauncher(const std::wstring& published, const std::wstring& next) {
     const std::wstring target = Format(L"{}{}", to, entry.path.substr(from.size()));
     if (entry.IsDirectory()) {
       file::MakeDirectory(target);
-    } else if (const std::wstring file(entry.path); !Link(file, target)) {
-      Counter bytesDone = 0;
-      CopyWithDigest(file, target, bytesDone);
+    } else if (FileToDigest file{std::wstring(entry.path), target}; !Link(file.path, target)) {
+      DigestFile(file);
     }
     return file::WalkAction::kRecurse;
   });

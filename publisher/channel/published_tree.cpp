@@ -133,8 +133,7 @@ FileContent PublishedTree::Read(std::wstring_view name, Keep keep) const {
     content.md5 = Md5Hex(content.body);
     content.size = content.body.size();
   } else {
-    Counter bytesDone = 0;
-    const FileDigest digest = DigestOf(path, bytesDone);
+    const FileDigest digest = DigestFile({path});
     content.md5 = digest.md5;
     content.size = digest.size;
   }

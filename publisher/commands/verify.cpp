@@ -47,10 +47,8 @@ void Run(const Options& options, Console& console, Diagnostics& diagnostics) {
   const bool isServed = !check.tree.url.empty();
   const bool isAskedFor = !options.channel.empty();
   const std::wstring server = ExtendedLengthPath(check.tree.server);
-  if (!options.executable.empty()) {
-    Counter bytesDone = 0;
-    check.executable = DigestOf(ExtendedLengthPath(options.executable), bytesDone);
-  }
+  if (!options.executable.empty())
+    check.executable = DigestFile({ExtendedLengthPath(options.executable)});
   check.configuredUrl = check.tree.url;
   check.mayBeAbsent = isServed && !isAskedFor;
   check.tree = FollowRedirect(check.tree, diagnostics);

@@ -34,6 +34,28 @@ std::span<const std::byte> InputFile::Read(std::span<std::byte> buffer) {
   return buffer.first(read);
 }
 
+OutputFile::OutputFile(const std::wstring& path, DWORD disposition)
+    : path_(path),
+      file_(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL,
+                        nullptr)) {
+  if (!file_) ThrowWindowsError("written", path, GetLastError());
+}
+
+void OutputFile::Write(std::span<const std::byte> bytes) {
+  DWORD written = 0;
+  if (WriteFile(file_.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) ==
+          FALSE ||
+      written != bytes.size()) {
+    ThrowWindowsError("written", path_, GetLastError());
+  }
+}
+
+void OutputFile::Finish() {
+  if (FlushFileBuffers(file_.Get()) == FALSE || !file_.Close()) {
+    ThrowWindowsError("written", path_, GetLastError());
+  }
+}
+
 std::string ReadWholeFile(const std::wstring& path) {
   InputFile file(path);
   const std::uint64_t size = file.Size();
@@ -47,15 +69,9 @@ std::string ReadWholeFile(const std::wstring& path) {
 
 void WriteFileAtomically(const std::wstring& path, std::string_view content) {
   const std::wstring beside = Format(L"{}{}", path, kBesideSuffix);
-  UniqueFileHandle file(CreateFileW(beside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
-  DWORD written = 0;
-  if (!file ||
-      WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written,
-                nullptr) == FALSE ||
-      FlushFileBuffers(file.Get()) == FALSE || !file.Close()) {
-    ThrowWindowsError("written", path, GetLastError());
-  }
+  OutputFile file(beside, CREATE_ALWAYS);
+  file.Write(std::as_bytes(std::span(content)));
+  file.Finish();
   file::Rename(beside, path);
 }
 

@@ -32,6 +32,20 @@ class InputFile {
   UniqueFileHandle file_;
 };
 
+/// A file that is written once. Finished, it is on the disk; otherwise its content may be lost.
+class OutputFile {
+ public:
+  /// `path` must outlive this; `disposition` is that of CreateFileW.
+  OutputFile(const std::wstring& path, DWORD disposition);
+
+  void Write(std::span<const std::byte> bytes);
+  void Finish();
+
+ private:
+  const std::wstring& path_;
+  UniqueFileHandle file_;
+};
+
 /// The content of a file below 4 GiB.
 [[nodiscard]] std::string ReadWholeFile(const std::wstring& path);
 

@@ -34,44 +34,36 @@ std::string Content(std::size_t size) {
   return content;
 }
 
-TEST_F(Digests, AroundTheSizeOfAPiece) {
-  std::uint64_t bytes = 0;
-  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kPiece - 1, kPiece, kPiece + 1,
-                                 2 * kPiece, 2 * kPiece + 65}) {
-    const std::string content = Content(size);
-    const std::string expected = Md5Hex(content);  // In one piece.
-    const std::wstring source = Path(Format(L"{}", size));
-    const std::wstring copy = source + L".copy";
-    test::WriteWhole(source, content);
-    for (const FileDigest& digest :
-         {DigestOf(source, bytesDone_), CopyWithDigest(source, copy, bytesDone_)}) {
-      EXPECT_EQ(digest.md5, expected) << size;
-      EXPECT_EQ(digest.size, size);
-    }
-    EXPECT_EQ(test::ReadWhole(copy), content) << size;
-    bytes += 2 * size;
-    EXPECT_EQ(bytesDone_, bytes);
-  }
-}
-
-TEST_F(Digests, OfManyFilesAreThoseOfEach) {
+TEST_F(Digests, OfManyFilesAndOfTheirCopiesAreThoseOfEach) {
   constexpr std::size_t kSideBySide = std::size_t{16} << 20;
-  const std::vector<std::size_t> sizes{0, 1, 63, 200, 3000, kSideBySide, 64, kSideBySide + 1, 70};
-  std::vector<std::wstring> paths;
+  const std::vector<std::size_t> sizes{0,           1,
+                                       63,          200,
+                                       3000,        kSideBySide,
+                                       64,          kSideBySide + 1,
+                                       70,          17 * kPiece - 1,
+                                       17 * kPiece, 17 * kPiece + 65};
+  std::vector<FileToDigest> files;
   std::uint64_t bytes = 0;
   for (const std::size_t size : sizes) {
-    paths.push_back(Path(Format(L"{}", size)));
-    test::WriteWhole(paths.back(), Content(size));
-    bytes += size;
+    const std::wstring path = Path(Format(L"{}", size));
+    test::WriteWhole(path, Content(size));
+    files.push_back({path});
+    files.push_back({path, path + L".copy"});
+    bytes += 2 * size;
   }
-  std::vector<FileDigest> digests(sizes.size());
+  std::vector<FileDigest> digests(files.size());
   DigestFiles(
-      paths, bytesDone_,
+      files, bytesDone_,
       [&](std::size_t index, const FileDigest& digest) { digests[index] = digest; }, [] {});
-  for (std::size_t index = 0; index < sizes.size(); ++index) {
-    EXPECT_EQ(digests[index].md5, Md5Hex(Content(sizes[index]))) << sizes[index];
-    EXPECT_EQ(digests[index].size, sizes[index]);
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const std::string content = Content(sizes[index / 2]);
     EXPECT_FALSE(digests[index].error);
+    EXPECT_EQ(digests[index].md5, Md5Hex(content)) << content.size();
+    EXPECT_EQ(digests[index].size, content.size());
+    EXPECT_TRUE(digests[index].finalPath.ends_with(Format(L"\\{}", content.size())));
+    const std::wstring& copy = files[index].copy;
+    if (copy.empty()) continue;
+    EXPECT_EQ(test::ReadWhole(copy), content) << content.size();
   }
   EXPECT_EQ(bytesDone_, bytes);
 }
@@ -81,7 +73,7 @@ TEST_F(Digests, OneOfManyThatCannotBeReadHasTheErrorAlone) {
   test::WriteWhole(Path(L"last"), "3");
   std::vector<FileDigest> digests(3);
   DigestFiles(
-      {Path(L"first"), Path(L"missing"), Path(L"last")}, bytesDone_,
+      {{Path(L"first")}, {Path(L"missing")}, {Path(L"last")}}, bytesDone_,
       [&](std::size_t index, const FileDigest& digest) { digests[index] = digest; }, [] {});
   EXPECT_EQ(digests[0].md5, Md5Hex(std::string("1")));
   ASSERT_TRUE(digests[1].error);
@@ -91,7 +83,7 @@ TEST_F(Digests, OneOfManyThatCannotBeReadHasTheErrorAlone) {
 
 TEST_F(Digests, AFileThatCannotBeReadIsNamed) {
   try {
-    static_cast<void>(DigestOf(Path(L"missing"), bytesDone_));
+    DigestFile({Path(L"missing")});
     FAIL();
   } catch (const PublishError& error) {
     EXPECT_TRUE(error.GetDiagnostic().subject.ends_with("\\missing"));
@@ -103,7 +95,13 @@ TEST_F(Digests, AFileThatCannotBeReadIsNamed) {
 TEST_F(Digests, ACopyReplacesNothing) {
   test::WriteWhole(Path(L"source"), "source");
   test::WriteWhole(Path(L"copy"), "there already");
-  EXPECT_THROW(CopyWithDigest(Path(L"source"), Path(L"copy"), bytesDone_), PublishError);
+  DigestFiles(
+      {{Path(L"source"), Path(L"copy")}}, bytesDone_,
+      [](std::size_t, const FileDigest& digest) {
+        ASSERT_TRUE(digest.error);
+        EXPECT_TRUE(digest.error->message.starts_with("cannot be written: "));
+      },
+      [] {});
   EXPECT_EQ(test::ReadWhole(Path(L"copy")), "there already");
 }
 
