@@ -8,14 +8,14 @@
 namespace ve {
 namespace {
 
-/// The sixteen words of a block, read where they stand.
+/// The sixteen words of a block, read in place.
 class Words {
  public:
   explicit Words(const std::byte* block) : block_(block) {}
 
   std::uint32_t operator[](std::size_t index) const {
     std::uint32_t word = 0;
-    // Windows runs little-endian, as MD5 counts.
+    // MD5 words are little-endian (RFC 1321, section 2), as Windows is.
     std::memcpy(&word, block_ + index * sizeof(word), sizeof(word));
     return word;
   }

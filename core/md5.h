@@ -13,21 +13,20 @@
 
 namespace ve {
 
-/// What is carried from block to block: the words A, B, C and D.
+/// The words A, B, C and D, which each block changes (RFC 1321, section 3.3).
 using Md5State = std::array<std::uint32_t, 4>;
-inline constexpr Md5State kMd5Start{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
+inline constexpr Md5State kMd5InitialState{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
 inline constexpr std::size_t kMd5BlockSize = 64;
 
 /// One computation of a digest.
 class Md5 {
  public:
   Md5() = default;
-  /// Continues a computation after whole blocks of together `length` bytes.
+  /// Continues after `length` bytes, a multiple of 64, that led to `state`.
   Md5(const Md5State& state, std::uint32_t length)
       : bitCount_{length << 3, length >> 29}, state_(state) {}
 
-  /// Adds bytes. Their number is taken as an unsigned 32-bit number: of 4 GiB and more only the
-  /// length modulo 2^32 counts.
+  /// Adds the first `bytes.size()` modulo 2^32 bytes: of 4 GiB or more, the rest is not read.
   void Update(std::span<const std::byte> bytes) noexcept;
 
   /// Produces the digest. Nothing may be added afterwards; a second call changes nothing.
@@ -43,7 +42,7 @@ class Md5 {
   bool finalized_ = false;
   std::array<std::byte, kMd5BlockSize> buffer_{};
   std::array<std::uint32_t, 2> bitCount_{};  // low word first
-  Md5State state_ = kMd5Start;
+  Md5State state_ = kMd5InitialState;
   std::array<std::byte, 16> digest_{};
 };
 

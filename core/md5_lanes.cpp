@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <emmintrin.h>
+#include <ranges>
 
 #include "core/md5.h"
 #include "core/md5_steps.h"
@@ -30,8 +31,8 @@ Lanes RotateLeft(Lanes lanes, int count) {
       _mm_or_si128(_mm_slli_epi32(lanes.words, count), _mm_srli_epi32(lanes.words, 32 - count)));
 }
 
-Lanes Fixed(Lanes sum) {
-#ifdef __GNUC__
+Lanes KeepSum(Lanes sum) {
+#if defined(__GNUC__) || defined(__clang__)
   asm("" : "+x"(sum.words));
 #endif
   return sum;
@@ -74,7 +75,7 @@ struct Run {
   Bytes buffer;
   std::string* digest;
   std::size_t done = 0;  ///< In bytes, of whole blocks.
-  Md5State state = kMd5Start;
+  Md5State state = kMd5InitialState;
 
   /// The length counts modulo 2^32.
   [[nodiscard]] std::size_t Length() const { return static_cast<std::uint32_t>(buffer.size()); }
@@ -92,7 +93,7 @@ struct Run {
   }
 };
 
-/// Adds the next `size` bytes, whole blocks, of each run. There are one to four runs.
+/// Adds the next `size` bytes, whole blocks, of each run. There are two to four runs.
 void AddBlocks(std::span<Run> runs, std::size_t size) {
   Blocks blocks;
   alignas(16) std::array<std::array<std::uint32_t, kMd5Lanes>, 4> words;  // Of the states.
@@ -133,11 +134,9 @@ std::vector<std::string> Md5HexOfEach(std::span<const Bytes> buffers) {
   };
   for (fillLanes(); runs.size() > 1; fillLanes()) {
     AddBlocks(runs, std::ranges::min(runs, {}, &Run::BlocksLeft).BlocksLeft());
-    std::erase_if(runs, [](const Run& run) {
-      if (run.BlocksLeft() > 0) return false;
-      run.Finish();
-      return true;
-    });
+    const auto isDone = [](const Run& run) { return run.BlocksLeft() == 0; };
+    for (const Run& run : runs | std::views::filter(isDone)) run.Finish();
+    std::erase_if(runs, isDone);
   }
   if (!runs.empty()) runs.front().Finish();
   return digests;

@@ -6,6 +6,7 @@
 #include "core/files.h"
 #include "core/format.h"
 #include "updater/download_messages.h"
+#include "updater/installed_files.h"
 
 namespace ve::sdk {
 
@@ -16,9 +17,8 @@ std::wstring StagingDirectory(std::string_view directory) {
   return Format(L"{}\\{}", kStagingFolder, WidenName(directory));
 }
 
-FileSource FindSource(InstalledFiles& installed, const FileEntry& entry,
-                      std::wstring_view stagingPath) {
-  if (installed.NextIsCurrent()) return FileSource::kInstalled;
+FileSource FindSource(bool isInstalled, const FileEntry& entry, std::wstring_view stagingPath) {
+  if (isInstalled) return FileSource::kInstalled;
   if (FileMatchesEntry(stagingPath, entry.size, entry.digest)) return FileSource::kStaged;
   return FileSource::kServer;
 }
@@ -35,9 +35,8 @@ void StageFiles(std::wstring_view updatesUrl, const GameUpdateManifest& manifest
   InstalledFiles installed(manifest.files);
   for (const FileEntry& entry : manifest.files) {
     std::wstring stagingPath = StagingPath(entry.name);
-    const FileSource source = FindSource(installed, entry, stagingPath);
+    const FileSource source = FindSource(installed.NextIsCurrent(), entry, stagingPath);
     if (source == FileSource::kServer) {
-      installed.Forget();
       const std::wstring url = Format(L"{}{}", updatesUrl, entry.name);
       file::SaveFile(stagingPath, DownloadOrThrow(url, kFileDownloadFailed, url));
     }

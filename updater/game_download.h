@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "updater/game_manifest.h"
-#include "updater/installed_files.h"
 
 namespace ve::sdk {
 
@@ -57,9 +56,9 @@ enum class FileSource {
 /// The path of a listed directory in the staging folder.
 [[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
 
-/// Where to take a listed file from. The next entry of `installed` must be this one. Reads every
-/// candidate of the right size whole. Throws what `FileMatchesEntry` throws.
-[[nodiscard]] FileSource FindSource(InstalledFiles& installed, const FileEntry& entry,
+/// Where to take a listed file from. `isInstalled`: whether the installed file is current. Otherwise
+/// reads the staged file, if it has the right size. Throws what `FileMatchesEntry` throws.
+[[nodiscard]] FileSource FindSource(bool isInstalled, const FileEntry& entry,
                                     std::wstring_view stagingPath);
 
 }  // namespace ve::sdk

@@ -18,10 +18,9 @@ namespace {
 
 // For the contents of all files that are read ahead together.
 constexpr std::size_t kMemorySize = std::size_t{64} << 20;
-// Four files fill the lanes of a digest. Of small ones more are read, to take the lanes of those that
-// end first; large ones would leave the processor's cache before they are digested.
-constexpr std::size_t kMaxFiles = 16;
-constexpr std::size_t kSmallTogether = std::size_t{4} << 20;
+// Up to four files are read ahead, one for each lane. More, to take the lanes of those that end
+// first, only as long as all of them are still in the processor's cache when they are digested.
+constexpr std::size_t kMaxSizeBeyondFour = std::size_t{4} << 20;
 
 /// Reads a file of exactly the buffer's size. Returns false on any failure.
 bool ReadExactly(const std::wstring& path, std::span<std::byte> buffer) {
@@ -42,34 +41,40 @@ bool ReadExactly(const std::wstring& path, std::span<std::byte> buffer) {
 }  // namespace
 
 bool InstalledFiles::NextIsCurrent() {
-  // After a file that is not current, the next one often is not either, and reading ahead would be
-  // in vain: its download drops the answers.
-  if (answers_.empty() && current_) ReadAhead();
+  if (answers_.empty() && currentInARow_ > 0) ReadAhead();
   const FileEntry& entry = entries_.front();
   entries_ = entries_.subspan(1);
+  bool isCurrent = false;
   if (answers_.empty()) {
     memory_.reset();  // The file may be large.
-    current_ = FileMatchesEntry(entry.name, entry.size, entry.digest);
+    isCurrent = FileMatchesEntry(entry.name, entry.size, entry.digest);
   } else {
-    current_ = answers_.front();
+    isCurrent = answers_.front();
     answers_.pop_front();
   }
-  if (!current_) memory_.reset();  // So may its staged file or its download.
-  return current_;
+  if (isCurrent) {
+    currentInARow_ = std::min(currentInARow_ + 1, kMaxFiles);
+  } else {
+    currentInARow_ = 0;
+    answers_.clear();
+    memory_.reset();  // The staged file or the download may be large, too.
+  }
+  return isCurrent;
 }
 
 /// Adds answers up to the first file that does not fit or has no answer yet: it is missing, has
-/// another size or cannot be read, which `FileMatchesEntry` finds out at its entry.
+/// another size or cannot be read, which `FileMatchesEntry` finds out at its entry. Reads no more
+/// files than were current in a row: where many are not, little is read for nothing.
 void InstalledFiles::ReadAhead() {
   if (!memory_) memory_.reset(new (std::nothrow) std::byte[kMemorySize]);
   const std::span memory(memory_.get(), memory_ ? kMemorySize : 0);
   std::vector<std::span<const std::byte>> contents;
-  std::size_t together = 0;
-  for (const FileEntry& entry : entries_.first(std::min(kMaxFiles, entries_.size()))) {
-    if (entry.size > memory.size() - together) break;
-    const auto content = memory.subspan(together, static_cast<std::size_t>(entry.size));
-    together += content.size();
-    if (contents.size() >= kMd5Lanes && together > kSmallTogether) break;
+  std::size_t used = 0;
+  for (const FileEntry& entry : entries_.first(std::min(currentInARow_, entries_.size()))) {
+    if (entry.size > memory.size() - used) break;
+    const auto content = memory.subspan(used, static_cast<std::size_t>(entry.size));
+    used += content.size();
+    if (contents.size() >= kMd5Lanes && used > kMaxSizeBeyondFour) break;
     if (!ReadExactly(entry.name, content)) break;
     contents.emplace_back(content);
   }

@@ -12,26 +12,28 @@
 namespace ve::sdk {
 
 /// Goes through the entries of a manifest and answers for each whether the installed file is
-/// current: the answers and exceptions of `FileMatchesEntry`, at the same entries.
+/// current: the answers and exceptions of `FileMatchesEntry`, at the same entries. While files are
+/// current, the next ones are read early, on the calling thread and into at most 64 MiB: a change
+/// that another program makes in between is not seen.
 class InstalledFiles {
  public:
   /// `entries` must outlive this.
   explicit InstalledFiles(std::span<const FileEntry> entries) : entries_(entries) {}
 
   /// Whether the next entry's file is current. Throws what `FileMatchesEntry` throws for it. Call
-  /// it at most once for each entry.
+  /// it at most once for each entry. After `false` any file may be written, also one that a later
+  /// entry lists: what was read of it before is forgotten.
   [[nodiscard]] bool NextIsCurrent();
 
-  /// Drops what was read ahead. Call it before every write: a listed name may lead to any file,
-  /// also to one in the staging folder.
-  void Forget() noexcept { answers_.clear(); }
-
  private:
+  static constexpr std::size_t kMaxFiles = 16;
+
   void ReadAhead();
 
   std::span<const FileEntry> entries_;  // From the next one on.
   std::deque<bool> answers_;            // For the first of them, as many as were read ahead.
-  bool current_ = true;                 // The last answer.
+  // How many files in a row were current, at most kMaxFiles. At first most are expected to be.
+  std::size_t currentInARow_ = kMaxFiles;
   // For the contents, while their digests are computed. Kept while files are current, because new
   // memory costs time.
   std::unique_ptr<std::byte[]> memory_;

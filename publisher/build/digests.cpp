@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <thread>
 
 #include "core/md5.h"
 #include "core/md5_lanes.h"
@@ -16,18 +17,15 @@
 namespace ve::publish {
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 20;
-// Files that one thread reads before it digests them side by side.
-constexpr std::size_t kGroup = 8;
-constexpr std::size_t kMemory = 17 * kPiece;  // Of a thread: a group, or a large file's piece.
-
-using Bytes = std::span<const std::byte>;
+constexpr std::size_t kPieceSize = std::size_t{1} << 20;
+constexpr std::size_t kMemorySize = 17 * kPieceSize;  // Of a thread; a piece is kept free.
+constexpr std::size_t kGroupSize = 8;                 // Files that are digested side by side.
 
 /// Some files that one thread reads, one after the other, and then digests side by side.
-struct SideBySide {
+struct FileGroup {
   std::span<std::byte> memory;  // The thread's: what is not in use yet.
-  std::array<FileDigest, kGroup> digests{};
-  std::array<Bytes, kGroup> contents{};
+  std::array<FileDigest, kGroupSize> digests{};
+  std::array<std::span<const std::byte>, kGroupSize> contents{};
 
   void Read(std::size_t place, const FileToDigest& file, Counter& bytesDone) try {
     InputFile input(file.path);
@@ -36,9 +34,9 @@ struct SideBySide {
     FileDigest& digest = digests[place];
     digest.finalPath = input.FinalPath();
     const std::uint64_t size = input.Size();
-    const bool isLarge = size > memory.size() - kPiece;  // Digested alone, in pieces.
-    const auto room = memory.first(isLarge ? kPiece : static_cast<std::size_t>(size));
-    Bytes& content = contents[place];
+    const bool isLarge = size > memory.size() - kPieceSize;  // Digested alone, in pieces.
+    const auto room = memory.first(isLarge ? kPieceSize : static_cast<std::size_t>(size));
+    auto& content = contents[place];
     Md5 md5;
     do {
       content = input.Read(room);
@@ -52,7 +50,8 @@ struct SideBySide {
     memory = memory.subspan(content.size());
     if (copy) copy->Finish();
   } catch (const PublishError& error) {
-    digests[place].error = error.GetDiagnostic();
+    contents[place] = {};
+    digests[place] = {{}, 0, {}, error.GetDiagnostic()};
   }
 };
 
@@ -62,23 +61,25 @@ void DigestFiles(const std::vector<FileToDigest>& files, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,
                  const std::function<void()>& watch) {
   // One for each thread, for all its groups: new memory costs as much time as reading into it.
-  std::vector<std::unique_ptr<std::byte[]>> memory(ProcessorCount());
-  const auto digestGroup = [&](std::size_t group, std::size_t thread) {
-    if (!memory[thread]) memory[thread] = std::make_unique_for_overwrite<std::byte[]>(kMemory);
-    const std::size_t begin = group * kGroup;
-    const std::size_t count = std::min(kGroup, files.size() - begin);
-    SideBySide read{{memory[thread].get(), kMemory}};
-    for (std::size_t place = 0; place < count; ++place) {
-      read.Read(place, files[begin + place], bytesDone);
+  std::vector<std::unique_ptr<std::byte[]>> memory(
+      std::clamp(std::thread::hardware_concurrency(), 1U, 16U));
+  // Neighbours are in different groups: often they are of one kind, and large ones need all threads.
+  const std::size_t groups =
+      std::max((files.size() + kGroupSize - 1) / kGroupSize, std::min(files.size(), memory.size()));
+  const auto digestGroup = [&](std::size_t first, std::size_t thread) {
+    if (!memory[thread]) memory[thread] = std::make_unique_for_overwrite<std::byte[]>(kMemorySize);
+    FileGroup group{{memory[thread].get(), kMemorySize}};
+    for (std::size_t index = first; index < files.size(); index += groups) {
+      group.Read(index / groups, files[index], bytesDone);
     }
-    const std::vector<std::string> digests = Md5HexOfEach(read.contents);
-    for (std::size_t place = 0; place < count; ++place) {
-      FileDigest& digest = read.digests[place];
-      if (digest.md5.empty()) digest.md5 = digests[place];
-      take(begin + place, digest);
+    const std::vector<std::string> digests = Md5HexOfEach(group.contents);
+    for (std::size_t index = first; index < files.size(); index += groups) {
+      FileDigest& digest = group.digests[index / groups];
+      if (!digest.error && digest.md5.empty()) digest.md5 = digests[index / groups];
+      take(index, digest);
     }
   };
-  ForEachInParallel((files.size() + kGroup - 1) / kGroup, memory.size(), digestGroup, watch);
+  ForEachInParallel(groups, memory.size(), digestGroup, watch);
 }
 
 FileDigest DigestFile(const FileToDigest& file) {

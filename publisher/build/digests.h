@@ -13,10 +13,10 @@
 
 namespace ve::publish {
 
-/// Counts from several threads.
+/// A count that several threads increase.
 using Counter = std::atomic<std::uint64_t>;
 
-/// What was read of one file.
+/// What was read of a file, or the error.
 struct FileDigest {
   std::string md5;  ///< As manifests have it: 32 lowercase hexadecimal characters.
   std::uint64_t size = 0;
@@ -30,10 +30,11 @@ struct FileToDigest {
   std::wstring copy{};
 };
 
-/// The digests of many files, on all processors and on each of them several files side by side. Calls
-/// `take` for each on any thread, and `watch` as `ForEachInParallel` does. Throws what `take` throws.
-/// A copy has the bytes that were digested, is flushed, and replaces no file. Of the source only the
-/// content is copied: with its old time a web server would call the copy unchanged.
+/// The digests of many files, on up to 16 threads with 17 MiB each; small files are digested side by
+/// side, large ones in pieces. Calls `take` once for each file, in any order and on several threads at
+/// a time, and `watch` as `ForEachInParallel` does. Throws what `take` throws. A copy has the bytes that
+/// were digested, is flushed, and replaces no file. Of the source only the content is copied: with its
+/// old time a web server would call the copy unchanged.
 void DigestFiles(const std::vector<FileToDigest>& files, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,
                  const std::function<void()>& watch);

@@ -14,8 +14,6 @@ constexpr std::chrono::milliseconds kWatchPause{100};
 
 }  // namespace
 
-std::size_t ProcessorCount() { return std::max(1U, std::thread::hardware_concurrency()); }
-
 void ForEachInParallel(std::size_t count, std::size_t threads,
                        const std::function<void(std::size_t index, std::size_t thread)>& work,
                        const std::function<void()>& watch) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "archive/updater_settings.h"
+#include "core/file_matches_entry.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -185,13 +186,13 @@ class Preview {
   sdk::StagedUpdate StageFiles(const sdk::GameUpdateManifest& manifest) {
     using enum sdk::FileSource;
     sdk::StagedUpdate staged;
-    sdk::InstalledFiles installed(manifest.files);
     for (const sdk::FileEntry& entry : manifest.files) {
       console_.ShowProgress({"Reading", staged.names.size(), manifest.files.size(), 0, 0});
       subject_ = ToUtf8(entry.name);
       static_cast<void>(folder_.Find(entry.name));  // Throws if it leads out of the folder.
       const std::wstring stagingPath = sdk::StagingPath(entry.name);
-      sdk::FileSource source = sdk::FindSource(installed, entry, stagingPath);
+      const bool isInstalled = FileMatchesEntry(entry.name, entry.size, entry.digest);
+      sdk::FileSource source = sdk::FindSource(isInstalled, entry, stagingPath);
       const auto known = downloaded_.find(FoldCase(entry.name));  // For an earlier entry.
       if (source != kInstalled && known != downloaded_.end()) {
         source = known->second == entry.digest ? kStaged : kServer;

@@ -124,6 +124,16 @@ TEST(Md5Lanes, ReadsNothingBehindAShorterBuffer) {
   }
 }
 
+TEST(Md5Lanes, CountsBitsBeyond32) {
+  constexpr std::size_t kSize = (std::size_t{513} << 20) + 1;
+  const VirtualMemory memory(VirtualAlloc(nullptr, kSize, MEM_RESERVE | MEM_COMMIT, PAGE_READONLY));
+  ASSERT_TRUE(memory);
+  const std::span zeros(static_cast<const std::byte*>(memory.get()), kSize);
+  // From another implementation.
+  const std::string expected = "68cc756b1976a190ee199e2d0453569f";
+  EXPECT_EQ(Md5HexOfEach(std::array{zeros, zeros}), std::vector(2, expected));
+}
+
 TEST(Md5Lanes, OfFourGibibytesAndMoreOnlyTheRestCounts) {
   const std::vector<std::byte> bytes = Bytes(500);
   // Of these spans only the first 100 and 0 bytes are there, and read.

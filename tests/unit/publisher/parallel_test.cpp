@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <thread>
@@ -47,14 +48,27 @@ TEST(Parallel, WithoutItemsOnlyTheEndIsWatched) {
   EXPECT_EQ(watched, 1);
 }
 
-TEST(Parallel, AnExceptionEndsTheWorkAndIsThrown) {
+TEST(Parallel, ItIsWatchedWhileTheWorkGoesOn) {
+  std::atomic<int> watched = 0;
+  ForEachInParallel(
+      1, 1,
+      [&](std::size_t, std::size_t) {
+        while (watched < 3) std::this_thread::yield();
+      },
+      [&] { ++watched; });
+}
+
+TEST(Parallel, AnExceptionEndsTheWorkOfAllThreadsAndIsThrown) {
+  constexpr std::size_t kCount =
+      1'000'000;  // A millisecond for each would be a quarter of an hour.
   std::atomic<std::size_t> begun = 0;
   const auto work = [&](std::size_t index, std::size_t) {
     ++begun;
     if (index == 3) throw std::runtime_error("three");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   };
-  EXPECT_THROW(ForEachInParallel(1'000'000, 1, work, [] {}), std::runtime_error);
-  EXPECT_EQ(begun, 4U);
+  EXPECT_THROW(ForEachInParallel(kCount, 2, work, [] {}), std::runtime_error);
+  EXPECT_LT(begun, kCount);
 }
 
 }  // namespace

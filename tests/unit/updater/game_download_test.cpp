@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/errors.h"
+#include "core/file_matches_entry.h"
 #include "core/files.h"
 #include "core/format.h"
 #include "core/unicode.h"
@@ -42,8 +43,8 @@ using FindSourceTest = test::TempFolder;
 
 /// Where an entry's file is, staged as "staged".
 FileSource SourceOf(const FileEntry& entry) {
-  InstalledFiles installed(std::span(&entry, 1));
-  return FindSource(installed, entry, L"staged");
+  const bool isInstalled = FileMatchesEntry(entry.name, entry.size, entry.digest);
+  return FindSource(isInstalled, entry, L"staged");
 }
 
 TEST_F(FindSourceTest, ACurrentFileIsInstalled) {

@@ -124,13 +124,14 @@ TEST_F(InstalledFilesTest, AnErrorIsThrownWhenItsEntryIsReached) {
   EXPECT_TRUE(installed.NextIsCurrent());
 }
 
-TEST_F(InstalledFilesTest, AFileThatIsWrittenBeforeItsEntryIsReadAgainAfterForget) {
-  for (const wchar_t* name : {L"a", L"b", L"c", L"d"}) ListAndWrite(name, "hello");
+TEST_F(InstalledFilesTest, AfterAFileThatIsNotCurrentOthersMayBeWritten) {
+  for (const wchar_t* name : {L"a", L"b", L"c", L"d", L"e"}) ListAndWrite(name, "hello");
+  test::WriteWhole(L"b", "world");
   InstalledFiles installed(entries_);
   EXPECT_TRUE(installed.NextIsCurrent());
-  installed.Forget();
-  test::WriteWhole(L"b", "world");
-  file::Remove(L"c");
+  EXPECT_FALSE(installed.NextIsCurrent());
+  test::WriteWhole(L"c", "world");
+  file::Remove(L"d");
   EXPECT_FALSE(installed.NextIsCurrent());
   EXPECT_FALSE(installed.NextIsCurrent());
   EXPECT_TRUE(installed.NextIsCurrent());
@@ -161,9 +162,18 @@ TEST_F(InstalledFilesTest, AFileThatDoesNotFitIsReadAloneAndItsNeighboursWithout
   ListAndWrite(L"e", "small");
   List(L"f", large);
   test::WriteWhole(L"f", half);
+  {
+    InstalledFiles installed(entries_);
+    for (int file = 0; file < 5; ++file) EXPECT_TRUE(installed.NextIsCurrent());
+    EXPECT_FALSE(installed.NextIsCurrent());
+  }
   InstalledFiles installed(entries_);
-  for (int file = 0; file < 5; ++file) EXPECT_TRUE(installed.NextIsCurrent());
-  EXPECT_FALSE(installed.NextIsCurrent());
+  EXPECT_TRUE(installed.NextIsCurrent());
+  test::WriteWhole(L"b", std::string(large.size(), '?'));
+  EXPECT_FALSE(installed.NextIsCurrent()) << "the large one was read with the one before";
+  EXPECT_TRUE(installed.NextIsCurrent());
+  test::WriteWhole(L"d", std::string(half.size(), '?'));
+  EXPECT_FALSE(installed.NextIsCurrent()) << "two were read together that do not fit";
 }
 
 TEST_F(InstalledFilesTest, UnusualNamesHaveTheAnswerOfTheFileItself) {
@@ -220,15 +230,25 @@ TEST_F(InstalledFilesTest, WithoutMemoryForReadingAheadEachFileIsReadAlone) {
   EXPECT_TRUE(installed.NextIsCurrent());
 }
 
-TEST_F(InstalledFilesTest, AfterAFileThatIsNotCurrentTheNextOneIsReadAlone) {
-  for (const wchar_t* name : {L"a", L"b", L"c"}) ListAndWrite(name, "hello");
-  test::WriteWhole(L"a", "world");
+TEST_F(InstalledFilesTest, AsManyFilesAreReadTogetherAsWereCurrentInARow) {
+  for (wchar_t name = L'a'; name <= L'p'; ++name) List(std::wstring(1, name), "hello");
+  // Only the files of this range are current.
+  const auto writeAll = [&](std::size_t begin, std::size_t end) {
+    for (std::size_t file = 0; file < entries_.size(); ++file) {
+      test::WriteWhole(entries_[file].name, file >= begin && file < end ? "hello" : "world");
+    }
+  };
   InstalledFiles installed(entries_);
+  writeAll(1, 1);
   EXPECT_FALSE(installed.NextIsCurrent());
-  installed.Forget();
-  EXPECT_TRUE(installed.NextIsCurrent());
-  test::WriteWhole(L"c", "world");
-  EXPECT_FALSE(installed.NextIsCurrent());
+  std::size_t next = 1;
+  for (const std::size_t together : {1U, 1U, 2U, 4U}) {
+    writeAll(next, next + together);
+    EXPECT_TRUE(installed.NextIsCurrent()) << next;
+    writeAll(1, 1);
+    for (std::size_t file = 1; file < together; ++file) EXPECT_TRUE(installed.NextIsCurrent());
+    next += together;
+  }
 }
 
 TEST_F(InstalledFilesTest, APathThatTheLauncherDoesNotOpenIsAnError) {
