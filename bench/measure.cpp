@@ -13,7 +13,7 @@
 //        measure check                 the Launcher's check; fails if a file is not current
 //        measure files THREADS read    a bare loop that reads and digests each file
 //        measure files THREADS copy    that also writes flushed copies below "..\bare"
-//        measure files THREADS link    that also links the files there
+//        measure files THREADS link    that also links the files there and removes the links
 //
 //        measure confirm               presses OK in the update's two dialogs
 #include "core/windows.h"
@@ -269,7 +269,7 @@ bool Check(const std::vector<sdk::FileEntry>& files) {
 }
 
 /// Reads and digests eight files at a time, from group `first` on each `step`th group. Then writes a
-/// flushed copy of each into kCopies, or links it there.
+/// flushed copy of each into kCopies, or links it there and removes the link.
 void DigestBare(std::span<const sdk::FileEntry> files, std::size_t first, std::size_t step,
                 const std::wstring& how) {
   constexpr std::size_t kGroup = 8;
@@ -289,7 +289,10 @@ void DigestBare(std::span<const sdk::FileEntry> files, std::size_t first, std::s
       ReadFile(file.Get(), buffers[place].data(), length, &done, nullptr);
       contents[place] = std::span(buffers[place]).first(done);
       const std::wstring target = kCopies + name;
-      if (how == L"link") CreateHardLinkW(target.c_str(), name.c_str(), nullptr);
+      if (how == L"link") {
+        CreateHardLinkW(target.c_str(), name.c_str(), nullptr);
+        DeleteFileW(target.c_str());
+      }
       if (how != L"copy") continue;
       const UniqueFileHandle copy(CreateFileW(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                               FILE_ATTRIBUTE_NORMAL, nullptr));

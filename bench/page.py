@@ -34,12 +34,12 @@ OBSTACLES = {
     " passes. The loop with `std::getline` does all of it line by line.",
     "check, large files": "Each file is copied from the page cache into memory as a whole. `md5sum` copies"
     " pieces into a small buffer that stays in the processor's cache.",
-    "check, mixed files": "Four files run side by side only as far as the shortest of them; the rest of each runs"
-    " alone. " + WINE_REQUESTS,
+    "check, mixed files": "The last file of those that are read together is finished alone. " + WINE_REQUESTS,
     "update": "The Launcher also looks for each file before it downloads it, shows a window and cleans up.",
     "publish, first": "Each copy is flushed to the disk before the new state goes live. " + WINE_REQUESTS,
     "publish, first, flushed": WINE_REQUESTS,
-    "publish, unchanged": "Each file is also linked into the new state. " + WINE_REQUESTS,
+    "publish, unchanged": "Each file is also linked into the new state and removed from the old one. "
+    + WINE_REQUESTS,
     "verify, folder": WINE_REQUESTS,
 }
 
@@ -100,9 +100,9 @@ def growth_row(name: str, unit: str, sizes: list[int], ours: list[float], theirs
     ours, theirs = [time / ours[0] for time in ours], [time / theirs[0] for time in theirs]
     return Row(
         f"growth: {name}",
-        f"{name}: time for each of {sizes[1]:,} and of {sizes[2]:,} {unit}",
-        f"time for each of {sizes[0]:,}, {microseconds:,.2f} µs",
-        f"linear: at most {LINEAR} times, or {LINEAR} times the other side's",
+        f"{name}: time for each, with {sizes[1]:,} and with {sizes[2]:,} {unit}",
+        f"time for each, with {sizes[0]:,}: {microseconds:,.2f} µs",
+        f"linear: at most {LINEAR} times, or {LINEAR} times what the other side has",
         f"{ours[1]:.2f} and **{ours[2]:.2f}** times (the other side: {theirs[1]:.2f} and {theirs[2]:.2f})",
         ours[2] <= LINEAR * max(1, theirs[2]),
         growth=ours,
