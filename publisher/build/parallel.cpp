@@ -27,6 +27,7 @@ void ForEachInParallel(std::size_t count, std::size_t threads,
     }
   };
   std::vector<std::future<void>> running;
+  running.reserve(threads);
   for (std::size_t thread = 0; thread < std::min(threads, count); ++thread) {
     running.push_back(std::async(std::launch::async, takeItems, thread));
   }
