@@ -35,6 +35,8 @@ OBSTACLES = {
     "check, large files": "Each file is copied from the page cache into memory as a whole. `md5sum` copies"
     " pieces into a small buffer that stays in the processor's cache.",
     "check, mixed files": "The last file of those that are read together is finished alone. " + WINE_REQUESTS,
+    "start": "The common controls, for the progress window, and the shell's DLL are loaded at each start, also when no"
+    " window is shown. The Launcher then searches the game's root and reads its files.",
     "update": "The Launcher also looks for each file before it downloads it, shows a window and cleans up.",
     "publish, first": "Each copy is flushed to the disk before the new state goes live. " + WINE_REQUESTS,
     "publish, first, flushed": WINE_REQUESTS,
@@ -81,7 +83,8 @@ class Row:
     target: Target | str
     measured: str = ""
     met: bool = False
-    limit: str = ""  # what can be reached where the target is missed
+    bare: str = "a bare loop of the same calls"
+    limit: str = ""  # what can be reached where the target is missed: the measurement of `bare`
     speeds: list[float] = dataclasses.field(default_factory=list)  # quartiles and target, times as fast
     growth: list[float] = dataclasses.field(default_factory=list)  # at 1, 10 and 100 times the work
 
