@@ -3,6 +3,7 @@
 In the sources "{}" stands for a value, in the page "<...>" or an example.
 """
 
+import pathlib
 import re
 
 import pytest
@@ -13,41 +14,24 @@ from harness.dialogs import Dialog
 
 PAGE = (PROJECT / "docs" / "support.md").read_text("utf-8")
 
-# What composes messages. The other sources show dialogs, which harness.dialogs has, or nothing.
-SOURCES = (
-    "archive/archive_reader.cpp",
-    "archive/updater_settings.cpp",
-    "core/files.cpp",
-    "core/mapped_file.cpp",
-    "core/process.cpp",
-    "core/registry.cpp",
-    "core/working_directory.cpp",
-    "launcher/updater_driver.cpp",
-    "net/internet_request.h",
-    "updater/download_messages.h",
-    "updater/failure_log.cpp",
-    "updater/game_manifest.cpp",
-    "updater/game_update.cpp",
-    "updater/game_version.cpp",
-    "updater/self_update.cpp",
-    "updater/updater_manifest.cpp",
-)
-OPERATION_SOURCES = ("core/directory_walk.cpp", "core/files.cpp")
+# Of the Launcher; the tool's own messages are not a player's.
+LAYERS = ("core", "archive", "net", "ui", "updater", "launcher")
+SOURCES = sorted(path for layer in LAYERS for path in (PROJECT / layer).iterdir() if path.suffix in (".cpp", ".h"))
 
 LITERAL = r'"((?:[^"\\\n]|\\.)*)"'
 ADJACENT_LITERALS = re.compile(rf"L?{LITERAL}(?:\s+L?{LITERAL})*")
 PLACEHOLDER = re.compile(r"\{\d*\}")
 
 
-def code_of(name: str) -> str:
-    return re.sub(r"^\s*(//.*|#include.*)$", "", (PROJECT / name).read_text("utf-8"), flags=re.M)
+def code_of(path: pathlib.Path) -> str:
+    return re.sub(r"^\s*(//.*|#include.*)$", "", path.read_text("utf-8"), flags=re.M)
 
 
 def messages() -> list[str]:
     """The literals that are sentences, without their line breaks; those of several lines joined."""
     found = set()
-    for name in SOURCES:
-        for match in ADJACENT_LITERALS.finditer(code_of(name)):
+    for path in SOURCES:
+        for match in ADJACENT_LITERALS.finditer(code_of(path)):
             text = "".join(re.findall(LITERAL, match[0])).replace("\\n", "").replace("\\\\", "\\")
             if re.search(r"[A-Za-z]{2}", text) and " " in text.strip():
                 found.add(text)
@@ -56,7 +40,7 @@ def messages() -> list[str]:
 
 def operations() -> set[str]:
     """Of filesystem errors, whose text is composed by the standard library."""
-    code = "".join(map(code_of, OPERATION_SOURCES))
+    code = "".join(map(code_of, SOURCES))
     return set(re.findall(r'(?:ThrowFilesystemError\(|ReportCreation\([^"]*?)"(\w+(?:::\w+)?)"', code))
 
 
