@@ -1,44 +1,13 @@
 """A few whole runs against a real web server, which words its answers in its own way."""
 
-import pathlib
-
 import pytest
 
 from harness import formats
 from harness.constants import CHECK, GAME, GAME_VERSION, LOG, STAGING, VERSION_FILE
 from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
 from harness.driver import ok
-from harness.nginx_server import NginxServer
+from harness.nginx_server import FolderServer
 from harness.scene import INSTALLED, NEWER, Scene
-
-
-
-class FolderServer:
-    """nginx over a folder, with the part of the scripted server that a scene needs."""
-
-    def __init__(self, temp_dir: pathlib.Path) -> None:
-        self._tree = temp_dir / "tree"
-        self._nginx = NginxServer(temp_dir / "nginx", self._tree)
-        self._requests: list[str] = []
-        self._nginx.start()
-        self.url = f"http://127.0.0.1:{self._nginx.port}/"
-
-    @property
-    def requests(self) -> list[str]:
-        self._nginx.settle()
-        self._requests += [request.path for request in self._nginx.new_requests()]
-        return self._requests
-
-    def serve(self, path: str, content: bytes) -> None:
-        file = self._tree / path
-        file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_bytes(content)
-
-    def remove(self, path: str) -> None:
-        (self._tree / path).unlink()
-
-    def close(self) -> None:
-        self._nginx.stop()
 
 
 @pytest.fixture

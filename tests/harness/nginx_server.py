@@ -112,3 +112,31 @@ http {{
             if path != self.OWN_REQUEST:
                 requests.append(Request(path, int(status), int(size)))
         return requests
+
+
+class FolderServer:
+    """nginx over a folder, with what a run needs of the scripted server."""
+
+    def __init__(self, temp_dir: pathlib.Path) -> None:
+        self.folder = temp_dir / "tree"
+        self._nginx = NginxServer(temp_dir / "nginx", self.folder)
+        self._requests: list[str] = []
+        self._nginx.start()
+        self.url = f"http://127.0.0.1:{self._nginx.port}/"
+
+    @property
+    def requests(self) -> list[str]:
+        self._nginx.settle()
+        self._requests += [request.path for request in self._nginx.new_requests()]
+        return self._requests
+
+    def serve(self, path: str, content: bytes) -> None:
+        file = self.folder / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(content)
+
+    def remove(self, path: str) -> None:
+        (self.folder / path).unlink()
+
+    def close(self) -> None:
+        self._nginx.stop()
