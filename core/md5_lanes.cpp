@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <emmintrin.h>
-#include <ranges>
 
 #include "core/md5.h"
 #include "core/md5_steps.h"
@@ -135,7 +134,9 @@ std::vector<std::string> Md5HexOfEach(std::span<const Bytes> buffers) {
   for (fillLanes(); runs.size() > 1; fillLanes()) {
     AddBlocks(runs, std::ranges::min(runs, {}, &Run::BlocksLeft).BlocksLeft());
     const auto isDone = [](const Run& run) { return run.BlocksLeft() == 0; };
-    for (const Run& run : runs | std::views::filter(isDone)) run.Finish();
+    for (const Run& run : runs) {
+      if (isDone(run)) run.Finish();
+    }
     std::erase_if(runs, isDone);
   }
   if (!runs.empty()) runs.front().Finish();
