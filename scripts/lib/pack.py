@@ -28,4 +28,5 @@ def main(build: pathlib.Path, folder: pathlib.Path, seconds: int) -> None:
 
 
 if __name__ == "__main__":
-    main(pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), int(sys.argv[3]))
+    # Absolute: an install script finds nothing below a relative prefix.
+    main(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve(), int(sys.argv[3]))

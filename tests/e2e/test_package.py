@@ -22,7 +22,10 @@ TIME = 1_700_000_000
 
 
 def pack(build: Build, folder: pathlib.Path) -> pathlib.Path:
-    subprocess.run([sys.executable, PROJECT / "scripts/lib/pack.py", build.path, folder, str(TIME)], check=True)
+    # With relative paths, as scripts/package has them.
+    command = [sys.executable, PROJECT / "scripts/lib/pack.py", build.path.relative_to(PROJECT),
+               folder.relative_to(PROJECT), str(TIME)]
+    subprocess.run(command, cwd=PROJECT, check=True)
     return folder / f"{NAME}.zip"
 
 
