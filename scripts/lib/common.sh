@@ -27,8 +27,8 @@ build_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest python3 
 # stand-ins.
 wine_packages=(wine64 libwine fonts-wine libxcomposite1 libxcursor1 libxfixes3 libxi6 libxinerama1
   libxrandr2 libxrender1 xvfb)
-test_packages=(python3 python3-pytest python3-pytest-xdist python3-jsonschema nginx-light rclone x11-utils
-  xdotool)
+test_packages=(python3 python3-pytest python3-pytest-xdist python3-jsonschema nginx-light openssl
+  osslsigncode rclone x11-utils xdotool)
 style_packages=(clang-format clang-tidy)
 bench_packages=(curl libssl-dev nginx-light python3 python3-matplotlib)
 demo_packages=(python3 nginx-light x11-utils xdotool imagemagick)

@@ -175,6 +175,22 @@ def test_every_command_of_the_tool_has_a_prompt(page):
             assert "publish" not in line.split()[:1], f"{PAGE}:{block.number}: {line}"
 
 
+@pytest.mark.parametrize(
+    "command", ["settings", "game", "launcher", "promote", "verify", "preview", "inspect"]
+)
+def test_the_section_of_a_command_lists_its_options(build, command):
+    """Those of its help, but for --help and --json, which all commands have."""
+    done = subprocess.run(
+        [WINE, build.publish_keep_dirs, command, "--help"], stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE, timeout=600, check=True,
+    )
+    options = set(re.findall(r"^ +(?:-\w,)?(--[\w-]+)", done.stdout.decode().replace("\r", ""), re.M))
+    section = re.search(rf"^## `publish {command}`.*?(?=^## )", PAGE.read_text("utf-8"), re.M | re.S)
+    rows = re.findall(r"^\| (`--.*?) \|", section[0], re.M)
+    listed = re.findall(r"`(--[\w-]+)`", " ".join(rows))
+    assert sorted(listed) == sorted(options - {"--help", "--json"})
+
+
 def test_the_examples_print_what_the_page_shows(page, studio):
     warned = set()
     for block in page:
