@@ -268,8 +268,8 @@ bool Check(const std::vector<sdk::FileEntry>& files) {
                      [&](const sdk::FileEntry&) { return installed.NextIsCurrent(); });
 }
 
-/// Reads and digests eight files at a time, from group `first` on each `step`th group. Then writes a
-/// flushed copy of each into kCopies, or links it there and removes the link.
+/// Reads and digests eight files at a time, from group `first` on each `step`th group. Then writes
+/// a flushed copy of each into kCopies, or links it there and removes the link.
 void DigestBare(std::span<const sdk::FileEntry> files, std::size_t first, std::size_t step,
                 const std::wstring& how) {
   constexpr std::size_t kGroup = 8;

@@ -9,9 +9,9 @@
 namespace ve::detail {
 
 // How fast MD5 of one buffer can be is decided by one chain of dependent operations: every step
-// needs the result of the step before, `x`, the first argument of the auxiliary function. So each step
-// adds first what does not need it, and the auxiliary functions are written so that as little as
-// possible follows it: the steps of the rounds take 5, 4, 4 and 5 cycles, 288 for a block.
+// needs the result of the step before, `x`, the first argument of the auxiliary function. So each
+// step adds first what does not need it, and the auxiliary functions are written so that as little
+// as possible follows it: the steps of the rounds take 5, 4, 4 and 5 cycles, 288 for a block.
 
 /// Rotates to the left, like `RotateLeft` of lanes.
 inline std::uint32_t RotateLeft(std::uint32_t word, int count) { return std::rotl(word, count); }

@@ -56,8 +56,8 @@ enum class FileSource {
 /// The path of a listed directory in the staging folder.
 [[nodiscard]] std::wstring StagingDirectory(std::string_view directory);
 
-/// Where to take a listed file from. `isInstalled`: whether the installed file is current. Otherwise
-/// reads the staged file, if it has the right size. Throws what `FileMatchesEntry` throws.
+/// Where to take a listed file from. `isInstalled`: whether the installed file is current. If not,
+/// reads the staged file if it has the right size. Throws what `FileMatchesEntry` throws.
 [[nodiscard]] FileSource FindSource(bool isInstalled, const FileEntry& entry,
                                     std::wstring_view stagingPath);
 

@@ -63,7 +63,7 @@ void DigestFiles(const std::vector<FileToDigest>& files, Counter& bytesDone,
   // One for each thread, for all its groups: new memory costs as much time as reading into it.
   std::vector<std::unique_ptr<std::byte[]>> memory(
       std::clamp(std::thread::hardware_concurrency(), 1U, 16U));
-  // Neighbours are in different groups: often they are of one kind, and large ones need all threads.
+  // Neighbours are in different groups: often all of them are large, and need all threads.
   const std::size_t groups =
       std::max((files.size() + kGroupSize - 1) / kGroupSize, std::min(files.size(), memory.size()));
   const auto digestGroup = [&](std::size_t first, std::size_t thread) {

@@ -30,10 +30,10 @@ struct FileToDigest {
   std::wstring copy{};
 };
 
-/// The digests of many files, on up to 16 threads with 17 MiB each; small files are digested side by
-/// side, large ones in pieces. Calls `take` once for each file, in any order and on several threads at
-/// a time, and `watch` as `ForEachInParallel` does. Throws what `take` throws. A copy has the bytes that
-/// were digested, is flushed, and replaces no file. Of the source only the content is copied: with its
+/// The digests of many files, on up to 16 threads with 17 MiB each; small files side by side, large
+/// ones in pieces. Calls `take` once for each file, in any order and on several threads at a time,
+/// and `watch` as `ForEachInParallel` does. Throws what `take` throws. A copy has the bytes that were
+/// digested, is flushed, and replaces no file. Of the source only the content is copied: with its
 /// old time a web server would call the copy unchanged.
 void DigestFiles(const std::vector<FileToDigest>& files, Counter& bytesDone,
                  const std::function<void(std::size_t index, const FileDigest& digest)>& take,

@@ -56,9 +56,9 @@ Json AsJson(const std::vector<Diagnostic>& findings) {
 }
 
 std::string FormatProgress(const Progress& progress, std::uint64_t elapsed) {
-  std::string text =
-      Format("{}: {} of {} files, ", progress.work, progress.filesDone, progress.files);
-  text += Format("{} of {}", FormatByteSize(progress.bytesDone), FormatByteSize(progress.bytes));
+  auto text = Format("{}: {} of {} files", progress.work, progress.filesDone, progress.files);
+  if (progress.bytes == 0) return text;
+  text += Format(", {} of {}", FormatByteSize(progress.bytesDone), FormatByteSize(progress.bytes));
   if (progress.bytesDone == 0 || progress.bytesDone > progress.bytes) return text;
   const double done = static_cast<double>(progress.bytesDone) / static_cast<double>(progress.bytes);
   const double left = static_cast<double>(elapsed) * (1 - done) / done / 1000 + 0.5;

@@ -17,6 +17,7 @@ import pytest
 from harness.constants import BUILD_DIR, TIMEOUT
 from harness.driver import WINE, Build, Watcher
 from harness.game_folder import windows_path
+from harness.nginx_server import FolderServer
 from harness.scene import Scene
 from harness.scripted_server import ScriptedServer
 
@@ -154,6 +155,18 @@ def scene(build: Build, temp_dir: pathlib.Path):
     made = Scene(build, temp_dir, ScriptedServer())
     yield made
     made.close()
+
+
+@pytest.fixture
+def nginx_scene(build, temp_dir):
+    """A scene whose server is nginx over a folder."""
+    server = FolderServer(temp_dir)
+    try:
+        made = Scene(build, temp_dir, server)
+        yield made
+        made.close()
+    finally:
+        server.close()
 
 
 @pytest.fixture

@@ -6,19 +6,12 @@ from harness import formats
 from harness.constants import CHECK, GAME, GAME_VERSION, LOG, STAGING, VERSION_FILE
 from harness.dialogs import UPDATE_AVAILABLE, UPDATE_SUCCESSFUL
 from harness.driver import ok
-from harness.nginx_server import FolderServer
-from harness.scene import INSTALLED, NEWER, Scene
+from harness.scene import INSTALLED, NEWER
 
 
 @pytest.fixture
-def scene(build, temp_dir):
-    server = FolderServer(temp_dir)
-    try:
-        made = Scene(build, temp_dir, server)
-        yield made
-        made.close()
-    finally:
-        server.close()
+def scene(nginx_scene):
+    return nginx_scene
 
 
 def test_a_current_game_is_started(scene):

@@ -9,10 +9,8 @@ import pytest
 from harness.constants import EXECUTABLE, PROJECT, SETTINGS_FILE
 from harness.dialogs import RESTART_REQUIRED
 from harness.driver import ok
-from harness.nginx_server import FolderServer
 from harness.pages import blocks
 from harness.publishing import publish
-from harness.scene import Scene
 
 CERTIFICATE = "cert.pem"
 
@@ -46,24 +44,14 @@ def studio(build, temp_dir):
     return folder
 
 
-@pytest.fixture
-def scene(build, temp_dir):
-    server = FolderServer(temp_dir)
-    try:
-        made = Scene(build, temp_dir, server)
-        yield made
-        made.close()
-    finally:
-        server.close()
-
-
 def is_signed(studio: pathlib.Path, folder: pathlib.Path) -> bool:
     """Whether the page's last command finds the Launcher in the folder signed with this certificate."""
     code, _ = run(page_commands()[-1].replace(CERTIFICATE, str(studio / CERTIFICATE)), folder)
     return code == 0
 
 
-def test_the_signature_is_valid_after_a_self_update(build, studio, scene):
+def test_the_signature_is_valid_after_a_self_update(build, studio, nginx_scene):
+    scene = nginx_scene
     settings = scene.folder.path(SETTINGS_FILE)
     arguments = ["--exe", studio / EXECUTABLE, "--settings", settings, "--channel", "release"]
     done = publish(build, "launcher", *arguments, "--server", scene.server.folder, program=build.publish_next)

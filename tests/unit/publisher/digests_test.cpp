@@ -35,7 +35,7 @@ std::string Content(std::size_t size) {
 }
 
 TEST_F(Digests, OfManyFilesAndOfTheirCopiesAreThoseOfEach) {
-  // A file alone is read whole if it has up to 16 pieces, one of a group if it fits beside the others.
+  // A file alone is read whole if it has up to 16 pieces; in a group, if it fits beside the others.
   std::vector<std::size_t> sizes{0, 1, 63, 200, 3000, 64, 70};
   for (const std::size_t pieces : {1U, 8U, 16U, 17U}) {
     for (const std::size_t less : {0U, 1U, 2U}) sizes.push_back(pieces * kPiece + 1 - less);
